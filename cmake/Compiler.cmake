@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: MIT
+# Language level, warnings and hardening of every target of this project.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+# 64-bit time and file offsets on 32-bit machines: without both, stat and the clock fail in 2038.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_TIME_BITS=64)
+endif()
+
+add_library(sph_warnings INTERFACE)
+target_compile_options(sph_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
+  -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+  -Wnull-dereference -Wimplicit-fallthrough -Wextra-semi -Werror
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op
+    -Wuseless-cast -Wno-psabi>)
+
+set(SPH_HARDENING "-fstack-protector-strong;-fstack-clash-protection")
+add_compile_options("$<$<NOT:$<CONFIG:Debug>>:${SPH_HARDENING}>")
+add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack,--as-needed)
