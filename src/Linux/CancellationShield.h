@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Puts off the cancellation of the calling thread for a scope. Two places need it: destructors
+// that may block (a cancellation cannot leave a destructor; it would end the process) and the
+// closing of a descriptor (cancelled halfway, the descriptor would be lost).
+class CCancellationShield {
+ public:
+  CCancellationShield();
+  ~CCancellationShield();
+  CCancellationShield(const CCancellationShield&) = delete;
+  CCancellationShield& operator=(const CCancellationShield&) = delete;
+
+ private:
+  int earlierState = 0;
+};

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#include "Linux/ControllingTerminal.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+bool HasControllingTerminal() {
+  const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0) {
+    return false;
+  }
+  (void)close(terminal);
+  return true;
+}
+
+bool LeadsSessionWithoutTerminal() { return getsid(0) == getpid() && !HasControllingTerminal(); }
+
+// What went wrong, once what was opened so far is closed again.
+int GiveUp(int near, int far) {
+  const int reason = errno;
+  (void)close(near);
+  (void)close(far);
+  return reason;
+}
+
+}  // namespace
+
+int TakeOwnControllingTerminal() {
+  if (!LeadsSessionWithoutTerminal()) {
+    return 0;
+  }
+  const int far = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (far < 0) {
+    return errno;
+  }
+  // TIOCGPTPEER needs no path to the near end, so it works where /dev/pts is another instance's.
+  const int near = unlockpt(far) == 0 ? ioctl(far, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1;
+  if (near < 0 || ioctl(near, TIOCSCTTY, 0) != 0) {
+    return GiveUp(near, far);
+  }
+  // Deliberate: neither end is closed. The far end closed would be the hang-up.
+  return 0;
+}

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#include "Linux/LinuxThread.h"
+
+#include <execinfo.h>
+
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "Linux/CancellationShield.h"
+#include "Linux/SignalMask.h"
+#include "Linux/Sleep.h"
+#include "platform/LogSource.h"
+
+namespace {
+
+constexpr int kJoinAttempts = 20;
+constexpr unsigned kJoinPauseMilliseconds = 100;
+constexpr unsigned kRunningPauseMilliseconds = 5;
+
+constexpr const char* kLogModule = "LinuxThread";
+constexpr const char* kLogFile = "Linux/LinuxThread.cpp";
+constexpr const char* kLogTag = "4";
+
+void LogError(const char* message, int line = __builtin_LINE()) {
+  WriteLog(kLogModule, kLogFile, line, kLogTag, LogLevel::kError, message);
+}
+
+// Written by starting and ending threads, read by WaitUntilNoneRuns.
+std::atomic<int> runningRoutines{0};
+
+// Counts one routine from before its thread exists until it has returned or was unwound.
+class CRunningRoutine {
+ public:
+  CRunningRoutine(ThreadRoutine toRun, void* itsArgument) : routine(toRun), argument(itsArgument) {
+    ++runningRoutines;
+  }
+  ~CRunningRoutine() { --runningRoutines; }
+  CRunningRoutine(const CRunningRoutine&) = delete;
+  CRunningRoutine& operator=(const CRunningRoutine&) = delete;
+
+  void* Run() const { return routine(argument); }
+
+ private:
+  ThreadRoutine routine;
+  void* argument;
+};
+
+void* RunRoutine(void* running) {
+  const std::unique_ptr<CRunningRoutine> owned(static_cast<CRunningRoutine*>(running));
+  return owned->Run();
+}
+
+// The C library loads its unwinder at the first pthread_cancel, with malloc and locks. A stop can
+// cancel from inside a signal handler, so the unwinder is loaded when the first thread starts.
+void LoadUnwinder() {
+  static const int frames = [] {
+    void* frame = nullptr;
+    return backtrace(&frame, 1);
+  }();
+  (void)frames;
+}
+
+}  // namespace
+
+CLinuxThread::CLinuxThread() = default;
+
+CLinuxThread::~CLinuxThread() {
+  const CCancellationShield shield;
+  (void)CLinuxThread::Stop();
+}
+
+int CLinuxThread::Start(ThreadRoutine routine, void* argument) {
+  LoadUnwinder();
+  auto running = std::make_unique<CRunningRoutine>(routine, argument);
+  const CSignalMask blocked(CSignalMask::AllSignals());  // the new thread inherits it
+  if (pthread_create(&handle, nullptr, RunRoutine, running.get()) != 0) {
+    handle = 0;  // the C library leaves a stale one behind
+    return -1;
+  }
+  (void)running.release();
+  return 0;
+}
+
+bool CLinuxThread::TryJoin() { return pthread_tryjoin_np(handle, nullptr) == 0; }
+
+// There is no blocking join: a routine that never returns must not hold up its owner.
+int CLinuxThread::Stop() {
+  if (handle == 0) {
+    return 0;
+  }
+  for (int attempt = 1; attempt <= kJoinAttempts; ++attempt) {
+    if (TryJoin()) {
+      handle = 0;
+      return 0;
+    }
+    (void)SleepMilliseconds(kJoinPauseMilliseconds);
+  }
+  GiveUp();
+  return 0;
+}
+
+void CLinuxThread::GiveUp() {
+  LogError("error: thread can not join\n");
+  if (pthread_cancel(handle) != 0) {
+    LogError("error: thread can not cancel\n");
+  }
+  if (pthread_detach(handle) != 0) {
+    LogError("error: thread can not detach\n");
+  }
+  handle = 0;
+}
+
+bool CLinuxThread::WaitUntilNoneRuns(unsigned milliseconds) {
+  for (unsigned waited = 0; runningRoutines != 0; waited += kRunningPauseMilliseconds) {
+    if (waited >= milliseconds) {
+      return false;
+    }
+    (void)SleepMilliseconds(kRunningPauseMilliseconds);
+  }
+  return true;
+}
