@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+
+#include "Linux/AbstractThread.h"
+#include "comm/CommReceiver.h"
+#include "comm/CommSocketExport.h"
+#include "platform/LogSource.h"
+
+class CCommSocket final : public CCommSocketExport {
+ public:
+  CCommSocket(const std::string& moduleName, const std::string& logTag);
+  ~CCommSocket() override;
+  CCommSocket(const CCommSocket&) = delete;
+  CCommSocket& operator=(const CCommSocket&) = delete;
+
+  int Listen(uint32_t port, const CommCallbacks* callbacks) override;
+  int Connect(uint32_t port, const CommCallbacks* callbacks) override;
+  int Send(const uint8_t* data, int length) override;
+  int Close() override;
+
+ private:
+  int Opened(int result, uint32_t port, const CommCallbacks* callbacks);
+  void StartReceiving(const CommCallbacks& callbacks);
+
+  CLogSource log;
+  uint32_t port = 0;  // of the last successful open, for reference only
+  std::shared_ptr<CAbstractSocket> socket;
+  // The controlling thread changes these two with the stop signals held back, because its signal
+  // handler closes. The receiver is the last one's, so that a Close without a thread still counts.
+  std::shared_ptr<CCommReceiver> receiver;
+  std::shared_ptr<CAbstractThread> thread;
+  std::atomic<bool> closing{false};  // a Close is under way
+};
