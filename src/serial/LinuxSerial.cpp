@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include "serial/LinuxSerial.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "Linux/CancellationShield.h"
+#include "Linux/Console.h"
+#include "serial/LineSettings.h"
+#include "serial/PortNameResolver.h"
+#include "serial/UdevScanner.h"
+
+namespace {
+
+// After a hang-up read does not fail: it gives 0 at once, like an idle line's timeout, for ever.
+bool IsHungUp(int descriptor) {
+  pollfd line = {descriptor, 0, 0};  // hang-up and error are reported unasked
+  return poll(&line, 1, 0) == 1 && (line.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+}  // namespace
+
+CLinuxSerial::CLinuxSerial() = default;
+
+CLinuxSerial::~CLinuxSerial() { (void)CLinuxSerial::Close(); }
+
+int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) {
+  if (fd != -1) {
+    return -2;
+  }
+  const int opened = open(path.c_str(), O_RDWR);
+  if (opened < 0) {
+    return -1;
+  }
+  (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
+  devicePath = path;
+  fd = opened;
+  if (!EnterRawMode() || Configure(settings) != 0 || tcflush(fd, TCIOFLUSH) != 0) {
+    (void)Close();
+    return -1;
+  }
+  WriteStandardOutput("OPEN[" + path + "]\n");
+  return 0;
+}
+
+bool CLinuxSerial::EnterRawMode() {
+  termios attributes{};
+  if (tcgetattr(fd, &attributes) != 0) {
+    return false;
+  }
+  SetRawMode(attributes);
+  return tcsetattr(fd, TCSANOW, &attributes) == 0;
+}
+
+int CLinuxSerial::Configure(const SerialSettings& settings) {
+  termios attributes{};
+  if (tcgetattr(fd, &attributes) != 0) {
+    return -1;
+  }
+  SetLine(attributes, settings);
+  return tcsetattr(fd, TCSANOW, &attributes) < 0 ? -1 : 0;
+}
+
+int CLinuxSerial::Close() {
+  const CCancellationShield shield;
+  const int owned = fd.exchange(-1);  // so that two closers never close one number twice
+  if (owned == -1) {
+    return 0;
+  }
+  const int dtr = TIOCM_DTR;
+  (void)ioctl(owned, TIOCMBIC,
+              &dtr);                // fails where there are no modem lines, or no device any more
+  (void)tcflush(owned, TCIOFLUSH);  // likewise
+  if (close(owned) < 0) {
+    fd = owned;
+    return -1;
+  }
+  return 0;
+}
+
+int CLinuxSerial::Reserved() { return -1; }
+
+int CLinuxSerial::Write(const uint8_t* data, int length) {
+  for (int done = 0; done < length;) {
+    const ssize_t written = write(fd, data + done, static_cast<size_t>(length - done));
+    if (written <= 0) {
+      return 0;
+    }
+    done += static_cast<int>(written);
+  }
+  return length;
+}
+
+int CLinuxSerial::Read(uint8_t* buffer, int capacity) {
+  const int descriptor = fd;
+  const ssize_t count = read(descriptor, buffer, static_cast<size_t>(capacity));
+  if (count == 0 && IsHungUp(descriptor)) {
+    errno = EIO;
+    return -1;
+  }
+  return static_cast<int>(count);
+}
+
+std::string CLinuxSerial::FindUsbDevice(unsigned vendorId, unsigned productId) {
+  UdevRecord record;
+  (void)DumpDeviceDatabase();  // a failed dump shows as an adapter that is not found
+  const int found = FindDeviceByIds(vendorId, productId, &record);
+  (void)RemoveDeviceDatabase();
+  if (found != kDeviceFound) {
+    // Deliberate: nothing catches this, so naming an adapter that is not plugged in ends the
+    // process. Pinned by ServiceTest.ANumberedCloseOfAnAbsentAdapterEndsTheProcess.
+    throw std::logic_error("no USB serial adapter has the ids that were asked for");
+  }
+  return record.devName;
+}
+
+std::string CLinuxSerial::ResolvePortName(const std::string& portName) {
+  return ::ResolvePortName(portName);
+}

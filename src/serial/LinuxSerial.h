@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+
+#include "serial/AbstractSerial.h"
+
+// A termios device.
+class CLinuxSerial final : public CAbstractSerial {
+ public:
+  CLinuxSerial();
+  ~CLinuxSerial() override;  // closes
+  CLinuxSerial(const CLinuxSerial&) = delete;
+  CLinuxSerial& operator=(const CLinuxSerial&) = delete;
+
+  int Open(const std::string& path, const SerialSettings& settings) override;
+  int Close() override;
+  int Configure(const SerialSettings& settings) override;
+  int Reserved() override;
+  int Write(const uint8_t* data, int length) override;
+  int Read(uint8_t* buffer, int capacity) override;
+  std::string FindUsbDevice(unsigned vendorId, unsigned productId) override;
+  std::string ResolvePortName(const std::string& portName) override;
+
+ private:
+  bool EnterRawMode();
+
+  std::atomic<int> fd{-1};  // -1: closed. Written by whoever opens or closes, read by all.
+  std::string devicePath;   // last opened; the opening thread's
+};

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "serial/SerialSettings.h"
+
+// Who receives what a port reads.
+struct ReceiveCallback {
+  // Runs on the port's receive thread, which reads nothing meanwhile. The bytes are the port's own
+  // and are overwritten when the call returns. Null: data are read and dropped.
+  void (*onData)(const std::string& portName, const uint8_t* data, int length,
+                 void* context) = nullptr;
+
+  void (*onEvent)(void* context) = nullptr;  // kept by the port, never called
+
+  void* context = nullptr;
+};
+
+// How a port was opened.
+enum OpenKind : uint32_t { kOpenedByIds = 0, kOpenedByName = 1, kNeverOpened = 2 };
+
+// One serial port, from its open to its close. It delivers every chunk that it reads, on a receive
+// thread of its own, and reopens its device when the device comes back after a failure.
+//
+// Threads: the operations belong to one controlling thread; the getters may be called by any
+// thread once Open has returned. Destruction closes, and must not happen on the port's own
+// receive thread.
+// Results of both opens: 0 opened and receiving, -1 the name or the ids lead to no device node,
+// -2 the device could not be opened or configured, -3 the device object was open already.
+class CSerialPortExport {
+ public:
+  virtual ~CSerialPortExport() = default;
+
+  // By the ids of a USB adapter. Throws std::logic_error when no adapter has them.
+  virtual int OpenUsb(uint16_t vendorId, uint16_t productId, const ReceiveCallback& callback,
+                      const SerialSettings& settings) = 0;
+
+  // By symbolic name.
+  virtual int Open(const std::string& portName, const ReceiveCallback& callback,
+                   const SerialSettings& settings) = 0;
+
+  // Writes all of `data`: `length` (as it is when below 1), or -1 when the port has lost its
+  // device and cannot reopen it, which is logged. Blocks, and offers the same bytes again without
+  // a pause, until the device takes them.
+  virtual int Send(const uint8_t* data, int length) = 0;
+
+  virtual uint16_t GetVendorId() = 0;
+  virtual uint16_t GetProductId() = 0;
+  virtual std::string GetPortName() = 0;
+  virtual uint32_t GetOpenKind() = 0;
+
+  // Closes the device and stops the receive thread, within about two seconds. Always 0.
+  virtual int Close() = 0;
+};
+
+// A port that is not open yet. `moduleName` and `logTag` stand in each of its log lines.
+std::shared_ptr<CSerialPortExport> CreateSerialPort(const std::string& moduleName,
+                                                    const std::string& logTag);

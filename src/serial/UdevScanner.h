@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+// Finds USB serial adapters in a text dump of the udev database. A search is a dump, a Find and a
+// removal. All searches use one file, so only one may run at a time; the functions share nothing
+// else. Nothing is logged.
+#pragma once
+
+#include <cstddef>
+
+constexpr int kDeviceFound = 1;
+constexpr int kDeviceNotFound = 0;
+constexpr int kDeviceSearchInvalid = -1;
+
+constexpr size_t kUdevTextSize = 512;
+constexpr size_t kDevNameSize = 256;
+
+// The properties of one device, each zero-terminated, cut to what its field holds.
+struct UdevRecord {
+  char vendorId[kUdevTextSize] = {};
+  char modelId[kUdevTextSize] = {};
+  char vendor[kUdevTextSize] = {};
+  char model[kUdevTextSize] = {};
+  char devName[kUdevTextSize] = {};
+  char bus[kUdevTextSize] = {};
+};
+
+// Runs udevadm into the file /tmp/deviceinfo.txt: 0 when that is then a regular file of more than
+// 99 bytes, else -1. Takes as long as udevadm does.
+int DumpDeviceDatabase();
+
+// Deletes the file: 0 when it was a regular file, whatever came of it, else -1.
+int RemoveDeviceDatabase();
+
+// The node of the adapter at the fixed place in the USB topology that is port `index`, 0 to 5.
+// kDeviceFound and the node in `devName`, which holds kDevNameSize bytes; kDeviceNotFound, also
+// when the node's name is too long for that; kDeviceSearchInvalid for an index outside the
+// topology or a null `devName`.
+int FindDeviceByPortIndex(int index, char* devName);
+
+// The first adapter with these USB ids. kDeviceFound and its record in `record`; kDeviceNotFound;
+// kDeviceSearchInvalid when `record` is null.
+int FindDeviceByIds(unsigned vendorId, unsigned productId, UdevRecord* record);
