@@ -1,0 +1,321 @@
+// SPDX-License-Identifier: MIT
+#include "core/SerialPortHandler.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "Linux/LinuxThread.h"
+#include "Linux/LockGuard.h"
+#include "Linux/SignalMask.h"
+#include "Linux/Sleep.h"
+#include "core/Callbacks.h"
+#include "platform/Libvost.h"
+#include "protocol/PacketBuilder.h"
+#include "protocol/WireFormat.h"
+#include "serial/SerialPort.h"
+
+namespace {
+
+// Handed to every relay connection and port for their own log lines.
+const std::string logModule = "SerialPortHandler";
+const std::string logTag = "4";
+
+constexpr const char* kLogFile = "SerialPortHandler.cpp";
+
+constexpr uint32_t kDefaultRelayPort = 60004;
+constexpr long kLastReservedPort = 1024;
+
+constexpr unsigned kSupervisionMilliseconds = 250;
+constexpr unsigned kThreadsEndMilliseconds = 5000;
+
+// Results of OpenPort.
+constexpr int kOpened = 0;
+constexpr int kNoSuchPort = -1;
+constexpr int kOpenFailed = -2;
+constexpr int kAlreadyOpen = -3;
+
+// Results of ClosePort.
+constexpr int kClosed = 0;
+constexpr int kNotOpen = -1;
+constexpr int kCloseFailed = -2;
+
+struct ResultStatus {
+  int result;
+  Status status;
+};
+
+constexpr ResultStatus kOpenStatuses[] = {
+    {kOpened, kStatusDone},
+    {kNoSuchPort, kStatusNoPort},
+    {kOpenFailed, kStatusOpenFailed},
+    {kAlreadyOpen, kStatusUnavailable},
+};
+
+constexpr ResultStatus kCloseStatuses[] = {
+    {kClosed, kStatusDone},
+    {kNotOpen, kStatusNoPort},
+    {kCloseFailed, kStatusCloseFailed},
+};
+
+// A result without a row counts as done.
+template <size_t rows>
+Status StatusOf(const ResultStatus (&table)[rows], int result) {
+  const auto row =
+      std::find_if(std::begin(table), std::end(table),
+                   [result](const auto& candidate) { return candidate.result == result; });
+  return row != std::end(table) ? row->status : kStatusDone;
+}
+
+void LogLine(LogLevel level, const char* message, int line = __builtin_LINE()) {
+  SerialPortHandler::Log(kLogFile, line, level, message);
+}
+
+// The platform library's texts are fixed buffers; one without a terminating zero ends at its end.
+std::string TextOf(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
+
+// What the platform library says, or the default when it says nothing or a reserved port. A long
+// has 32 bits on the device; a larger number counts as the largest one there, everywhere.
+uint32_t RelayPort() {
+  KX_CONNECT_INFO info{};
+  if (Libvost().getSystemConnectInfo(info) == 0) {
+    return kDefaultRelayPort;
+  }
+  const long port = std::strtol(TextOf(info.port).c_str(), nullptr, 10);
+  if (port <= kLastReservedPort) {
+    return kDefaultRelayPort;
+  }
+  return static_cast<uint32_t>(std::min<long>(port, std::numeric_limits<int32_t>::max()));
+}
+
+}  // namespace
+
+SerialPortHandler* SerialPortHandler::GetInstance() {
+  static SerialPortHandler instance;
+  return &instance;
+}
+
+SerialPortHandler::SerialPortHandler() {
+  relayCallbackLock = std::make_shared<CLinuxLock>();
+  serialCallbackLock = std::make_shared<CLinuxLock>();
+  baudRates = BaudRateWords();
+  dataBitsWords = DataBitsWords();
+  parityWords = ParityWords();
+  stopBitsWords = StopBitsWords();
+  flowControlWords = FlowControlWords();
+}
+
+SerialPortHandler::~SerialPortHandler() {
+  ports.Clear();
+  if (relay != nullptr) {
+    (void)relay->Close();
+  }
+  // A thread that a bounded stop gave up on still uses this object until its cancellation has
+  // taken effect. One that the kernel does not let go cannot be waited for, nor destroyed under.
+  if (!CLinuxThread::WaitUntilNoneRuns(kThreadsEndMilliseconds)) {
+    std::_Exit(EXIT_FAILURE);
+  }
+}
+
+bool SerialPortHandler::Run() {
+  LogLine(LogLevel::kProgress, "Serial Port Handler start running.");
+  if (!OpenRelayConnection()) {
+    return false;
+  }
+  // Deliberate: a stop that was requested before this point is forgotten.
+  // Pinned by ServiceTest.AStopRequestedBeforeTheFirstLinkIsForgotten.
+  stopRequested = false;
+  while (!stopRequested) {
+    (void)SleepMilliseconds(kSupervisionMilliseconds);
+    if (reconnectRequested && !ReopenRelayConnection()) {
+      return false;
+    }
+  }
+  LogLine(LogLevel::kProgress, "Serial Port Handler stop.");
+  return true;
+}
+
+void SerialPortHandler::RequestStop() {
+  stopRequested = true;
+  LogLine(LogLevel::kProgress, "request stop.");
+  if (relay != nullptr) {
+    (void)relay->Close();
+  }
+}
+
+bool SerialPortHandler::OpenRelayConnection() {
+  const uint32_t port = RelayPort();
+  SetRelay(CreateCommSocket(logModule, logTag));
+  // Cleared before Listen, not after: a peer that leaves at once is reported before Listen returns.
+  const bool requestedBefore = reconnectRequested.exchange(false);
+  const CommCallbacks callbacks = {OnRelayPacket, OnRelayError, this};
+  if (relay->Listen(port, &callbacks) != 0) {
+    reconnectRequested = requestedBefore;
+    return false;
+  }
+  return true;
+}
+
+// A stop that was requested before comes first: waiting for the next peer could last for ever. One
+// that is requested meanwhile is held back until the new connection accepts, and ends that.
+bool SerialPortHandler::ReopenRelayConnection() {
+  const CStopSignalsHeld held;
+  if (stopRequested) {
+    return true;
+  }
+  ports.Clear();
+  SetRelay(nullptr);
+  return OpenRelayConnection();
+}
+
+void SerialPortHandler::SetRelay(std::shared_ptr<CCommSocketExport> connection) {
+  const CStopSignalsHeld held;
+  const CLockGuard guard(relayLock);
+  relay.swap(connection);  // the earlier one is released last, with the argument
+}
+
+// The result of Send is ignored: a packet that cannot be sent is lost with its link.
+void SerialPortHandler::SendToRelay(const std::vector<uint8_t>& packet) {
+  std::shared_ptr<CCommSocketExport> current;
+  {
+    const CLockGuard guard(relayLock);
+    current = relay;
+  }
+  if (current != nullptr) {
+    (void)current->Send(packet.data(), static_cast<int>(packet.size()));
+  }
+}
+
+void SerialPortHandler::DispatchCommand(const uint8_t* bytes, uint32_t count) {
+  const CommandPacket command(bytes, count);
+  if (!command.parsedOk) {
+    LogLine(LogLevel::kError, "Command parse failed.");
+    return;
+  }
+  switch (command.command) {
+    case kCommandOpen:
+      return HandleOpenCommand(command);
+    case kCommandClose:
+      return HandleCloseCommand(command);
+    case kCommandData:
+      return HandleDataCommand(command);
+    default:
+      // Not reached: a packet with another command does not parse.
+      LogLine(LogLevel::kError, "Illegal command was received from relay service.");
+  }
+}
+
+void SerialPortHandler::HandleOpenCommand(const CommandPacket& command) {
+  LogLine(LogLevel::kProgress, "open command proc.");
+  // Deliberate: only names can be opened, although close and data take ids too.
+  // Pinned by ServiceTest.ANumberedOpenIsAnsweredWithStatus2AndOpensNothing.
+  Status status = kStatusNoPort;
+  if (command.portForm == kNamedPort) {
+    status =
+        StatusOf(kOpenStatuses, OpenPort(command.portName, {OnSerialData, OnSerialEvent, this}));
+  }
+  Reply(command, status);
+}
+
+int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& callback) {
+  if (ports.Find(name) != nullptr) {
+    return kAlreadyOpen;
+  }
+  const std::shared_ptr<CSerialPortExport> port = CreateSerialPort(logModule, logTag);
+  KX_SERIAL words{};
+  std::string portId = name;
+  if (Libvost().getSerialByPortID(words, portId.data()) == 0) {
+    return kNoSuchPort;
+  }
+  SerialSettings settings;
+  settings.baudRate = baudRates[TextOf(words.baud)];
+  settings.dataBits = dataBitsWords[TextOf(words.data)];
+  settings.parity = parityWords[TextOf(words.parity)];
+  settings.stopBits = stopBitsWords[TextOf(words.stop)];
+  settings.flowControl = flowControlWords[TextOf(words.flow)];
+  const int result = port->Open(name, callback, settings);
+  if (result == kOpened) {
+    ports.Store(port);
+  }
+  return result;
+}
+
+void SerialPortHandler::HandleCloseCommand(const CommandPacket& command) {
+  LogLine(LogLevel::kProgress, "close command proc.");
+  Status status = kStatusNoPort;
+  if (command.portForm == kNumberedPort) {
+    status = StatusOf(kCloseStatuses, ClosePortById(command.portId1, command.portId2));
+  } else if (command.portForm == kNamedPort) {
+    status = StatusOf(kCloseStatuses, ClosePort(command.portName));
+  }
+  Reply(command, status);
+}
+
+// Ports are kept under their symbolic names, and ids lead to a device path: this never finds one.
+int SerialPortHandler::ClosePortById(uint16_t portId1, uint16_t portId2) {
+  std::string path;
+  CSerialPort::LookupUsbDevicePath(portId1, portId2, path);
+  return ClosePort(path);
+}
+
+int SerialPortHandler::ClosePort(const std::string& name) {
+  const std::shared_ptr<CSerialPortExport> port = ports.Find(name);
+  if (port == nullptr) {
+    return kNotOpen;
+  }
+  if (port->Close() == -1) {
+    return kCloseFailed;
+  }
+  ports.Remove(name);
+  return kClosed;
+}
+
+void SerialPortHandler::HandleDataCommand(const CommandPacket& command) {
+  LogLine(LogLevel::kProgress, "data command proc.");
+  std::string name = command.portName;
+  if (command.portForm == kNumberedPort) {
+    CSerialPort::LookupUsbDevicePath(command.portId1, command.portId2, name);
+  }
+  DataBlock block;
+  for (uint8_t i = 0; i < command.blockCount; ++i) {
+    const std::shared_ptr<CSerialPortExport> port = ports.Find(name);
+    if (port == nullptr) {
+      return;
+    }
+    command.GetBlock(i, block);
+    if (port->Send(block.data, block.length) < 0) {
+      LogLine(LogLevel::kError, "Serial Device Send Error.");
+      return;
+    }
+  }
+}
+
+void SerialPortHandler::Reply(const CommandPacket& command, uint16_t status) {
+  CPacketBuilder reply(command);
+  (void)reply.SetStatus(status);  // open and close take one
+  SendToRelay(reply.Bytes());
+}
+
+void SerialPortHandler::ForwardSerialData(const std::string& portName, const uint8_t* bytes,
+                                          int count) {
+  const std::optional<PortIdentity> port = ports.IdentityOf(portName);
+  if (!port) {
+    return;
+  }
+  const auto notification =
+      port->isNamed
+          ? std::make_shared<CPacketBuilder>(kCommandData, port->name)
+          : std::make_shared<CPacketBuilder>(kCommandData, port->vendorId, port->productId);
+  // A refused block leaves the header, which is sent all the same.
+  (void)notification->AddBlock(bytes, kReceivedDataBlock, static_cast<uint16_t>(count));
+  SendToRelay(notification->Bytes());
+}
+
+void SerialPortHandler::Log(const char* file, int line, LogLevel level, const char* message) {
+  WriteLog(logModule.c_str(), file, line, logTag.c_str(), level, message);
+}

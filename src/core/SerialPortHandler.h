@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Linux/LinuxLock.h"
+#include "comm/CommSocketExport.h"
+#include "core/PortTable.h"
+#include "core/SettingWords.h"
+#include "platform/LogSource.h"
+#include "protocol/CommandPacket.h"
+#include "serial/SerialPortExport.h"
+
+// The whole service: the relay link, the open ports, and what a command does to them.
+class SerialPortHandler {
+ public:
+  // The one handler of the process, made at the first call, destroyed when the process ends.
+  static SerialPortHandler* GetInstance();
+
+  // Opens the relay link and keeps it until a stop is requested: true. False when the link cannot
+  // be opened, the first time or again. For the main thread.
+  bool Run();
+
+  // Asks Run to end and closes the relay link. For signal handlers on the main thread: allocates
+  // nothing and takes no lock.
+  void RequestStop();
+
+  // Asks Run to drop all ports and to open the relay link anew. Any thread.
+  void RequestReconnect() { reconnectRequested = true; }
+
+  // Carries out one packet from the relay service. Under relayCallbackLock.
+  void DispatchCommand(const uint8_t* bytes, uint32_t count);
+
+  // Sends what a port has read to the relay service; drops it when no such port is open (any
+  // more). Only the low 16 bits of `count` are used. Under serialCallbackLock.
+  void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
+
+  // Writes one line to the machine's log.
+  static void Log(const char* file, int line, LogLevel level, const char* message);
+
+ private:
+  SerialPortHandler();
+  ~SerialPortHandler();
+  SerialPortHandler(const SerialPortHandler&) = delete;
+  SerialPortHandler& operator=(const SerialPortHandler&) = delete;
+
+  bool OpenRelayConnection();
+  bool ReopenRelayConnection();
+  void SetRelay(std::shared_ptr<CCommSocketExport> connection);
+  void SendToRelay(const std::vector<uint8_t>& packet);
+
+  void HandleOpenCommand(const CommandPacket& command);
+  void HandleCloseCommand(const CommandPacket& command);
+  void HandleDataCommand(const CommandPacket& command);
+  void Reply(const CommandPacket& command, uint16_t status);
+
+  int OpenPort(const std::string& name, const ReceiveCallback& callback);
+  int ClosePort(const std::string& name);
+  int ClosePortById(uint16_t portId1, uint16_t portId2);
+
+  std::atomic<bool> stopRequested{false};      // set by RequestStop, cleared and read by Run
+  std::atomic<bool> reconnectRequested{true};  // set by RequestReconnect, cleared and read by Run
+
+  // Null between a drop and the next creation. Only the main thread changes it, under the lock and
+  // with the stop signals held back: so its own signal handlers may read it without the lock, and
+  // all other threads copy it under the lock.
+  CLinuxLock relayLock;
+  std::shared_ptr<CCommSocketExport> relay;
+
+  PortTable ports;
+
+  // Only for command handling, one command at a time.
+  WordTable baudRates;
+  WordTable dataBitsWords;
+  WordTable parityWords;
+  WordTable stopBitsWords;
+  WordTable flowControlWords;
+};
