@@ -1,0 +1,253 @@
+// SPDX-License-Identifier: MIT
+// What the service does with each command and with received data, between a relay and ports that
+// the test plays. Ports are named "A" and "B".
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "core/Callbacks.h"
+#include "core/Fakes.h"
+#include "core/SerialPortHandler.h"
+#include "support/Hex.h"
+
+namespace {
+
+constexpr const char* kOpenA = "0007 01 02 0001 41";
+constexpr const char* kCloseA = "0007 02 02 0001 41";
+constexpr const char* kOpenB = "0007 01 02 0001 42";
+
+class CommandHandlingTest : public testing::Test {
+ protected:
+  CommandHandlingTest() {
+    world.configuration["A"] = {"9600", "8", "none", "1", "none"};
+    world.configuration["B"] = {"115200", "7", "even", "2", "hardware"};
+    service =
+        std::async(std::launch::async, [] { return SerialPortHandler::GetInstance()->Run(); });
+    relay = world.RelayNumber(1);
+  }
+  ~CommandHandlingTest() override {
+    do {
+      SerialPortHandler::GetInstance()->RequestStop();  // one before the link stands is forgotten
+    } while (service.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready);
+  }
+
+  std::string Answer(const std::string& packet) {
+    relay->Sends(packet);
+    return relay->sent.empty() ? "nothing" : relay->sent.back();
+  }
+  std::shared_ptr<FakePort> Port(size_t index) { return world.ports.at(index).lock(); }
+
+  World& world = World::Get();
+  std::shared_ptr<FakeRelay> relay;
+  std::future<bool> service;
+};
+
+struct StatusCase {
+  int result;
+  const char* reply;
+};
+
+std::string ResultName(const testing::TestParamInfo<StatusCase>& info) {
+  return info.param.result < 0 ? "Minus" + std::to_string(-info.param.result)
+                               : std::to_string(info.param.result);
+}
+
+void PrintTo(const StatusCase& row, std::ostream* out) { *out << row.result; }
+
+class OpenStatusTest : public CommandHandlingTest,
+                       public testing::WithParamInterface<StatusCase> {};
+
+TEST_P(OpenStatusTest, OpenResultBecomesStatus) {
+  world.prepare = [](FakePort& port) { port.openResult = GetParam().result; };
+  EXPECT_EQ(Packed(GetParam().reply), Answer(kOpenA));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllRows, OpenStatusTest,
+                         testing::Values(StatusCase{0, "0009 01 02 0001 41 0000"},
+                                         StatusCase{-1, "0009 01 02 0001 41 0002"},
+                                         StatusCase{-2, "0009 01 02 0001 41 0004"},
+                                         StatusCase{-3, "0009 01 02 0001 41 0003"},
+                                         StatusCase{-7, "0009 01 02 0001 41 0000"}),
+                         ResultName);
+
+class CloseStatusTest : public CommandHandlingTest,
+                        public testing::WithParamInterface<StatusCase> {};
+
+TEST_P(CloseStatusTest, CloseResultBecomesStatus) {
+  world.prepare = [](FakePort& port) { port.closeResult = GetParam().result; };
+  (void)Answer(kOpenA);
+  EXPECT_EQ(Packed(GetParam().reply), Answer(kCloseA));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllRows, CloseStatusTest,
+                         testing::Values(StatusCase{0, "0009 02 02 0001 41 0000"},
+                                         StatusCase{-1, "0009 02 02 0001 41 0005"},
+                                         StatusCase{-2, "0009 02 02 0001 41 0000"},
+                                         StatusCase{1, "0009 02 02 0001 41 0000"}),
+                         ResultName);
+
+TEST_F(CommandHandlingTest, APortWhoseCloseFailsStaysOpen) {
+  world.prepare = [](FakePort& port) { port.closeResult = -1; };
+  (void)Answer(kOpenA);
+  (void)Answer(kCloseA);
+  EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
+}
+
+TEST_F(CommandHandlingTest, ClosingAPortReleasesIt) {
+  (void)Answer(kOpenA);
+  ASSERT_NE(nullptr, Port(0));
+  (void)Answer(kCloseA);
+  EXPECT_EQ(nullptr, Port(0));
+}
+
+TEST_F(CommandHandlingTest, ClosingAPortThatIsNotOpenIsStatus2) {
+  EXPECT_EQ(Packed("0009 02 02 0001 41 0002"), Answer(kCloseA));
+}
+
+TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnopened) {
+  EXPECT_EQ(Packed("0009 01 02 0001 58 0002"), Answer("0007 01 02 0001 58"));
+  EXPECT_EQ(nullptr, Port(0));
+}
+
+TEST_F(CommandHandlingTest, ASecondOpenIsStatus3AndTheFirstPortStaysUnchanged) {
+  (void)Answer(kOpenA);
+  EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
+  EXPECT_EQ(1U, world.ports.size());
+  EXPECT_EQ(0, Port(0)->closes);
+}
+
+TEST_F(CommandHandlingTest, ANumberedOpenIsStatus2AndOpensNothing) {
+  EXPECT_EQ(Packed("000A 01 01 0403 6001 0002"), Answer("0008 01 01 0403 6001"));
+  EXPECT_TRUE(world.ports.empty());
+}
+
+TEST_F(CommandHandlingTest, SettingWordsReachThePort) {
+  (void)Answer(kOpenB);
+  const SerialSettings settings = Port(0)->openedWith;
+  EXPECT_EQ(115200U, settings.baudRate);
+  EXPECT_EQ(7U, settings.dataBits);
+  EXPECT_EQ(2U, settings.parity);
+  EXPECT_EQ(2U, settings.stopBits);
+  EXPECT_EQ(1U, settings.flowControl);
+}
+
+TEST_F(CommandHandlingTest, UnknownSettingWordsAreUsedAs0) {
+  world.configuration["A"] = {"9600 ", "5", "None", "3", "xonxoff"};
+  (void)Answer(kOpenA);
+  const SerialSettings settings = Port(0)->openedWith;
+  EXPECT_EQ(0U, settings.baudRate);
+  EXPECT_EQ(0U, settings.dataBits);
+  EXPECT_EQ(0U, settings.parity);
+  EXPECT_EQ(0U, settings.stopBits);
+  EXPECT_EQ(0U, settings.flowControl);
+}
+
+TEST_F(CommandHandlingTest, DataBlocksAreWrittenInOrderWhateverTheirType) {
+  (void)Answer(kOpenA);
+  relay->Sends("0013 04 02 0001 41 03 01 0001 61 FF 0002 6262 02 0000");
+  EXPECT_EQ((std::vector<std::string>{"61", "6262", ""}), Port(0)->writes);
+  EXPECT_EQ(1U, relay->sent.size()) << "data commands are not answered";
+}
+
+TEST_F(CommandHandlingTest, AFailingSecondBlockSkipsTheThirdAndIsLoggedOnce) {
+  world.prepare = [](FakePort& port) { port.failingWrite = 1; };
+  (void)Answer(kOpenA);
+  relay->Sends("0014 04 02 0001 41 03 01 0001 61 01 0001 62 01 0001 63");
+  EXPECT_EQ((std::vector<std::string>{"61", "62"}), Port(0)->writes);
+  EXPECT_EQ(1, world.TimesLogged("1 SerialPortHandler.cpp Serial Device Send Error."));
+  EXPECT_EQ(1U, relay->sent.size());
+}
+
+TEST_F(CommandHandlingTest, ABlockCountOf0WritesNothingAndSendsNothing) {
+  (void)Answer(kOpenA);
+  relay->Sends("0008 04 02 0001 41 00");
+  EXPECT_TRUE(Port(0)->writes.empty());
+  EXPECT_EQ(1U, relay->sent.size());
+}
+
+TEST_F(CommandHandlingTest, DataForAClosedPortAreDropped) {
+  relay->Sends("000C 04 02 0001 41 01 01 0001 61");
+  EXPECT_TRUE(relay->sent.empty());
+  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp data command proc."));
+}
+
+TEST_F(CommandHandlingTest, EachCommandLogsItsLine) {
+  (void)Answer(kOpenA);
+  (void)Answer(kCloseA);
+  relay->Sends("0008 04 02 0001 41 00");
+  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp open command proc."));
+  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp close command proc."));
+  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp data command proc."));
+}
+
+TEST_F(CommandHandlingTest, CommandCode3IsLoggedAsAParseFailure) {
+  relay->Sends("0007 03 02 0001 41");
+  EXPECT_EQ(1, world.TimesLogged("1 SerialPortHandler.cpp Command parse failed."));
+  EXPECT_FALSE(
+      world.Logged("1 SerialPortHandler.cpp Illegal command was received from relay service."));
+  EXPECT_TRUE(relay->sent.empty());
+}
+
+TEST_F(CommandHandlingTest, ReceivedDataOfANamedPortNameThePort) {
+  (void)Answer(kOpenA);
+  const auto bytes = FromHex("0D0A");
+  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  EXPECT_EQ(Packed("000D 04 02 0001 41 01 02 0002 0D0A"), relay->sent.back());
+}
+
+TEST_F(CommandHandlingTest, ReceivedDataOfAPortOpenedByIdsCarryTheIds) {
+  world.prepare = [](FakePort& port) {
+    port.openKind = kOpenedByIds;
+    port.vendorId = 1;
+    port.productId = 2;
+  };
+  (void)Answer(kOpenA);
+  const auto bytes = FromHex("0D0A");
+  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  EXPECT_EQ(Packed("000E 04 01 0001 0002 01 02 0002 0D0A"), relay->sent.back());
+}
+
+TEST_F(CommandHandlingTest, ACountOf65536BytesLeavesTheBareHeader) {
+  (void)Answer(kOpenA);
+  const std::vector<uint8_t> bytes(65536);
+  OnSerialData("A", bytes.data(), 65536, SerialPortHandler::GetInstance());
+  EXPECT_EQ(Packed("0007 04 02 0001 41"), relay->sent.back());
+}
+
+TEST_F(CommandHandlingTest, DataOfANameWithoutAPortLeaveAnEntryThatCountsAsNoOpenPort) {
+  const auto bytes = FromHex("61");
+  OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
+  OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
+  EXPECT_TRUE(relay->sent.empty());
+  relay->Sends("000C 04 02 0001 41 01 01 0001 61");
+  EXPECT_TRUE(relay->sent.empty());
+  EXPECT_EQ(Packed("0009 02 02 0001 41 0002"), Answer(kCloseA));
+  EXPECT_EQ(Packed("0009 01 02 0001 41 0000"), Answer(kOpenA));
+}
+
+TEST_F(CommandHandlingTest, ACommandIsHandledWhileAPortsDataAreBeingHandled) {
+  relayCallbackLock->Lock();
+  const auto bytes = FromHex("61");
+  auto data = std::async(std::launch::async, [&] {
+    OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
+  });
+  EXPECT_EQ(std::future_status::ready, data.wait_for(std::chrono::seconds(20)));
+  relayCallbackLock->Unlock();
+
+  serialCallbackLock->Lock();
+  auto command = std::async(std::launch::async, [&] { return Answer(kOpenA); });
+  EXPECT_EQ(std::future_status::ready, command.wait_for(std::chrono::seconds(20)));
+  serialCallbackLock->Unlock();
+}
+
+TEST_F(CommandHandlingTest, TheSerialEventHookOnlyWaitsForItsTurn) {
+  serialCallbackLock->Lock();
+  auto event =
+      std::async(std::launch::async, [] { OnSerialEvent(SerialPortHandler::GetInstance()); });
+  EXPECT_EQ(std::future_status::timeout, event.wait_for(std::chrono::milliseconds(50)));
+  serialCallbackLock->Unlock();
+  EXPECT_EQ(std::future_status::ready, event.wait_for(std::chrono::seconds(20)));
+  EXPECT_TRUE(relay->sent.empty());
+}
+
+}  // namespace

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+// Start, supervision and stop, with a relay connection that the test plays.
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "core/Fakes.h"
+#include "core/SerialPortHandler.h"
+
+namespace {
+
+class LifeCycleTest : public testing::Test {
+ protected:
+  std::future<bool> Run() {
+    return std::async(std::launch::async, [] { return SerialPortHandler::GetInstance()->Run(); });
+  }
+  static bool Ended(std::future<bool>& run) {
+    return run.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  }
+  static void Stop() { SerialPortHandler::GetInstance()->RequestStop(); }
+
+  World& world = World::Get();
+};
+
+TEST_F(LifeCycleTest, AStopRequestEndsRunAndIsLogged) {
+  auto run = Run();
+  (void)world.RelayNumber(1);
+  while (run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    Stop();  // one before the first link stands is forgotten
+  }
+  EXPECT_TRUE(run.get());
+  EXPECT_TRUE(world.Logged("3 SerialPortHandler.cpp request stop."));
+  EXPECT_EQ("3 SerialPortHandler.cpp Serial Port Handler start running.", world.log.front());
+  EXPECT_EQ("3 SerialPortHandler.cpp Serial Port Handler stop.", world.log.back());
+}
+
+TEST_F(LifeCycleTest, AStopRequestedBeforeTheFirstLinkStandsIsForgotten) {
+  world.prepareRelay = [](FakeRelay& relay) { relay.whenListening = Stop; };
+  auto run = Run();
+  (void)world.RelayNumber(1);
+  EXPECT_EQ(std::future_status::timeout, run.wait_for(std::chrono::milliseconds(600)))
+      << "two looks of the supervision have passed";
+  Stop();
+  ASSERT_TRUE(Ended(run));
+  EXPECT_TRUE(run.get());
+}
+
+TEST_F(LifeCycleTest, AFailedListenEndsRunWithFalseAndLogsNothingMore) {
+  world.prepareRelay = [](FakeRelay& relay) { relay.listenResult = 98; };
+  auto run = Run();
+  ASSERT_TRUE(Ended(run));
+  EXPECT_FALSE(run.get());
+  EXPECT_EQ(1U, world.log.size());
+}
+
+TEST_F(LifeCycleTest, AConnectErrorDropsThePortsAndListensAnewOnThePortLookedUpAfresh) {
+  world.configuration["A"] = {"9600", "8", "none", "1", "none"};
+  auto run = Run();
+  const auto first = world.RelayNumber(1);
+  EXPECT_EQ(60004U, first->listenedOn);
+  first->Sends("0007 01 02 0001 41");
+  world.relayPort = std::make_unique<std::string>("1025");
+  (void)first->callbacks.onError("ConnectError", -1, first->callbacks.context);
+  const auto second = world.RelayNumber(2);
+  EXPECT_EQ(1025U, second->listenedOn);
+  EXPECT_TRUE(world.ports.at(0).expired());
+  second->Sends("0007 02 02 0001 41");
+  EXPECT_EQ("000902020001410002", second->sent.back()) << "the port must be opened again";
+  Stop();
+  ASSERT_TRUE(Ended(run));
+}
+
+TEST_F(LifeCycleTest, AnyOtherErrorTextIsIgnored) {
+  auto run = Run();
+  const auto relay = world.RelayNumber(1);
+  (void)relay->callbacks.onError("connecterror", -1, relay->callbacks.context);
+  (void)relay->callbacks.onError("ConnectError ", -1, relay->callbacks.context);
+  EXPECT_EQ(std::future_status::timeout, run.wait_for(std::chrono::milliseconds(600)));
+  EXPECT_EQ(1U, world.relays.size());
+  Stop();
+  ASSERT_TRUE(Ended(run));
+}
+
+TEST_F(LifeCycleTest, APeerThatLeavesBeforeListenReturnsIsNotForgotten) {
+  world.prepareRelay = [this](FakeRelay& relay) {
+    if (world.relays.empty()) {
+      relay.whenListening = [&relay] {
+        (void)relay.callbacks.onError("ConnectError", -1, relay.callbacks.context);
+      };
+    }
+  };
+  auto run = Run();
+  (void)world.RelayNumber(2);
+  Stop();
+  ASSERT_TRUE(Ended(run));
+}
+
+TEST_F(LifeCycleTest, AFailedListenAfterALinkBreakEndsRunWithoutTheStopMessage) {
+  auto run = Run();
+  const auto first = world.RelayNumber(1);
+  world.prepareRelay = [](FakeRelay& relay) { relay.listenResult = 98; };
+  (void)first->callbacks.onError("ConnectError", -1, first->callbacks.context);
+  ASSERT_TRUE(Ended(run));
+  EXPECT_FALSE(run.get());
+  EXPECT_FALSE(world.Logged("3 SerialPortHandler.cpp Serial Port Handler stop."));
+}
+
+TEST_F(LifeCycleTest, AStopThatComesWithALinkBreakDoesNotWaitForTheNextPeer) {
+  auto run = Run();
+  const auto first = world.RelayNumber(1);
+  Stop();
+  (void)first->callbacks.onError("ConnectError", -1, first->callbacks.context);
+  ASSERT_TRUE(Ended(run));
+  EXPECT_TRUE(run.get());
+  EXPECT_EQ(1U, world.relays.size());
+}
+
+struct PortCase {
+  const char* text;
+  uint32_t port;
+};
+
+void PrintTo(const PortCase& row, std::ostream* out) { *out << '"' << row.text << '"'; }
+
+class RelayPortTest : public LifeCycleTest, public testing::WithParamInterface<PortCase> {};
+
+TEST_P(RelayPortTest, TextDecidesThePort) {
+  world.relayPort = std::make_unique<std::string>(GetParam().text);
+  auto run = Run();
+  EXPECT_EQ(GetParam().port, world.RelayNumber(1)->listenedOn);
+  while (run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    Stop();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, RelayPortTest,
+                         testing::Values(PortCase{"1025", 1025}, PortCase{"1024", 60004},
+                                         PortCase{"0", 60004}, PortCase{"relay", 60004},
+                                         PortCase{"", 60004}, PortCase{"-5", 60004},
+                                         PortCase{" 2000x", 2000}, PortCase{"70000", 70000},
+                                         PortCase{"99999999999999", 2147483647}));
+
+}  // namespace
