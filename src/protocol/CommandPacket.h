@@ -17,9 +17,9 @@ struct DataBlock {
 // packet does not carry are zero or empty.
 class CommandPacket {
  public:
-  // `size` counts, whatever the packet's own length field says. A malformed packet never throws:
-  // `parsedOk` tells.
-  CommandPacket(const uint8_t* bytes, uint32_t size);
+  // `byteCount` counts, whatever the packet's own length field says. A malformed packet never
+  // throws: `parsedOk` tells.
+  CommandPacket(const uint8_t* bytes, uint32_t byteCount);
   CommandPacket(const CommandPacket&) = delete;
   CommandPacket& operator=(const CommandPacket&) = delete;
 

@@ -9,11 +9,11 @@
 
 // One packet to the relay service. The header is written by the constructor, the body by one of
 // the two appends; the length field is right after each of them, so the bytes can be sent at any
-// time. Never shared between threads.
+// time. `code` is the packet's command. Never shared between threads.
 class CPacketBuilder {
  public:
-  CPacketBuilder(uint8_t command, uint16_t portId1, uint16_t portId2);  // numbered header
-  CPacketBuilder(uint8_t command, const std::string& portName);         // named header
+  CPacketBuilder(uint8_t code, uint16_t portId1, uint16_t portId2);  // numbered header
+  CPacketBuilder(uint8_t code, const std::string& portName);         // named header
 
   // The header of the reply to `request`: its command and its port identity. Stays empty, and
   // refuses both appends, when the request did not parse.
