@@ -32,3 +32,11 @@ set(SPH_HARDENING "-fstack-protector-strong;-fstack-clash-protection")
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:${SPH_HARDENING}>")
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack,--as-needed)
+
+# SPH_SANITIZE: a list for -fsanitize= ("address,undefined", "thread"), or empty. Every finding ends
+# the program.
+set(SPH_SANITIZE "" CACHE STRING "Sanitizers to build everything with")
+if(SPH_SANITIZE)
+  add_compile_options(-fsanitize=${SPH_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${SPH_SANITIZE})
+endif()
