@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// Waiting for a condition instead of for a time.
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+// A passing run never meets it, also on a busy machine.
+constexpr std::chrono::seconds kDeadline{30};
+
+// True as soon as `condition` holds, false when it still does not after `limit`.
+template <typename Condition>
+bool Becomes(Condition condition, std::chrono::milliseconds limit = kDeadline) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return condition();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+// How long `action` takes.
+template <typename Action>
+std::chrono::milliseconds TimeOf(Action action) {
+  const auto begin = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               begin);
+}
