@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <string>
+#include <thread>
+
+#include "Linux/Console.h"
+#include "support/InChild.h"
+#include "support/StreamCapture.h"
+
+namespace {
+
+TEST(ConsoleTest, TextsGoToTheirStreamsAsTheyAre) {
+  StreamCapture output(1);
+  StreamCapture errors(2);
+  WriteStandardOutput("to output\n");
+  WriteStandardError("to error, no newline");
+  EXPECT_EQ("to output\n", output.Rest());
+  EXPECT_EQ("to error, no newline", errors.Rest());
+}
+
+TEST(ConsoleTest, LinesOfTwoThreadsNeverMix) {
+  constexpr int kLines = 400;
+  const std::string first = std::string(70, 'a') + "\n";
+  const std::string second = std::string(70, 'b') + "\n";
+  StreamCapture output(1);
+  const auto write = [](const std::string& line) {
+    for (int i = 0; i < kLines; ++i) {
+      WriteStandardOutput(line);
+    }
+  };
+  std::thread other(write, second);
+  write(first);
+  other.join();
+  int count[2] = {0, 0};
+  for (int i = 0; i < 2 * kLines; ++i) {
+    const std::string line = output.NextLine();
+    ASSERT_TRUE(line == first || line == second) << line;
+    ++count[line == first ? 0 : 1];
+  }
+  EXPECT_EQ(kLines, count[0]);
+  EXPECT_EQ(kLines, count[1]);
+}
+
+TEST(ConsoleTest, ATextLongerThanAPipeHoldsIsWrittenWhole) {
+  const std::string text(200'000, 'x');
+  StreamCapture output(1);
+  std::thread writer([&text] {
+    WriteStandardOutput(text);
+    WriteStandardOutput("\n");
+  });
+  EXPECT_EQ(text + "\n", output.NextLine());
+  writer.join();
+}
+
+TEST(ConsoleTest, AStreamThatTakesNothingLosesTheTextAndNothingElse) {
+  EXPECT_EQ(0, InChild([] {
+              (void)signal(SIGPIPE, SIG_IGN);
+              int ends[2] = {-1, -1};
+              if (pipe(ends) != 0 || close(ends[0]) != 0 || dup2(ends[1], STDOUT_FILENO) == -1) {
+                return 1;
+              }
+              WriteStandardOutput("nobody reads this\n");
+              (void)close(STDERR_FILENO);
+              WriteStandardError("nor this\n");
+              return 0;
+            }));
+}
+
+bool IsNull(int descriptor) {
+  struct stat status {};
+  return fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) &&
+         status.st_rdev == makedev(1, 3);
+}
+
+bool IsOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
+
+TEST(EnsureStandardStreamsTest, EveryMissingStreamBecomesTheNullDevice) {
+  EXPECT_EQ(0, InChild([] {
+              closefrom(0);
+              EnsureStandardStreams();
+              return IsNull(0) && IsNull(1) && IsNull(2) && !IsOpen(3) ? 0 : 1;
+            }));
+}
+
+class MissingStream : public testing::TestWithParam<int> {};
+
+TEST_P(MissingStream, BecomesTheNullDeviceAndTheOthersStayWhatTheyAre) {
+  EXPECT_EQ(0, InChild([missing = GetParam()] {
+              int ends[2] = {-1, -1};
+              if (pipe(ends) != 0 || dup2(ends[0], 0) != 0 || dup2(ends[1], 1) != 1 ||
+                  dup2(ends[1], 2) != 2) {
+                return 1;
+              }
+              (void)close(missing);
+              EnsureStandardStreams();
+              for (int stream = 0; stream < 3; ++stream) {
+                if (IsNull(stream) != (stream == missing) || !IsOpen(stream)) {
+                  return 2;
+                }
+              }
+              return 0;
+            }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, MissingStream, testing::Values(0, 1, 2));
+
+TEST(EnsureStandardStreamsTest, NothingChangesWhenAllAreOpen) {
+  EXPECT_EQ(0, InChild([] {
+              closefrom(3);
+              for (int stream = 0; stream < 3; ++stream) {
+                if (!IsOpen(stream)) {
+                  (void)open("/dev/zero", O_RDWR);
+                }
+              }
+              struct stat before[3] = {};
+              struct stat after[3] = {};
+              for (int stream = 0; stream < 3; ++stream) {
+                (void)fstat(stream, &before[stream]);
+              }
+              EnsureStandardStreams();
+              for (int stream = 0; stream < 3; ++stream) {
+                (void)fstat(stream, &after[stream]);
+                if (before[stream].st_ino != after[stream].st_ino) {
+                  return 1;
+                }
+              }
+              return IsOpen(3) ? 2 : 0;
+            }));
+}
+
+}  // namespace

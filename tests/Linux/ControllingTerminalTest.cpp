@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+// Each case runs in a child process: sessions and controlling terminals belong to a process.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "Linux/ControllingTerminal.h"
+#include "support/InChild.h"
+
+namespace {
+
+constexpr int kNoHangUp = 0;
+constexpr int kHangUp = 1;
+constexpr int kBroken = 2;
+
+sigset_t HangUpSignal() {
+  sigset_t signals{};
+  (void)sigemptyset(&signals);
+  (void)sigaddset(&signals, SIGHUP);
+  return signals;
+}
+
+bool BlockHangUpSignal() {
+  const sigset_t signals = HangUpSignal();
+  return sigprocmask(SIG_BLOCK, &signals, nullptr) == 0;
+}
+
+// Opens the near end of a new pseudo-terminal as a serial line is opened and hangs it up by closing
+// the far end. The kernel signals within that close.
+int HangUpALine() {
+  const int far = posix_openpt(O_RDWR | O_NOCTTY);
+  char path[64] = {};
+  if (far == -1 || grantpt(far) != 0 || unlockpt(far) != 0 ||
+      ptsname_r(far, path, sizeof path) != 0 || open(path, O_RDWR) == -1 || close(far) != 0) {
+    return kBroken;
+  }
+  sigset_t pending{};
+  (void)sigpending(&pending);
+  return sigismember(&pending, SIGHUP) == 1 ? kHangUp : kNoHangUp;
+}
+
+bool HasControllingTerminal() {
+  const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY);
+  if (terminal != -1) {
+    (void)close(terminal);
+  }
+  return terminal != -1;
+}
+
+int LowestFreeDescriptor() {
+  const int descriptor = dup(0);
+  (void)close(descriptor);
+  return descriptor;
+}
+
+TEST(ControllingTerminalTest, ALineThatHangsUpSendsASessionLeaderWithoutTerminalAHangUpSignal) {
+  EXPECT_EQ(kHangUp, InChild([] {
+              return setsid() == -1 || !BlockHangUpSignal() ? kBroken : HangUpALine();
+            }));
+}
+
+TEST(ControllingTerminalTest, ALineThatHangsUpSendsNoSignalOnceItHasATerminalOfItsOwn) {
+  EXPECT_EQ(kNoHangUp, InChild([] {
+              if (setsid() == -1 || !BlockHangUpSignal() || HasControllingTerminal() ||
+                  TakeOwnControllingTerminal() != 0 || !HasControllingTerminal()) {
+                return kBroken;
+              }
+              return HangUpALine();
+            }));
+}
+
+TEST(ControllingTerminalTest, ASignalSentByAnotherProcessStillArrives) {
+  EXPECT_EQ(kHangUp, InChild([] {
+              if (setsid() == -1 || !BlockHangUpSignal() || TakeOwnControllingTerminal() != 0) {
+                return kBroken;
+              }
+              const pid_t leader = getpid();
+              if (InChild([leader] { return kill(leader, SIGHUP); }) != 0) {
+                return kBroken;
+              }
+              const sigset_t signals = HangUpSignal();
+              const timespec limit{20, 0};
+              return sigtimedwait(&signals, nullptr, &limit) == SIGHUP ? kHangUp : kNoHangUp;
+            }));
+}
+
+TEST(ControllingTerminalTest, ASecondCallKeepsTheTerminalOfTheFirst) {
+  EXPECT_EQ(
+      0, InChild([] {
+        if (setsid() == -1 || TakeOwnControllingTerminal() != 0) {
+          return kBroken;
+        }
+        const int before = LowestFreeDescriptor();
+        return TakeOwnControllingTerminal() == 0 && LowestFreeDescriptor() == before ? 0 : kBroken;
+      }));
+}
+
+TEST(ControllingTerminalTest, NothingHappensToAProcessThatLeadsNoSession) {
+  EXPECT_EQ(0, InChild([] {
+              const bool had = HasControllingTerminal();
+              const int before = LowestFreeDescriptor();
+              const bool changed = TakeOwnControllingTerminal() != 0 ||
+                                   HasControllingTerminal() != had ||
+                                   LowestFreeDescriptor() != before;
+              return changed ? kBroken : 0;
+            }));
+}
+
+TEST(ControllingTerminalTest, ItsTwoEndsAreNotInheritedByChildren) {
+  EXPECT_EQ(0, InChild([] {
+              constexpr int kFirst = 3;
+              closefrom(kFirst);
+              if (setsid() == -1 || TakeOwnControllingTerminal() != 0) {
+                return kBroken;
+              }
+              int open = 0;
+              for (int descriptor = kFirst; descriptor < kFirst + 8; ++descriptor) {
+                const int flags = fcntl(descriptor, F_GETFD);
+                open += flags == -1 ? 0 : 1;
+                if (flags == 0) {
+                  return kBroken;
+                }
+              }
+              return open == 2 ? 0 : kBroken;
+            }));
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include "Linux/Console.h"
+#include "Linux/LinuxLock.h"
+#include "Linux/LinuxThread.h"
+#include "Linux/LockGuard.h"
+#include "support/Eventually.h"
+
+namespace {
+
+TEST(LinuxLockTest, LockAndUnlockReturn0) {
+  CLinuxLock lock;
+  EXPECT_EQ(0, lock.Lock());
+  EXPECT_EQ(0, lock.Unlock());
+  EXPECT_EQ(0, lock.Lock());
+  EXPECT_EQ(0, lock.Unlock());
+}
+
+TEST(LinuxLockTest, TwoThreadsAreNeverInsideAtOnce) {
+  CLinuxLock lock;
+  int count = 0;  // unguarded, an increment would be lost, and the thread sanitizer would tell
+  const auto add = [&] {
+    for (int i = 0; i < 10'000; ++i) {
+      const CLockGuard guard(lock);
+      ++count;
+    }
+  };
+  std::thread other(add);
+  add();
+  other.join();
+  EXPECT_EQ(20'000, count);
+}
+
+// A real lock that tells how often it was taken and let go.
+class CountingLock final : public CAbstractLock {
+ public:
+  int Lock() override {
+    const int result = lock.Lock();
+    ++locked;
+    return result;
+  }
+  int Unlock() override {
+    ++unlocked;
+    return lock.Unlock();
+  }
+
+  std::atomic<int> locked{0};
+  std::atomic<int> unlocked{0};
+
+ private:
+  CLinuxLock lock;
+};
+
+TEST(LockGuardTest, HoldsTheLockForItsScope) {
+  CountingLock lock;
+  {
+    const CLockGuard guard(lock);
+    EXPECT_EQ(1, lock.locked);
+    EXPECT_EQ(0, lock.unlocked);
+  }
+  EXPECT_EQ(1, lock.unlocked);
+}
+
+void* WaitInsideGuard(void* lock) {
+  const CLockGuard guard(*static_cast<CountingLock*>(lock));
+  for (;;) {
+    (void)pause();
+  }
+}
+
+TEST(LockGuardTest, CancellingItsThreadLetsTheLockGo) {
+  CountingLock lock;
+  CLinuxThread thread;
+  ASSERT_EQ(0, thread.Start(WaitInsideGuard, &lock));
+  ASSERT_TRUE(Eventually([&lock] { return lock.locked == 1; }));
+  EXPECT_EQ(0, thread.Stop());
+  EXPECT_TRUE(Eventually([&lock] { return lock.unlocked == 1; }));
+  EXPECT_EQ(0, lock.Lock());
+  EXPECT_EQ(0, lock.Unlock());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+}
+
+class TellingLock final : public CAbstractLock {
+ public:
+  int Lock() override {
+    WriteStandardError("locked\n");
+    return 0;
+  }
+  int Unlock() override {
+    WriteStandardError("unlocked\n");
+    return 0;
+  }
+};
+
+void* ThrowInsideGuard(void* lock) {
+  const CLockGuard guard(*static_cast<TellingLock*>(lock));
+  throw std::logic_error("nobody catches this");
+}
+
+// Ends the process; the thread class lets the exception through.
+void RunThrowingThread() {
+  TellingLock lock;
+  CLinuxThread thread;
+  (void)thread.Start(ThrowInsideGuard, &lock);
+  (void)CLinuxThread::WaitUntilNoneRuns(20'000);
+}
+
+TEST(LockGuardTest, AnExceptionThatNobodyCatchesEndsTheProcessWithTheLockHeld) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(RunThrowingThread(), testing::KilledBySignal(SIGABRT),
+              "^locked\nterminate called after throwing an instance of 'std::logic_error'\n"
+              "  what\\(\\):  nobody catches this\n");
+}
+
+}  // namespace

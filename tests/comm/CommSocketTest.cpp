@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+// What arrives: the stream cut into packets, and its end.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+
+#include "Linux/LinuxThread.h"
+#include "comm/CommCalls.h"
+#include "comm/CommSocket.h"
+#include "comm/ConnectionFixture.h"
+#include "support/CapturedLog.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kTenBytes = "000A 02 01 0003 0007 0005";
+constexpr const char* kTenBytesEvent = "packet 10: 000A0201000300070005";
+constexpr const char* kFence = "0004 AB CD";
+constexpr const char* kFenceEvent = "packet 4: 0004ABCD";
+constexpr const char* kErrorEvent = "error ConnectError -1";
+
+std::string Repeated(const std::string& text, int count) {
+  std::string result;
+  for (int i = 0; i < count; ++i) {
+    result += text;
+  }
+  return result;
+}
+
+class CommSocketTest : public ConnectionFixture {
+ protected:
+  void TearDown() override {
+    ConnectionFixture::TearDown();
+    commCalls.noThreads = false;
+    commCalls.onSleep = nullptr;
+    commCalls.onReceived = nullptr;
+  }
+};
+
+TEST_F(CommSocketTest, APacketOfLength10InOnePieceIsDeliveredOnceLengthBytesFirst) {
+  ASSERT_EQ(0, Link());
+  peer.Sends(kTenBytes);
+  peer.Sends(kFence);
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent, kFenceEvent));
+}
+
+TEST_F(CommSocketTest, APacketArrivingByteByByteIsDeliveredOnce) {
+  ASSERT_EQ(0, Link());
+  for (const char* byte : {"00", "0A", "02", "01", "00", "03", "00", "07", "00", "05"}) {
+    peer.Sends(byte);
+  }
+  peer.Sends(kFence);
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent, kFenceEvent));
+}
+
+TEST_F(CommSocketTest, TwoPacketsInOneSegmentAreDeliveredAsTwoCallsInOrder) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0005 01 02 03  0003 FF");
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre("packet 5: 0005010203", "packet 3: 0003FF"));
+}
+
+TEST_F(CommSocketTest, APacketCutAcrossTwoSegmentsWithTheNextBehindItIsDeliveredWhole) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0005 01");
+  peer.Sends("02 03  00");
+  peer.Sends("04 AB CD");
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre("packet 5: 0005010203", kFenceEvent));
+}
+
+TEST_F(CommSocketTest, ThePeerClosingBetweenPacketsRaisesOneConnectErrorAndNoPacket) {
+  ASSERT_EQ(0, Link());
+  peer.Close();
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST_F(CommSocketTest, ThePeerClosingInsideAPacketDropsItAndRaisesOneConnectError) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("000A 02 01 0003");
+  peer.Close();
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
+}
+
+TEST_F(CommSocketTest, ThePeerClosingInsideALengthFieldRaisesOneConnectError) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("00");
+  peer.Close();
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
+}
+
+TEST_F(CommSocketTest, APacketWithLengthField2EndsTheConnectionWithConnectError) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0002");  // the peer stays
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
+}
+
+TEST_F(CommSocketTest, LengthField3IsTheShortestPacketDelivered) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0003 7F");
+  ASSERT_TRUE(recorder.WaitForEvents(1));
+  EXPECT_THAT(recorder.Events(), ElementsAre("packet 3: 00037F"));
+}
+
+TEST_F(CommSocketTest, LengthField0Takes65534FurtherBytesAndTheLinkStaysUp) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0000 " + Repeated("5A", 65534));
+  peer.Sends(kFence);
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre("packet 0: 0000", kFenceEvent));
+}
+
+TEST_F(CommSocketTest, LengthField1Takes65535FurtherBytesAndTheLinkStaysUp) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("0001 " + Repeated("5A", 65535));
+  peer.Sends(kFence);
+  ASSERT_TRUE(recorder.WaitForEvents(2));
+  EXPECT_THAT(recorder.Events(), ElementsAre("packet 1: 0001", kFenceEvent));
+}
+
+TEST_F(CommSocketTest, ThePacketOf65535BytesIsDeliveredWhole) {
+  ASSERT_EQ(0, Link());
+  peer.Sends("FFFF " + Repeated("5A", 65533));
+  ASSERT_TRUE(recorder.WaitForEvents(1));
+  EXPECT_EQ("packet 65535: FFFF" + Repeated("5A", 65533), recorder.Events().front());
+}
+
+TEST_F(CommSocketTest, WithoutOnReceivePacketsAreReadAndDropped) {
+  CommCallbacks callbacks = recorder.Callbacks();
+  callbacks.onReceive = nullptr;
+  ASSERT_EQ(0, Link(&callbacks));
+  peer.Sends(kTenBytes);
+  peer.Close();
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
+}
+
+TEST_F(CommSocketTest, WithoutOnErrorTheStreamEndsSilently) {
+  CommCallbacks callbacks = recorder.Callbacks();
+  callbacks.onError = nullptr;
+  ASSERT_EQ(0, Link(&callbacks));
+  peer.Sends(kTenBytes);
+  peer.Close();
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent));
+}
+
+TEST_F(CommSocketTest, CloseWhileTheReceiveThreadWaitsTakesAboutTwoSecondsAndRaisesNoError) {
+  ASSERT_EQ(0, Link());
+  ASSERT_TRUE(WaitUntilReceiving());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, connection->Close());
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(elapsed, std::chrono::seconds(2)) << "closing a socket wakes nobody";
+  EXPECT_LT(elapsed, std::chrono::seconds(15));
+  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+  EXPECT_THAT(CapturedMessages(), ElementsAre("error: thread can not join\n"));
+}
+
+TEST_F(CommSocketTest, APacketCompletedDuringCloseIsNotDelivered) {
+  std::atomic<bool> complete{false};
+  std::atomic<bool> closing{false};
+  std::atomic<int> received{0};
+  commCalls.onReceived = [&] {
+    if (++received == 2) {  // the length field and the rest
+      complete = true;
+      (void)Eventually([&] { return closing.load(); });
+    }
+  };
+  commCalls.onSleep = [&] { closing = true; };  // between two tries to join
+  ASSERT_EQ(0, Link());
+  peer.Sends("0003 7F");
+  ASSERT_TRUE(Eventually([&] { return complete.load(); }));
+  EXPECT_EQ(0, connection->Close());
+  EXPECT_THAT(recorder.Events(), IsEmpty());
+  EXPECT_THAT(CapturedLog(), IsEmpty()) << "the thread has ended by itself";
+}
+
+TEST_F(CommSocketTest, ListenReturns0WhenNoThreadCanBeMade) {
+  commCalls.noThreads = true;
+  EXPECT_EQ(0, Link());
+  const uint8_t bytes[] = {0x0D, 0x0A};
+  EXPECT_EQ(2, connection->Send(bytes, 2));
+  EXPECT_EQ("0D0A", peer.Receives(2));
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+  EXPECT_EQ(0, connection->Close());
+  EXPECT_TRUE(peer.SeesEnd());
+}
+
+}  // namespace

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "comm/CommSocketExport.h"
+#include "comm/Recorder.h"
+#include "support/LoopbackPeer.h"
+#include "support/StreamCapture.h"
+
+// A connection under test, its owner's record and the peer at its far end.
+class ConnectionFixture : public testing::Test {
+ protected:
+  void TearDown() override;
+
+  // Listens until the peer has connected; Listen's result.
+  int Link(const CommCallbacks* callbacks);
+  int Link();
+
+  // The peer leaves, and the connection is closed once its receive thread has seen that.
+  void Unlink();
+
+  StreamCapture output{1};
+  ReservedPort port;
+  Recorder recorder;  // outlives the connection, as its owner does
+  LoopbackPeer peer;
+  std::shared_ptr<CCommSocketExport> connection = CreateCommSocket("Module", "Tag");
+};

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "support/CapturedLog.h"
+
+#include <mutex>
+
+#include "platform/KXLogger.h"
+
+namespace {
+
+std::mutex captureLock;
+std::vector<LogLine> captured;
+
+}  // namespace
+
+extern "C" void writelog(const char* module, const char* file, const char* line, const char* tag,
+                         const char* message, int level) {
+  const std::lock_guard guard(captureLock);
+  captured.push_back({module, file, line, tag, message, level});
+}
+
+std::vector<LogLine> CapturedLog() {
+  const std::lock_guard guard(captureLock);
+  return captured;
+}
+
+std::vector<std::string> CapturedMessages() {
+  std::vector<std::string> messages;
+  for (const LogLine& line : CapturedLog()) {
+    messages.push_back(line.message);
+  }
+  return messages;
+}
