@@ -10,11 +10,13 @@
 #include <optional>
 #include <utility>
 
+#include "Linux/ControllingTerminal.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
 #include "core/Callbacks.h"
+#include "core/ResultStatus.h"
 #include "platform/Libvost.h"
 #include "protocol/PacketBuilder.h"
 #include "protocol/WireFormat.h"
@@ -34,43 +36,9 @@ constexpr long kLastReservedPort = 1024;
 constexpr unsigned kSupervisionMilliseconds = 250;
 constexpr unsigned kThreadsEndMilliseconds = 5000;
 
-// Results of OpenPort.
-constexpr int kOpened = 0;
-constexpr int kNoSuchPort = -1;
-constexpr int kOpenFailed = -2;
-constexpr int kAlreadyOpen = -3;
-
-// Results of ClosePort.
-constexpr int kClosed = 0;
-constexpr int kNotOpen = -1;
-constexpr int kCloseFailed = -2;
-
-struct ResultStatus {
-  int result;
-  Status status;
-};
-
-constexpr ResultStatus kOpenStatuses[] = {
-    {kOpened, kStatusDone},
-    {kNoSuchPort, kStatusNoPort},
-    {kOpenFailed, kStatusOpenFailed},
-    {kAlreadyOpen, kStatusUnavailable},
-};
-
-constexpr ResultStatus kCloseStatuses[] = {
-    {kClosed, kStatusDone},
-    {kNotOpen, kStatusNoPort},
-    {kCloseFailed, kStatusCloseFailed},
-};
-
-// A result without a row counts as done.
-template <size_t rows>
-Status StatusOf(const ResultStatus (&table)[rows], int result) {
-  const auto row =
-      std::find_if(std::begin(table), std::end(table),
-                   [result](const auto& candidate) { return candidate.result == result; });
-  return row != std::end(table) ? row->status : kStatusDone;
-}
+// The process's exit statuses, for a way out that does not lead through main.
+constexpr int kExitStopped = 0;
+constexpr int kExitNoLink = 255;
 
 void LogLine(LogLevel level, const char* message, int line = __builtin_LINE()) {
   SerialPortHandler::Log(kLogFile, line, level, message);
@@ -118,7 +86,7 @@ SerialPortHandler::~SerialPortHandler() {
   // A thread that a bounded stop gave up on still uses this object until its cancellation has
   // taken effect. One that the kernel does not let go cannot be waited for, nor destroyed under.
   if (!CLinuxThread::WaitUntilNoneRuns(kThreadsEndMilliseconds)) {
-    std::_Exit(EXIT_FAILURE);
+    std::_Exit(stoppedOrderly ? kExitStopped : kExitNoLink);
   }
 }
 
@@ -137,6 +105,7 @@ bool SerialPortHandler::Run() {
     }
   }
   LogLine(LogLevel::kProgress, "Serial Port Handler stop.");
+  stoppedOrderly = true;
   return true;
 }
 
@@ -169,6 +138,9 @@ bool SerialPortHandler::ReopenRelayConnection() {
     return true;
   }
   ports.Clear();
+  // A receive thread that the bounded stop gave up on may hold the connection a little longer. Its
+  // listening end must be gone before the next one is bound to the same port.
+  (void)relay->Close();
   SetRelay(nullptr);
   return OpenRelayConnection();
 }
@@ -314,6 +286,16 @@ void SerialPortHandler::ForwardSerialData(const std::string& portName, const uin
   // A refused block leaves the header, which is sent all the same.
   (void)notification->AddBlock(bytes, kReceivedDataBlock, static_cast<uint16_t>(count));
   SendToRelay(notification->Bytes());
+}
+
+void SerialPortHandler::DetachFromPorts() {
+  const int result = TakeOwnControllingTerminal();
+  if (result != 0) {
+    const std::string message =
+        "No controlling terminal; unplugging a port may stop the service: " +
+        std::string(std::strerror(result));
+    LogLine(LogLevel::kError, message.c_str());
+  }
 }
 
 void SerialPortHandler::Log(const char* file, int line, LogLevel level, const char* message) {

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "Linux/LinuxLock.h"
+#include "Linux/LogSource.h"
 #include "comm/CommSocketExport.h"
 #include "core/PortTable.h"
 #include "core/SettingWords.h"
-#include "platform/LogSource.h"
 #include "protocol/CommandPacket.h"
 #include "serial/SerialPortExport.h"
 
@@ -25,8 +25,9 @@ class SerialPortHandler {
   // be opened, the first time or again. For the main thread.
   bool Run();
 
-  // Asks Run to end and closes the relay link. For signal handlers on the main thread: allocates
-  // nothing and takes no lock.
+  // Asks Run to end and closes the relay link, which takes up to two seconds. For signal handlers
+  // on the main thread: it allocates nothing and takes none of this program's locks. It frees the
+  // link's thread object; main neither allocates nor frees while there is one and signals come in.
   void RequestStop();
 
   // Asks Run to drop all ports and to open the relay link anew. Any thread.
@@ -38,6 +39,9 @@ class SerialPortHandler {
   // Sends what a port has read to the relay service; drops it when no such port is open (any
   // more). Only the low 16 bits of `count` are used. Under serialCallbackLock.
   void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
+
+  // Keeps the ports from stopping the service: see TakeOwnControllingTerminal. A failure is logged.
+  static void DetachFromPorts();
 
   // Writes one line to the machine's log.
   static void Log(const char* file, int line, LogLevel level, const char* message);
@@ -62,6 +66,7 @@ class SerialPortHandler {
   int ClosePort(const std::string& name);
   int ClosePortById(uint16_t portId1, uint16_t portId2);
 
+  bool stoppedOrderly = false;                 // what Run returned; main thread only
   std::atomic<bool> stopRequested{false};      // set by RequestStop, cleared and read by Run
   std::atomic<bool> reconnectRequested{true};  // set by RequestReconnect, cleared and read by Run
 

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <string>
 
 #include "Linux/Console.h"
-#include "Linux/ControllingTerminal.h"
 #include "Linux/SignalMask.h"
 #include "core/SerialPortHandler.h"
 
@@ -28,17 +25,6 @@ void InstallStopSignals() {
   AdmitStopSignals();
 }
 
-void KeepPortsFromStoppingTheProcess() {
-  const int result = TakeOwnControllingTerminal();
-  if (result != 0) {
-    const std::string message =
-        std::string(
-            "No controlling terminal of its own; unplugging a port may stop the service: ") +
-        std::strerror(result);
-    SerialPortHandler::Log("main.cpp", __LINE__, LogLevel::kError, message.c_str());
-  }
-}
-
 }  // namespace
 
 int main() {
@@ -47,7 +33,7 @@ int main() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   SerialPortHandler* const handler = SerialPortHandler::GetInstance();
   InstallStopSignals();
-  KeepPortsFromStoppingTheProcess();
+  SerialPortHandler::DetachFromPorts();
   const bool stopped = handler->Run();
   HoldStopSignals();  // there is nothing left to stop, and soon no handler to ask
   if (!stopped) {
