@@ -82,6 +82,9 @@ speed_t SpeedConstant(uint32_t baudRate) {
 
 void SetRawMode(termios& attributes) {
   cfmakeraw(&attributes);
+  // It leaves these as the last user of the line had them, who may not have been us.
+  attributes.c_cflag &= ~(tcflag_t{CSTOPB} | CRTSCTS);
+  attributes.c_iflag &= ~tcflag_t{IXOFF};
   attributes.c_cflag |= CLOCAL | CREAD;
   attributes.c_cc[VMIN] = 0;
   attributes.c_cc[VTIME] = kReadTimeoutTenths;

@@ -5,7 +5,8 @@
 
 #include "serial/SerialSettings.h"
 
-// Raw bytes, modem lines ignored, and a read that returns with the first byte or after 0.1 s.
+// Raw bytes: 8 bits, no parity, one stop bit, no flow control, modem lines ignored, and a read that
+// returns with the first byte or after 0.1 s.
 void SetRawMode(termios& attributes);
 
 // Puts the settings into the attributes.

@@ -26,5 +26,5 @@ class CLinuxSerial final : public CAbstractSerial {
   bool EnterRawMode();
 
   std::atomic<int> fd{-1};  // -1: closed. Written by whoever opens or closes, read by all.
-  std::string devicePath;   // last opened; the opening thread's
+  std::string devicePath;   // last opened; nobody reads it but a debugger
 };

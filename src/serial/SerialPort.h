@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Linux/AbstractThread.h"
-#include "platform/LogSource.h"
+#include "Linux/LogSource.h"
 #include "serial/AbstractSerial.h"
 #include "serial/SerialPortExport.h"
 
