@@ -25,8 +25,11 @@ target_compile_options(sph_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
   -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wnull-dereference -Wimplicit-fallthrough -Wextra-semi -Werror
-  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op
-    -Wuseless-cast -Wno-psabi>)
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wno-psabi>)
+# A cast from ssize_t to int is useless only where the two are the same type.
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  target_compile_options(sph_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wuseless-cast>)
+endif()
 
 set(SPH_HARDENING "-fstack-protector-strong;-fstack-clash-protection")
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:${SPH_HARDENING}>")

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// Puts off the cancellation of the calling thread for a scope. Two places need it: destructors
-// that may block (a cancellation cannot leave a destructor; it would end the process) and the
-// closing of a descriptor (cancelled halfway, the descriptor would be lost).
+// Puts off the cancellation of the calling thread for a scope. Three places need it:
+// destructors that may block (a cancellation cannot leave a destructor; it would end the process),
+// the closing of a descriptor (cancelled halfway, the descriptor would be lost) and calls into a
+// platform library.
 class CCancellationShield {
  public:
   CCancellationShield();

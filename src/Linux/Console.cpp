@@ -6,9 +6,21 @@
 
 #include <cerrno>
 
+#include "Linux/LinuxLock.h"
+#include "Linux/LockGuard.h"
+
 namespace {
 
+// One for each stream, never destroyed: a thread may write while the process ends. A pipe that is
+// full would otherwise let another line into the middle of a long one.
+CAbstractLock& StreamLock(int descriptor) {
+  static CLinuxLock& output = *new CLinuxLock;
+  static CLinuxLock& error = *new CLinuxLock;
+  return descriptor == STDOUT_FILENO ? output : error;
+}
+
 void WriteWhole(int descriptor, std::string_view text) {
+  const CLockGuard guard(StreamLock(descriptor));
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());
     if (written > 0) {

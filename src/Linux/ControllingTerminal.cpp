@@ -21,10 +21,24 @@ bool HasControllingTerminal() {
 
 bool LeadsSessionWithoutTerminal() { return getsid(0) == getpid() && !HasControllingTerminal(); }
 
-// What went wrong, once what was opened so far is closed again.
+// The near end of an unlocked pseudo-terminal. TIOCGPTPEER needs no path, so it works where
+// /dev/pts is another instance's; kernels before 4.13 do not have it.
+int OpenNearEnd(int far) {
+  const int near = ioctl(far, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (near >= 0) {
+    return near;
+  }
+  char path[64] = {};
+  return ptsname_r(far, path, sizeof path) == 0 ? open(path, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1;
+}
+
+// What went wrong, once what was opened so far is closed again. Where there is no /dev/tty, EPERM
+// is how a process learns that it has a controlling terminal after all.
 int GiveUp(int near, int far) {
-  const int reason = errno;
-  (void)close(near);
+  const int reason = errno == EPERM ? 0 : errno;
+  if (near >= 0) {
+    (void)close(near);
+  }
   (void)close(far);
   return reason;
 }
@@ -39,8 +53,7 @@ int TakeOwnControllingTerminal() {
   if (far < 0) {
     return errno;
   }
-  // TIOCGPTPEER needs no path to the near end, so it works where /dev/pts is another instance's.
-  const int near = unlockpt(far) == 0 ? ioctl(far, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1;
+  const int near = unlockpt(far) == 0 ? OpenNearEnd(far) : -1;
   if (near < 0 || ioctl(near, TIOCSCTTY, 0) != 0) {
     return GiveUp(near, far);
   }

@@ -94,9 +94,7 @@ int CLinuxSocket::AcceptPeer() {
   (void)inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
   WriteStandardOutput("[ACCEPT]IP:" + std::string(text) + "\n");
   if (peer.sin_addr.s_addr != inet_addr(kLoopback)) {
-    // No call has failed, so errno is whatever it was before; only 0 would read as success.
-    errno = errno == 0 ? EACCES : errno;
-    return Fail();
+    return Fail();  // no call has failed: errno is whatever it was before
   }
   return 0;
 }
@@ -121,7 +119,7 @@ int CLinuxSocket::Connect(uint32_t port) {
 int CLinuxSocket::Fail() {
   const int reason = errno;
   (void)Close();
-  return reason;
+  return reason != 0 ? reason : EACCES;  // 0 would read as success
 }
 
 int CLinuxSocket::Close() {

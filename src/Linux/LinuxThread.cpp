@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "Linux/CancellationShield.h"
+#include "Linux/LogSource.h"
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
-#include "platform/LogSource.h"
 
 namespace {
 

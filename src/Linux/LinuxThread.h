@@ -27,5 +27,5 @@ class CLinuxThread final : public CAbstractThread {
   bool TryJoin();
   void GiveUp();
 
-  pthread_t handle = 0;  // 0: no thread. Only the owner's thread touches it.
+  pthread_t handle = 0;  // 0: no thread. Only the owner's thread and its signal handlers touch it.
 };

@@ -4,9 +4,9 @@
 #include <atomic>
 
 #include "Linux/AbstractThread.h"
+#include "Linux/LogSource.h"
 #include "comm/CommReceiver.h"
 #include "comm/CommSocketExport.h"
-#include "platform/LogSource.h"
 
 class CCommSocket final : public CCommSocketExport {
  public:
@@ -28,7 +28,7 @@ class CCommSocket final : public CCommSocketExport {
   uint32_t port = 0;  // of the last successful open, for reference only
   std::shared_ptr<CAbstractSocket> socket;
   // The controlling thread changes these two with the stop signals held back, because its signal
-  // handler closes. The receiver is the last one's, so that a Close without a thread still counts.
+  // handler closes.
   std::shared_ptr<CCommReceiver> receiver;
   std::shared_ptr<CAbstractThread> thread;
   std::atomic<bool> closing{false};  // a Close is under way

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "platform/LogSource.h"
+#include "Linux/LogSource.h"
 
 #include <charconv>
 #include <limits>
 #include <utility>
 
+#include "Linux/CancellationShield.h"
 #include "platform/KXLogger.h"
 
 void WriteLog(const char* module, const char* file, int line, const char* tag, LogLevel level,
@@ -12,6 +13,8 @@ void WriteLog(const char* module, const char* file, int line, const char* tag, L
   // A sign, the digits and the terminating zero. snprintf is not for signal handlers.
   char lineText[std::numeric_limits<int>::digits10 + 3] = {};
   (void)std::to_chars(lineText, lineText + sizeof lineText - 1, line);
+  // The library may be the device's own: cancelled inside it, a thread could keep its locks.
+  const CCancellationShield shield;
   writelog(module, file, lineText, tag, message, static_cast<int>(level));
 }
 
