@@ -73,17 +73,20 @@ def wait_until(condition: Callable[[], bool], patience: float, what: str) -> Non
 def start(
     command: list[str],
     folder: Path,
+    *,
     environment: dict[str, str] | None = None,
-    output: int | None = None,
+    stdin: int | IO[str] = subprocess.DEVNULL,
+    stdout: int | IO[str] | None = None,
+    stderr: int | None = None,
 ) -> subprocess.Popen[str]:
     """Starts a process that gets no signal from the terminal and does not outlive this one."""
     return subprocess.Popen(
         ["setpriv", "--pdeathsig", "TERM", *command],
         cwd=folder,
         env=environment,
-        stdin=subprocess.DEVNULL,
-        stdout=output,
-        stderr=output,
+        stdin=stdin,
+        stdout=stdout,
+        stderr=stderr,
         process_group=0,
         encoding="utf-8",
         errors="backslashreplace",
@@ -104,10 +107,21 @@ def end(process: subprocess.Popen[str]) -> None:
 class Adapter:
     """A pseudo-terminal with a calculator (bc) behind it."""
 
-    def __init__(self, folder: Path) -> None:
+    def __init__(self, folder: Path, at_end: Callable[..., object]) -> None:
         self.link = folder / "adapter"
+        calculator = start(["bc", "-lq"], folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        at_end(end, calculator)
+        assert calculator.stdin and calculator.stdout
         # The name alone: a folder's name may hold what separates socat's options.
-        self.process = start(["socat", f"PTY,link={self.link.name},rawer", "EXEC:bc -lq"], folder)
+        self.process = start(
+            ["socat", f"PTY,link={self.link.name},rawer", "STDIO"],
+            folder,
+            stdin=calculator.stdout,
+            stdout=calculator.stdin,
+        )
+        at_end(end, self.process)
+        calculator.stdin.close()
+        calculator.stdout.close()
 
     def node(self, patience: float) -> str:
         """The path of the device node, once it is there."""
@@ -135,7 +149,13 @@ class Service:
             "DEMO_NODE": node,
             "PATH": f"{FOLDER_OF_UDEVADM}:{os.environ.get('PATH', os.defpath)}",
         }
-        self.process = start([str(program)], folder, environment, subprocess.PIPE)
+        self.process = start(
+            [str(program)],
+            folder,
+            environment=environment,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+        )
         self.readers = [
             threading.Thread(target=self._read, args=arguments, daemon=True)
             for arguments in zip(self.console, (self.process.stdout, self.process.stderr))

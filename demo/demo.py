@@ -5,6 +5,10 @@ usage: python3 demo/demo.py SERVICE
 """
 
 import signal
+
+signal.signal(signal.SIGINT, signal.SIG_DFL)  # there is nothing to clear up yet
+
+import os
 import sys
 import tempfile
 from collections.abc import Callable
@@ -158,8 +162,7 @@ def use_service(service: Service, port: int, at_end: Callable[..., object]) -> i
 
 def demonstrate(program: Path, folder: Path, at_end: Callable[..., object]) -> None:
     heading("A virtual adapter: a calculator (bc) behind a pseudo-terminal")
-    adapter = Adapter(folder)
-    at_end(end, adapter.process)
+    adapter = Adapter(folder, at_end)
     node = adapter.node(PATIENCE)
     tell(f"{PORT} is {node}")
 
@@ -211,6 +214,9 @@ def main(program: Path) -> int:
     except Interrupted as interrupted:
         print("\nInterrupted.", file=sys.stderr)
         return 128 + int(interrupted.args[0])
+    except BrokenPipeError:  # nobody reads: neither what was shown nor what went wrong
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 1
     except (BenchError, ProtocolError, OSError) as error:
         print(f"\nThe demonstration failed: {error}", file=sys.stderr)
         return 1
