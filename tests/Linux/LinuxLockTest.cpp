@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <signal.h>
 
 #include <atomic>
 #include <stdexcept>
@@ -10,6 +10,7 @@
 #include "Linux/LinuxLock.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
+#include "Linux/Routine.h"
 #include "support/Eventually.h"
 
 namespace {
@@ -67,17 +68,24 @@ TEST(LockGuardTest, HoldsTheLockForItsScope) {
   EXPECT_EQ(1, lock.unlocked);
 }
 
-void* WaitInsideGuard(void* lock) {
-  const CLockGuard guard(*static_cast<CountingLock*>(lock));
-  for (;;) {
-    (void)pause();
+// Waits in a read for ever, as the receive threads do.
+struct WaitingInsideGuard {
+  static void* Run(void* self) {
+    const auto* waiting = static_cast<WaitingInsideGuard*>(self);
+    const CLockGuard guard(*waiting->lock);
+    return waiting->routine->Run(waiting->routine);
   }
-}
+
+  CountingLock* lock;
+  Routine* routine;
+};
 
 TEST(LockGuardTest, CancellingItsThreadLetsTheLockGo) {
   CountingLock lock;
+  Routine routine;
+  WaitingInsideGuard waiting{&lock, &routine};
   CLinuxThread thread;
-  ASSERT_EQ(0, thread.Start(WaitInsideGuard, &lock));
+  ASSERT_EQ(0, thread.Start(WaitingInsideGuard::Run, &waiting));
   ASSERT_TRUE(Eventually([&lock] { return lock.locked == 1; }));
   EXPECT_EQ(0, thread.Stop());
   EXPECT_TRUE(Eventually([&lock] { return lock.unlocked == 1; }));

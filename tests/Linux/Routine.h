@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -9,16 +11,24 @@
 
 #include "support/Eventually.h"
 
-// A routine for a thread under test: runs until it is released or cancelled. What it waits in is
-// a cancellation point.
+// A routine for a thread under test: waits in a read, as the receive threads do, until it is
+// released or cancelled.
 class Routine {
  public:
+  Routine() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC)); }
+  ~Routine() {
+    (void)close(ends[0]);
+    (void)close(ends[1]);
+  }
+  Routine(const Routine&) = delete;
+  Routine& operator=(const Routine&) = delete;
+
   static void* Run(void* routine) {
     static_cast<Routine*>(routine)->RunHere();
     return nullptr;
   }
 
-  void Release() { released = true; }
+  void Release() const { EXPECT_EQ(1, write(ends[1], "", 1)); }
   bool Runs() const { return thread != 0; }
   bool Returned() const { return returned; }
 
@@ -30,14 +40,11 @@ class Routine {
  private:
   void RunHere() {
     thread = gettid();
-    while (!released) {
-      const timespec pause{0, 1'000'000};
-      (void)nanosleep(&pause, nullptr);
-    }
-    returned = true;
+    char byte = 0;
+    returned = read(ends[0], &byte, 1) == 1;
   }
 
+  int ends[2] = {-1, -1};
   std::atomic<pid_t> thread{0};
-  std::atomic<bool> released{false};
   std::atomic<bool> returned{false};
 };
