@@ -5,17 +5,20 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <new>
 
 #include "Linux/LinuxLock.h"
 #include "Linux/LockGuard.h"
 
 namespace {
 
-// One for each stream, never destroyed: a thread may write while the process ends. A pipe that is
-// full would otherwise let another line into the middle of a long one.
+// One for each stream. A pipe that is full would otherwise let another line into the middle of a
+// long one. Never destroyed: a thread may write while the process ends.
 CAbstractLock& StreamLock(int descriptor) {
-  static CLinuxLock& output = *new CLinuxLock;
-  static CLinuxLock& error = *new CLinuxLock;
+  alignas(CLinuxLock) static std::byte places[2][sizeof(CLinuxLock)];
+  static CLinuxLock& output = *new (places[0]) CLinuxLock;
+  static CLinuxLock& error = *new (places[1]) CLinuxLock;
   return descriptor == STDOUT_FILENO ? output : error;
 }
 

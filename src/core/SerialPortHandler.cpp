@@ -71,11 +71,6 @@ SerialPortHandler* SerialPortHandler::GetInstance() {
 SerialPortHandler::SerialPortHandler() {
   relayCallbackLock = std::make_shared<CLinuxLock>();
   serialCallbackLock = std::make_shared<CLinuxLock>();
-  baudRates = BaudRateWords();
-  dataBitsWords = DataBitsWords();
-  parityWords = ParityWords();
-  stopBitsWords = StopBitsWords();
-  flowControlWords = FlowControlWords();
 }
 
 SerialPortHandler::~SerialPortHandler() {

@@ -79,9 +79,9 @@ class SerialPortHandler {
   PortTable ports;
 
   // Only for command handling, one command at a time.
-  WordTable baudRates;
-  WordTable dataBitsWords;
-  WordTable parityWords;
-  WordTable stopBitsWords;
-  WordTable flowControlWords;
+  WordTable baudRates = BaudRateWords();
+  WordTable dataBitsWords = DataBitsWords();
+  WordTable parityWords = ParityWords();
+  WordTable stopBitsWords = StopBitsWords();
+  WordTable flowControlWords = FlowControlWords();
 };

@@ -67,11 +67,12 @@ bool CommandPacket::ParseName() {
   if (!ReadU16(nameLength) || nameLength == 0) {
     return false;
   }
-  std::vector<uint8_t> name(nameLength);
-  if (!ReadBytes(name.data(), nameLength)) {
+  if (!HasRemaining(nameLength)) {
     return false;
   }
-  portName.assign(name.begin(), std::find(name.begin(), name.end(), uint8_t{0}));
+  const auto begin = buffer.begin() + readPos;
+  portName.assign(begin, std::find(begin, begin + nameLength, uint8_t{0}));
+  readPos += nameLength;
   return true;
 }
 
