@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <stdexcept>
 
 #include "core/Callbacks.h"
 #include "core/Fakes.h"
@@ -35,7 +36,14 @@ class CommandHandlingTest : public testing::Test {
     relay->Sends(packet);
     return relay->sent.empty() ? "nothing" : relay->sent.back();
   }
-  std::shared_ptr<FakePort> Port(size_t index) { return world.ports.at(index).lock(); }
+  bool IsReleased(size_t index) { return world.ports.at(index).expired(); }
+  FakePort& Port(size_t index) {
+    const auto port = world.ports.at(index).lock();
+    if (port == nullptr) {
+      throw std::logic_error("the port is released");
+    }
+    return *port;  // the service holds it
+  }
 
   World& world = World::Get();
   std::shared_ptr<FakeRelay> relay;
@@ -95,9 +103,9 @@ TEST_F(CommandHandlingTest, APortWhoseCloseFailsStaysOpen) {
 
 TEST_F(CommandHandlingTest, ClosingAPortReleasesIt) {
   (void)Answer(kOpenA);
-  ASSERT_NE(nullptr, Port(0));
+  ASSERT_FALSE(IsReleased(0));
   (void)Answer(kCloseA);
-  EXPECT_EQ(nullptr, Port(0));
+  EXPECT_TRUE(IsReleased(0));
 }
 
 TEST_F(CommandHandlingTest, ClosingAPortThatIsNotOpenIsStatus2) {
@@ -106,14 +114,14 @@ TEST_F(CommandHandlingTest, ClosingAPortThatIsNotOpenIsStatus2) {
 
 TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnopened) {
   EXPECT_EQ(Packed("0009 01 02 0001 58 0002"), Answer("0007 01 02 0001 58"));
-  EXPECT_EQ(nullptr, Port(0));
+  EXPECT_TRUE(IsReleased(0));
 }
 
 TEST_F(CommandHandlingTest, ASecondOpenIsStatus3AndTheFirstPortStaysUnchanged) {
   (void)Answer(kOpenA);
   EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
   EXPECT_EQ(1U, world.ports.size());
-  EXPECT_EQ(0, Port(0)->closes);
+  EXPECT_EQ(0, Port(0).closes);
 }
 
 TEST_F(CommandHandlingTest, ANumberedOpenIsStatus2AndOpensNothing) {
@@ -123,7 +131,7 @@ TEST_F(CommandHandlingTest, ANumberedOpenIsStatus2AndOpensNothing) {
 
 TEST_F(CommandHandlingTest, SettingWordsReachThePort) {
   (void)Answer(kOpenB);
-  const SerialSettings settings = Port(0)->openedWith;
+  const SerialSettings settings = Port(0).openedWith;
   EXPECT_EQ(115200U, settings.baudRate);
   EXPECT_EQ(7U, settings.dataBits);
   EXPECT_EQ(2U, settings.parity);
@@ -134,7 +142,7 @@ TEST_F(CommandHandlingTest, SettingWordsReachThePort) {
 TEST_F(CommandHandlingTest, UnknownSettingWordsAreUsedAs0) {
   world.configuration["A"] = {"9600 ", "5", "None", "3", "xonxoff"};
   (void)Answer(kOpenA);
-  const SerialSettings settings = Port(0)->openedWith;
+  const SerialSettings settings = Port(0).openedWith;
   EXPECT_EQ(0U, settings.baudRate);
   EXPECT_EQ(0U, settings.dataBits);
   EXPECT_EQ(0U, settings.parity);
@@ -145,7 +153,7 @@ TEST_F(CommandHandlingTest, UnknownSettingWordsAreUsedAs0) {
 TEST_F(CommandHandlingTest, DataBlocksAreWrittenInOrderWhateverTheirType) {
   (void)Answer(kOpenA);
   relay->Sends("0013 04 02 0001 41 03 01 0001 61 FF 0002 6262 02 0000");
-  EXPECT_EQ((std::vector<std::string>{"61", "6262", ""}), Port(0)->writes);
+  EXPECT_EQ((std::vector<std::string>{"61", "6262", ""}), Port(0).writes);
   EXPECT_EQ(1U, relay->sent.size()) << "data commands are not answered";
 }
 
@@ -153,7 +161,7 @@ TEST_F(CommandHandlingTest, AFailingSecondBlockSkipsTheThirdAndIsLoggedOnce) {
   world.prepare = [](FakePort& port) { port.failingWrite = 1; };
   (void)Answer(kOpenA);
   relay->Sends("0014 04 02 0001 41 03 01 0001 61 01 0001 62 01 0001 63");
-  EXPECT_EQ((std::vector<std::string>{"61", "62"}), Port(0)->writes);
+  EXPECT_EQ((std::vector<std::string>{"61", "62"}), Port(0).writes);
   EXPECT_EQ(1, world.TimesLogged("1 SerialPortHandler.cpp Serial Device Send Error."));
   EXPECT_EQ(1U, relay->sent.size());
 }
@@ -161,7 +169,7 @@ TEST_F(CommandHandlingTest, AFailingSecondBlockSkipsTheThirdAndIsLoggedOnce) {
 TEST_F(CommandHandlingTest, ABlockCountOf0WritesNothingAndSendsNothing) {
   (void)Answer(kOpenA);
   relay->Sends("0008 04 02 0001 41 00");
-  EXPECT_TRUE(Port(0)->writes.empty());
+  EXPECT_TRUE(Port(0).writes.empty());
   EXPECT_EQ(1U, relay->sent.size());
 }
 

@@ -108,11 +108,13 @@ TEST_F(LifeCycleTest, AFailedListenAfterALinkBreakEndsRunWithoutTheStopMessage) 
 TEST_F(LifeCycleTest, AStopThatComesWithALinkBreakDoesNotWaitForTheNextPeer) {
   auto run = Run();
   const auto first = world.RelayNumber(1);
-  Stop();
   (void)first->callbacks.onError("ConnectError", -1, first->callbacks.context);
+  const auto second = world.RelayNumber(2);  // from here on a stop counts
+  Stop();
+  (void)second->callbacks.onError("ConnectError", -1, second->callbacks.context);
   ASSERT_TRUE(Ended(run));
   EXPECT_TRUE(run.get());
-  EXPECT_EQ(1U, world.relays.size());
+  EXPECT_EQ(2U, world.relays.size());
 }
 
 struct PortCase {
