@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "e2e/ServiceTest.h"
 
+#include <unistd.h>
+
 #include <iostream>
 
 ServiceTest::~ServiceTest() {
   if (HasFailure()) {
     std::cerr << "--- log\n"
-              << LogFile::Text().substr(0, 8000) << "--- standard output\n"
+              << LogFile::Text().substr(0, 4000) << "--- standard output\n"
               << Service::Output().substr(0, 4000) << "--- standard error\n"
-              << Service::Errors().substr(0, 8000) << "---\n";
+              << Service::Errors().substr(0, 2000) << "---\n";
   }
 }
 
@@ -26,7 +28,24 @@ void ServiceTest::StartWithOpenPort(Service::Session session) {
   ASSERT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
 }
 
+void ServiceTest::Settle() {
+  ASSERT_TRUE(Becomes([this] { return service->IsIdle(); }));
+}
+
+void ServiceTest::Clog() {
+  const std::string piece(4096, 'x');
+  int halted = 0;
+  ASSERT_TRUE(Becomes([&] {
+    while (write(device->FarEnd(), piece.data(), piece.size()) > 0) {
+      halted = 0;
+    }
+    halted = service->IsIdle() ? halted + 1 : 0;
+    return halted == 50;
+  }));
+}
+
 std::string ServiceTest::Stop(int signal) {
+  Settle();
   service->Signal(signal);
   return service->WaitForExit();
 }

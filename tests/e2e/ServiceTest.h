@@ -17,6 +17,12 @@
 #include "e2e/support/Wire.h"
 #include "e2e/support/Workplace.h"
 
+// A row of a table of cases, as test programs name it.
+template <typename Case>
+std::string NameOf(const testing::TestParamInfo<Case>& row) {
+  return row.param.name;
+}
+
 // Commands for and replies about the port #PhysicalPort0.
 constexpr const char* kOpenPort0 = "0014 01 02 000E '#PhysicalPort0'";
 constexpr const char* kClosePort0 = "0014 02 02 000E '#PhysicalPort0'";
@@ -60,7 +66,15 @@ class ServiceTest : public testing::Test {
   // The same, with #PhysicalPort0 plugged in and open.
   void StartWithOpenPort(Service::Session session = Service::Session::kInherited);
 
-  // Stops the linked service and gives its end as Service::WaitForExit does.
+  // Waits until the service has finished what it was about to do: its main thread supervises and
+  // its receive threads wait for input.
+  void Settle();
+
+  // Sends so much from the device to a relay that reads nothing, that the port's receive thread
+  // comes to a halt in the middle of a send.
+  void Clog();
+
+  // Stops the linked service, once it is settled, and gives its end as Service::WaitForExit does.
   std::string Stop(int signal);
 
   const workplace::Folders folders;

@@ -73,11 +73,14 @@ void SetAttributes(posix_spawnattr_t& attributes, Service::Session session) {
   (void)posix_spawnattr_setsigdefault(&attributes, &signals);
 }
 
-void SetStreams(posix_spawn_file_actions_t& actions) {
+void SetStreams(posix_spawn_file_actions_t& actions, int output) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND;
   (void)posix_spawn_file_actions_init(&actions);
   (void)posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   (void)posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, workplace::kOutput, kFlags, 0600);
+  if (output != -1) {
+    (void)posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  }
   (void)posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, workplace::kErrors, kFlags, 0600);
 }
 
@@ -95,11 +98,11 @@ bool ShowsAtLeast(const std::string& all, const std::string& text, size_t count)
 
 }  // namespace
 
-Service::Service(Session session) {
+Service::Service(Session session, int output) {
   posix_spawnattr_t attributes;
   SetAttributes(attributes, session);
   posix_spawn_file_actions_t actions;
-  SetStreams(actions);
+  SetStreams(actions, output);
   std::vector<std::string> environment = Environment();
   std::vector<std::string> words = CommandLine();
   const int result = posix_spawnp(&pid, words.front().c_str(), &actions, &attributes,
@@ -156,7 +159,27 @@ std::vector<std::string> Service::OpenPaths() const {
   return paths;
 }
 
+bool Service::IsIdle() const {
+  std::error_code gone;
+  for (const auto& thread :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
+    const std::string stat = workplace::ReadWhole(thread.path() / "stat");
+    const size_t nameEnd = stat.rfind(')');
+    if (nameEnd == std::string::npos || stat.substr(nameEnd + 1, 2) != " S") {
+      return false;
+    }
+  }
+  return !gone;
+}
+
 size_t Service::Descriptors() const { return OpenPaths().size(); }
+
+size_t Service::Sockets() const {
+  const std::vector<std::string> paths = OpenPaths();
+  return static_cast<size_t>(std::count_if(paths.begin(), paths.end(), [](const std::string& open) {
+    return open.starts_with("socket:");
+  }));
+}
 
 bool Service::Holds(const std::string& path) const {
   const std::vector<std::string> paths = OpenPaths();

@@ -12,8 +12,9 @@ class Service {
  public:
   enum class Session { kInherited, kOwn };  // kOwn: it leads a session, as under most supervisors
 
-  // Starts it in a process group of its own.
-  explicit Service(Session session = Session::kInherited);
+  // Starts it in a process group of its own. `output` is where its standard output goes instead of
+  // to the file that Output() reads.
+  explicit Service(Session session = Session::kInherited, int output = -1);
 
   // Kills what is left of the process group.
   ~Service();
@@ -39,8 +40,12 @@ class Service {
   // "exit 0", "signal 6", or "still running" as it is now.
   std::string State();
 
+  // Whether all its threads wait for something at the moment.
+  bool IsIdle() const;
+
   // What the process holds at the moment. 0 when it is gone.
   size_t Descriptors() const;
+  size_t Sockets() const;
   size_t Threads() const;
   size_t ResidentKilobytes() const;
 

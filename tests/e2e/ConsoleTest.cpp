@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+// Every line on the console and in the log, and nothing else.
+#include <csignal>
+
+#include "e2e/ServiceTest.h"
+
+namespace {
+
+TEST_F(ServiceTest, StandardOutputShowsTheLinkAndThePorts) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints(")port close\n"));
+  EXPECT_EQ(
+      "[LISTEN]IP:127.0.0.1(PORT:60004)\n"
+      "[ACCEPT]IP:127.0.0.1\n"
+      "OPEN[/dev/ttyS2]\n"
+      "(/dev/ttyS2)port close\n",
+      Service::Output());
+}
+
+TEST_F(ServiceTest, StandardErrorShowsReceivedBytesInHexAndTheReadError) {
+  StartWithOpenPort();
+  ASSERT_TRUE(device->Sends("AB\r"));
+  EXPECT_EQ(Wire("001B 04 02 000E '#PhysicalPort0' 01 02 0003 41420D"), relay->NextPacket());
+  EXPECT_EQ("Received(3):41 42 0D \n", Service::Errors());
+  ASSERT_TRUE(device->Sends("\xFF"));
+  EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 FF"), relay->NextPacket());
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints(")port close\n"));
+  EXPECT_EQ(
+      "Received(3):41 42 0D \n"
+      "Received(1):FF \n"
+      "recv error:Input/output error\n",
+      Service::Errors());
+}
+
+TEST_F(ServiceTest, TheExitTextIsSevenBytesInUtf8) {
+  StartLinked();
+  EXPECT_EQ("exit 0", Stop(SIGTERM));
+  EXPECT_EQ("E7B582E4BA860A", HexOf(Service::Errors()));
+}
+
+TEST_F(ServiceTest, TheLogTellsTheWholeStory) {
+  StartWithOpenPort();
+  relay->Sends("001B 04 02 000E '#PhysicalPort0' 01 01 0003 'ABC'");
+  EXPECT_EQ("ABC", device->Reads(3));
+  EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
+  device->Unplug();
+  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0004"), relay->Answer(kOpenPort0));
+  relay->Sends("0007 03 02 0001 'X'");
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ("exit 0", Stop(SIGTERM));
+  const std::string core = "SerialPortHandler SerialPortHandler.cpp 4 ";
+  EXPECT_EQ((std::vector<std::string>{
+                "3 " + core + "Serial Port Handler start running.",
+                "3 " + core + "open command proc.",
+                "3 " + core + "data command proc.",
+                "3 " + core + "close command proc.",
+                "3 " + core + "open command proc.",
+                "1 SerialPortHandler SerialPort.cpp 4 "
+                "Cannot open serial device. [Port /dev/ttyS2]",
+                "1 " + core + "Command parse failed.",
+                "3 " + core + "close command proc.",
+                "3 " + core + "request stop.",
+                // The receive thread waits for the relay; closing the stream does not wake it.
+                "1 LinuxThread Linux/LinuxThread.cpp 4 error: thread can not join",
+                "3 " + core + "Serial Port Handler stop.",
+            }),
+            LogFile::Lines());
+}
+
+TEST_F(ServiceTest, AHangUpIsLoggedWithThePathOfThePort) {
+  StartWithOpenPort();
+  device->Unplug();
+  EXPECT_TRUE(LogFile::Shows(
+      "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]"));
+}
+
+}  // namespace

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+// Each state of the service, ended by each of the three signals.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string_view>
+
+#include "e2e/ServiceTest.h"
+
+namespace {
+
+struct Signal {
+  const char* name;
+  int number;
+};
+
+void PrintTo(const Signal& row, std::ostream* out) { *out << row.name; }
+
+constexpr Signal kSignals[] = {{"Sigint", SIGINT}, {"Sighup", SIGHUP}, {"Sigterm", SIGTERM}};
+
+class StopTest : public ServiceTest, public testing::WithParamInterface<Signal> {
+ protected:
+  // At once, whatever the service is doing.
+  std::string Stopped() {
+    service->Signal(GetParam().number);
+    return service->WaitForExit();
+  }
+
+  void ExpectAnOrderlyStop() {
+    EXPECT_EQ("exit 0", Stop(GetParam().number));
+    EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
+    EXPECT_EQ(1U, LogFile::Count(kStopRequested));
+    EXPECT_EQ(1U, LogFile::Count(kStopped));
+    EXPECT_EQ(0U, LogFile::Count(kLinkFailed));
+  }
+
+  void ExpectAStopUnderTheListeningSocket() {
+    EXPECT_EQ("exit 255", Stopped());
+    EXPECT_EQ(std::string::npos, Service::Errors().find("終了"));
+    EXPECT_EQ((std::vector<std::string>{kStarted, kStopRequested, kLinkFailed}), LogFile::Lines());
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(By, StopTest, testing::ValuesIn(kSignals), NameOf<Signal>);
+
+TEST_P(StopTest, WhileListeningEndsWith255AndNoExitText) {
+  StartService();
+  ASSERT_TRUE(Service::Prints("[LISTEN]IP:"));
+  ExpectAStopUnderTheListeningSocket();
+  EXPECT_EQ("", Service::Errors());
+}
+
+TEST_P(StopTest, WhileConnectedEndsWithStatus0) {
+  StartLinked();
+  ExpectAnOrderlyStop();
+  EXPECT_EQ("closed", relay->NextPacket());
+}
+
+TEST_P(StopTest, WithOpenPortsEndsWithStatus0) {
+  configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
+  udev.AddAdapterAtPort(0, "/dev/ttyUSB0");
+  const Device adapter("/dev/ttyUSB0");
+  StartWithOpenPort();
+  ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0000"),
+            relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
+  ExpectAnOrderlyStop();
+}
+
+TEST_P(StopTest, WithAnUnpluggedPortEndsWithStatus0) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  ExpectAnOrderlyStop();
+}
+
+TEST_P(StopTest, WhileListeningAgainEndsWith255AndNoExitText) {
+  StartLinked();
+  relay->Leaves();
+  ASSERT_TRUE(Service::Prints("[LISTEN]IP:", 2));
+  ExpectAStopUnderTheListeningSocket();
+}
+
+// The stop comes before the relink looks, in the middle of it, or behind it.
+TEST_P(StopTest, RightAfterTheRelayHasLeftEndsTheProcess) {
+  StartWithOpenPort();
+  relay->Leaves();
+  const std::string end = Stopped();
+  EXPECT_TRUE(end == "exit 0" || end == "exit 255") << end;
+  EXPECT_EQ(end == "exit 0", Service::Errors().ends_with("終了\n"));
+  EXPECT_EQ(end == "exit 0" ? 1U : 0U, LogFile::Count(kStopped));
+}
+
+TEST_P(StopTest, WhileARelayReadsNothingEndsWithStatus0) {
+  StartWithOpenPort();
+  Clog();
+  ExpectAnOrderlyStop();
+}
+
+class SlowSearchTest : public ServiceTest {
+ protected:
+  SlowSearchTest() {
+    configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
+    UdevDatabase::WaitsFor("/tmp/e2e/go-on");
+  }
+  void StartSearching() {
+    StartLinked();
+    relay->Sends("0015 01 02 000F '#USBSerialPort0'");
+    ASSERT_TRUE(Becomes([] { return UdevDatabase::Runs() == 1; }));
+  }
+};
+
+class SearchStopTest : public SlowSearchTest, public testing::WithParamInterface<Signal> {};
+
+INSTANTIATE_TEST_SUITE_P(By, SearchStopTest,
+                         testing::Values(Signal{"Sighup", SIGHUP}, Signal{"Sigterm", SIGTERM}),
+                         NameOf<Signal>);
+
+TEST_P(SearchStopTest, DuringASlowSearchForAnAdapterEndsWithStatus0) {
+  StartSearching();
+  EXPECT_EQ("exit 0", Stop(GetParam().number));
+  EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
+}
+
+// While the C library runs a command for a process, that process ignores SIGINT.
+TEST_F(SlowSearchTest, ASigintDuringASlowSearchIsLost) {
+  StartSearching();
+  service->Signal(SIGINT);
+  workplace::WriteWhole("/tmp/e2e/go-on", "");
+  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0002"), relay->NextPacket());
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ(0U, LogFile::Count(kStopRequested));
+  EXPECT_EQ("exit 0", Stop(SIGINT));
+}
+
+TEST_F(ServiceTest, ASecondSignalDuringTheStopEndsItOnceWithStatus0) {
+  StartWithOpenPort();
+  Settle();
+  service->Signal(SIGTERM);
+  ASSERT_TRUE(LogFile::Shows(kStopRequested));
+  service->Signal(SIGHUP);  // while the first is still waiting for the receive thread
+  EXPECT_EQ("exit 0", service->WaitForExit());
+  EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
+  EXPECT_EQ(Service::Errors().find("終了"), Service::Errors().rfind("終了"));
+  EXPECT_EQ(2U, LogFile::Count(kStopRequested));
+  EXPECT_EQ(1U, LogFile::Count(kStopped));
+}
+
+TEST_F(ServiceTest, AllThreeSignalsAtOnceEndItOnceWithStatus0) {
+  StartWithOpenPort();
+  Settle();
+  service->Signal(SIGTERM);
+  service->Signal(SIGHUP);
+  service->Signal(SIGINT);
+  EXPECT_EQ("exit 0", service->WaitForExit());
+  EXPECT_EQ(Service::Errors().find("終了"), Service::Errors().rfind("終了"));
+  EXPECT_EQ(1U, LogFile::Count(kStopped));
+}
+
+// A stop takes about two seconds: closing the stream does not wake the thread that reads it, and
+// the wait for that thread is bounded.
+TEST_F(ServiceTest, AStopTakesAboutTwoSeconds) {
+  StartLinked();
+  const std::chrono::milliseconds taken = TimeOf([&] { EXPECT_EQ("exit 0", Stop(SIGTERM)); });
+  EXPECT_GE(taken, std::chrono::milliseconds(1900));
+  EXPECT_LT(taken, std::chrono::milliseconds(8000));
+}
+
+// Standard output is a pipe that holds the first line and not the second: the service waits in the
+// middle of Listen, with its peer accepted, for as long as the test likes.
+TEST_F(ServiceTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
+  int pipe[2] = {};
+  ASSERT_EQ(0, pipe2(pipe, O_CLOEXEC));
+  const auto capacity = static_cast<size_t>(fcntl(pipe[1], F_SETPIPE_SZ, 4096));
+  const std::string filling(
+      capacity - std::string_view("[LISTEN]IP:127.0.0.1(PORT:60004)\n").size(), '.');
+  ASSERT_EQ(static_cast<ssize_t>(filling.size()), write(pipe[1], filling.data(), filling.size()));
+  service = std::make_unique<Service>(Service::Session::kInherited, pipe[1]);
+  const Relay first;
+  ASSERT_TRUE(Becomes([&] { return service->Sockets() == 2; }));
+  service->Signal(SIGTERM);
+  ASSERT_TRUE(LogFile::Shows(kStopRequested));
+  std::string read(2 * capacity, '\0');
+  ASSERT_LT(0, ::read(pipe[0], read.data(), read.size()));
+
+  // The stop has closed the link, which counts as one that broke.
+  relay = std::make_unique<Relay>();
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ("exit 0", Stop(SIGTERM));
+  EXPECT_EQ(2U, LogFile::Count(kStopRequested));
+  (void)close(pipe[0]);
+  (void)close(pipe[1]);
+}
+
+}  // namespace

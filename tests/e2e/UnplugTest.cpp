@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: MIT
+// Devices that are unplugged and plugged in again under an open port.
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+#include "e2e/ServiceTest.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr const char* kDeviceClosed =
+    "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]";
+constexpr const char* kCannotOpen =
+    "1 SerialPortHandler SerialPort.cpp 4 Cannot open serial device. [Port /dev/ttyS2]";
+constexpr const char* kSendFailed =
+    "1 SerialPortHandler SerialPortHandler.cpp 4 Serial Device Send Error.";
+
+class UnplugTest : public ServiceTest {
+ protected:
+  void ExpectDataBothWays() {
+    ASSERT_TRUE(device->Sends("A"));
+    EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 'A'"), relay->NextPacket());
+    relay->Sends("0019 04 02 000E '#PhysicalPort0' 01 01 0001 'B'");
+    EXPECT_EQ("B", device->Reads(1));
+  }
+};
+
+TEST_F(UnplugTest, TheDescriptorIsLetGoWithinHalfASecond) {
+  StartWithOpenPort();
+  const std::string node = device->Node();
+  ASSERT_TRUE(service->Holds(node));
+  const milliseconds taken = TimeOf([&] {
+    device->Unplug();
+    EXPECT_TRUE(Becomes([&] { return !service->Holds(node); }));
+  });
+  EXPECT_LT(taken, milliseconds(500));
+}
+
+TEST_F(UnplugTest, AReplugReopensThePortAndDataFlowAgain) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  EXPECT_TRUE(LogFile::Shows(kDeviceClosed));
+  device->Plug();
+  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
+  ExpectDataBothWays();
+  EXPECT_EQ(1U, LogFile::Count(kDeviceClosed));
+}
+
+// The port looks for its device every 500 ms.
+TEST_F(UnplugTest, AReplugIsNoticedAboutHalfASecondLater) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  const milliseconds taken = TimeOf([&] {
+    device->Plug();
+    EXPECT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
+  });
+  EXPECT_LT(taken, milliseconds(2500));
+}
+
+TEST_F(UnplugTest, TwentyReplugsAreAllSurvived) {
+  StartWithOpenPort();
+  for (size_t round = 1; round <= 20; ++round) {
+    device->Unplug();
+    ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n", round));
+    device->Plug();
+    ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", round + 1));
+    ExpectDataBothWays();
+  }
+}
+
+TEST_F(UnplugTest, AnUnpluggedUsbAdapterComesBackAtItsPath) {
+  configuration.Port("#USBSerialPort3", "9600 8 none 1 none");
+  udev.AddAdapterAtPort(3, "/dev/ttyUSB1");
+  device = std::make_unique<Device>("/dev/ttyUSB1");
+  StartLinked();
+  ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort3' 0000"),
+            relay->Answer("0015 01 02 000F '#USBSerialPort3'"));
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyUSB1)port close\n"));
+  device->Plug();
+  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyUSB1]\n", 2));
+  ASSERT_TRUE(device->Sends("A"));
+  EXPECT_EQ(Wire("001A 04 02 000F '#USBSerialPort3' 01 02 0001 'A'"), relay->NextPacket());
+  EXPECT_EQ(1U, UdevDatabase::Runs());
+}
+
+TEST_F(UnplugTest, OnlyTheUnpluggedPortIsLost) {
+  configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
+  udev.AddAdapterAtPort(0, "/dev/ttyUSB0");
+  Device adapter("/dev/ttyUSB0");
+  StartWithOpenPort();
+  ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0000"),
+            relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
+  adapter.Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyUSB0)port close\n"));
+  ExpectDataBothWays();
+}
+
+// A send looks for the device itself; what does not find one ends the command.
+TEST_F(UnplugTest, DataForAnUnpluggedPortAreLoggedOnceAndLaterBlocksAreSkipped) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  relay->Sends("0021 04 02 000E '#PhysicalPort0' 03  01 0001 'A'  01 0001 'B'  01 0001 'C'");
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ(1U, LogFile::Count(kCannotOpen));
+  EXPECT_EQ(1U, LogFile::Count(kSendFailed));
+}
+
+TEST_F(UnplugTest, DataRightAfterTheReplugReachTheNewDevice) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  device->Plug();
+  relay->Sends("0019 04 02 000E '#PhysicalPort0' 01 01 0001 'B'");  // need not wait for the look
+  EXPECT_EQ("B", device->Reads(1));
+  EXPECT_EQ(0U, LogFile::Count(kSendFailed));
+}
+
+TEST_F(UnplugTest, AnUnpluggedPortIsStillOpenForItsCommands) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0003"), relay->Answer(kOpenPort0));
+  EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
+  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0004"), relay->Answer(kOpenPort0));
+}
+
+// The line takes no more while the far end does not read, so the write hangs when it is unplugged.
+TEST_F(UnplugTest, AWriteThatAnUnplugInterruptsGoesOnAtTheReplug) {
+  StartWithOpenPort();
+  relay->Sends("F018 04 02 000E '#PhysicalPort0' 01 01 F000" + HexOf(std::string(0xF000, 'x')));
+  ASSERT_EQ("x", device->Reads(1));
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  device->Plug();
+  EXPECT_EQ("xxxx", device->Reads(4));
+  relay->Sends(kFence);
+  EXPECT_TRUE(Becomes([&] {
+    (void)device->ReadsWaiting();
+    return LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 close command proc.") == 1;
+  }));
+  EXPECT_EQ(Wire(kFenceReply), relay->NextPacket());
+}
+
+long ProcessorTicks(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string skipped;
+  long user = 0;
+  long system = 0;
+  std::getline(file, skipped, ')');
+  for (int field = 0; field < 11; ++field) {
+    file >> skipped;
+  }
+  file >> user >> system;
+  return user + system;
+}
+
+// A hung-up line reads as empty at once; taken for an idle one it would be read for ever.
+TEST_F(UnplugTest, AnUnpluggedPortCostsNextToNoProcessorTime) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  const long before = ProcessorTicks(service->Pid());
+  std::this_thread::sleep_for(milliseconds(1500));  // the cost of a time is what is looked at
+  EXPECT_LT(ProcessorTicks(service->Pid()) - before, 30);  // of 150
+}
+
+// A service under most supervisors leads a session. The line that it opens must not become its
+// controlling terminal: the hang-up would be a SIGHUP, a request to stop.
+TEST_F(UnplugTest, AServiceThatLeadsASessionSurvivesTheHangUpOfItsPort) {
+  StartWithOpenPort(Service::Session::kOwn);
+  device->Unplug();
+  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  device->Plug();
+  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
+  ExpectDataBothWays();
+  EXPECT_EQ("still running", service->State());
+  EXPECT_EQ(0U, LogFile::Count(kStopRequested));
+  EXPECT_EQ("exit 0", Stop(SIGHUP));
+  EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
+}
+
+}  // namespace
