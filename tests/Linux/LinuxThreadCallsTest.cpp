@@ -22,7 +22,10 @@ using testing::IsEmpty;
 
 class LinuxThreadCallsTest : public testing::Test {
  protected:
-  void SetUp() override { countedCalls = &calls; }
+  void SetUp() override {
+    ForgetCapturedLog();
+    countedCalls = &calls;
+  }
 
   void TearDown() override {
     routine.Release();

@@ -16,6 +16,7 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 TEST(LinuxThreadTest, ARoutineThatNeverEndsCostsAboutTwoSecondsAndOneLogLine) {
+  ForgetCapturedLog();
   Routine routine;
   CLinuxThread thread;
   ASSERT_EQ(0, thread.Start(Routine::Run, &routine));

@@ -21,6 +21,7 @@ bool IsBlocked(int signal) {
 class StopSignalTest : public testing::TestWithParam<int> {
  protected:
   void SetUp() override {
+    caught = 0;
     struct sigaction action {};
     action.sa_handler = Catch;
     ASSERT_EQ(0, sigaction(GetParam(), &action, nullptr));

@@ -4,6 +4,15 @@
 #include <future>
 
 #include "Linux/LinuxThread.h"
+#include "comm/CommCalls.h"
+#include "support/CapturedLog.h"
+
+void ConnectionFixture::SetUp() {
+  ForgetCapturedLog();
+  commCalls.sendLimit = -1;
+  commCalls.sendsBeforeError = -1;
+  commCalls.sends = 0;
+}
 
 void ConnectionFixture::TearDown() {
   Unlink();

@@ -13,6 +13,7 @@
 // A connection under test, its owner's record and the peer at its far end.
 class ConnectionFixture : public testing::Test {
  protected:
+  void SetUp() override;
   void TearDown() override;
 
   // Listens until the peer has connected; Listen's result.

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "protocol/CommandPacket.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -8,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/CommandPacket.h"
 #include "support/Hex.h"
 
 namespace {

@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "protocol/PacketBuilder.h"
-
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "protocol/PacketBuilder.h"
 #include "protocol/WireFormat.h"
 #include "support/Hex.h"
 

@@ -23,6 +23,11 @@ std::vector<LogLine> CapturedLog() {
   return captured;
 }
 
+void ForgetCapturedLog() {
+  const std::lock_guard guard(captureLock);
+  captured.clear();
+}
+
 std::vector<std::string> CapturedMessages() {
   std::vector<std::string> messages;
   for (const LogLine& line : CapturedLog()) {

@@ -17,5 +17,7 @@ struct LogLine {
 // All lines so far, in the order in which they came. Any thread may ask.
 std::vector<LogLine> CapturedLog();
 
+void ForgetCapturedLog();
+
 // The messages alone.
 std::vector<std::string> CapturedMessages();
