@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The conversations of the document and its refused packets, held with the real process.
+#include <array>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <map>
 #include <ostream>
-#include <regex>
+#include <sstream>
 
 #include "e2e/ServiceTest.h"
 #include "protocol-doc/Document.h"
@@ -25,24 +28,36 @@ class ConversationTest : public ServiceTest, public testing::WithParamInterface<
  protected:
   ConversationTest() { configuration = Configuration(); }
 
-  // What the document says about the machine.
+  // What the document says about the machine:
+  //   #PhysicalPort0 is configured: 9600 8 none 1 none
+  //   /dev/ttyS2 is a serial device
+  //   /dev/ttyUSB0 is adapter 0403:6001 at #USBSerialPort0
   void SetUpMachine(const Step& step) {
-    static const std::regex configured("(#\\w+) is configured: (\\S+ \\S+ \\S+ \\S+ \\S+)");
-    static const std::regex plain("(/dev/\\w+) is a serial device");
-    static const std::regex adapter(
-        "(/dev/\\w+) is adapter ([0-9a-f]{4}):([0-9a-f]{4}) at #USBSerialPort([0-5])");
-    std::smatch parts;
-    if (std::regex_match(step.words, parts, configured)) {
-      configuration.Port(parts[1], parts[2]);
-    } else if (std::regex_match(step.words, parts, plain)) {
-      devices[parts[1]] = std::make_unique<Device>(parts[1]);
-    } else if (std::regex_match(step.words, parts, adapter)) {
-      devices[parts[1]] = std::make_unique<Device>(parts[1]);
-      udev.AddAdapterAtPort(static_cast<unsigned>(std::stoul(parts[4])), parts[1], parts[2],
-                            parts[3]);
-    } else {
-      FAIL() << "no known set-up";
+    constexpr const char* kConfigured = " is configured: ";
+    if (const size_t at = step.words.find(kConfigured); at != std::string::npos) {
+      const std::string settings = step.words.substr(at + std::strlen(kConfigured));
+      return configuration.Port(step.words.substr(0, at), settings);
     }
+    std::istringstream words(step.words);
+    std::string node;
+    words >> node;
+    devices[node] = std::make_unique<Device>(node);
+    if (step.words != node + " is a serial device") {
+      PlugIn(node, step.words);
+    }
+  }
+
+  void PlugIn(const std::string& node, const std::string& words) {
+    std::array<char, 5> vendor{};
+    std::array<char, 5> product{};
+    unsigned port = 0;
+    const int found =
+        std::sscanf(words.c_str(), "%*s is adapter %4[0-9a-f]:%4[0-9a-f] at #USBSerialPort%u",
+                    vendor.data(), product.data(), &port);
+    const std::string whole = node + " is adapter " + vendor.data() + ":" + product.data() +
+                              " at #USBSerialPort" + std::to_string(port);
+    ASSERT_TRUE(found == 3 && words == whole) << "no known set-up";
+    udev.AddAdapterAtPort(port, node, vendor.data(), product.data());
   }
 
   void Do(const Step& step) {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
-#include <regex>
+#include <string_view>
 
 #include "support/Hex.h"
 
@@ -13,16 +13,65 @@ namespace {
 
 constexpr const char* kKinds[] = {"packets", "refused", "conversation"};
 
+constexpr std::string_view kFence = "```";
+constexpr std::string_view kTextFence = "```text";
+constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+constexpr std::string_view kHexDigitsOfAnyCase = "0123456789ABCDEFabcdef";
+constexpr std::string_view kNothing;
+
+std::string_view WithoutIndent(std::string_view line) {
+  const size_t begin = line.find_first_not_of(" \t");
+  return begin == std::string_view::npos ? kNothing : line.substr(begin);
+}
+
+// Takes the text up to the next blank off the front of `rest`, and the blank.
+std::string_view TakeWord(std::string_view& rest) {
+  const std::string_view word = rest.substr(0, rest.find(' '));
+  rest.remove_prefix(std::min(rest.size(), word.size() + 1));
+  return word;
+}
+
+// Whole bytes in upper case, with blanks only between them.
+bool IsHex(std::string_view text) {
+  bool hasDigits = false;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::string_view word = TakeWord(rest);
+    if (word.size() % 2 != 0 || word.find_first_not_of(kHexDigits) != std::string_view::npos) {
+      return false;
+    }
+    hasDigits = hasDigits || !word.empty();
+  }
+  return hasDigits;
+}
+
+bool IsFence(std::string_view line) {
+  const std::string_view text = WithoutIndent(line);
+  return text.starts_with("```") || text.starts_with("~~~");
+}
+
+bool LooksLikeAStep(std::string_view line) {
+  std::string_view text = WithoutIndent(line);
+  if (text.starts_with("/dev/")) {
+    (void)TakeWord(text);
+  }
+  if (!text.starts_with('<') && !text.starts_with('>')) {
+    return false;
+  }
+  const std::string_view begin = WithoutIndent(text.substr(1)).substr(0, 2);
+  return begin.size() == 2 &&
+         begin.find_first_not_of(kHexDigitsOfAnyCase) == std::string_view::npos;
+}
+
 class Reader {
  public:
   Document Read(std::istream& text) {
     for (std::string line; std::getline(text, line);) {
       ++lineNumber;
-      if (std::regex_search(line, fence)) {
+      if (IsFence(line)) {
         BeginOrEnd(line);
       } else if (inFence && !isPlainText) {
         AddStep(line);
-      } else if (std::regex_search(line, stray)) {
+      } else if (LooksLikeAStep(line)) {
         Complain("outside of an example: " + line);
       }
     }
@@ -34,13 +83,14 @@ class Reader {
 
  private:
   void BeginOrEnd(const std::string& line) {
-    std::smatch parts;
-    if (inFence && line == "```") {
+    std::string_view rest = line;
+    const std::string kind(TakeWord(rest));
+    if (inFence && line == kFence) {
       End();
-    } else if (!inFence && line == "```text") {
+    } else if (!inFence && line == kTextFence) {
       isPlainText = inFence = true;
-    } else if (!inFence && std::regex_match(line, parts, heading)) {
-      Begin(parts[1], parts[2]);
+    } else if (!inFence && kind.starts_with(kFence) && !rest.empty()) {
+      Begin(kind.substr(kFence.size()), std::string(rest));
     } else {
       Complain("not a block that can be executed: " + line);
     }
@@ -73,33 +123,33 @@ class Reader {
     }
   }
 
-  std::optional<Step> ToStep(const std::string& line) const {
-    std::smatch parts;
-    if (std::regex_match(line, parts, packet)) {
-      const Mark mark = parts[1] == ">" ? Mark::kToService : Mark::kFromService;
-      return Step{mark, "", FromHex(parts[2]), parts[3], lineNumber};
+  std::optional<Step> ToStep(std::string_view line) const {
+    std::string_view rest = line;
+    std::string_view first = TakeWord(rest);
+    if ((first == "=" || first == "!") && !rest.empty()) {
+      const Mark mark = first == "=" ? Mark::kSetUp : Mark::kEnd;
+      return Step{mark, "", {}, std::string(rest), lineNumber};
     }
-    if (std::regex_match(line, parts, onLine)) {
-      const Mark mark = parts[2] == ">" ? Mark::kToLine : Mark::kFromLine;
-      return Step{mark, parts[1], FromHex(parts[3]), parts[4], lineNumber};
+    const bool isOnLine = first.starts_with("/dev/");
+    const std::string device(isOnLine ? first : kNothing);
+    if (isOnLine) {
+      first = TakeWord(rest);
     }
-    if (std::regex_match(line, parts, statement)) {
-      const Mark mark = parts[1] == "=" ? Mark::kSetUp : Mark::kEnd;
-      return Step{mark, "", {}, parts[2], lineNumber};
+    const std::string_view hex = rest.substr(0, rest.find('#'));
+    rest.remove_prefix(hex.size());
+    if ((first != ">" && first != "<") || !IsHex(hex) || TakeWord(rest) != "#" || rest.empty()) {
+      return std::nullopt;
     }
-    return std::nullopt;
+    const bool fromRelay = first == ">";
+    const Mark onLine = fromRelay ? Mark::kToLine : Mark::kFromLine;
+    const Mark packet = fromRelay ? Mark::kToService : Mark::kFromService;
+    return Step{isOnLine ? onLine : packet, device, FromHex(std::string(hex)), std::string(rest),
+                lineNumber};
   }
 
   void Complain(const std::string& what) {
     document.problems.push_back("line " + std::to_string(lineNumber) + ": " + what);
   }
-
-  const std::regex fence{R"(^\s*(```|~~~))"};
-  const std::regex heading{R"(```(\w+) (\w+))"};
-  const std::regex stray{R"(^\s*([<>]|/dev/\w+ [<>]) *[0-9A-Fa-f]{2})"};
-  const std::regex packet{R"(([<>]) ((?:[0-9A-F]{2} *)+)# (\S.*))"};
-  const std::regex onLine{R"((/dev/\w+) ([<>]) ((?:[0-9A-F]{2} *)+)# (\S.*))"};
-  const std::regex statement{R"(([=!]) (\S.*))"};
 
   Document document;
   size_t lineNumber = 0;
