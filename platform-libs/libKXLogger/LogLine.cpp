@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include "libKXLogger/LogLine.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace kxlogger {
+namespace {
+
+using std::chrono::day;
+using std::chrono::month;
+using std::chrono::sys_days;
+using std::chrono::year;
+
+constexpr LogTime kFirstTime = sys_days(year(0) / month(1) / day(1));
+constexpr LogTime kLastTime =
+    sys_days(year(10000) / month(1) / day(1)) - std::chrono::microseconds(1);
+
+constexpr std::string_view kCutMark = "...";
+constexpr std::size_t kLongestCharacter = 4;  // bytes of one character in UTF-8
+
+bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7f; }
+
+bool IsContinuation(unsigned char byte) { return (byte & 0xc0) == 0x80; }
+
+// Text in a buffer of fixed size that ends itself with the cut mark when it grows too long.
+class Line {
+ public:
+  explicit Line(std::span<char> buffer) : space(buffer), limit(buffer.size() - 1) {}
+
+  // Whole or not at all; the first piece that does not fit ends the line.
+  void Piece(std::string_view piece) {
+    if (cut) {
+      return;
+    }
+    RememberCut(piece);
+    if (piece.size() > limit - size) {
+      cut = true;
+      size = cutAt;
+      Copy(kCutMark);
+    } else {
+      Copy(piece);
+    }
+  }
+
+  void Number(std::int64_t value, std::size_t width = 1) {
+    std::array<char, 24> digits;
+    const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    const auto count = static_cast<std::size_t>(end - digits.data());
+    for (std::size_t i = count; i < width; ++i) {
+      Piece("0");
+    }
+    Piece({digits.data(), count});
+  }
+
+  void Field(std::string_view text) {
+    for (const char& character : text) {
+      const auto byte = static_cast<unsigned char>(character);
+      if (IsControl(byte)) {
+        constexpr std::string_view kHex = "0123456789abcdef";
+        const std::array<char, 4> shown = {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xf]};
+        Piece({shown.data(), shown.size()});
+      } else {
+        Piece({&character, 1});
+      }
+    }
+  }
+
+  std::size_t Finish() {
+    space[size] = '\n';
+    return size + 1;
+  }
+
+ private:
+  // A cut leaves room for its mark and never parts a character in UTF-8. Text that is no UTF-8 may
+  // consist of continuation bytes alone; then no more than a character's length is given up.
+  void RememberCut(std::string_view next) {
+    const bool inside = !next.empty() && IsContinuation(static_cast<unsigned char>(next[0]));
+    if ((!inside || size - cutAt >= kLongestCharacter) && size + kCutMark.size() <= limit) {
+      cutAt = size;
+    }
+  }
+
+  void Copy(std::string_view text) {
+    std::copy(text.begin(), text.end(), space.begin() + static_cast<std::ptrdiff_t>(size));
+    size += text.size();
+  }
+
+  std::span<char> space;
+  std::size_t limit;  // bytes before the newline
+  std::size_t size = 0;
+  std::size_t cutAt = 0;
+  bool cut = false;
+};
+
+void AppendTime(Line& line, LogTime time) {
+  const LogTime shown = std::clamp(time, kFirstTime, kLastTime);
+  const sys_days midnight = std::chrono::floor<std::chrono::days>(shown);
+  const std::chrono::year_month_day date(midnight);
+  const std::chrono::hh_mm_ss clock(shown - midnight);
+  line.Number(static_cast<int>(date.year()), 4);
+  line.Piece("-");
+  line.Number(static_cast<unsigned>(date.month()), 2);
+  line.Piece("-");
+  line.Number(static_cast<unsigned>(date.day()), 2);
+  line.Piece("T");
+  line.Number(clock.hours().count(), 2);
+  line.Piece(":");
+  line.Number(clock.minutes().count(), 2);
+  line.Piece(":");
+  line.Number(clock.seconds().count(), 2);
+  line.Piece(".");
+  line.Number(clock.subseconds().count(), 6);
+  line.Piece("Z");
+}
+
+}  // namespace
+
+std::size_t ComposeLine(std::span<char> buffer, std::string_view prefix, const LogRecord& record) {
+  std::string_view message = record.message;
+  while (!message.empty() && message.back() == '\n') {
+    message.remove_suffix(1);
+  }
+  Line line(buffer);
+  line.Piece(prefix);
+  AppendTime(line, record.time);
+  line.Piece(" ");
+  line.Number(record.level);
+  line.Piece(" ");
+  line.Field(record.module);
+  line.Piece(" ");
+  line.Field(record.file);
+  line.Piece(":");
+  line.Field(record.line);
+  line.Piece(" ");
+  line.Field(record.tag);
+  line.Piece(" ");
+  line.Field(message);
+  return line.Finish();
+}
+
+std::string_view JournalPrefix(int level) {
+  constexpr std::array<std::string_view, 4> kPrefixes = {"<2>", "<3>", "<4>", "<6>"};
+  if (level > 3) {
+    return "<7>";
+  }
+  return kPrefixes[static_cast<std::size_t>(std::max(level, 0))];
+}
+
+bool NamesStream(std::string_view journalStream, std::uint64_t device, std::uint64_t inode) {
+  const char* const end = journalStream.data() + journalStream.size();
+  std::uint64_t namedDevice = 0;
+  const auto first = std::from_chars(journalStream.data(), end, namedDevice);
+  if (first.ec != std::errc() || first.ptr == end || *first.ptr != ':') {
+    return false;
+  }
+  std::uint64_t namedInode = 0;
+  const auto second = std::from_chars(first.ptr + 1, end, namedInode);
+  return second.ec == std::errc() && second.ptr == end && namedDevice == device &&
+         namedInode == inode;
+}
+
+}  // namespace kxlogger
