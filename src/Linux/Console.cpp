@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <new>
 
 #include "Linux/LinuxLock.h"
 #include "Linux/LockGuard.h"
@@ -14,16 +12,12 @@
 namespace {
 
 // One for each stream. A pipe that is full would otherwise let another line into the middle of a
-// long one. Never destroyed: a thread may write while the process ends.
-CAbstractLock& StreamLock(int descriptor) {
-  alignas(CLinuxLock) static std::byte places[2][sizeof(CLinuxLock)];
-  static CLinuxLock& output = *new (places[0]) CLinuxLock;
-  static CLinuxLock& error = *new (places[1]) CLinuxLock;
-  return descriptor == STDOUT_FILENO ? output : error;
-}
+// long one. Made before main, so that they outlive whatever writes on the way out.
+CLinuxLock outputLock;
+CLinuxLock errorLock;
 
-void WriteWhole(int descriptor, std::string_view text) {
-  const CLockGuard guard(StreamLock(descriptor));
+void WriteWhole(int descriptor, CAbstractLock& lock, std::string_view text) {
+  const CLockGuard guard(lock);
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());
     if (written > 0) {
@@ -36,9 +30,9 @@ void WriteWhole(int descriptor, std::string_view text) {
 
 }  // namespace
 
-void WriteStandardOutput(std::string_view text) { WriteWhole(STDOUT_FILENO, text); }
+void WriteStandardOutput(std::string_view text) { WriteWhole(STDOUT_FILENO, outputLock, text); }
 
-void WriteStandardError(std::string_view text) { WriteWhole(STDERR_FILENO, text); }
+void WriteStandardError(std::string_view text) { WriteWhole(STDERR_FILENO, errorLock, text); }
 
 void EnsureStandardStreams() {
   // open gives the lowest free number, so the loop ends at the first one above the three.

@@ -26,29 +26,28 @@ void LogError(const char* message, int line = __builtin_LINE()) {
   WriteLog(kLogModule, kLogFile, line, kLogTag, LogLevel::kError, message);
 }
 
-// Written by starting and ending threads, read by WaitUntilNoneRuns.
+// Routines whose thread is being made, runs or is being unwound. Written by starting and ending
+// threads, read by WaitUntilNoneRuns.
 std::atomic<int> runningRoutines{0};
 
-// Counts one routine from before its thread exists until it has returned or was unwound.
-class CRunningRoutine {
- public:
-  CRunningRoutine(ThreadRoutine toRun, void* itsArgument) : routine(toRun), argument(itsArgument) {
-    ++runningRoutines;
-  }
-  ~CRunningRoutine() { --runningRoutines; }
-  CRunningRoutine(const CRunningRoutine&) = delete;
-  CRunningRoutine& operator=(const CRunningRoutine&) = delete;
-
-  void* Run() const { return routine(argument); }
-
- private:
+struct RoutineCall {
   ThreadRoutine routine;
   void* argument;
 };
 
-void* RunRoutine(void* running) {
-  const std::unique_ptr<CRunningRoutine> owned(static_cast<CRunningRoutine*>(running));
-  return owned->Run();
+// Counts a routine out when it returns and when its thread is cancelled.
+class CRoutineEnd {
+ public:
+  CRoutineEnd() = default;
+  ~CRoutineEnd() { --runningRoutines; }
+  CRoutineEnd(const CRoutineEnd&) = delete;
+  CRoutineEnd& operator=(const CRoutineEnd&) = delete;
+};
+
+void* RunRoutine(void* call) {
+  const CRoutineEnd end;
+  const std::unique_ptr<RoutineCall> owned(static_cast<RoutineCall*>(call));
+  return owned->routine(owned->argument);
 }
 
 // The C library loads its unwinder at the first pthread_cancel, with malloc and locks. A stop can
@@ -72,13 +71,15 @@ CLinuxThread::~CLinuxThread() {
 
 int CLinuxThread::Start(ThreadRoutine routine, void* argument) {
   LoadUnwinder();
-  auto running = std::make_unique<CRunningRoutine>(routine, argument);
+  auto call = std::make_unique<RoutineCall>(RoutineCall{routine, argument});
+  ++runningRoutines;
   const CSignalMask blocked(CSignalMask::AllSignals());  // the new thread inherits it
-  if (pthread_create(&handle, nullptr, RunRoutine, running.get()) != 0) {
+  if (pthread_create(&handle, nullptr, RunRoutine, call.get()) != 0) {
+    --runningRoutines;
     handle = 0;  // the C library leaves a stale one behind
     return -1;
   }
-  (void)running.release();
+  (void)call.release();  // the new thread's now
   return 0;
 }
 
