@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+// Closing, and threads that outlive it.
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "serial/SerialPortTest.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr unsigned kJoinPause = 100'000;  // microseconds
+
+double MillisecondsSince(steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(steady_clock::now() - start).count();
+}
+
+TEST_F(SerialPortTest, CloseClosesTheDeviceAndEndsTheThread) {
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(descriptors + 1, OpenDescriptorCount());
+  EXPECT_EQ(0, port->Close());
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, CloseOfAnIdlePortDoesNotGiveUpOnItsThread) {
+  ASSERT_EQ(0, Open());
+  const auto start = steady_clock::now();
+  EXPECT_EQ(0, port->Close());
+  EXPECT_LT(MillisecondsSince(start), 1900);
+}
+
+TEST_F(SerialPortTest, ASecondCloseReturns0AndDoesNothing) {
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(0, port->Close());
+  calls.Forget();
+  EXPECT_EQ(0, port->Close());
+  EXPECT_THAT(calls.Texts(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, DestructionClosesTheDeviceAndEndsTheThread) {
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  port.reset();
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
+}
+
+TEST_F(SerialPortTest, CloseWhileUnpluggedReturns0) {
+  ASSERT_EQ(0, Open());
+  Unplug();
+  ASSERT_TRUE(WaitForOpens(2));
+  EXPECT_EQ(0, port->Close());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
+}
+
+TEST_F(SerialPortTest, AReadThatFailsBecauseOfTheCloseOnlyPrintsRecvError) {
+  StreamCapture output(STDOUT_FILENO);
+  StreamCapture error(STDERR_FILENO);
+  calls.OnRead([&](void*, size_t) -> std::optional<ssize_t> {
+    (void)Eventually([&] { return calls.Count("close") == 1; });
+    errno = EBADF;
+    return -1;
+  });
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ("OPEN[/dev/ttyS2]\n", output.NextLine());
+  ASSERT_TRUE(Eventually([&] { return calls.Count("read") == 1; }));
+  EXPECT_EQ(0, port->Close());
+  EXPECT_EQ("recv error:Bad file descriptor\n", error.Rest());
+  EXPECT_EQ("", output.Rest());
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, AClosedPortThatIsOpenedAnewDoesNotReceive) {
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(0, port->Close());
+  calls.Forget();
+  EXPECT_EQ(0, Open());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000)) << "its thread ends by itself";
+  EXPECT_EQ(0, calls.Count("read"));
+  EXPECT_EQ(2, Send("ab"));
+}
+
+TEST_F(SerialPortTest, AnOpenPortThatIsOpenedAnewHoldsOneDeviceAndReceivesFromIt) {
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(descriptors + 1, OpenDescriptorCount());
+  line->Sends("new");
+  EXPECT_TRUE(receiver.WaitFor("new"));
+}
+
+TEST_F(SerialPortTest, CloseDuringAReopenLeavesTheDeviceClosed) {
+  std::atomic<bool> released{false};
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  calls.OnOpen([&] { (void)Eventually([&] { return released.load(); }); });
+  calls.OnSleep([&](unsigned micro) { released = released || micro == kJoinPause; });
+  calls.Fail("read", EIO);
+  ASSERT_TRUE(WaitForOpens(2));
+  EXPECT_EQ(0, port->Close());  // waits for the thread, which lets the reopen go on
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+  EXPECT_EQ("close()", calls.Texts().back());
+}
+
+TEST_F(SerialPortTest, AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTouchesNothingGone) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(0, pipe(ends));
+  std::atomic<bool> stuck{false};
+  receiver.hook = [&](const uint8_t*, int) {
+    char byte = 0;
+    stuck = true;
+    (void)!read(ends[0], &byte, 1);  // for ever, but it can be cancelled
+  };
+  ASSERT_EQ(0, Open());
+  line->Sends("x");
+  ASSERT_TRUE(Eventually([&] { return stuck.load(); }));
+  const auto start = steady_clock::now();
+  EXPECT_EQ(0, port->Close());
+  EXPECT_GE(MillisecondsSince(start), 1900);
+  EXPECT_LE(MillisecondsSince(start), 10'000);
+  EXPECT_THAT(CapturedMessages(), ElementsAre("error: thread can not join\n"));
+  port.reset();
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  (void)close(ends[0]);
+  (void)close(ends[1]);
+}
+
+TEST_F(SerialPortTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
+  std::atomic<bool> stuck{false};
+  std::atomic<bool> released{false};
+  std::atomic<int> goesOn{0};
+  receiver.hook = [&](const uint8_t*, int) {
+    int earlier = 0;
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &earlier);  // as inside a library's call
+    stuck = true;
+    (void)Eventually([&] { return released.load(); });
+    ++goesOn;
+  };
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  line->Sends("x");
+  ASSERT_TRUE(Eventually([&] { return stuck.load(); }));
+  port.reset();
+  EXPECT_THAT(CapturedMessages(), ElementsAre("error: thread can not join\n"));
+  const int reads = calls.Count("read");
+  released = true;
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_EQ(1, goesOn);
+  EXPECT_EQ(reads, calls.Count("read"));
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+}
+
+TEST_F(SerialPortTest, ManyOpensAndClosesLeaveNoDescriptorBehind) {
+  const int descriptors = OpenDescriptorCount();
+  for (int i = 0; i < 10; ++i) {
+    port = CreateSerialPort("TheModule", "TheTag");
+    ASSERT_EQ(0, Open());
+    ASSERT_EQ(0, port->Close());
+  }
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+}
+
+}  // namespace

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: MIT
+// Opening, receiving and sending.
+#include "serial/SerialPortTest.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(SerialPortTest, ANewPortHasNoNameNoIdsAndOpenKind2) {
+  EXPECT_EQ("", port->GetPortName());
+  EXPECT_EQ(0, port->GetVendorId());
+  EXPECT_EQ(0, port->GetProductId());
+  EXPECT_EQ(2U, port->GetOpenKind());
+}
+
+TEST_F(SerialPortTest, OpenByNameReturns0AndHasOpenKind1) {
+  StreamCapture output(STDOUT_FILENO);
+  EXPECT_EQ(0, Open());
+  EXPECT_EQ("OPEN[/dev/ttyS2]\n", output.Rest());
+  EXPECT_EQ(kName, port->GetPortName());
+  EXPECT_EQ(1U, port->GetOpenKind());
+  EXPECT_EQ(0, port->GetVendorId());
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, TheLineIsSetAsAskedFor) {
+  calls.KeepAttributes({});
+  ASSERT_EQ(0, port->Open(kName, receiver.Callback(), {19200, 7, kParityOdd, kTwoStopBits, 1}));
+  const termios set = calls.Attributes();
+  EXPECT_EQ(B19200, cfgetospeed(&set));
+  EXPECT_EQ(CS7 | PARENB | PARODD | CSTOPB | CRTSCTS,
+            set.c_cflag & (CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS));
+}
+
+TEST_F(SerialPortTest, ReceivedDataReachTheCallbackWithThePortsName) {
+  ASSERT_EQ(0, Open());
+  line->Sends("hello");
+  EXPECT_TRUE(receiver.WaitFor("hello"));
+  EXPECT_THAT(receiver.Names(), Each(std::string(kName)));
+}
+
+TEST_F(SerialPortTest, AReceivedChunkIsDumpedToStandardErrorBeforeTheCallbackRuns) {
+  StreamCapture error(STDERR_FILENO);
+  std::string seen;
+  receiver.hook = [&](const uint8_t*, int) { seen = error.Rest(); };
+  ScriptReads({"AB\r"});
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(WaitForScriptEnd());
+  EXPECT_EQ("Received(3):41 42 0D \n", seen);
+  EXPECT_EQ("", error.Rest());
+}
+
+TEST_F(SerialPortTest, TheDumpOfAChunkIsOneWrite) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends));
+  const int original = dup(STDERR_FILENO);
+  ASSERT_EQ(STDERR_FILENO, dup2(ends[1], STDERR_FILENO));  // keeps each write apart
+  ScriptReads({std::string(4096, '\xEE')});
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(WaitForScriptEnd());
+  std::string dump(20'000, '\0');
+  dump.resize(static_cast<size_t>(std::max<ssize_t>(0, read(ends[0], dump.data(), dump.size()))));
+  ASSERT_EQ(STDERR_FILENO, dup2(original, STDERR_FILENO));
+  for (const int descriptor : {ends[0], ends[1], original}) {
+    (void)close(descriptor);
+  }
+  std::string expected = "Received(4096):";
+  for (int i = 0; i < 4096; ++i) {
+    expected += "EE ";
+  }
+  EXPECT_EQ(expected + "\n", dump);
+}
+
+TEST_F(SerialPortTest, WithoutAListenerDataAreDroppedAndNothingIsPrinted) {
+  StreamCapture error(STDERR_FILENO);
+  ScriptReads({"ABC", "D"});
+  ASSERT_EQ(0, port->Open(kName, {}, kSettings));
+  ASSERT_TRUE(WaitForScriptEnd());
+  EXPECT_EQ("", error.Rest());
+}
+
+TEST_F(SerialPortTest, ReadsAskFor4096Bytes) {
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(Eventually([&] { return calls.Count("read") > 0; }));
+  EXPECT_EQ("read(4096)", calls.Calls("read")[0].text);
+}
+
+TEST_F(SerialPortTest, MoreThan4096BytesComeWholeAndInOrder) {
+  std::string many;
+  for (int i = 0; i < 4000; ++i) {
+    many += std::to_string(i) + ",";
+  }
+  std::atomic<int> longest{0};
+  receiver.hook = [&](const uint8_t*, int length) { longest = std::max(longest.load(), length); };
+  ASSERT_EQ(0, Open());
+  line->Sends(many);
+  EXPECT_TRUE(receiver.WaitFor(many)) << receiver.Bytes().size() << " of " << many.size();
+  EXPECT_LE(longest, 4096);
+}
+
+TEST_F(SerialPortTest, AChunkOf4096BytesIsOneDelivery) {
+  ScriptReads({std::string(4096, 'x')});
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(WaitForScriptEnd());
+  EXPECT_EQ(std::string(4096, 'x'), receiver.Bytes());
+  EXPECT_EQ(1U, receiver.Names().size());
+}
+
+TEST_F(SerialPortTest, BehindAShortChunkTheBufferIsClear) {
+  std::vector<uint8_t> behind;
+  receiver.hook = [&](const uint8_t* data, int length) {
+    behind.assign(data + length, data + 4096);
+  };
+  ScriptReads({std::string(4096, 'x'), "ab"});
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(WaitForScriptEnd());
+  EXPECT_EQ(std::vector<uint8_t>(4094, 0), behind);
+}
+
+TEST_F(SerialPortTest, AnIdleLineDeliversAndPrintsNothing) {
+  StreamCapture error(STDERR_FILENO);
+  ASSERT_EQ(0, Open());
+  ASSERT_TRUE(Eventually([&] { return calls.Count("read") > 3; }));
+  EXPECT_EQ("", error.Rest());
+  EXPECT_THAT(receiver.Names(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, SendWritesAllAndReturnsTheLength) {
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(5, Send("hello"));
+  EXPECT_EQ("hello", line->Receives(5));
+}
+
+TEST_F(SerialPortTest, SendOfLength0OnAnOpenPortReturns0) {
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(0, Send(""));
+  EXPECT_EQ(-2, port->Send(nullptr, -2));
+  EXPECT_EQ(0, calls.Count("write"));
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST_F(SerialPortTest, ShortWritesAreContinued) {
+  ASSERT_EQ(0, Open());
+  calls.OnWrite([](void*, size_t) { return std::optional<ssize_t>(1); });
+  EXPECT_EQ(3, Send("abc"));
+  EXPECT_EQ("abc", line->Receives(3));
+  EXPECT_EQ(3, calls.Count("write"));
+}
+
+TEST_F(SerialPortTest, AWriteThatReturns0IsOfferedAgain) {
+  ASSERT_EQ(0, Open());
+  std::vector<std::string> offered;
+  calls.OnWrite([&](void* bytes, size_t count) {
+    offered.emplace_back(static_cast<const char*>(bytes), count);
+    return offered.size() <= 3 ? std::optional<ssize_t>(0) : std::nullopt;
+  });
+  EXPECT_EQ(3, Send("abc"));
+  EXPECT_THAT(offered, ElementsAre("abc", "abc", "abc", "abc"));
+  EXPECT_EQ("abc", line->Receives(3));
+}
+
+TEST_F(SerialPortTest, AWriteThatFailsForAWhileIsOfferedAgain) {
+  ASSERT_EQ(0, Open());
+  calls.Fail("write", EAGAIN, 1000);
+  EXPECT_EQ(3, Send("abc"));
+  EXPECT_EQ(1001, calls.Count("write"));
+  EXPECT_EQ("abc", line->Receives(3));
+}
+
+// The device does not say how much of a failed write went out.
+TEST_F(SerialPortTest, AWriteThatFailsHalfwayIsOfferedAgainFromItsStart) {
+  ASSERT_EQ(0, Open());
+  calls.OnWrite([](void*, size_t count) { return std::optional<ssize_t>(count == 3 ? 2 : 1); });
+  calls.Fail("write", EIO, 1, 1);
+  EXPECT_EQ(3, Send("abc"));
+  EXPECT_EQ("ababc", line->Receives(5));
+}
+
+}  // namespace

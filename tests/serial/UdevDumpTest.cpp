@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+// The dump of the udev database and its removal.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "serial/UdevScanner.h"
+#include "support/UdevTool.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+namespace fs = std::filesystem;
+
+class UdevDumpTest : public testing::Test {
+ protected:
+  UdevTool udev;
+};
+
+TEST_F(UdevDumpTest, DumpsTheWholeDatabaseIntoTheFile) {
+  const std::string database = RealDatabase("udev-db-six-adapters.txt");
+  udev.Prints(database);
+  EXPECT_EQ(0, DumpDeviceDatabase());
+  EXPECT_EQ(database, ReadText(kDumpFile));
+  EXPECT_THAT(udev.Runs(), ElementsAre("info --export-db"));
+}
+
+TEST_F(UdevDumpTest, AnOlderDumpIsReplaced) {
+  WriteText(kDumpFile, std::string(5000, 'x'));
+  udev.Prints(std::string(100, 'y'));
+  EXPECT_EQ(0, DumpDeviceDatabase());
+  EXPECT_EQ(std::string(100, 'y'), ReadText(kDumpFile));
+}
+
+TEST_F(UdevDumpTest, ADumpOf99BytesIsNone) {
+  udev.Prints(std::string(99, 'x'));
+  EXPECT_EQ(-1, DumpDeviceDatabase());
+}
+
+TEST_F(UdevDumpTest, ADumpOf100BytesIsOne) {
+  udev.Prints(std::string(100, 'x'));
+  EXPECT_EQ(0, DumpDeviceDatabase());
+}
+
+TEST_F(UdevDumpTest, AnEmptyDatabaseIsNone) {
+  udev.Prints("");
+  EXPECT_EQ(-1, DumpDeviceDatabase());
+}
+
+TEST_F(UdevDumpTest, AMissingUdevadmMakesNoDump) {
+  udev.IsMissing();
+  EXPECT_EQ(-1, DumpDeviceDatabase());
+}
+
+TEST_F(UdevDumpTest, TheExitStatusOfUdevadmDoesNotMatter) {
+  udev.Runs("printf '%100s' x; exit 3");
+  EXPECT_EQ(0, DumpDeviceDatabase());
+}
+
+TEST_F(UdevDumpTest, AFolderInTheFilesPlaceMakesNoDumpAndIsNotRemoved) {
+  fs::create_directory(kDumpFile);
+  udev.Prints(RealDatabase("udev-db-six-adapters.txt"));
+  EXPECT_EQ(-1, DumpDeviceDatabase());
+  EXPECT_EQ(-1, RemoveDeviceDatabase());
+  EXPECT_TRUE(fs::is_directory(kDumpFile));
+}
+
+TEST_F(UdevDumpTest, RemovesTheFile) {
+  WriteText(kDumpFile, "x");
+  EXPECT_EQ(0, RemoveDeviceDatabase());
+  EXPECT_FALSE(fs::exists(kDumpFile));
+}
+
+TEST_F(UdevDumpTest, AMissingFileIsNotRemoved) { EXPECT_EQ(-1, RemoveDeviceDatabase()); }
+
+TEST_F(UdevDumpTest, RemovalReports0WhateverBecomesOfIt) {
+  WriteText(kDumpFile, "x");
+  udev.IsMissing();
+  fs::remove(udev.Path("bin/rm"));
+  EXPECT_EQ(0, RemoveDeviceDatabase());
+  EXPECT_TRUE(fs::exists(kDumpFile));
+}
+
+}  // namespace

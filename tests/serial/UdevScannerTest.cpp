@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: MIT
+// Which record of a dump each search chooses.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <ostream>
+
+#include "serial/UdevScanner.h"
+#include "support/UdevTool.h"
+
+namespace {
+
+std::string Record(const std::string& path, const std::string& devName,
+                   const std::string& bus = "usb", const std::string& vendor = "0403",
+                   const std::string& product = "6001") {
+  return "P: " + path + "\nN: x\nE: DEVNAME=" + devName + "\nE: ID_BUS=" + bus +
+         "\nE: ID_VENDOR_ID=" + vendor + "\nE: ID_MODEL_ID=" + product + "\n\n";
+}
+
+constexpr const char* kFirstPlace = "/devices/pci0000:00/0000:00:1d.2/usb4/4-1";
+
+class UdevScannerTest : public testing::Test {
+ protected:
+  void Dump(const std::string& text) { WriteText(kDumpFile, text); }
+
+  std::string ByPlace(int index) {
+    char node[kDevNameSize] = {};
+    const int result = FindDeviceByPortIndex(index, node);
+    return std::to_string(result) + " " + node;
+  }
+  std::string ByIds(unsigned vendor, unsigned product) {
+    UdevRecord record;
+    const int result = FindDeviceByIds(vendor, product, &record);
+    return std::to_string(result) + " " + record.devName;
+  }
+
+  UdevTool udev;
+};
+
+struct Place {
+  int index;
+  const char* path;
+  const char* realNode;  // in the database of six adapters
+};
+
+void PrintTo(const Place& test, std::ostream* stream) { *stream << test.path; }
+
+class UdevTopologyTest : public UdevScannerTest, public testing::WithParamInterface<Place> {};
+
+TEST_P(UdevTopologyTest, IsTheAdapterBelowItsConnectorAlone) {
+  const std::string elsewhere = Record("/devices/pci0000:00/0000:00:1d.9/usb9/9-1", "/dev/other");
+  Dump(elsewhere + Record(std::string(GetParam().path) + "/tty/ttyUSB9", "/dev/ttyUSB9"));
+  for (int index = 0; index < 6; ++index) {
+    EXPECT_EQ(index == GetParam().index ? "1 /dev/ttyUSB9" : "0 ", ByPlace(index)) << index;
+  }
+}
+
+TEST_P(UdevTopologyTest, IsFoundInADatabaseOfSixAdapters) {
+  Dump(RealDatabase("udev-db-six-adapters.txt"));
+  EXPECT_EQ(std::string("1 ") + GetParam().realNode, ByPlace(GetParam().index));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Port, UdevTopologyTest,
+    testing::Values(Place{0, "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/dev/ttyUSB4"},
+                    Place{1, "/devices/pci0000:00/0000:00:1d.2/usb4/4-2", "/dev/ttyUSB5"},
+                    Place{2, "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/dev/ttyUSB3"},
+                    Place{3, "/devices/pci0000:00/0000:00:1d.0/usb2/2-2", "/dev/ttyUSB1"},
+                    Place{4, "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/dev/ttyUSB2"},
+                    Place{5, "/devices/pci0000:00/0000:00:1d.0/usb2/2-1", "/dev/ttyUSB0"}),
+    [](const auto& test) { return "Connector" + std::to_string(test.param.index); });
+
+TEST_F(UdevScannerTest, AnIndexOutsideTheTopologyIsInvalid) {
+  Dump(RealDatabase("udev-db-six-adapters.txt"));
+  EXPECT_EQ("-1 ", ByPlace(-1));
+  EXPECT_EQ("-1 ", ByPlace(6));
+}
+
+TEST_F(UdevScannerTest, NoPlaceForTheNameOrTheRecordIsInvalid) {
+  Dump(RealDatabase("udev-db-six-adapters.txt"));
+  EXPECT_EQ(-1, FindDeviceByPortIndex(0, nullptr));
+  EXPECT_EQ(-1, FindDeviceByIds(0x0403, 0x6001, nullptr));
+}
+
+TEST_F(UdevScannerTest, AMissingDumpFindsNothing) {
+  std::filesystem::remove(kDumpFile);
+  EXPECT_EQ("0 ", ByPlace(0));
+  EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, AFolderInTheDumpsPlaceFindsNothing) {
+  std::filesystem::create_directory(kDumpFile);
+  EXPECT_EQ("0 ", ByPlace(0));
+  EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, TheRawUsbNodeIsSkippedForTheSerialNodeBehindIt) {
+  Dump(Record(kFirstPlace, "/dev/bus/usb/004/002") +
+       Record(std::string(kFirstPlace) + "/4-1:1.0/ttyUSB4/tty/ttyUSB4", "/dev/ttyUSB4"));
+  EXPECT_EQ("1 /dev/ttyUSB4", ByPlace(0));
+  EXPECT_EQ("1 /dev/ttyUSB4", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ARawUsbNodeAloneIsNotFound) {
+  Dump(Record(kFirstPlace, "/dev/bus/usb/004/002"));
+  EXPECT_EQ("0 ", ByPlace(0));
+  EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ADeviceOfAnotherBusIsSkippedByPlaceButFoundByIds) {
+  Dump(Record(kFirstPlace, "/dev/ttyPCI0", "pci") + Record(kFirstPlace, "/dev/ttyUSB4", "usb"));
+  EXPECT_EQ("1 /dev/ttyUSB4", ByPlace(0));
+  EXPECT_EQ("1 /dev/ttyPCI0", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ADeviceWithoutABusIsSkippedByPlaceButFoundByIds) {
+  Dump(Record(kFirstPlace, "/dev/ttyX", ""));
+  EXPECT_EQ("0 ", ByPlace(0));
+  EXPECT_EQ("1 /dev/ttyX", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ABusThatOnlyBeginsWithUsbCounts) {
+  Dump(Record(kFirstPlace, "/dev/ttyX", "usb-serial"));
+  EXPECT_EQ("1 /dev/ttyX", ByPlace(0));
+}
+
+TEST_F(UdevScannerTest, ABusInCapitalsDoesNotCount) {
+  Dump(Record(kFirstPlace, "/dev/ttyX", "USB"));
+  EXPECT_EQ("0 ", ByPlace(0));
+}
+
+TEST_F(UdevScannerTest, AnAdapterBehindAHubAtTheConnectorMatchesTheConnector) {
+  Dump(Record(std::string(kFirstPlace) + "/4-1.3/4-1.3:1.0/ttyUSB7/tty/ttyUSB7", "/dev/ttyUSB7"));
+  EXPECT_EQ("1 /dev/ttyUSB7", ByPlace(0));
+}
+
+// The prefix is compared as text, so the tenth connector of a hub matches the first.
+TEST_F(UdevScannerTest, AConnectorWhoseNumberBeginsWithTheSameDigitMatches) {
+  Dump(Record("/devices/pci0000:00/0000:00:1d.2/usb4/4-10/tty", "/dev/ttyUSB7"));
+  EXPECT_EQ("1 /dev/ttyUSB7", ByPlace(0));
+}
+
+TEST_F(UdevScannerTest, TheFirstOfTwoAdaptersIsFound) {
+  Dump(Record(kFirstPlace, "/dev/ttyUSB1") + Record(kFirstPlace, "/dev/ttyUSB2"));
+  EXPECT_EQ("1 /dev/ttyUSB1", ByPlace(0));
+  EXPECT_EQ("1 /dev/ttyUSB1", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ARecordThatNamesNoNodeIsFoundWithAnEmptyName) {
+  Dump(Record(kFirstPlace, ""));
+  EXPECT_EQ("1 ", ByPlace(0));
+  EXPECT_EQ("1 ", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, VendorId0x403IsComparedAs0403) {
+  Dump(Record(kFirstPlace, "/dev/short", "usb", "403") + Record(kFirstPlace, "/dev/padded"));
+  EXPECT_EQ("1 /dev/padded", ByIds(0x403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, IdsAreComparedInLowerCaseAndExactly) {
+  Dump(Record(kFirstPlace, "/dev/upper", "usb", "ABCD", "0EF0") +
+       Record(kFirstPlace, "/dev/longer", "usb", "abcd0", "0ef0") +
+       Record(kFirstPlace, "/dev/lower", "usb", "abcd", "0ef0"));
+  EXPECT_EQ("1 /dev/lower", ByIds(0xABCD, 0x0EF0));
+}
+
+TEST_F(UdevScannerTest, BothIdsMustMatch) {
+  Dump(Record(kFirstPlace, "/dev/x"));
+  EXPECT_EQ("0 ", ByIds(0x0403, 0x6002));
+  EXPECT_EQ("0 ", ByIds(0x0404, 0x6001));
+}
+
+TEST_F(UdevScannerTest, TheWholeRecordIsHandedOut) {
+  Dump(RealDatabase("udev-db-arm-board.txt"));
+  UdevRecord record;
+  ASSERT_EQ(kDeviceFound, FindDeviceByIds(0x0403, 0x6001, &record));
+  EXPECT_STREQ("0403", record.vendorId);
+  EXPECT_STREQ("6001", record.modelId);
+  EXPECT_STREQ("QEMU", record.vendor);
+  EXPECT_STREQ("QEMU_USB_SERIAL", record.model);
+  EXPECT_STREQ("/dev/ttyUSB0", record.devName);
+  EXPECT_STREQ("usb", record.bus);
+}
+
+TEST_F(UdevScannerTest, AnArmBoardsAdaptersAreAtNoKnownPlace) {
+  Dump(RealDatabase("udev-db-arm-board.txt"));
+  for (int index = 0; index < 6; ++index) {
+    EXPECT_EQ("0 ", ByPlace(index)) << index;
+  }
+  EXPECT_EQ("1 /dev/ttyUSB0", ByIds(0x0403, 0x6001));
+}
+
+TEST_F(UdevScannerTest, ANameOf255CharactersIsFoundByPlace) {
+  const std::string node = "/dev/" + std::string(250, 'n');
+  Dump(Record(kFirstPlace, node));
+  EXPECT_EQ("1 " + node, ByPlace(0));
+}
+
+TEST_F(UdevScannerTest, ANameOf256CharactersIsNotFoundByPlaceAndWritesNothing) {
+  const std::string node = "/dev/" + std::string(251, 'n');
+  Dump(Record(kFirstPlace, node));
+  EXPECT_EQ("0 ", ByPlace(0));
+  EXPECT_EQ("1 " + node, ByIds(0x0403, 0x6001));
+}
+
+}  // namespace
