@@ -19,6 +19,13 @@ constexpr const char* kSendFailed =
 
 class UnplugTest : public ServiceTest {
  protected:
+  // Waits until the port knows. A write between the hang-up and that moment is offered again until
+  // the device is back.
+  void Unplug(size_t times = 1) {
+    device->Unplug();
+    ASSERT_TRUE(LogFile::Shows(kDeviceClosed, times));
+  }
+
   void ExpectDataBothWays() {
     ASSERT_TRUE(device->Sends("A"));
     EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 'A'"), relay->NextPacket());
@@ -40,9 +47,7 @@ TEST_F(UnplugTest, TheDescriptorIsLetGoWithinHalfASecond) {
 
 TEST_F(UnplugTest, AReplugReopensThePortAndDataFlowAgain) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
-  EXPECT_TRUE(LogFile::Shows(kDeviceClosed));
+  Unplug();
   device->Plug();
   ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
   ExpectDataBothWays();
@@ -52,8 +57,7 @@ TEST_F(UnplugTest, AReplugReopensThePortAndDataFlowAgain) {
 // The port looks for its device every 500 ms.
 TEST_F(UnplugTest, AReplugIsNoticedAboutHalfASecondLater) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   const milliseconds taken = TimeOf([&] {
     device->Plug();
     EXPECT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
@@ -64,8 +68,7 @@ TEST_F(UnplugTest, AReplugIsNoticedAboutHalfASecondLater) {
 TEST_F(UnplugTest, TwentyReplugsAreAllSurvived) {
   StartWithOpenPort();
   for (size_t round = 1; round <= 20; ++round) {
-    device->Unplug();
-    ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n", round));
+    Unplug(round);
     device->Plug();
     ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", round + 1));
     ExpectDataBothWays();
@@ -103,8 +106,7 @@ TEST_F(UnplugTest, OnlyTheUnpluggedPortIsLost) {
 // A send looks for the device itself; what does not find one ends the command.
 TEST_F(UnplugTest, DataForAnUnpluggedPortAreLoggedOnceAndLaterBlocksAreSkipped) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   relay->Sends("0021 04 02 000E '#PhysicalPort0' 03  01 0001 'A'  01 0001 'B'  01 0001 'C'");
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
   EXPECT_EQ(1U, LogFile::Count(kCannotOpen));
@@ -113,8 +115,7 @@ TEST_F(UnplugTest, DataForAnUnpluggedPortAreLoggedOnceAndLaterBlocksAreSkipped) 
 
 TEST_F(UnplugTest, DataRightAfterTheReplugReachTheNewDevice) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   device->Plug();
   relay->Sends("0019 04 02 000E '#PhysicalPort0' 01 01 0001 'B'");  // need not wait for the look
   EXPECT_EQ("B", device->Reads(1));
@@ -123,8 +124,7 @@ TEST_F(UnplugTest, DataRightAfterTheReplugReachTheNewDevice) {
 
 TEST_F(UnplugTest, AnUnpluggedPortIsStillOpenForItsCommands) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0003"), relay->Answer(kOpenPort0));
   EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
   EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0004"), relay->Answer(kOpenPort0));
@@ -135,8 +135,7 @@ TEST_F(UnplugTest, AWriteThatAnUnplugInterruptsGoesOnAtTheReplug) {
   StartWithOpenPort();
   relay->Sends("F018 04 02 000E '#PhysicalPort0' 01 01 F000" + HexOf(std::string(0xF000, 'x')));
   ASSERT_EQ("x", device->Reads(1));
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   device->Plug();
   EXPECT_EQ("xxxx", device->Reads(4));
   relay->Sends(kFence);
@@ -163,8 +162,7 @@ long ProcessorTicks(pid_t pid) {
 // A hung-up line reads as empty at once; taken for an idle one it would be read for ever.
 TEST_F(UnplugTest, AnUnpluggedPortCostsNextToNoProcessorTime) {
   StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   const long before = ProcessorTicks(service->Pid());
   std::this_thread::sleep_for(milliseconds(1500));  // the cost of a time is what is looked at
   EXPECT_LT(ProcessorTicks(service->Pid()) - before, 30);  // of 150
@@ -174,8 +172,7 @@ TEST_F(UnplugTest, AnUnpluggedPortCostsNextToNoProcessorTime) {
 // controlling terminal: the hang-up would be a SIGHUP, a request to stop.
 TEST_F(UnplugTest, AServiceThatLeadsASessionSurvivesTheHangUpOfItsPort) {
   StartWithOpenPort(Service::Session::kOwn);
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  Unplug();
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
   device->Plug();
   ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
