@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+// The functions that take the system calls' places.
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+
+#include "support/SerialCallsState.h"
+
+using serial_calls::Called;
+using serial_calls::Get;
+using serial_calls::IsFollowed;
+using serial_calls::lock;
+using serial_calls::State;
+using serial_calls::state;
+
+extern "C" {
+
+int __real_open(const char* path, int flags, ...);
+int __real_close(int descriptor);
+ssize_t __real_read(int descriptor, void* buffer, size_t count);
+ssize_t __real_write(int descriptor, const void* bytes, size_t count);
+int __real_tcgetattr(int descriptor, termios* attributes);
+int __real_tcsetattr(int descriptor, int when, const termios* attributes);
+int __real_tcflush(int descriptor, int queue);
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*routine)(void*), void* argument);
+int __real_usleep(useconds_t microseconds);
+
+int __wrap_open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  const auto paths = Get(&State::paths);
+  const auto followed = paths.find(path);
+  if (followed == paths.end()) {
+    return __real_open(path, flags, mode);
+  }
+  const std::string text = flags == O_RDWR ? "O_RDWR" : std::to_string(flags);
+  const bool ok = Called("open", followed->first + ", " + text);
+  const int error = errno;
+  if (const auto hook = Get(&State::onOpen)) {
+    (*hook)();
+  }
+  errno = error;
+  if (!ok) {
+    return -1;
+  }
+  const int descriptor = __real_open(followed->second.c_str(), flags, mode);
+  const std::lock_guard guard(lock);
+  if (descriptor >= 0) {
+    state.descriptors.insert(descriptor);
+  }
+  return descriptor;
+}
+
+// What open is called where files may be large.
+int __wrap_open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return __wrap_open(path, flags, mode);
+}
+
+int __wrap_close(int descriptor) {
+  if (IsFollowed(descriptor)) {
+    if (!Called("close", "")) {
+      return -1;
+    }
+    const std::lock_guard guard(lock);
+    state.descriptors.erase(descriptor);  // the number may be another file's right after the call
+  }
+  return __real_close(descriptor);
+}
+
+ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
+  if (IsFollowed(descriptor)) {
+    if (!Called("read", std::to_string(count))) {
+      return -1;
+    }
+    if (const auto hook = Get(&State::onRead)) {
+      if (const auto result = (*hook)(buffer, count)) {
+        return *result;
+      }
+    }
+  }
+  return __real_read(descriptor, buffer, count);
+}
+
+ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
+  if (IsFollowed(descriptor)) {
+    if (!Called("write", std::to_string(count))) {
+      return -1;
+    }
+    if (const auto hook = Get(&State::onWrite)) {
+      // A copy, because reads and writes share one kind of hook and only reads may change bytes.
+      std::vector<char> copy(static_cast<const char*>(bytes),
+                             static_cast<const char*>(bytes) + count);
+      if (const auto result = (*hook)(copy.data(), count)) {
+        // What it says it took really goes out.
+        return *result > 0 ? __real_write(descriptor, bytes, static_cast<size_t>(*result))
+                           : *result;
+      }
+    }
+  }
+  return __real_write(descriptor, bytes, count);
+}
+
+int __wrap_ioctl(int descriptor, unsigned long request, ...) {
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (IsFollowed(descriptor)) {
+    const bool isClear = request == TIOCMBIC;
+    const std::string bits = isClear ? std::to_string(*static_cast<const int*>(argument)) : "?";
+    return Called("ioctl", (isClear ? "TIOCMBIC, " : "?, ") + bits) ? 0 : -1;
+  }
+  return static_cast<int>(syscall(SYS_ioctl, descriptor, request, argument));
+}
+
+// What ioctl is called where time has 64 bits on a 32-bit machine.
+int __wrap___ioctl_time64(int descriptor, unsigned long request, ...) {
+  va_list arguments;
+  va_start(arguments, request);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  return __wrap_ioctl(descriptor, request, argument);
+}
+
+int __wrap_tcgetattr(int descriptor, termios* attributes) {
+  if (IsFollowed(descriptor)) {
+    if (!Called("tcgetattr", "")) {
+      return -1;
+    }
+    if (const auto kept = Get(&State::attributes)) {
+      *attributes = *kept;
+      return 0;
+    }
+  }
+  return __real_tcgetattr(descriptor, attributes);
+}
+
+int __wrap_tcsetattr(int descriptor, int when, const termios* attributes) {
+  if (IsFollowed(descriptor)) {
+    const bool ok = Called("tcsetattr", when == TCSANOW ? "TCSANOW" : std::to_string(when));
+    const std::lock_guard guard(lock);
+    state.settings.push_back(*attributes);
+    if (!ok) {
+      return -1;
+    }
+    if (state.attributes) {
+      state.attributes = *attributes;
+      // Reads wait as they are told to; the rest may be more than a pseudo-terminal can do.
+      (void)__real_tcsetattr(descriptor, when, attributes);
+      return 0;
+    }
+  }
+  return __real_tcsetattr(descriptor, when, attributes);
+}
+
+int __wrap_tcflush(int descriptor, int queue) {
+  if (IsFollowed(descriptor) &&
+      !Called("tcflush", queue == TCIOFLUSH ? "TCIOFLUSH" : std::to_string(queue))) {
+    return -1;
+  }
+  return __real_tcflush(descriptor, queue);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*routine)(void*), void* argument) {
+  (void)Called("pthread_create", "");
+  return Get(&State::refusesThreads) ? EAGAIN
+                                     : __real_pthread_create(thread, attributes, routine, argument);
+}
+
+int __wrap_usleep(useconds_t microseconds) {
+  if (const auto hook = Get(&State::onSleep)) {
+    (*hook)(microseconds);
+  }
+  return __real_usleep(microseconds);
+}
+
+}  // extern "C"
