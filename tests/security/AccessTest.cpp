@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+// Who can reach the service, and what the programs that it runs can reach.
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+#include <vector>
+
+#include "e2e/ServiceTest.h"
+
+namespace {
+
+class AccessTest : public ServiceTest {};
+
+// "ADDRESS:PORT" of all listening TCP sockets, in the kernel's hex. Each test has a network of its
+// own, so none belongs to another program.
+std::vector<std::string> Listeners(const std::string& table) {
+  constexpr const char* kListening = "0A";
+  std::vector<std::string> listeners;
+  std::istringstream lines(workplace::ReadWhole(table));
+  std::string line;
+  std::getline(lines, line);  // the headings
+  while (std::getline(lines, line)) {
+    std::istringstream words(line);
+    std::string number;
+    std::string local;
+    std::string remote;
+    std::string state;
+    words >> number >> local >> remote >> state;
+    if (state == kListening) {
+      listeners.push_back(local);
+    }
+  }
+  return listeners;
+}
+
+TEST_F(AccessTest, ListensOn127001AndNowhereElse) {
+  const std::vector<std::string> loopback60004 = {"0100007F:EA64"};
+  StartService();
+  ASSERT_TRUE(Service::Prints("[LISTEN]IP:"));
+  EXPECT_EQ(loopback60004, Listeners("/proc/net/tcp"));
+  EXPECT_EQ(std::vector<std::string>{}, Listeners("/proc/net/tcp6"));
+  Link();
+  EXPECT_EQ(loopback60004, Listeners("/proc/net/tcp"));
+}
+
+TEST_F(AccessTest, ItsOnlySocketsAreTheListeningOneAndTheRelays) {
+  StartLinked();
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ(2U, service->Sockets());
+  for (const char* const table : {"/proc/net/udp", "/proc/net/udp6", "/proc/net/raw"}) {
+    const std::string lines = workplace::ReadWhole(table);
+    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), '\n')) << lines;  // the headings
+  }
+}
+
+TEST_F(AccessTest, APeerNeedsNoPasswordToOpenReadAndWriteAPort) {
+  StartWithOpenPort();
+  ASSERT_TRUE(device->Sends("A"));
+  EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 'A'"), relay->NextPacket());
+  relay->Sends("0019 04 02 000E '#PhysicalPort0' 01 01 0001 'B'");
+  EXPECT_EQ("B", device->Reads(1));
+}
+
+TEST_F(AccessTest, ANumberedCloseOfAnAbsentAdapterIsAllItTakesToEndTheProcess) {
+  StartLinked();
+  relay->Sends("0008 02 01 0403 6001");
+  EXPECT_EQ("signal 6", service->WaitForExit());
+}
+
+TEST_F(AccessTest, APeerFromAnotherLoopbackAddressEndsTheProcess) {
+  StartService();
+  ASSERT_TRUE(Service::Prints("[LISTEN]IP:"));
+  const Relay stranger(Relay::kDefaultPort, "127.0.0.2");
+  EXPECT_EQ("exit 255", service->WaitForExit());
+}
+
+std::vector<std::filesystem::path> DescriptorsOfPrograms(const std::string& word) {
+  std::vector<std::filesystem::path> descriptors;
+  std::error_code gone;
+  for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+    if (workplace::ReadWhole(process.path() / "cmdline").find(word) == std::string::npos) {
+      continue;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(process.path() / "fd", gone)) {
+      descriptors.push_back(std::filesystem::read_symlink(entry.path(), gone));
+    }
+  }
+  return descriptors;
+}
+
+TEST_F(AccessTest, TheSearchProgramInheritsNeitherSocketNorLine) {
+  configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
+  StartWithOpenPort();
+  UdevDatabase::WaitsFor("/tmp/e2e/go");
+  relay->Sends("0015 01 02 000F '#USBSerialPort0'");
+  ASSERT_TRUE(Becomes([] { return UdevDatabase::Runs() == 1; }));
+  const auto descriptors = DescriptorsOfPrograms(std::string(workplace::kPrograms) + "/udevadm");
+  EXPECT_NE(0, std::count(descriptors.begin(), descriptors.end(), "/tmp/deviceinfo.txt"));
+  for (const std::string descriptor : descriptors) {
+    EXPECT_FALSE(descriptor.starts_with("socket:")) << descriptor;
+    EXPECT_NE(device->Node(), descriptor);
+    EXPECT_NE(workplace::kLog, descriptor);
+  }
+  workplace::WriteWhole("/tmp/e2e/go", "");
+  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0002"), relay->NextPacket());
+}
+
+}  // namespace
