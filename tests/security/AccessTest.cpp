@@ -61,6 +61,18 @@ TEST_F(AccessTest, APeerNeedsNoPasswordToOpenReadAndWriteAPort) {
   EXPECT_EQ("B", device->Reads(1));
 }
 
+// A program that connects on behalf of others, such as a web browser, is a peer: the first two
+// bytes of its request are a length, and what comes behind so many bytes can be packets.
+TEST_F(AccessTest, AnHttpRequestCanCarryCommands) {
+  constexpr size_t kLengthThatPoSpells = 0x504F;
+  StartLinked();
+  std::string request = "POST / HTTP/1.1\r\nHost: 127.0.0.1:60004\r\n\r\n";
+  request.resize(kLengthThatPoSpells, 'x');
+  relay->SendsBytes(request);
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ(1U, LogFile::Count(kRefused));
+}
+
 TEST_F(AccessTest, ANumberedCloseOfAnAbsentAdapterIsAllItTakesToEndTheProcess) {
   StartLinked();
   relay->Sends("0008 02 01 0403 6001");

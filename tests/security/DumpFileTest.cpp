@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <set>
 
@@ -120,6 +121,16 @@ TEST_F(DumpFileTest, ADirectoryMakesEveryUsbNameUnknown) {
   StartLinked();
   EXPECT_EQ(Wire(kUsbNotFound), relay->Answer(kOpenUsb));
   EXPECT_TRUE(std::filesystem::is_directory(kDump));
+  relay->Sends("0008 02 01 0403 6001");
+  EXPECT_EQ("signal 6", service->WaitForExit());
+}
+
+TEST_F(DumpFileTest, AStopIsPossibleWhileAFifoHoldsUpTheCommand) {
+  ASSERT_EQ(0, mkfifo(kDump, 0666));
+  StartLinked();
+  relay->Sends(kOpenUsb);
+  ASSERT_TRUE(LogFile::Shows("3 SerialPortHandler SerialPortHandler.cpp 4 open command proc."));
+  EXPECT_EQ("exit 0", Stop(SIGTERM));
 }
 
 }  // namespace
