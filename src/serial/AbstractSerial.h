@@ -10,7 +10,8 @@
 //
 // Nothing here goes to the log, and only FindUsbDevice throws.
 // Threads: one thread may wait in Read while others Write and Close. Open is called by one thread
-// at a time. Close wakes nobody, but a Read ends within 0.1 s by itself.
+// at a time. Close wakes nobody, but a Read ends within 0.1 s by itself; the descriptor is given
+// back when the last call on it has ended.
 class CAbstractSerial {
  public:
   virtual ~CAbstractSerial() = default;

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 #include "Linux/CancellationShield.h"
 #include "Linux/Console.h"
@@ -24,6 +25,24 @@ bool IsHungUp(int descriptor) {
   return poll(&line, 1, 0) == 1 && (line.revents & (POLLHUP | POLLERR)) != 0;
 }
 
+bool EnterRawMode(int descriptor) {
+  termios attributes{};
+  if (tcgetattr(descriptor, &attributes) != 0) {
+    return false;
+  }
+  SetRawMode(attributes);
+  return tcsetattr(descriptor, TCSANOW, &attributes) == 0;
+}
+
+bool ApplySettings(int descriptor, const SerialSettings& settings) {
+  termios attributes{};
+  if (tcgetattr(descriptor, &attributes) != 0) {
+    return false;
+  }
+  SetLine(attributes, settings);
+  return tcsetattr(descriptor, TCSANOW, &attributes) == 0;
+}
+
 }  // namespace
 
 CLinuxSerial::CLinuxSerial() = default;
@@ -31,7 +50,7 @@ CLinuxSerial::CLinuxSerial() = default;
 CLinuxSerial::~CLinuxSerial() { (void)CLinuxSerial::Close(); }
 
 int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) {
-  if (fd != -1) {
+  if (fd.IsOpen()) {
     return -2;
   }
   const int opened = open(path.c_str(), O_RDWR);
@@ -40,55 +59,42 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   }
   (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
   devicePath = path;
-  fd = opened;
-  if (!EnterRawMode() || Configure(settings) != 0 || tcflush(fd, TCIOFLUSH) != 0) {
+  if (!EnterRawMode(opened) || !ApplySettings(opened, settings) ||
+      tcflush(opened, TCIOFLUSH) != 0) {
+    fd.Set(opened);
     (void)Close();
     return -1;
   }
+  // Only now: a write that waits for the device must not meet it at the wrong speed, nor have its
+  // bytes flushed.
+  fd.Set(opened);
   WriteStandardOutput("OPEN[" + path + "]\n");
   return 0;
 }
 
-bool CLinuxSerial::EnterRawMode() {
-  termios attributes{};
-  if (tcgetattr(fd, &attributes) != 0) {
-    return false;
-  }
-  SetRawMode(attributes);
-  return tcsetattr(fd, TCSANOW, &attributes) == 0;
-}
-
 int CLinuxSerial::Configure(const SerialSettings& settings) {
-  termios attributes{};
-  if (tcgetattr(fd, &attributes) != 0) {
-    return -1;
-  }
-  SetLine(attributes, settings);
-  return tcsetattr(fd, TCSANOW, &attributes) < 0 ? -1 : 0;
+  return ApplySettings(fd.Use().Number(), settings) ? 0 : -1;
 }
 
 int CLinuxSerial::Close() {
   const CCancellationShield shield;
-  const int owned = fd.exchange(-1);  // so that two closers never close one number twice
-  if (owned == -1) {
+  CSharedDescriptor::CUse taken = fd.TakeOut();
+  if (taken.Number() == -1) {
     return 0;
   }
   const int dtr = TIOCM_DTR;
-  (void)ioctl(owned, TIOCMBIC,
-              &dtr);                // fails where there are no modem lines, or no device any more
-  (void)tcflush(owned, TCIOFLUSH);  // likewise
-  if (close(owned) < 0) {
-    fd = owned;
-    return -1;
-  }
-  return 0;
+  // Both fail where the device is gone, the first also where there are no modem lines.
+  (void)ioctl(taken.Number(), TIOCMBIC, &dtr);
+  (void)tcflush(taken.Number(), TCIOFLUSH);
+  return fd.Close(std::move(taken));
 }
 
 int CLinuxSerial::Reserved() { return -1; }
 
 int CLinuxSerial::Write(const uint8_t* data, int length) {
+  const CSharedDescriptor::CUse use = fd.Use();
   for (int done = 0; done < length;) {
-    const ssize_t written = write(fd, data + done, static_cast<size_t>(length - done));
+    const ssize_t written = write(use.Number(), data + done, static_cast<size_t>(length - done));
     if (written <= 0) {
       return 0;
     }
@@ -98,9 +104,9 @@ int CLinuxSerial::Write(const uint8_t* data, int length) {
 }
 
 int CLinuxSerial::Read(uint8_t* buffer, int capacity) {
-  const int descriptor = fd;
-  const ssize_t count = read(descriptor, buffer, static_cast<size_t>(capacity));
-  if (count == 0 && IsHungUp(descriptor)) {
+  const CSharedDescriptor::CUse use = fd.Use();
+  const ssize_t count = read(use.Number(), buffer, static_cast<size_t>(capacity));
+  if (count == 0 && IsHungUp(use.Number())) {
     errno = EIO;
     return -1;
   }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
-
 #include "serial/AbstractSerial.h"
+#include "serial/SharedDescriptor.h"
 
 // A termios device.
 class CLinuxSerial final : public CAbstractSerial {
@@ -23,8 +22,6 @@ class CLinuxSerial final : public CAbstractSerial {
   std::string ResolvePortName(const std::string& portName) override;
 
  private:
-  bool EnterRawMode();
-
-  std::atomic<int> fd{-1};  // -1: closed. Written by whoever opens or closes, read by all.
-  std::string devicePath;   // last opened; nobody reads it but a debugger
+  CSharedDescriptor fd;
+  std::string devicePath;  // last opened; nobody reads it but a debugger
 };

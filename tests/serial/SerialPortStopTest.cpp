@@ -65,7 +65,7 @@ TEST_F(SerialPortTest, AReadThatFailsBecauseOfTheCloseOnlyPrintsRecvError) {
   StreamCapture output(STDOUT_FILENO);
   StreamCapture error(STDERR_FILENO);
   calls.OnRead([&](void*, size_t) -> std::optional<ssize_t> {
-    (void)Eventually([&] { return calls.Count("close") == 1; });
+    (void)Eventually([&] { return calls.Count("ioctl") == 1; });
     errno = EBADF;
     return -1;
   });

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "serial/SharedDescriptor.h"
+
+namespace {
+
+int OpenNull() { return open("/dev/null", O_RDWR | O_CLOEXEC); }
+
+bool IsOpen(int number) { return fcntl(number, F_GETFD) != -1; }
+
+TEST(SharedDescriptorTest, NothingIsOpenAtFirst) {
+  CSharedDescriptor descriptor;
+  EXPECT_FALSE(descriptor.IsOpen());
+  EXPECT_EQ(-1, descriptor.Use().Number());
+  EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
+}
+
+TEST(SharedDescriptorTest, CloseGivesTheNumberBack) {
+  CSharedDescriptor descriptor;
+  const int number = OpenNull();
+  descriptor.Set(number);
+  EXPECT_EQ(number, descriptor.Use().Number());
+  EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
+  EXPECT_FALSE(IsOpen(number));
+  EXPECT_FALSE(descriptor.IsOpen());
+}
+
+TEST(SharedDescriptorTest, ANumberThatIsInUseIsGivenBackByItsLastUser) {
+  CSharedDescriptor descriptor;
+  const int number = OpenNull();
+  descriptor.Set(number);
+  {
+    const auto use = descriptor.Use();
+    EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
+    EXPECT_EQ(-1, descriptor.Use().Number()) << "nobody can begin to use it any more";
+    EXPECT_EQ(number, use.Number());
+    EXPECT_TRUE(IsOpen(number)) << "no other device can get the number meanwhile";
+  }
+  EXPECT_FALSE(IsOpen(number));
+}
+
+TEST(SharedDescriptorTest, OnlyOneOfTwoClosersGetsTheNumber) {
+  CSharedDescriptor descriptor;
+  const int number = OpenNull();
+  descriptor.Set(number);
+  auto first = descriptor.TakeOut();
+  auto second = descriptor.TakeOut();
+  EXPECT_EQ(-1, second.Number());
+  EXPECT_EQ(0, descriptor.Close(std::move(second)));
+  EXPECT_TRUE(IsOpen(number));
+  EXPECT_EQ(0, descriptor.Close(std::move(first)));
+  EXPECT_FALSE(IsOpen(number));
+}
+
+TEST(SharedDescriptorTest, ItsEndClosesWhatIsOpen) {
+  const int number = OpenNull();
+  {
+    CSharedDescriptor descriptor;
+    descriptor.Set(number);
+  }
+  EXPECT_FALSE(IsOpen(number));
+}
+
+}  // namespace
