@@ -47,6 +47,7 @@ void CCommSocket::StartReceiving(const CommCallbacks& callbacks) {
   // Each thread has a receiver and so a stop flag of its own: a thread that an earlier Close gave
   // up on stays told to stop.
   receiver = std::make_shared<CCommReceiver>(socket, callbacks);
+  endedThread.reset();
   thread = std::make_shared<CLinuxThread>();
   auto argument = std::make_unique<std::shared_ptr<CCommReceiver>>(receiver);
   if (thread->Start(CommReceiveThread, argument.get()) == 0) {
@@ -80,7 +81,7 @@ int CCommSocket::Close() {
   (void)socket->Close();
   if (thread != nullptr) {
     (void)thread->Stop();
-    thread.reset();
+    endedThread.swap(thread);  // empty before: StartReceiving sees to it
   }
   closing = false;
   return 0;

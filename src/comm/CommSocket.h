@@ -31,5 +31,7 @@ class CCommSocket final : public CCommSocketExport {
   // handler closes.
   std::shared_ptr<CCommReceiver> receiver;
   std::shared_ptr<CAbstractThread> thread;
+  // What Close has emptied `thread` into: a signal handler must not free memory.
+  std::shared_ptr<CAbstractThread> endedThread;
   std::atomic<bool> closing{false};  // a Close is under way
 };

@@ -26,8 +26,7 @@ class SerialPortHandler {
   bool Run();
 
   // Asks Run to end and closes the relay link, which takes up to two seconds. For signal handlers
-  // on the main thread: it allocates nothing and takes none of this program's locks. It frees the
-  // link's thread object; main neither allocates nor frees while there is one and signals come in.
+  // on the main thread: it allocates and frees nothing and takes none of this program's locks.
   void RequestStop();
 
   // Asks Run to drop all ports and to open the relay link anew. Any thread.
