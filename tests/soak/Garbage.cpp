@@ -25,7 +25,7 @@ constexpr const char* kRefused[] = {
     "0008 01 09 0003 0007",                            // an unknown form
     "0006 01 02 0000",                                 // an empty name
     "0015 01 02 000E '#PhysicalPort0' 00",             // a body of one byte
-    "0015 04 02 000F '#PhysicalPort0'",                // a name longer than the packet
+    "0014 04 02 000F '#PhysicalPort0'",                // a name longer than the packet
     "0017 04 02 000E '#PhysicalPort0' 02 0100",        // blocks that are cut
     "0019 04 02 000E '#PhysicalPort0' 01 01 0000 4B",  // a byte too many
 };
