@@ -18,8 +18,8 @@
 
 // What the service is doing when the fault comes. Each state includes the ones before it.
 enum class State {
-  kAbsent,   // not started: the fault is in how it starts
-  kStarting,// started, and not looked at: it may have ended already
+  kAbsent,    // not started: the fault is in how it starts
+  kStarting,  // started, and not looked at: it may have ended already
   kListening,
   kLinked,    // with an adapter at the place of #USBSerialPort0, which is not open
   kPortOpen,  // with #PhysicalPort0 open
@@ -32,6 +32,7 @@ enum class Outcome {
   kStops,         // a SIGTERM ends it with status 0; nothing else is promised
   kEndsWith0,     // the fault included a stop
   kEndsWith255,   // the link could not be opened (again)
+  kShown,         // what happens shows it all
 };
 
 class FaultTest;

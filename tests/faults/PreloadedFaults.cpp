@@ -28,16 +28,25 @@ void ReopensAndGoesOn(FaultTest& test) {
   test.ExpectDataBothWays();
 }
 
-// Each read behind a reopen fails too: one every half second.
+size_t TimesIn(const std::string& text, const std::string& part) {
+  size_t times = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++times;
+  }
+  return times;
+}
+
+// The device can be opened all the time, so there is no pause: each read that fails is a log line
+// and a reopen, thousands in a second.
 void ReadFailsForThreeSeconds(FaultTest& test) {
   SpoilCalls();
-  ASSERT_TRUE(LogFile::Shows(kDeviceClosed, 4));
-  std::this_thread::sleep_for(milliseconds(1000));  // a line that comes and goes costs no more
-  EXPECT_GT(12000U, FaultsMade());
+  std::this_thread::sleep_for(milliseconds(3000));  // the fault's own time
   SpareCalls();
-  // The reopen may just be under way: bytes that come before its end are discarded.
-  const size_t closes = LogFile::Count(kDeviceClosed);
-  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", closes + 1));
+  const auto closes = [] { return TimesIn(LogFile::Text(), "Close serial device. [Port "); };
+  ASSERT_TRUE(
+      Becomes([&] { return TimesIn(Service::Output(), "OPEN[/dev/ttyS2]\n") == closes() + 1; }));
+  EXPECT_LT(100U, closes());
+  EXPECT_EQ(FaultsMade(), closes());
   test.ExpectDataBothWays();
 }
 

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+// A sweep: the n-th allocation of a short conversation fails, for each n that the conversation has.
+// The process ends by the standard path or goes on; it never corrupts an answer or hangs.
+#include <csignal>
+#include <filesystem>
+
+#include "faults/FaultTest.h"
+
+namespace {
+
+constexpr unsigned kRowsOfTheSweep = 8;  // each takes every eighth allocation
+constexpr std::chrono::seconds kPatience{5};
+
+constexpr const char* kLastCommand =
+    "3 SerialPortHandler SerialPortHandler.cpp 4 close command proc.";
+
+bool HasEnded(FaultTest& test) { return test.service->State() != "still running"; }
+
+// Waits for what comes unless the process has ended, or a part of it that it has to do without.
+template <typename Condition>
+bool Comes(FaultTest& test, Condition condition) {
+  return Becomes([&] { return HasEnded(test) || condition(); }, kPatience) && !HasEnded(test);
+}
+
+bool Printed(const std::string& text) { return Service::Output().find(text) != std::string::npos; }
+
+// The reply without its status, which may tell of the failure.
+std::string Echo(const std::string& packet) { return packet.substr(0, packet.size() - 4); }
+
+// One reply for each command but the one with data, in order; notifications may come between.
+void ExpectReplies(FaultTest& test) {
+  for (const char* const reply : {kPort0Opened, kAdapterOpened, kPort0Closed, kFenceReply}) {
+    std::string packet = test.relay->NextPacket();
+    while (packet == Wire(kReceivedA)) {
+      packet = test.relay->NextPacket();
+    }
+    EXPECT_EQ(Echo(Wire(reply)), Echo(packet));
+  }
+}
+
+// With a relay that is not heard, as no thread could be made for it, the log shows no command.
+void Converse(FaultTest& test) {
+  test.relay->Sends(kOpenPort0);
+  if (Comes(test, [] { return Printed("OPEN[/dev/ttyS2]\n"); })) {
+    ASSERT_TRUE(test.device->Sends("A"));
+  }
+  for (const char* const command : {kWriteB, kOpenAdapter, kClosePort0, kFence}) {
+    test.relay->Sends(command);
+  }
+  if (!Comes(test, [] { return LogFile::Count(kLastCommand) == 2; })) {
+    return;
+  }
+  ExpectReplies(test);
+  test.relay->Leaves();
+  (void)Comes(test, [] { return Service::Output().rfind("[LISTEN]") != 0; });
+}
+
+// Whether there was an n-th allocation.
+bool FailAllocation(FaultTest& test, unsigned n) {
+  SCOPED_TRACE("allocation " + std::to_string(n));
+  for (const char* const file :
+       {workplace::kOutput, workplace::kErrors, workplace::kLog, "/dev/shm/faults-made"}) {
+    std::filesystem::remove(file);
+  }
+  test.device = std::make_unique<Device>();
+  test.StartAs(nullptr, ("malloc:ENOMEM:" + std::to_string(n)).c_str());
+  if (Comes(test, [] { return Printed("[LISTEN]"); })) {
+    test.relay = std::make_unique<Relay>();
+    Converse(test);
+  }
+  const std::string end = HasEnded(test) ? test.service->State() : test.StopAtOnce(SIGTERM);
+  EXPECT_TRUE(end == "exit 0" || end == "exit 255" || end == "signal 6") << end;
+  EXPECT_EQ(end == "signal 6", Service::Errors().find("terminate called") != std::string::npos)
+      << Service::Errors();
+  return FaultsMade() > 0;
+}
+
+template <unsigned First>
+void Sweep(FaultTest& test) {
+  unsigned swept = 0;
+  for (unsigned n = First; FailAllocation(test, n) && !testing::Test::HasFailure();
+       n += kRowsOfTheSweep) {
+    ++swept;
+  }
+  EXPECT_LT(3U, swept);
+  testing::Test::RecordProperty("allocations", static_cast<int>(swept));
+}
+
+// clang-format off
+const FaultRow kRows[] = {
+    // name             state           start    faults   happens   packets log outcome
+    {"EveryEighthFrom1", State::kAbsent, nullptr, nullptr, Sweep<1>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom2", State::kAbsent, nullptr, nullptr, Sweep<2>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom3", State::kAbsent, nullptr, nullptr, Sweep<3>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom4", State::kAbsent, nullptr, nullptr, Sweep<4>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom5", State::kAbsent, nullptr, nullptr, Sweep<5>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom6", State::kAbsent, nullptr, nullptr, Sweep<6>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom7", State::kAbsent, nullptr, nullptr, Sweep<7>, {}, {}, Outcome::kShown},
+    {"EveryEighthFrom8", State::kAbsent, nullptr, nullptr, Sweep<8>, {}, {}, Outcome::kShown},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Allocation, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+
+}  // namespace

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// Faults of the standard streams: closed, or pipes that nobody reads.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "faults/FaultTest.h"
+
+namespace {
+
+constexpr const char* kPipe = "/tmp/e2e/pipe";
+
+// Its lines may be nowhere, so it is not asked what it has printed.
+void LinkUnseen(FaultTest& test) {
+  test.relay = std::make_unique<Relay>();
+  ASSERT_TRUE(test.relay->IsConnected());
+  ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence));
+}
+
+void OpenUnseen(FaultTest& test) {
+  LinkUnseen(test);
+  test.device = std::make_unique<Device>();
+  ASSERT_EQ(Wire(kPort0Opened), test.relay->Answer(kOpenPort0));
+}
+
+void ConverseUnseen(FaultTest& test) {
+  OpenUnseen(test);
+  test.ExpectDataBothWays();
+  EXPECT_EQ(Wire(kAdapterOpened), test.relay->Answer(kOpenAdapter));
+}
+
+// The pipe that the starter opens; the test holds its reading end and reads nothing.
+class Pipe {
+ public:
+  Pipe() {
+    Shell(std::string("mkfifo ") + kPipe);
+    end = open(kPipe, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    (void)fcntl(end, F_SETPIPE_SZ, 4096);
+  }
+  ~Pipe() { (void)close(end); }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  void Fill() const {
+    while (write(end, ".", 1) == 1) {
+    }
+  }
+
+ private:
+  int end;
+};
+
+void StartOn(FaultTest& test) { test.StartAs(test.GetParam().start, nullptr); }
+
+void ExpectAStop(FaultTest& test, const std::string& end) {
+  test.Settle();
+  EXPECT_EQ(end, test.StopAtOnce(SIGTERM));
+}
+
+// The pipe is full when the service starts: it listens, and cannot say so.
+void StopWhileItCannotSayThatItListens(FaultTest& test) {
+  const Pipe pipe;
+  pipe.Fill();
+  StartOn(test);
+  ASSERT_TRUE(LogFile::Shows(kStarted));
+  ASSERT_TRUE(Becomes([&] { return test.service->Sockets() == 1; }));
+  ExpectAStop(test, "exit 255");
+}
+
+void StopWhileItCannotSayThatAPortIsOpen(FaultTest& test) {
+  const Pipe pipe;
+  StartOn(test);
+  LinkUnseen(test);
+  pipe.Fill();
+  test.device = std::make_unique<Device>();
+  test.relay->Sends(kOpenPort0);
+  ASSERT_TRUE(Becomes([&] { return test.service->Holds(test.device->Node()); }));
+  ExpectAStop(test, "exit 0");
+}
+
+void StopWhileItCannotShowWhatItReceived(FaultTest& test) {
+  const Pipe pipe;
+  StartOn(test);
+  OpenUnseen(test);
+  pipe.Fill();
+  ASSERT_TRUE(test.device->Sends("A"));
+  ExpectAStop(test, "exit 0");
+}
+
+void StopWhileItCannotWriteItsExitText(FaultTest& test) {
+  const Pipe pipe;
+  StartOn(test);
+  LinkUnseen(test);
+  pipe.Fill();
+  ExpectAStop(test, "exit 0");
+}
+
+constexpr const char* kNoOutput = "exec \"$@\" >&-";
+constexpr const char* kNoError = "exec \"$@\" 2>&-";
+constexpr const char* kNoStreams = "exec \"$@\" <&- >&- 2>&-";
+constexpr const char* kFullOutput = "exec \"$@\" >/dev/full";
+constexpr const char* kFullError = "exec \"$@\" 2>/dev/full";
+constexpr const char* kPipeOutput = "exec \"$@\" >/tmp/e2e/pipe";
+constexpr const char* kPipeError = "exec \"$@\" 2>/tmp/e2e/pipe";
+
+// clang-format off
+const FaultRow kRows[] = {
+    // name                   state             start        faults   happens                              packets  log  outcome
+    {"NoStandardOutput",      State::kStarting, kNoOutput,   nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
+    {"NoStandardError",       State::kPortOpen, kNoError,    nullptr, [](FaultTest& test) { test.ExpectDataBothWays(); }, {}, {}, Outcome::kGoesOn},
+    {"NoStandardStreams",     State::kStarting, kNoStreams,  nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
+    {"OutputOnAFullDisk",     State::kStarting, kFullOutput, nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
+    {"ErrorOnAFullDisk",      State::kPortOpen, kFullError,  nullptr, [](FaultTest& test) { test.ExpectDataBothWays(); }, {}, {}, Outcome::kGoesOn},
+    {"StopWithTheListenLine", State::kAbsent,   kPipeOutput, nullptr, StopWhileItCannotSayThatItListens,   {},      {},  Outcome::kEndsWith255},
+    {"StopWithTheOpenLine",   State::kAbsent,   kPipeOutput, nullptr, StopWhileItCannotSayThatAPortIsOpen, {},      {},  Outcome::kEndsWith0},
+    {"StopWithTheHexDump",    State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotShowWhatItReceived, {},      {},  Outcome::kEndsWith0},
+    {"StopWithTheExitText",   State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotWriteItsExitText,   {},      {},  Outcome::kEndsWith0},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Stream, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+
+}  // namespace
