@@ -41,7 +41,7 @@ struct FaultRow {
   const char* name;
   State state;
   const char* start;            // shell text that starts the service, which is "$@"; nullptr: as is
-  const char* faults;           // for the preloaded library (see libfaults.cpp); nullptr: none
+  const char* faults;           // for the preloaded library (see FaultRules.h); nullptr: none
   void (*happens)(FaultTest&);  // the fault, and what it must show beyond the rest; may be nullptr
   std::vector<const char*> packets;  // the next packets that the relay gets
   std::vector<const char*> log;      // lines that must be in the log
