@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "libKXLogger/StandardError.h"
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 
 #include "libKXLogger/EnvironmentText.h"
 #include "libKXLogger/WriteWhole.h"
@@ -12,9 +14,17 @@
 namespace kxlogger {
 namespace {
 
-// Someone else may have made the stream non-blocking, since it is shared with other programs. A
-// reader that has stopped holds up a line no longer than this.
+// Milliseconds that a reader may be slow. Whoever has not read for so long costs no further wait
+// until the stream takes lines again: a log that nobody reads must not stop the service.
 constexpr int kPatience = 1000;
+
+constinit std::atomic<bool> isStalled = false;
+
+// A line is short enough for a pipe to take it whole, or to say before that it cannot.
+bool BecomesWritable(int patience) {
+  pollfd entry = {STDERR_FILENO, POLLOUT, 0};
+  return poll(&entry, 1, patience) == 1;
+}
 
 constinit EnvironmentText journalStream("JOURNAL_STREAM");
 
@@ -28,6 +38,10 @@ bool IsJournal() {
 }  // namespace
 
 void WriteStandardError(const LogRecord& record) {
+  isStalled = !BecomesWritable(isStalled ? 0 : kPatience);
+  if (isStalled) {
+    return;
+  }
   std::array<char, kLineSize> buffer;
   const std::string_view prefix = IsJournal() ? JournalPrefix(record.level) : "";
   const std::size_t size = ComposeLine(buffer, prefix, record);

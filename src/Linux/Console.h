@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The process's standard streams, for short diagnostics. Each call writes its whole text at once,
 // also when the stream is a pipe or a file, so that the lines of several threads never mix.
-// A stream that takes nothing more (closed, full disk) loses the text: diagnostics carry no state.
-// May block while a pipe is full; any thread may call.
+// Diagnostics carry no state, so they never hold up the service: a stream that takes nothing more
+// (closed, full disk) loses the text, and so does one that nobody has read for a second.
+// Any thread may call.
 #pragma once
 
 #include <string_view>
@@ -13,3 +14,7 @@ void WriteStandardError(std::string_view text);
 // Opens /dev/null in the place of each standard stream that the process was started without: a
 // serial line or socket opened later would otherwise get that number, and the diagnostics with it.
 void EnsureStandardStreams();
+
+// Lets the diagnostics go through pipes and terminals without blocking, on descriptors of their
+// own: the streams themselves are shared with other programs. To be called once, before any thread.
+void UnblockStandardStreams();

@@ -29,6 +29,7 @@ void InstallStopSignals() {
 
 int main() {
   EnsureStandardStreams();
+  UnblockStandardStreams();
   // A peer that has gone shows as a failed send.
   (void)std::signal(SIGPIPE, SIG_IGN);
   SerialPortHandler* const handler = SerialPortHandler::GetInstance();

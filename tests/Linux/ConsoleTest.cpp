@@ -133,4 +133,71 @@ TEST(EnsureStandardStreamsTest, NothingChangesWhenAllAreOpen) {
             }));
 }
 
+// Standard error is a pipe with room for one page. Gives its reading end.
+int MakeErrorAPipe() {
+  int ends[2] = {-1, -1};
+  (void)pipe2(ends, O_CLOEXEC);
+  (void)fcntl(ends[1], F_SETPIPE_SZ, 4096);
+  (void)dup2(ends[1], STDERR_FILENO);
+  (void)close(ends[1]);
+  return ends[0];
+}
+
+std::string ReadAll(int descriptor) {
+  std::string text(100'000, '\0');
+  (void)fcntl(descriptor, F_SETFL, O_NONBLOCK);
+  const ssize_t count = read(descriptor, text.data(), text.size());
+  text.resize(count > 0 ? static_cast<size_t>(count) : 0);
+  return text;
+}
+
+TEST(UnblockStandardStreamsTest, APipeThatNobodyReadsLosesTextsAndHoldsUpNobody) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              UnblockStandardStreams();
+              for (int i = 0; i < 1000; ++i) {
+                WriteStandardError(std::string(12'000, 'x') + "\n");  // alarm ends a wait
+              }
+              return reader == -1 ? 1 : 0;
+            }));
+}
+
+TEST(UnblockStandardStreamsTest, ALineAfterACutOneBeginsAnew) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              UnblockStandardStreams();
+              WriteStandardError(std::string(10'000, 'x') + "\n");
+              WriteStandardError("lost\n");
+              if (ReadAll(reader) != std::string(4096, 'x')) {
+                return 1;
+              }
+              WriteStandardError("read again\n");
+              return ReadAll(reader) == "\nread again\n" ? 0 : 2;
+            }));
+}
+
+TEST(UnblockStandardStreamsTest, AReaderThatIsOnlySlowGetsEverything) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              UnblockStandardStreams();
+              const std::string text(300'000, 'y');
+              std::thread writer([&] { WriteStandardError(text); });
+              std::string got;
+              char byte = 0;
+              while (got.size() < text.size() && read(reader, &byte, 1) == 1) {
+                got += byte;
+              }
+              writer.join();
+              return got == text ? 0 : 1;
+            }));
+}
+
+TEST(UnblockStandardStreamsTest, TheSharedStreamStaysBlocking) {
+  EXPECT_EQ(0, InChild([] {
+              (void)MakeErrorAPipe();
+              UnblockStandardStreams();
+              return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
+            }));
+}
+
 }  // namespace
