@@ -3,6 +3,7 @@
 #include <future>
 
 #include "e2e/ServiceTest.h"
+#include "support/Hex.h"
 
 namespace {
 
@@ -150,7 +151,7 @@ TEST_F(ServiceTest, TenMegabytesReachTheRelayUnchanged) {
   while (received.size() < bytes.size()) {
     const std::string packet = relay->NextPacket();
     ASSERT_EQ(Wire("04 02 000E '#PhysicalPort0' 01 02"), packet.substr(4, 40)) << packet;
-    const std::vector<uint8_t> data = WireBytes(packet.substr(48));
+    const std::vector<uint8_t> data = FromHex(packet.substr(48));
     received.append(data.begin(), data.end());
   }
   EXPECT_TRUE(sending.get());

@@ -4,32 +4,43 @@
 
 #include <cctype>
 #include <cstdint>
-#include <cstdio>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
-// "00 0A 0201" → the four bytes. Blanks are ignored.
+inline constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+
+// "00 0A 0201" → the four bytes. Blanks are ignored; anything else throws.
 inline std::vector<uint8_t> FromHex(const std::string& text) {
-  std::string digits;
-  for (const char character : text) {
-    if (std::isspace(static_cast<unsigned char>(character)) == 0) {
-      digits += character;
-    }
-  }
   std::vector<uint8_t> bytes;
-  for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-    bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+  bytes.reserve(text.size() / 2);
+  bool isSecond = false;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (std::isspace(byte) != 0) {
+      continue;
+    }
+    const size_t digit = kHexDigits.find(static_cast<char>(std::toupper(byte)));
+    if (digit == std::string_view::npos) {
+      throw std::invalid_argument("no hex text: " + text.substr(0, 80));
+    }
+    if (isSecond) {
+      bytes.back() = static_cast<uint8_t>(bytes.back() * 16 + digit);
+    } else {
+      bytes.push_back(static_cast<uint8_t>(digit));
+    }
+    isSecond = !isSecond;
   }
   return bytes;
 }
 
 // The bytes in upper case without blanks.
 inline std::string ToHex(const uint8_t* bytes, size_t count) {
-  std::string text;
+  std::string text(2 * count, '0');
   for (size_t i = 0; i < count; ++i) {
-    char pair[3] = {};
-    (void)std::snprintf(pair, sizeof pair, "%02X", static_cast<unsigned>(bytes[i]));
-    text += pair;
+    text[2 * i] = kHexDigits[bytes[i] >> 4];
+    text[2 * i + 1] = kHexDigits[bytes[i] & 0xF];
   }
   return text;
 }
