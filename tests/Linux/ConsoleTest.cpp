@@ -136,7 +136,9 @@ TEST(EnsureStandardStreamsTest, NothingChangesWhenAllAreOpen) {
 // Standard error is a pipe with room for one page. Gives its reading end.
 int MakeErrorAPipe() {
   int ends[2] = {-1, -1};
-  (void)pipe2(ends, O_CLOEXEC);
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    return -1;
+  }
   (void)fcntl(ends[1], F_SETPIPE_SZ, 4096);
   (void)dup2(ends[1], STDERR_FILENO);
   (void)close(ends[1]);
