@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Faults of the system around the service: udevadm, /tmp, the dump's path, descriptors, the log.
-#include <sys/resource.h>
 
 #include <csignal>
 #include <filesystem>
@@ -153,39 +152,6 @@ void StopWhileDumpIsAFifo(FaultTest& test) {
   ASSERT_TRUE(Becomes([&] { return test.service->IsIdle(); }));
 }
 
-// What it holds already it keeps; nothing more can be opened. The configuration comes first.
-void NoDescriptorForAnOpen(FaultTest& test) {
-  rlimit before{};
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, nullptr, &before));
-  const rlimit few = {3, before.rlim_max};
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &few, nullptr));
-  test.device = std::make_unique<Device>();
-  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0002"), test.relay->Answer(kOpenPort0));
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &before, nullptr));
-  EXPECT_EQ(Wire(kPort0Opened), test.relay->Answer(kOpenPort0));
-}
-
-void NoDescriptorForTheNextLink(FaultTest& test) {
-  const rlimit few = {3, 3};
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &few, nullptr));
-  test.relay->Leaves();
-}
-
-void NoDescriptorForAReopen(FaultTest& test) {
-  rlimit before{};
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, nullptr, &before));
-  const rlimit few = {3, before.rlim_max};
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &few, nullptr));
-  test.device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
-  test.device->Plug();
-  test.relay->Sends(kWriteB);
-  ASSERT_TRUE(LogFile::Shows(kSendFailed));
-  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &before, nullptr));
-  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
-  test.ExpectDataBothWays();
-}
-
 void LogGoesToStandardError(FaultTest& test) {
   ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence));
   EXPECT_TRUE(Service::PrintsError("/dev/full: cannot be written, lines go to standard error"));
@@ -196,9 +162,6 @@ const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
 constexpr const char* kWithoutTools =
     "ln -s /bin/rm /tmp/e2e/bin/rm; PATH=/tmp/e2e/bin; exec \"$@\"";
-constexpr const char* kFewFiles = "ulimit -n 5; exec \"$@\"";
-constexpr const char* kNoConfiguration =
-    "1 libvost Libvost.cpp 4 /tmp/e2e/vost.conf: Too many open files";
 constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
 
 // clang-format off
@@ -223,10 +186,6 @@ const FaultRow kRows[] = {
     {"DumpIsALinkToNothing",     State::kLinked,    kPlain,        nullptr, DumpIsALinkToNothing,       {},             {},                  Outcome::kGoesOn},
     {"DumpIsOfSomeoneElse",      State::kLinked,    kPlain,        nullptr, DumpIsAFileOfSomeoneElse,   {},             {},                  Outcome::kGoesOn},
     {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        nullptr, StopWhileDumpIsAFifo,       {},             {},                  Outcome::kStops},
-    {"NoDescriptorForAnOpen",    State::kLinked,    kPlain,        nullptr, NoDescriptorForAnOpen,      {},             {kNoConfiguration},  Outcome::kGoesOn},
-    {"NoDescriptorForALink",     State::kStarting,  kFewFiles,     nullptr, nullptr,                    {},             {kLinkFailed},       Outcome::kEndsWith255},
-    {"NoDescriptorForNextLink",  State::kLinked,    kPlain,        nullptr, NoDescriptorForTheNextLink, {},             {kLinkFailed},       Outcome::kEndsWith255},
-    {"NoDescriptorForAReopen",   State::kPortOpen,  kPlain,        nullptr, NoDescriptorForAReopen,     {},             {kCannotOpenDevice}, Outcome::kGoesOn},
     {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      nullptr, LogGoesToStandardError,     {},             {},                  Outcome::kGoesOn},
 };
 // clang-format on
