@@ -75,7 +75,10 @@ int FakeRelay::Send(const uint8_t* data, int length) {
   return length;
 }
 
-int FakeRelay::Close() { return 0; }
+int FakeRelay::Close() {
+  ++closes;
+  return 0;
+}
 
 void FakeRelay::Sends(const std::string& hex) {
   const std::vector<uint8_t> packet = FromHex(hex);

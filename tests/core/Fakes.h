@@ -3,6 +3,7 @@
 // behind their factories (replaced at link time), and the platform library.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -59,6 +60,7 @@ class FakeRelay final : public CCommSocketExport {
   std::vector<std::string> sent;        // hex, in order
   std::function<void()> whenListening;  // runs inside Listen
   int listenResult = 0;
+  std::atomic<int> closes = 0;
 };
 
 // What the factories made and the platform library answers. The test's and the service's threads

@@ -2,6 +2,7 @@
 // Start, supervision and stop, with a relay connection that the test plays.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 
 #include "core/Fakes.h"
@@ -68,6 +69,22 @@ TEST_F(LifeCycleTest, AConnectErrorDropsThePortsAndListensAnewOnThePortLookedUpA
   EXPECT_EQ("000902020001410002", second->sent.back()) << "the port must be opened again";
   Stop();
   ASSERT_TRUE(Ended(run));
+}
+
+// Somebody still holds the first connection, as a receive thread that the bounded stop gave up on
+// does for a moment. Its listening end has to be gone all the same: both want the same port.
+TEST_F(LifeCycleTest, AConnectionThatIsStillHeldIsClosedBeforeTheNextOneListens) {
+  std::atomic<int> closedBefore = -1;
+  auto run = Run();
+  const auto held = world.RelayNumber(1);
+  world.prepareRelay = [&](FakeRelay& next) {
+    next.whenListening = [&] { closedBefore = held->closes.load(); };
+  };
+  (void)held->callbacks.onError("ConnectError", -1, held->callbacks.context);
+  (void)world.RelayNumber(2);
+  Stop();
+  ASSERT_TRUE(Ended(run));
+  EXPECT_EQ(1, closedBefore);
 }
 
 TEST_F(LifeCycleTest, AnyOtherErrorTextIsIgnored) {
