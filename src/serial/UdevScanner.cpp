@@ -27,7 +27,7 @@ constexpr std::string_view kUsbBus = "usb";
 constexpr size_t kLineSize = 1022;
 
 // Port number to the path of the USB connector that it stands for.
-constexpr std::array<std::string_view, 6> kTopology = {
+constexpr std::array<const char*, kUsbPortCount> kTopology = {
     "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/devices/pci0000:00/0000:00:1d.2/usb4/4-2",
     "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/devices/pci0000:00/0000:00:1d.0/usb2/2-2",
     "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/devices/pci0000:00/0000:00:1d.0/usb2/2-1",
@@ -174,20 +174,32 @@ int RemoveDeviceDatabase() {
 }
 
 int FindDeviceByPortIndex(int index, char* devName) {
-  if (index < 0 || index >= static_cast<int>(kTopology.size()) || devName == nullptr) {
+  if (UsbPortPlace(index) == nullptr || devName == nullptr) {
     return kDeviceSearchInvalid;
   }
   const File file = OpenDatabase();
   if (file == nullptr) {
     return kDeviceNotFound;
   }
+  return FindDeviceByPortIndex(file.get(), index, devName);
+}
+
+int FindDeviceByPortIndex(FILE* database, int index, char* devName) {
+  const char* const place = UsbPortPlace(index);
+  if (place == nullptr || devName == nullptr) {
+    return kDeviceSearchInvalid;
+  }
   UdevRecord record;
-  while (NextRecord(file.get(), kTopology[static_cast<size_t>(index)], record)) {
+  while (NextRecord(database, place, record)) {
     if (std::string_view(record.bus).starts_with(kUsbBus) && !IsRawUsbNode(record)) {
       return CopyDevName(record, devName);
     }
   }
   return kDeviceNotFound;
+}
+
+const char* UsbPortPlace(int index) {
+  return index >= 0 && index < kUsbPortCount ? kTopology[static_cast<size_t>(index)] : nullptr;
 }
 
 int FindDeviceByIds(unsigned vendorId, unsigned productId, UdevRecord* record) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 
 constexpr int kDeviceFound = 1;
 constexpr int kDeviceNotFound = 0;
@@ -35,6 +36,15 @@ int RemoveDeviceDatabase();
 // when the node's name is too long for that; kDeviceSearchInvalid for an index outside the
 // topology or a null `devName`.
 int FindDeviceByPortIndex(int index, char* devName);
+
+// The same in a dump that the caller has opened and closes; reads from where `database` stands. For
+// tools that look beside the running service, whose file they must not touch.
+int FindDeviceByPortIndex(std::FILE* database, int index, char* devName);
+
+// How many places of the USB topology are ports, and the place of port `index`, 0 to 5, as a device
+// path ("/devices/..."); nullptr outside the topology.
+constexpr int kUsbPortCount = 6;
+const char* UsbPortPlace(int index);
 
 // The first adapter with these USB ids. kDeviceFound and its record in `record`; kDeviceNotFound;
 // kDeviceSearchInvalid when `record` is null.

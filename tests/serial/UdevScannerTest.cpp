@@ -2,6 +2,7 @@
 // Which record of a dump each search chooses.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <ostream>
 
@@ -53,6 +54,22 @@ TEST_P(UdevTopologyTest, IsTheAdapterBelowItsConnectorAlone) {
   for (int index = 0; index < 6; ++index) {
     EXPECT_EQ(index == GetParam().index ? "1 /dev/ttyUSB9" : "0 ", ByPlace(index)) << index;
   }
+}
+
+TEST_P(UdevTopologyTest, IsSearchedInADumpThatTheCallerOpenedToo) {
+  EXPECT_STREQ(GetParam().path, UsbPortPlace(GetParam().index));
+  const std::string text = Record(GetParam().path, "/dev/ttyUSB9");
+  WriteText(udev.Path("dump"), text);
+  std::FILE* const dump = std::fopen(udev.Path("dump").c_str(), "re");
+  ASSERT_NE(nullptr, dump);
+  char node[kDevNameSize] = {};
+  EXPECT_EQ(kDeviceFound, FindDeviceByPortIndex(dump, GetParam().index, node));
+  EXPECT_STREQ("/dev/ttyUSB9", node);
+  EXPECT_EQ(kDeviceSearchInvalid, FindDeviceByPortIndex(dump, kUsbPortCount, node));
+  EXPECT_EQ(kDeviceSearchInvalid, FindDeviceByPortIndex(dump, 0, nullptr));
+  (void)std::fclose(dump);
+  EXPECT_EQ(nullptr, UsbPortPlace(-1));
+  EXPECT_EQ(nullptr, UsbPortPlace(kUsbPortCount));
 }
 
 TEST_P(UdevTopologyTest, IsFoundInADatabaseOfSixAdapters) {
