@@ -68,6 +68,9 @@ class FaultTest : public ServiceTest, public testing::WithParamInterface<FaultRo
   std::unique_ptr<Device> adapter;  // at /dev/ttyUSB0
   pid_t inner = 0;                  // the service, where it is not the process that was started
 
+  // What a test of the table is: the state, the fault, and what must show.
+  void PlayRow();
+
   // Starts the service as `start` and `faults` say.
   void StartAs(const char* start, const char* faults);
   void Bring(State state);

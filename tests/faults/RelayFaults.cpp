@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <thread>
 
@@ -97,12 +96,8 @@ void SendsSixtyThousandCommands(FaultTest& test) {
   EXPECT_EQ(kCommands, inOrder);
 }
 
-// How long the relay reads nothing. SPH_STALL_SECONDS=30 shows it for as long as a relay may really
-// be away; what is looked at does not depend on it.
-std::chrono::seconds Stall() {
-  const char* const given = std::getenv("SPH_STALL_SECONDS");
-  return std::chrono::seconds(given != nullptr ? std::atoi(given) : 5);
-}
+// How long the relay reads nothing: as long as a busy relay may really be away.
+constexpr std::chrono::seconds kStall{30};
 
 std::string AdapterName(unsigned port) { return "#USBSerialPort" + std::to_string(port); }
 
@@ -121,7 +116,7 @@ void FeedUntil(std::chrono::steady_clock::time_point end, const Device& device, 
           taken += count > 0 ? static_cast<size_t>(count) : 0;
           return taken == piece.size();
         },
-        Stall() + kDeadline));
+        kStall + kDeadline));
   }
   sent += ";";
   EXPECT_TRUE(device.Sends(";"));
@@ -158,7 +153,7 @@ void ReadsNothingForAWhile(FaultTest& test) {
   }
   std::map<std::string, std::string> sent;
   std::vector<std::thread> feeders;
-  const auto end = std::chrono::steady_clock::now() + Stall();
+  const auto end = std::chrono::steady_clock::now() + kStall;
   for (unsigned port = 0; port < 6; ++port) {
     std::string& bytes = sent[HexOf(AdapterName(port))];
     feeders.emplace_back(

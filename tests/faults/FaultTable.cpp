@@ -1,0 +1,4 @@
+// SPDX-License-Identifier: MIT
+#include "faults/FaultTest.h"
+
+TEST_P(FaultTest, ShowsWhatItsRowSays) { PlayRow(); }
