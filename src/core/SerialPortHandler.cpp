@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "core/SerialPortHandler.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -16,6 +13,7 @@
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
 #include "core/Callbacks.h"
+#include "core/RelayPort.h"
 #include "core/ResultStatus.h"
 #include "platform/Libvost.h"
 #include "protocol/PacketBuilder.h"
@@ -29,9 +27,6 @@ const std::string logModule = "SerialPortHandler";
 const std::string logTag = "4";
 
 constexpr const char* kLogFile = "SerialPortHandler.cpp";
-
-constexpr uint32_t kDefaultRelayPort = 60004;
-constexpr long kLastReservedPort = 1024;
 
 constexpr unsigned kSupervisionMilliseconds = 250;
 constexpr unsigned kThreadsEndMilliseconds = 5000;
@@ -47,18 +42,11 @@ void LogLine(LogLevel level, const char* message, int line = __builtin_LINE()) {
 // The platform library's texts are fixed buffers; one without a terminating zero ends at its end.
 std::string TextOf(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
 
-// What the platform library says, or the default when it says nothing or a reserved port. A long
-// has 32 bits on the device; a larger number counts as the largest one there, everywhere.
+// What the platform library says, or the default when it says nothing.
 uint32_t RelayPort() {
   KX_CONNECT_INFO info{};
-  if (Libvost().getSystemConnectInfo(info) == 0) {
-    return kDefaultRelayPort;
-  }
-  const long port = std::strtol(TextOf(info.port).c_str(), nullptr, 10);
-  if (port <= kLastReservedPort) {
-    return kDefaultRelayPort;
-  }
-  return static_cast<uint32_t>(std::min<long>(port, std::numeric_limits<int32_t>::max()));
+  return Libvost().getSystemConnectInfo(info) == 0 ? kDefaultRelayPort
+                                                   : RelayPortOf(TextOf(info.port));
 }
 
 }  // namespace
