@@ -14,10 +14,11 @@ constexpr const char* kStarter = "/tmp/e2e/bin/start-service";
 constexpr const char* kGate = "/dev/shm/faults-now";
 constexpr const char* kReport = "/dev/shm/faults-made";
 
-std::string FaultsLibrary() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() /
-         "lib/libfaults.so";
+std::filesystem::path Tools() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path();
 }
+
+std::string FaultsLibrary() { return Tools().parent_path() / "lib/libfaults.so"; }
 
 }  // namespace
 
@@ -44,7 +45,7 @@ FaultTest::FaultTest() {
 
 // The starter takes the place of an emulator, and hands over to the real one, if any.
 void FaultTest::StartAs(const char* start, const char* faults) {
-  std::string text = "#!/bin/bash\nset -e\n";
+  std::string text = "#!/bin/bash\nset -e\nFAULT_TOOLS=" + Tools().string() + "\n";
   if (faults != nullptr) {
     text += "set -- env LD_PRELOAD=" + FaultsLibrary() + " 'FAULTS=" + faults + "' \"$@\"\n";
   }

@@ -144,6 +144,9 @@ void DumpIsAFileOfSomeoneElse(FaultTest& test) {
   Search(test, kAdapterOpened, true);
 }
 
+// The limit of processes is reached: the shell that runs the tool does not start.
+void NoProcessCanStart(FaultTest& test) { Search(test, kAdapterNotFound); }
+
 // The shell waits for a reader before it starts the tool.
 void StopWhileDumpIsAFifo(FaultTest& test) {
   Shell("mkfifo /tmp/deviceinfo.txt");
@@ -162,6 +165,7 @@ const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
 constexpr const char* kWithoutTools =
     "ln -s /bin/rm /tmp/e2e/bin/rm; PATH=/tmp/e2e/bin; exec \"$@\"";
+constexpr const char* kWithoutChildren = "exec \"$FAULT_TOOLS/without-children\" \"$@\"";
 constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
 
 // clang-format off
@@ -186,6 +190,9 @@ const FaultRow kRows[] = {
     {"DumpIsALinkToNothing",     State::kLinked,    kPlain,        nullptr, DumpIsALinkToNothing,       {},             {},                  Outcome::kGoesOn},
     {"DumpIsOfSomeoneElse",      State::kLinked,    kPlain,        nullptr, DumpIsAFileOfSomeoneElse,   {},             {},                  Outcome::kGoesOn},
     {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        nullptr, StopWhileDumpIsAFifo,       {},             {},                  Outcome::kStops},
+#ifdef SPH_WITHOUT_CHILDREN
+    {"NoProcessCanStart",        State::kLinked,    kWithoutChildren, nullptr, NoProcessCanStart,       {},             kNoAdapter,          Outcome::kGoesOn},
+#endif
     {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      nullptr, LogGoesToStandardError,     {},             {},                  Outcome::kGoesOn},
 };
 // clang-format on
