@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 #include <limits>
-#include <optional>
 #include <string_view>
 
 #include "serial/UdevScanner.h"
@@ -36,9 +35,7 @@ std::optional<unsigned> NumberBehind(std::string_view prefix, const std::string&
                                              : static_cast<unsigned>(number);
 }
 
-std::string FindUsbPort(unsigned number) {
-  constexpr unsigned kLargest = std::numeric_limits<int>::max();
-  const int index = number > kLargest ? -1 : static_cast<int>(number);
+std::string FindUsbPort(int index) {
   char devName[kDevNameSize] = {};
   (void)DumpDeviceDatabase();  // a failed dump shows as an adapter that is not found
   const int found = FindDeviceByPortIndex(index, devName);
@@ -52,8 +49,17 @@ std::string ResolvePortName(const std::string& portName) {
   if (const auto number = NumberBehind(kPhysicalPort, portName)) {
     return *number == kPhysicalPortNumber ? std::string(kPhysicalNode) + kPhysicalPortUart : "";
   }
-  if (const auto number = NumberBehind(kUsbPort, portName)) {
-    return FindUsbPort(*number);
+  if (const auto index = UsbPortIndexOf(portName)) {
+    return FindUsbPort(*index);
   }
   return "";
+}
+
+std::optional<int> UsbPortIndexOf(const std::string& portName) {
+  const auto number = NumberBehind(kUsbPort, portName);
+  if (!number) {
+    return std::nullopt;
+  }
+  constexpr unsigned kLargest = std::numeric_limits<int>::max();
+  return *number > kLargest ? -1 : static_cast<int>(*number);
 }
