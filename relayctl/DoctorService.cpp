@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#include <arpa/inet.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "Doctor.h"
+
+namespace {
+
+constexpr uint32_t kLoopback = INADDR_LOOPBACK;
+
+// Where the service's searches dump the udev database.
+constexpr const char* kDumpFile = "/tmp/deviceinfo.txt";
+
+std::string Names(const ProcessSearch& search) {
+  std::string names;
+  for (const Process& process : search.found) {
+    names += (names.empty() ? "" : ", ") + NameOf(process);
+  }
+  return names.empty() ? "a process that this user may not look into" : names;
+}
+
+void ExamineConfiguration(const MachineConfiguration& configuration, Report& report) {
+  report.Fact("configuration", configuration.path);
+  if (!configuration.exists) {
+    report.Fault("there is no configuration: every open is answered with status 2",
+                 "write " + configuration.path + " with a section for each port");
+  } else if (!configuration.problem.empty()) {
+    report.Fault("the configuration counts as empty: " + configuration.problem,
+                 "mend " + configuration.path);
+  } else if (configuration.ports.empty()) {
+    report.Warning("the configuration has no port",
+                   "add a section for each port to " + configuration.path);
+  }
+}
+
+void ExamineListener(const Machine& machine, const TcpSocket& listener, Report& report) {
+  const ProcessSearch owners = machine.processes.OwnersOf(listener.inode);
+  report.Fact("process", Names(owners));
+  const bool isOther =
+      !owners.found.empty() && std::none_of(owners.found.begin(), owners.found.end(), IsService);
+  const std::string where = "127.0.0.1:" + std::to_string(listener.localPort);
+  if (isOther) {
+    report.Warning(
+        Names(owners) + " listens on " + where + ", which is not the service by its name",
+        "if it is another program, end it, or configure another relay port");
+  } else {
+    report.Good("the service listens on " + where);
+  }
+}
+
+// One that a process has is served; those that nobody has wait in the kernel's queue.
+void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint32_t port,
+                  Report& report) {
+  size_t waiting = 0;
+  for (const TcpSocket& link : sockets) {
+    if (link.localPort != port || link.state != kTcpEstablished) {
+      continue;
+    }
+    if (link.inode == 0) {
+      ++waiting;
+      continue;
+    }
+    const auto peer = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& other) {
+      return other.localPort == link.remotePort && other.remotePort == port;
+    });
+    const std::string who =
+        peer != sockets.end() ? Names(machine.processes.OwnersOf(peer->inode)) : "a peer";
+    report.Fact("peer", who);
+    report.Note("the relay port is taken by " + who + ": the service has one peer at a time",
+                "end it before you use another relay; relayctl's commands would wait");
+  }
+  if (waiting > 0) {
+    report.Warning(std::to_string(waiting) + " more connected and wait for ever in the queue",
+                   "end these; the queue is reset when the service listens anew");
+  }
+}
+
+// The service runs as another user, in a folder where nobody may replace the file of somebody else.
+void ExamineDumpFile(Report& report) {
+  struct stat file {};
+  if (lstat(kDumpFile, &file) != 0) {
+    return;
+  }
+  const std::string name = kDumpFile;
+  if (!S_ISREG(file.st_mode)) {
+    report.Fault(name + " is no plain file: no USB port can be found", "remove it: rm -r " + name);
+  } else {
+    report.Note(
+        name + " is there: a search is running, or somebody has left it",
+        "if it stays, remove it: another user's file there keeps USB ports from being found");
+  }
+}
+
+}  // namespace
+
+Report ExamineService(const Machine& machine, uint32_t port) {
+  Report report{"service"};
+  ExamineConfiguration(machine.configuration, report);
+  report.Fact("relay port", port);
+  const std::vector<TcpSocket> sockets = machine.processes.TcpSockets();
+  const auto listener = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& socket) {
+    return socket.state == kTcpListening && socket.localPort == port &&
+           (socket.localAddress == kLoopback || socket.localAddress == INADDR_ANY);
+  });
+  if (listener != sockets.end()) {
+    ExamineListener(machine, *listener, report);
+    ExaminePeers(machine, sockets, port, report);
+  } else {
+    report.Fault("nothing listens on 127.0.0.1:" + std::to_string(port),
+                 "start the service: systemctl start serial-port-handler");
+  }
+  if (!machine.udevProblem.empty()) {
+    report.Fault("no USB port can be found: " + machine.udevProblem,
+                 "install udev; the service runs \"udevadm info --export-db\"");
+  }
+  ExamineDumpFile(report);
+  return report;
+}

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+// What the kernel tells about the machine's processes and TCP connections.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+struct Process {
+  pid_t pid = 0;
+  std::string command;  // the kernel's short name, at most 15 bytes
+  uid_t user = 0;
+  std::set<gid_t> groups;
+  bool overridesPermissions = false;  // has the capability to open any file
+};
+
+// The service's, whose whole name is longer.
+constexpr const char* kServiceShortName = "SerialPortHandl";
+bool IsService(const Process& process);
+
+std::string NameOf(const Process& process);  // "agetty (process 123)"
+
+struct ProcessSearch {
+  std::vector<Process> found;
+  bool complete = true;  // false: some process may not be looked into by this user
+};
+
+// One line of the table of IPv4 TCP sockets. Addresses and ports in host byte order.
+struct TcpSocket {
+  uint32_t localAddress = 0;
+  uint16_t localPort = 0;
+  uint32_t remoteAddress = 0;
+  uint16_t remotePort = 0;
+  unsigned state = 0;
+  uint64_t inode = 0;  // 0: no process has it yet
+};
+constexpr unsigned kTcpEstablished = 1;
+constexpr unsigned kTcpListening = 10;
+
+// `folder`: where its files are, "/proc" but for tests.
+class ProcessTable {
+ public:
+  explicit ProcessTable(std::string folder = "/proc") : proc(std::move(folder)) {}
+
+  // Who has the character device with this number open. Opens nothing itself.
+  ProcessSearch HoldersOf(dev_t device) const;
+
+  // Who has this socket.
+  ProcessSearch OwnersOf(uint64_t inode) const;
+
+  // All with this short name.
+  std::vector<Process> Named(const std::string& command) const;
+
+  std::vector<TcpSocket> TcpSockets() const;
+
+  // Whether the kernel writes its messages to this terminal ("ttyS2").
+  bool IsConsole(const std::string& terminal) const;
+
+ private:
+  std::vector<pid_t> Pids() const;
+  Process Describe(pid_t pid) const;
+
+  std::string proc;
+};

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+#include "relayctl/TmuxWindow.h"
+
+#include "e2e/support/Wait.h"
+#include "relayctl/Shell.h"
+
+namespace {
+
+// A server of its own, which has read nobody's settings.
+constexpr const char* kTmux = "tmux -L test -f /dev/null ";
+
+constexpr const char* kPrompt = "ready>";
+
+std::string Answer(const std::string& format) {
+  return Run(std::string(kTmux) + "display-message -p '" + format + "'").output;
+}
+
+std::string Trimmed(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+    text.pop_back();
+  }
+  return text;
+}
+
+}  // namespace
+
+TmuxWindow::TmuxWindow() {
+  (void)Run(std::string("env PS1='") + kPrompt + " ' LC_ALL=C.UTF-8 TERM=xterm " + kTmux +
+            "-u new-session -d -x 80 -y 24 'bash --norc --noprofile'");
+  (void)ShowsPrompt();
+}
+
+TmuxWindow::~TmuxWindow() { (void)Run(std::string(kTmux) + "kill-server"); }
+
+void TmuxWindow::Types(const std::string& text) const {
+  (void)Run(std::string(kTmux) + "send-keys -l -- " + Quoted(text));
+}
+
+void TmuxWindow::Presses(const std::string& key) const {
+  (void)Run(std::string(kTmux) + "send-keys -- " + Quoted(key));
+}
+
+void TmuxWindow::Runs(const std::string& command) const {
+  Types(command);
+  Presses("Enter");
+}
+
+std::string TmuxWindow::Screen() const {
+  return Run(std::string(kTmux) + "capture-pane -p").output;
+}
+
+bool TmuxWindow::Shows(const std::string& text) const {
+  return Becomes([&] { return Screen().find(text) != std::string::npos; });
+}
+
+bool TmuxWindow::ShowsPrompt() const {
+  return Becomes([&] {
+    const std::string screen = Trimmed(Screen());
+    const size_t line = screen.rfind('\n');
+    return screen.substr(line == std::string::npos ? 0 : line + 1) == kPrompt;
+  });
+}
+
+std::string TmuxWindow::Terminal() const { return Trimmed(Answer("#{pane_tty}")); }
+
+std::string TmuxWindow::Settings() const { return Run("stty -a -F " + Terminal()).output; }
