@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "Progress.h"
+
+#include <array>
+#include <cstdio>
+
+namespace {
+
+std::string OneDecimal(double number) {
+  std::array<char, 64> text{};
+  (void)std::snprintf(text.data(), text.size(), "%.1f", number);
+  return text.data();
+}
+
+std::string Rate(double bytesPerSecond) {
+  if (bytesPerSecond < 1e3) {
+    return OneDecimal(bytesPerSecond) + " B/s";
+  }
+  return bytesPerSecond < 1e6 ? OneDecimal(bytesPerSecond / 1e3) + " kB/s"
+                              : OneDecimal(bytesPerSecond / 1e6) + " MB/s";
+}
+
+std::string Clock(uint64_t seconds) {
+  constexpr uint64_t kLongest = 359999;  // what nobody waits for
+  seconds = seconds < kLongest ? seconds : kLongest;
+  std::array<char, 64> text{};
+  const auto hours = static_cast<unsigned>(seconds / 3600);
+  const auto minutes = static_cast<unsigned>(seconds / 60 % 60);
+  const auto rest = static_cast<unsigned>(seconds % 60);
+  if (hours > 0) {
+    (void)std::snprintf(text.data(), text.size(), "%u:%02u:%02u", hours, minutes, rest);
+  } else {
+    (void)std::snprintf(text.data(), text.size(), "%u:%02u", minutes, rest);
+  }
+  return text.data();
+}
+
+}  // namespace
+
+std::string ProgressText(uint64_t done, uint64_t total, std::chrono::milliseconds elapsed) {
+  const double seconds = static_cast<double>(elapsed.count()) / 1000;
+  const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
+  std::string text = std::to_string(done);
+  if (total > 0) {
+    text += " of " + std::to_string(total) + " bytes, " + std::to_string(done * 100 / total) + " %";
+  } else {
+    text += " bytes";
+  }
+  text += rate > 0 ? ", " + Rate(rate) : "";
+  if (rate > 0 && total > done) {
+    text += ", " + Clock(static_cast<uint64_t>(static_cast<double>(total - done) / rate + 0.5)) +
+            " left";
+  }
+  return text;
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+// How far a transfer is: "12345 of 1048576 bytes, 1 %, 11.2 kB/s, 1:31 left". The rate is the mean
+// since `elapsed` began. `total` 0: it is not known how much there is, and nothing is told of it.
+std::string ProgressText(uint64_t done, uint64_t total, std::chrono::milliseconds elapsed);
