@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
+#include <utility>
+
+#include "ExitStatus.h"
+#include "relay/Text.h"
+
+namespace {
+
+constexpr const char* kExitTable = R"(Exit status:
+  0 done                     5 the service ended the link
+  1 a file or the system     6 not a packet of the protocol
+  2 wrong use                7 not as recorded; doctor: a fault
+  3 nothing listens          10 + the service's status, when it
+  4 no answer in time             refused: 12, 13, 14, 15
+"relayctl COMMAND --help" tells a command's options; relayctl(1) has examples.)";
+
+constexpr double kMostSeconds = 1e6;
+
+// What a person typed comes back on a terminal: no control bytes, one line.
+void PrintError(const std::string& text) {
+  std::string line;
+  for (const char byte : text) {
+    line += byte == '\n' ? std::string(" ")
+            : static_cast<unsigned char>(byte) < 0x20 || byte == '\x7F'
+                ? relay::Escape(std::string_view(&byte, 1))
+                : std::string(1, byte);
+  }
+  (void)std::fprintf(stderr, "relayctl: %s\n", line.c_str());
+}
+
+}  // namespace
+
+struct SubCommand::Parser {
+  CLI::App* app;
+};
+
+SubCommand::SubCommand(std::unique_ptr<Parser> commandParser) : parser(std::move(commandParser)) {}
+SubCommand::~SubCommand() = default;
+
+void SubCommand::Flag(const std::string& names, bool& target, const std::string& help) {
+  parser->app->add_flag(names, target, help);
+}
+
+void SubCommand::Option(const std::string& names, std::string& target,
+                        const std::string& placeholder, const std::string& help) {
+  parser->app->add_option(names, target, help)->type_name(placeholder);
+}
+
+void SubCommand::Option(const std::string& names, double& target, const std::string& placeholder,
+                        const std::string& help) {
+  parser->app->add_option(names, target, help)
+      ->check(CLI::Range(0.0, kMostSeconds))
+      ->type_name(placeholder);
+}
+
+void SubCommand::Option(const std::string& names, unsigned& target, const std::string& placeholder,
+                        const std::string& help, unsigned least, unsigned most) {
+  parser->app->add_option(names, target, help)
+      ->check(CLI::Range(least, most))
+      ->type_name(placeholder);
+}
+
+void SubCommand::Choice(const std::string& names, std::string& target,
+                        const std::vector<std::string>& words, const std::string& help) {
+  std::string all;
+  for (const std::string& word : words) {
+    all += (all.empty() ? "" : "|") + word;
+  }
+  parser->app->add_option(names, target, help)->check(CLI::IsMember(words))->type_name(all);
+}
+
+void SubCommand::Argument(const std::string& name, std::string& target, const std::string& help,
+                          bool isRequired) {
+  parser->app->add_option(name, target, help)->type_name("")->required(isRequired);
+}
+
+void SubCommand::Arguments(const std::string& name, std::vector<std::string>& target,
+                           const std::string& help, bool isRequired) {
+  parser->app->add_option(name, target, help)->type_name("")->required(isRequired);
+}
+
+void SubCommand::Footer(const std::string& text) { parser->app->footer(text); }
+
+struct CommandLine::Parser {
+  CLI::App app{
+      "Plays the relay service: opens serial ports through SerialPortHandler and talks "
+      "to them."};
+  std::function<int()> chosen;
+};
+
+namespace {
+
+// Set while CommandLine::Run parses: the action of the command that was named.
+std::function<int()> chosenAction;
+
+}  // namespace
+
+void SubCommand::Runs(std::function<int()> action) {
+  parser->app->callback([action = std::move(action)] { chosenAction = action; });
+}
+
+CommandLine::CommandLine() : parser(std::make_unique<Parser>()) {
+  CLI::App& app = parser->app;
+  app.name("relayctl");
+  app.option_defaults()->always_capture_default();
+  app.set_version_flag("-V,--version", std::string("relayctl ") + RELAYCTL_VERSION);
+  app.add_option("-p,--port", settings.port, "TCP port of the service on 127.0.0.1")
+      ->check(CLI::Range(1U, 0xFFFFU))
+      ->type_name("N");
+  app.add_flag("-j,--json", settings.json, "Print one JSON object per line");
+  app.add_option("--timeout", settings.timeout, "How long to wait for an answer; 0: for ever")
+      ->check(CLI::Range(0.0, kMostSeconds))
+      ->type_name("SECONDS");
+  app.add_option("--patience", settings.patience,
+                 "How long to try a service that does not listen yet")
+      ->check(CLI::Range(0.0, kMostSeconds))
+      ->type_name("SECONDS");
+  app.require_subcommand(1);
+  app.footer(kExitTable);
+}
+
+CommandLine::~CommandLine() = default;
+
+SubCommand& CommandLine::Add(const std::string& name, const std::string& help) {
+  CLI::App* const app = parser->app.add_subcommand(name, help);
+  app->fallthrough();  // the common options may stand behind the command too
+  app->option_defaults()->always_capture_default();
+  commands.push_back(
+      std::make_unique<SubCommand>(std::make_unique<SubCommand::Parser>(SubCommand::Parser{app})));
+  return *commands.back();
+}
+
+int CommandLine::Run(int argc, char** argv) {
+  CLI::App& app = parser->app;
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& wanted) {  // help or version
+    return app.exit(wanted);
+  } catch (const CLI::ParseError& error) {
+    const auto named = app.get_subcommands();
+    const std::string command = named.empty() ? "" : named[0]->get_name() + " ";
+    PrintError((command.empty() ? "" : command.substr(0, command.size() - 1) + ": ") +
+               error.what() + " (relayctl " + command + "--help tells more)");
+    return kExitUsage;
+  }
+  try {
+    return std::exchange(chosenAction, nullptr)();
+  } catch (const relay::Error& error) {
+    PrintError(error.what());
+    return ExitStatusOf(error);
+  }
+}

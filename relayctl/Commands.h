@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+// Each function adds one command, or a group of them, to the command line. One file each.
+#pragma once
+
+#include "CommandLine.h"
+
+void AddOpenCommand(CommandLine& line);
+void AddCloseCommand(CommandLine& line);
+void AddWriteCommand(CommandLine& line);
+
+// terminal, pty, doctor, suggest.
+void AddTerminalCommands(CommandLine& line);
