@@ -7,6 +7,7 @@
 #include "Doctor.h"
 #include "DoctorLine.h"
 #include "TerminalDevice.h"
+#include "relay/Packet.h"
 #include "serial/PortNameResolver.h"
 #include "serial/UdevScanner.h"
 
@@ -108,10 +109,30 @@ bool ExamineNode(const std::string& path, const TerminalNode& node, Report& repo
   return true;
 }
 
+// Packets may name an adapter by its ids, but no port can be opened so.
+void ExamineIds(const Machine& machine, Report& report) {
+  std::string names;
+  for (const SerialAdapter& adapter : machine.udev.Adapters()) {
+    if (adapter.vendorId + ":" + adapter.productId == report.subject) {
+      report.Fact("node", adapter.node);
+      names += adapter.portName.empty() ? "" : " " + adapter.portName;
+    }
+  }
+  report.Fault("ports are opened by name only: an open by ids is answered with status 2",
+               names.empty()
+                   ? "no adapter with these ids is at a place that has a name; a close or "
+                     "data by ids would end the service when none is plugged in at all"
+                   : "use the name of its place:" + names);
+}
+
 }  // namespace
 
 Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen) {
   Report report{name};
+  if (relay::Port::FromText(name).IsNumbered()) {
+    ExamineIds(machine, report);
+    return report;
+  }
   ExamineConfiguration(machine.configuration, report);
   const std::string path = Resolve(machine, report);
   if (!path.empty()) {

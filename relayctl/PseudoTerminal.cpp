@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -37,7 +38,22 @@ void SetRaw(int terminal) {
 
 }  // namespace
 
-PseudoTerminal::PseudoTerminal(std::string path) : link(std::move(path)) {
+// The symbolic link that this object has made, told from any other that stands there later.
+struct PseudoTerminal::Link {
+  std::string path;
+  struct stat made {};
+
+  void Remove() const {
+    struct stat there {};
+    if (lstat(path.c_str(), &there) == 0 && there.st_dev == made.st_dev &&
+        there.st_ino == made.st_ino && there.st_ctim.tv_sec == made.st_ctim.tv_sec &&
+        there.st_ctim.tv_nsec == made.st_ctim.tv_nsec) {
+      (void)unlink(path.c_str());
+    }
+  }
+};
+
+PseudoTerminal::PseudoTerminal(const std::string& path) {
   farEnd = Checked(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "pseudo-terminal");
   try {
     (void)Checked(grantpt(farEnd), "pseudo-terminal");
@@ -48,7 +64,9 @@ PseudoTerminal::PseudoTerminal(std::string path) : link(std::move(path)) {
     watch = Checked(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify");
     (void)Checked(inotify_add_watch(watch, node.c_str(), IN_OPEN), node);
     Settle();
-    MakeLink();
+    if (!path.empty()) {
+      MakeLink(path);
+    }
   } catch (...) {
     (void)close(farEnd);
     (void)close(watch);
@@ -57,31 +75,32 @@ PseudoTerminal::PseudoTerminal(std::string path) : link(std::move(path)) {
 }
 
 PseudoTerminal::~PseudoTerminal() {
-  std::error_code none;
-  if (!link.empty() && fs::read_symlink(link, none) == node) {
-    fs::remove(link, none);
+  if (link != nullptr) {
+    link->Remove();
   }
   (void)close(watch);
   (void)close(farEnd);
 }
 
 // Renamed into place: whoever opens the path while it is replaced meets the old link or the new.
-void PseudoTerminal::MakeLink() {
-  if (link.empty()) {
-    return;
-  }
+void PseudoTerminal::MakeLink(const std::string& path) {
   std::error_code error;
-  const fs::file_status there = fs::symlink_status(link, error);
+  const fs::file_status there = fs::symlink_status(path, error);
   if (fs::exists(there) && !fs::is_symlink(there)) {
-    throw std::system_error(EEXIST, std::generic_category(), link);
+    throw std::system_error(EEXIST, std::generic_category(), path);
   }
-  const std::string fresh = link + ".new-" + std::to_string(getpid());
-  (void)Checked(symlink(node.c_str(), fresh.c_str()), link);
-  if (rename(fresh.c_str(), link.c_str()) != 0) {
+  const std::string fresh = path + ".new-" + std::to_string(getpid());
+  (void)Checked(symlink(node.c_str(), fresh.c_str()), path);
+  auto made = std::make_unique<Link>(Link{path});
+  if (rename(fresh.c_str(), path.c_str()) != 0) {
     const int reason = errno;
     (void)unlink(fresh.c_str());
-    throw std::system_error(reason, std::generic_category(), link);
+    throw std::system_error(reason, std::generic_category(), path);
   }
+  // Behind the renaming, which is a change of it.
+  (void)Checked(lstat(path.c_str(), &made->made), path);
+  link = std::move(made);
+  will = std::make_unique<LastWill>([this] { link->Remove(); }, std::vector<int>{});
 }
 
 bool PseudoTerminal::HasNobody() const {

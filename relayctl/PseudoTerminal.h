@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
+
+#include "LastWill.h"
 
 // A pseudo-terminal that other programs open like a serial port, in raw mode and without echo.
 //
@@ -12,11 +15,11 @@
 // Threads: one.
 class PseudoTerminal {
  public:
-  // Throws std::system_error. `link`: a path that shall lead to the near end; empty: none. A
+  // Throws std::system_error. `path`: what shall lead to the near end; empty: none. A
   // symbolic link that stands there is replaced, anything else is an error (EEXIST).
-  explicit PseudoTerminal(std::string link);
+  explicit PseudoTerminal(const std::string& path);
 
-  // Removes the link, if it is still this one's.
+  // Removes the link, if it is still this one's. It goes also when the process is killed.
   ~PseudoTerminal();
   PseudoTerminal(const PseudoTerminal&) = delete;
   PseudoTerminal& operator=(const PseudoTerminal&) = delete;
@@ -41,14 +44,17 @@ class PseudoTerminal {
   size_t Write(const char* bytes, size_t size);
 
  private:
-  void MakeLink();
+  struct Link;
+
+  void MakeLink(const std::string& path);
   void Settle();
   void DrainOpenings() const;
   bool HasNobody() const;
 
   std::string node;
-  std::string link;
+  std::unique_ptr<Link> link;
   int farEnd = -1;
   int watch = -1;
   bool inUse = false;
+  std::unique_ptr<LastWill> will;
 };

@@ -67,7 +67,7 @@ int RunPty(const Settings& settings, const PtyArguments& arguments) {
 
 void AddTerminal(CommandLine& line) {
   const auto arguments = std::make_shared<TerminalArguments>();
-  Command& command = line.Add("terminal", "Talk to a port by keyboard and screen");
+  SubCommand& command = line.Add("terminal", "Talk to a port by keyboard and screen");
   command.Argument("PORT", arguments->port, "The port's name");
   command.Option("--escape", arguments->escape, "KEY", "Key in front of the terminal's own keys");
   command.Choice("--enter", arguments->ending, {"cr", "lf", "crlf"}, "What Enter sends");
@@ -79,7 +79,7 @@ void AddTerminal(CommandLine& line) {
 
 void AddPty(CommandLine& line) {
   const auto arguments = std::make_shared<PtyArguments>();
-  Command& command = line.Add("pty", "Offer a port as a pseudo-terminal to other programs");
+  SubCommand& command = line.Add("pty", "Offer a port as a pseudo-terminal to other programs");
   command.Argument("PORT", arguments->port, "The port's name");
   command.Option("--link", arguments->link, "PATH", "A symbolic link to it, removed at the end");
   command.Runs([&line, arguments] { return RunPty(line.Common(), *arguments); });

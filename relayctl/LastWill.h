@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <vector>
+
+// What is to be put right even when this process is killed: a second process, which does nothing
+// else, waits for that, and does it. Without a second process, only being killed goes unmended.
+class LastWill {
+ public:
+  // `will` runs in the second process, which has only the `descriptors` of this one. To be made
+  // while the process has one thread.
+  LastWill(const std::function<void()>& will, const std::vector<int>& descriptors);
+
+  // There is nothing left to put right.
+  ~LastWill();
+  LastWill(const LastWill&) = delete;
+  LastWill& operator=(const LastWill&) = delete;
+
+ private:
+  int pipe = -1;
+  pid_t executor = -1;
+};

@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+#include "PtyBridge.h"
+
+#include <poll.h>
+
+#include <array>
+#include <csignal>
+#include <utility>
+
+#include "Loop.h"
+#include "Output.h"
+
+namespace {
+
+// A program that reads nothing loses what comes behind so much, as with any serial port. To stop
+// reading from the service instead would hold up its answers.
+constexpr size_t kLargestBacklog = size_t{1} << 20;
+
+}  // namespace
+
+PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path)
+    : port(std::move(servicePort)),
+      link(std::move(path)),
+      client([&] {
+        relay::ClientOptions lasting = options;
+        lasting.reconnect = true;
+        return lasting;
+      }()),
+      writer(client, port) {
+  relay::Events events;
+  events.reply = [this](const relay::Reply& reply) { BeTold(reply); };
+  events.disconnected = [this](const relay::Error& error) { LinkEnded(error); };
+  events.received = [this](const relay::Port& from, std::string_view data) {
+    if (from == port) {
+      TakeFromPort(data);
+    }
+  };
+  client.SetEvents(std::move(events));
+}
+
+// Standard output has the pseudo-terminal's path alone.
+void PtyBridge::Say(const std::string& text) {
+  if (text != said) {
+    said = text;
+    PrintNotice(text);
+  }
+}
+
+void PtyBridge::LinkEnded(const relay::Error& error) {
+  writer.Clear();
+  Say(error.what());
+}
+
+void PtyBridge::BeTold(const relay::Reply& reply) {
+  if (reply.status != kStatusDone && reply.status != kStatusUnavailable) {
+    Say(port.Text() + ": status " + std::to_string(reply.status) + ": " +
+        relay::StatusText(reply.command, reply.status));
+    return;
+  }
+  if (terminal == nullptr) {
+    Offer();
+  } else {
+    Say(port.Text() + " is open again");
+  }
+  said.clear();
+}
+
+void PtyBridge::TakeFromPort(std::string_view data) {
+  received += data.size();
+  if (terminal == nullptr || !terminal->InUse()) {
+    return;
+  }
+  const size_t room = kLargestBacklog - toProgram.size();
+  overrun += data.size() > room ? data.size() - room : 0;
+  toProgram += data.substr(0, room);
+  GiveToProgram();
+}
+
+void PtyBridge::GiveToProgram() {
+  while (!toProgram.empty()) {
+    const size_t count = terminal->Write(toProgram.data(), toProgram.size());
+    if (count == 0) {
+      return;
+    }
+    toProgram.erase(0, count);
+  }
+}
+
+void PtyBridge::TakeFromProgram() {
+  std::array<char, 4096> buffer;
+  while (writer.Unsent() == 0) {
+    const size_t count = terminal->Read(buffer.data(), buffer.size());
+    if (count == 0) {
+      break;
+    }
+    if (client.IsOpen(port)) {
+      sent += count;
+      writer.Write(std::string_view(buffer.data(), count));
+    }
+  }
+}
+
+// 0: nothing to wait for there. A pseudo-terminal without a program is always ready to say so, thus
+// it is not asked while nothing is read anyway.
+short PtyBridge::TerminalEvents() const {
+  if (terminal == nullptr || !terminal->InUse()) {
+    return 0;
+  }
+  return static_cast<short>((writer.Unsent() == 0 ? POLLIN : 0) |
+                            (toProgram.empty() ? 0 : POLLOUT));
+}
+
+void PtyBridge::Exchange(short events) {
+  if ((events & POLLHUP) != 0) {
+    toProgram.clear();  // it has left; what it has written is still to be taken
+  }
+  if (terminal->InUse()) {
+    GiveToProgram();
+    TakeFromProgram();
+  }
+  if (!terminal->InUse()) {
+    toProgram.clear();
+  }
+}
+
+void PtyBridge::Offer() {
+  terminal = std::make_unique<PseudoTerminal>(link);
+  loop->Watch(
+      terminal->Openings(), [] { return short{POLLIN}; },
+      [this](short) {
+        (void)terminal->Look();
+        Exchange(0);
+      });
+  loop->Watch(
+      terminal->Bytes(), [this] { return TerminalEvents(); },
+      [this](short events) { Exchange(events); });
+  PrintLine(link.empty() ? terminal->Node() : link + " -> " + terminal->Node());
+}
+
+int PtyBridge::Run(Loop& ownLoop) {
+  loop = &ownLoop;
+  loop->Serve(client);
+  int quit = 0;
+  loop->OnSignal(SIGQUIT, [&quit] { quit = SIGQUIT; });
+  client.KeepOpen(port);
+  client.Start();
+  const int signal = loop->Run([&quit] { return quit != 0; });
+  client.Stop();
+  return signal != 0 ? signal : quit;
+}
