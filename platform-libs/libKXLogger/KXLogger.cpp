@@ -2,7 +2,8 @@
 // libKXLogger for machines that have none of their own.
 //
 // Environment: KXLOGGER_FILE names the file to append to; when it is unset or empty the lines go to
-// standard error, and so do those that the file does not take.
+// standard error, and so do those that the file does not take. When JOURNAL_STREAM names standard
+// output and not standard error, they go to standard output instead.
 //
 // The whole library can run inside a signal handler, at any point of any thread: nothing in it
 // locks, allocates or uses the C library's streams, and `errno` is kept.

@@ -21,31 +21,37 @@ constexpr int kPatience = 1000;
 constinit std::atomic<bool> isStalled = false;
 
 // A line is short enough for a pipe to take it whole, or to say before that it cannot.
-bool BecomesWritable(int patience) {
-  pollfd entry = {STDERR_FILENO, POLLOUT, 0};
+bool BecomesWritable(int stream, int patience) {
+  pollfd entry = {stream, POLLOUT, 0};
   return poll(&entry, 1, patience) == 1;
 }
 
 constinit EnvironmentText journalStream("JOURNAL_STREAM");
 
-bool IsJournal() {
+bool IsJournal(int stream) {
   const std::string_view named = journalStream.Get();
   struct stat status = {};
-  return !named.empty() && fstat(STDERR_FILENO, &status) == 0 &&
+  return !named.empty() && fstat(stream, &status) == 0 &&
          NamesStream(named, status.st_dev, status.st_ino);
 }
 
 }  // namespace
 
 void WriteStandardError(const LogRecord& record) {
-  isStalled = !BecomesWritable(isStalled ? 0 : kPatience);
+  bool isJournal = IsJournal(STDERR_FILENO);
+  int stream = STDERR_FILENO;
+  if (!isJournal && IsJournal(STDOUT_FILENO)) {
+    isJournal = true;
+    stream = STDOUT_FILENO;
+  }
+  isStalled = !BecomesWritable(stream, isStalled ? 0 : kPatience);
   if (isStalled) {
     return;
   }
   std::array<char, kLineSize> buffer;
-  const std::string_view prefix = IsJournal() ? JournalPrefix(record.level) : "";
+  const std::string_view prefix = isJournal ? JournalPrefix(record.level) : "";
   const std::size_t size = ComposeLine(buffer, prefix, record);
-  static_cast<void>(WriteWhole(STDERR_FILENO, {buffer.data(), size}, kPatience));
+  static_cast<void>(WriteWhole(stream, {buffer.data(), size}, kPatience));
 }
 
 }  // namespace kxlogger

@@ -129,11 +129,13 @@ TEST_F(KXLogger, EnvironmentIsReadAtTheFirstLineOnly) {
   EXPECT_FALSE(std::filesystem::exists(folder.Path("other")));
 }
 
-std::string NameOfStandardError() {
+std::string NameOf(int stream) {
   struct stat status = {};
-  fstat(STDERR_FILENO, &status);
+  fstat(stream, &status);
   return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
+
+std::string NameOfStandardError() { return NameOf(STDERR_FILENO); }
 
 TEST_F(KXLogger, JournalGetsItsPriorities) {
   const StandardErrorFile standardError(folder.Path("stderr"));
@@ -148,10 +150,25 @@ TEST_F(KXLogger, JournalGetsItsPriorities) {
 }
 
 TEST_F(KXLogger, OtherStreamThanTheJournalGetsNoPriority) {
-  setenv("JOURNAL_STREAM", NameOfStandardError().c_str(), 1);
+  const int journal = open(folder.Path("journal").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  setenv("JOURNAL_STREAM", NameOf(journal).c_str(), 1);
+  close(journal);
   const StandardErrorFile standardError(folder.Path("stderr"));
   Log("m");
   EXPECT_THAT(standardError.Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 m"))));
+}
+
+// As under a supervisor that keeps standard error, with its hex dump, away from the journal.
+TEST_F(KXLogger, JournalOnStandardOutputAloneGetsTheLines) {
+  const StandardErrorFile standardError(folder.Path("stderr"));
+  const StreamFile standardOutput(STDOUT_FILENO, folder.Path("stdout"));
+  setenv("JOURNAL_STREAM", NameOf(STDOUT_FILENO).c_str(), 1);
+  Log("error", 1);
+  Log("progress", 3);
+  EXPECT_THAT(standardOutput.Lines(),
+              ElementsAre(MatchesRegex("<3>" + Form("1 M f.cpp:1 4 error")),
+                          MatchesRegex("<6>" + Form("3 M f.cpp:1 4 progress"))));
+  EXPECT_THAT(standardError.Lines(), IsEmpty());
 }
 
 TEST_F(KXLogger, FileGetsNoPriorityBesideAJournal) {

@@ -55,18 +55,19 @@ inline void WriteFile(const std::string& path, std::string_view content) {
   std::ofstream(path, std::ios::binary) << content;
 }
 
-// Sends standard error to a file for as long as the object lives.
-class StandardErrorFile {
+// Sends a standard stream to a file for as long as the object lives.
+class StreamFile {
  public:
-  explicit StandardErrorFile(const std::string& file) : path(file), saved(dup(STDERR_FILENO)) {
+  StreamFile(int standardStream, const std::string& file)
+      : path(file), stream(standardStream), saved(dup(standardStream)) {
     const int opened = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    dup2(opened, STDERR_FILENO);
+    dup2(opened, stream);
     close(opened);
   }
-  StandardErrorFile(const StandardErrorFile&) = delete;
-  StandardErrorFile& operator=(const StandardErrorFile&) = delete;
-  ~StandardErrorFile() {
-    dup2(saved, STDERR_FILENO);
+  StreamFile(const StreamFile&) = delete;
+  StreamFile& operator=(const StreamFile&) = delete;
+  ~StreamFile() {
+    dup2(saved, stream);
     close(saved);
   }
 
@@ -74,7 +75,13 @@ class StandardErrorFile {
 
  private:
   std::string path;
+  int stream;
   int saved;
+};
+
+class StandardErrorFile : public StreamFile {
+ public:
+  explicit StandardErrorFile(const std::string& file) : StreamFile(STDERR_FILENO, file) {}
 };
 
 // How many descriptors lead to the file, and which is the lowest; -1: none.
