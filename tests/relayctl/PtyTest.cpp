@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: MIT
+// relayctl pty: a port of the real service as a pseudo-terminal.
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kLink = "/tmp/e2e/port";
+
+// A program that has the pseudo-terminal open.
+class Program {
+ public:
+  Program() : descriptor(open(kLink, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+  ~Program() { (void)close(descriptor); }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  bool Writes(const std::string& bytes) const {
+    size_t sent = 0;
+    return Becomes([&] {
+      const ssize_t count = write(descriptor, bytes.data() + sent, bytes.size() - sent);
+      sent += count > 0 ? static_cast<size_t>(count) : 0;
+      return sent == bytes.size();
+    });
+  }
+
+  std::string Reads(size_t size) const {
+    std::string bytes;
+    (void)Becomes([&] {
+      std::array<char, 4096> buffer;
+      const ssize_t count = read(descriptor, buffer.data(), buffer.size());
+      bytes.append(buffer.data(), static_cast<size_t>(count > 0 ? count : 0));
+      return bytes.size() >= size;
+    });
+    return bytes;
+  }
+
+ private:
+  int descriptor;
+};
+
+class PtyTest : public RelayctlTest {
+ protected:
+  void StartPty() {
+    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+  }
+
+  void StartAll() {
+    device = std::make_unique<Device>();
+    StartListening();
+    StartPty();
+    ASSERT_TRUE(pty->Prints(std::string(kLink) + " -> /dev/pts/")) << pty->Output();
+  }
+
+  void ExpectBothWays(const Program& program) const {
+    EXPECT_TRUE(program.Writes("to the device"));
+    EXPECT_EQ("to the device", device->Reads(13));
+    EXPECT_TRUE(device->Sends("from the device"));
+    EXPECT_EQ("from the device", program.Reads(15));
+  }
+
+  std::unique_ptr<Background> pty;
+};
+
+TEST_F(PtyTest, JoinsAProgramAndAPort) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  ExpectBothWays(Program());
+}
+
+TEST_F(PtyTest, ProgramsComeAndGo) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  for (int round = 0; round < 5; ++round) {
+    ExpectBothWays(Program());
+  }
+}
+
+TEST_F(PtyTest, TheServiceLeavesAndComesBackUnderAProgram) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  const Program program;
+  ExpectBothWays(program);
+  for (size_t round = 2; round < 4; ++round) {
+    service->Signal(SIGKILL);
+    ASSERT_EQ("signal 9", service->WaitForExit());
+    ASSERT_NO_FATAL_FAILURE(StartListening(round));
+    ASSERT_TRUE(Becomes([&] {
+      const std::string text = pty->Output();
+      size_t count = 0;
+      for (size_t at = 0; (at = text.find("is open again", at)) != std::string::npos; ++at) {
+        ++count;
+      }
+      return count == round - 1;
+    })) << pty->Output();
+    ExpectBothWays(program);
+  }
+}
+
+TEST_F(PtyTest, WaitsForTheService) {
+  device = std::make_unique<Device>();
+  StartPty();
+  ASSERT_TRUE(pty->Prints("nothing listens on 127.0.0.1:60004")) << pty->Output();
+  EXPECT_FALSE(fs::is_symlink(kLink));
+  ASSERT_NO_FATAL_FAILURE(StartListening());
+  ASSERT_TRUE(Becomes([] { return fs::is_symlink(kLink); }));
+  ExpectBothWays(Program());
+}
+
+TEST_F(PtyTest, SaysWhyThePortIsNotOpenAndWaitsForIt) {
+  StartListening();
+  StartPty();
+  ASSERT_TRUE(pty->Prints("#PhysicalPort0: status 4")) << pty->Output();
+  device = std::make_unique<Device>();
+  ASSERT_TRUE(Becomes([] { return fs::is_symlink(kLink); }));
+  ExpectBothWays(Program());
+}
+
+TEST_F(PtyTest, WhatNobodyReadsIsNotKeptForTheNextProgram) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  { const Program leaves; }
+  ASSERT_TRUE(device->Sends("nobody is here"));
+  ASSERT_TRUE(Service::Prints("Received("));
+  Settle();  // its notification is on the link, in front of what follows
+  const Program program;
+  ExpectBothWays(program);
+}
+
+// Both when no program has ever been there, and when one has left.
+TEST_F(PtyTest, DoesNothingWhileNobodyHasItOpen) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  for (int round = 0; round < 2; ++round) {
+    const uint64_t time = pty->ProcessorTime();
+    const uint64_t waits = pty->Waits();
+    (void)Becomes([] { return false; }, std::chrono::milliseconds(500));
+    EXPECT_LE(pty->ProcessorTime(), time + 20) << "ms of processor in half a second";
+    EXPECT_LE(pty->Waits(), waits + 5);
+    ExpectBothWays(Program());
+  }
+}
+
+TEST_F(PtyTest, ALotGoesThroughUnchanged) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  const Program program;
+  std::string bytes;
+  for (unsigned i = 0; bytes.size() < 300000; ++i) {
+    bytes += static_cast<char>(i * 7 + i / 256);
+  }
+  std::thread writer([&] { EXPECT_TRUE(program.Writes(bytes)); });
+  EXPECT_TRUE(bytes == device->Reads(bytes.size()));
+  writer.join();
+  std::thread sender([&] { EXPECT_TRUE(device->Sends(bytes)); });
+  EXPECT_TRUE(bytes == program.Reads(bytes.size()));
+  sender.join();
+}
+
+struct End {
+  const char* name;
+  int signal;
+  const char* exit;
+};
+
+class PtyEndTest : public PtyTest, public testing::WithParamInterface<End> {};
+
+TEST_P(PtyEndTest, RemovesTheLink) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  pty->Signal(GetParam().signal);
+  EXPECT_EQ(GetParam().exit, pty->WaitForExit());
+  EXPECT_TRUE(Becomes([] { return !fs::is_symlink(kLink); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(By, PtyEndTest,
+                         testing::Values(End{"Interrupt", SIGINT, "exit 0"},
+                                         End{"Terminate", SIGTERM, "exit 0"},
+                                         End{"HangUp", SIGHUP, "exit 0"},
+                                         End{"Quit", SIGQUIT, "exit 0"},
+                                         End{"Kill", SIGKILL, "signal 9"}),
+                         NameOf<End>);
+
+TEST_F(PtyTest, ReplacesNoFileByItsLink) {
+  device = std::make_unique<Device>();
+  StartListening();
+  std::ofstream(kLink) << "precious";
+  StartPty();
+  EXPECT_EQ("exit 1", pty->WaitForExit());
+  EXPECT_EQ("relayctl: /tmp/e2e/port: File exists\n", pty->Output());
+  EXPECT_EQ("precious", workplace::ReadWhole(kLink));
+}
+
+}  // namespace
