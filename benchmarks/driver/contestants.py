@@ -1,0 +1,103 @@
+# SPDX-License-Identifier: MIT
+"""The bridges that are measured, and the files they need."""
+
+from __future__ import annotations
+
+import dataclasses
+import os
+import pathlib
+
+SCRATCH = pathlib.Path("/tmp/bench")  # in the sandbox's own /tmp, which is kept in memory
+FIRST_TCP_PORT = 60004
+SIX_PORTS = 6
+
+# Where the service looks for the adapter of each USB port.
+PLACES = (
+    "0000:00:1d.2/usb4/4-1",
+    "0000:00:1d.2/usb4/4-2",
+    "0000:00:1d.1/usb3/3-2",
+    "0000:00:1d.0/usb2/2-2",
+    "0000:00:1d.1/usb3/3-1",
+    "0000:00:1d.0/usb2/2-1",
+)
+
+
+@dataclasses.dataclass(frozen=True)
+class Contestant:
+    """One bridge: its name in the results, the client's options, its command line."""
+
+    name: str
+    options: tuple[str, ...]
+    command: tuple[str, ...]
+
+    def client_words(self, programs: pathlib.Path, ports: int, extra: tuple[str, ...],
+                     tracer: tuple[str, ...] = ()) -> list[str]:
+        """The command line that measures it; `tracer` stands before the bridge's own."""
+        usb = ("--usb",) if ports > 1 else ()
+        command = tuple(
+            word.format(programs=programs, config=ser2net_file(ports),
+                        device="{device}", port="{port}", all="{all}")
+            for word in self.command)
+        return [str(programs / "bridge-client"), *self.options, *usb, "--ports", str(ports),
+                *extra, "--", *tracer, *command]
+
+
+CONTESTANTS = (
+    Contestant("limit", (), ("{programs}/limit", "{all}")),
+    Contestant("limit-nodelay", (), ("{programs}/limit", "--nodelay", "{all}")),
+    Contestant("socat", ("--each",),
+               ("socat", "TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr,nodelay",
+                "FILE:{device},rawer")),
+    Contestant("ser2net", (), ("ser2net", "-n", "-c", "{config}")),
+    Contestant("service", ("--packets",), ("{programs}/SerialPortHandler",)),
+    Contestant("service-file", ("--packets", "--errors", str(SCRATCH / "dump")),
+               ("{programs}/SerialPortHandler",)),
+)
+
+
+def ser2net_file(ports: int) -> str:
+    """The configuration of ser2net for so many ports."""
+    return str(SCRATCH / f"ser2net-{ports}.yaml")
+
+
+def _ser2net_text(devices: list[str]) -> str:
+    return "".join(
+        f"connection: &port{index}\n"
+        f"  accepter: tcp(nodelay=true,readbuf=4096),127.0.0.1,{FIRST_TCP_PORT + index}\n"
+        f"  connector: serialdev(nouucplock=true,readbuf=4096),{device},115200n81,local\n"
+        "  options:\n"
+        "    chardelay: false\n" for index, device in enumerate(devices))
+
+
+def six_adapters() -> str:
+    """A small udev database in which USB port N leads to ttyUSBN."""
+    ids = ("E: ID_BUS=usb\nE: ID_MODEL=USB_SERIAL\nE: ID_MODEL_ID=6001\nE: ID_VENDOR=MAKER\n"
+           "E: ID_VENDOR_ID=0403\n\n")
+    return "".join(
+        f"P: /devices/pci0000:00/{place}/{place[-3:]}:1.0/ttyUSB{index}/tty/ttyUSB{index}\n"
+        f"N: ttyUSB{index}\nE: DEVNAME=/dev/ttyUSB{index}\n{ids}"
+        for index, place in enumerate(PLACES))
+
+
+def use_database(path: pathlib.Path) -> None:
+    """From now on udevadm prints the text of that file."""
+    tool = SCRATCH / "bin" / "udevadm"
+    tool.write_text(f"#!/bin/sh\nexec cat {path}\n")
+    tool.chmod(0o755)
+
+
+def prepare() -> None:
+    """Writes every file, and sets the environment that the service is started with."""
+    (SCRATCH / "bin").mkdir(parents=True)
+    names = ["#PhysicalPort0", *(f"#USBSerialPort{index}" for index in range(SIX_PORTS))]
+    (SCRATCH / "vost.conf").write_text("".join(
+        f"[{name}]\nbaud = 115200\ndata = 8\nparity = none\nstop = 1\nflow = none\n"
+        for name in names))
+    pathlib.Path(ser2net_file(1)).write_text(_ser2net_text(["/dev/ttyS2"]))
+    pathlib.Path(ser2net_file(SIX_PORTS)).write_text(
+        _ser2net_text([f"/dev/ttyUSB{index}" for index in range(SIX_PORTS)]))
+    (SCRATCH / "six-adapters").write_text(six_adapters())
+    use_database(SCRATCH / "six-adapters")
+    os.environ["VOST_CONFIG"] = str(SCRATCH / "vost.conf")
+    os.environ["KXLOGGER_FILE"] = str(SCRATCH / "log")
+    os.environ["PATH"] = f"{SCRATCH}/bin:{os.environ['PATH']}"

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "micro/DatabaseInMemory.h"
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+DatabaseInMemory::DatabaseInMemory(const std::string& text)
+    : content(text), stream(fmemopen(content.data(), content.size(), "r")) {
+  if (stream == nullptr) {
+    throw std::runtime_error("fmemopen");
+  }
+}
+
+DatabaseInMemory::~DatabaseInMemory() { (void)std::fclose(stream); }
+
+std::FILE* DatabaseInMemory::FromStart() {
+  std::rewind(stream);
+  return stream;
+}
+
+std::string FileText(const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  if (!file) {
+    throw std::runtime_error(path);
+  }
+  return text.str();
+}
+
+std::string WithoutUsbSerial(std::string database) {
+  const std::string name = "ttyUSB";
+  for (size_t at = 0; (at = database.find(name, at)) != std::string::npos;) {
+    database.replace(at, name.size(), "bus/usb");
+  }
+  return database;
+}
+
+std::string GeneratedDatabase(int records) {
+  std::string text;
+  for (int number = 0; number < records; ++number) {
+    const std::string name = "event" + std::to_string(number);
+    text += "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1/4-1." + std::to_string(number) +
+            "/input/" + name + "\nN: input/" + name + "\nL: 0\nE: DEVPATH=/devices/" + name +
+            "\nE: DEVNAME=/dev/input/" + name +
+            "\nE: MAJOR=13\nE: MINOR=64\nE: SUBSYSTEM=input\nE: USEC_INITIALIZED=1234567\n"
+            "E: ID_INPUT=1\nE: ID_INPUT_KEY=1\nE: ID_BUS=host\nE: TAGS=:power-switch:\n\n";
+  }
+  return text;
+}
