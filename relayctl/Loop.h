@@ -21,6 +21,7 @@ class Loop {
   Loop& operator=(const Loop&) = delete;
 
   void Serve(relay::Client& linkClient) { client = &linkClient; }
+  void ServeNoClient() { client = nullptr; }
 
   // Calls `action` with what poll gave whenever `descriptor` has one of the events that `wanted`
   // gives. It is asked before each wait; 0: the descriptor is left alone, hang-ups included.

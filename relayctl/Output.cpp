@@ -66,34 +66,24 @@ std::string JsonString(std::string_view bytes) {
   return text + '"';
 }
 
-void JsonLine::Key(std::string_view key) {
+JsonLine& JsonLine::AddRaw(std::string_view key, std::string_view text) {
   body += (body.size() == 1 ? "" : ",") + JsonString(key) + ":";
-}
-
-JsonLine& JsonLine::Add(std::string_view key, std::string_view value) {
-  Key(key);
-  body += JsonString(value);
-  return *this;
-}
-
-JsonLine& JsonLine::Add(std::string_view key, uint64_t value) {
-  Key(key);
-  body += std::to_string(value);
-  return *this;
-}
-
-JsonLine& JsonLine::Add(std::string_view key, double seconds) {
-  Key(key);
-  char text[32];
-  (void)std::snprintf(text, sizeof text, "%.6f", seconds);
   body += text;
   return *this;
 }
 
+JsonLine& JsonLine::Add(std::string_view key, std::string_view value) {
+  return AddRaw(key, JsonString(value));
+}
+
+JsonLine& JsonLine::Add(std::string_view key, double seconds) {
+  char text[32];
+  (void)std::snprintf(text, sizeof text, "%.6f", seconds);
+  return AddRaw(key, text);
+}
+
 JsonLine& JsonLine::Add(std::string_view key, bool value) {
-  Key(key);
-  body += value ? "true" : "false";
-  return *this;
+  return AddRaw(key, value ? "true" : "false");
 }
 
 void PrintLine(std::string_view text) {
@@ -117,7 +107,7 @@ void PrintReply(const relay::Reply& reply, bool asJson) {
     PrintLine(JsonLine()
                   .Add("event", command)
                   .Add("port", reply.port.Text())
-                  .Add("status", static_cast<uint64_t>(reply.status))
+                  .Add("status", reply.status)
                   .Add("meaning", meaning)
                   .Text());
     return;

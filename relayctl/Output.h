@@ -2,6 +2,7 @@
 // What commands print.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,14 +25,17 @@ class JsonLine {
   JsonLine& Add(std::string_view key, const char* value) {
     return Add(key, std::string_view(value));
   }
-  JsonLine& Add(std::string_view key, uint64_t value);
+  template <std::integral Number>
+  requires(!std::same_as<Number, bool>) JsonLine& Add(std::string_view key, Number value) {
+    return AddRaw(key, std::to_string(value));
+  }
   JsonLine& Add(std::string_view key, double seconds);  // microseconds exactly
   JsonLine& Add(std::string_view key, bool value);
 
   std::string Text() const { return body + "}"; }
 
  private:
-  void Key(std::string_view key);
+  JsonLine& AddRaw(std::string_view key, std::string_view text);
 
   std::string body = "{";
 };

@@ -11,6 +11,12 @@ int main(int argc, char** argv) {
     AddOpenCommand(line);
     AddCloseCommand(line);
     AddWriteCommand(line);
+    AddWatchCommand(line);
+    AddPipeCommand(line);
+    AddRecordCommand(line);
+    AddReplayCommand(line);
+    AddRawCommand(line);
+    AddDecodeCommand(line);
     AddTerminalCommands(line);
     return line.Run(argc, argv);
   } catch (const std::exception& error) {

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "LinkNotices.h"
+
+#include <utility>
+
+namespace {
+
+// A service that is free answers an open within much less.
+constexpr std::chrono::seconds kSilence{3};
+
+}  // namespace
+
+LinkNotices::LinkNotices(uint16_t port, Teller noticeTeller)
+    : servicePort(port), teller(std::move(noticeTeller)) {}
+
+void LinkNotices::Attach(relay::Events& events) {
+  events.connected = [this, next = std::move(events.connected)] {
+    OnConnected();
+    if (next) {
+      next();
+    }
+  };
+  events.disconnected = [this, next = std::move(events.disconnected)](const relay::Error& error) {
+    OnDisconnected(error);
+    if (next) {
+      next(error);
+    }
+  };
+  events.reply = [this, next = std::move(events.reply)](const relay::Reply& reply) {
+    OnReply(reply);
+    if (next) {
+      next(reply);
+    }
+  };
+}
+
+// A link counts once the service has answered: the kernel takes it before the service does.
+void LinkNotices::OnConnected() { silentAt = relay::Clock::now() + kSilence; }
+
+void LinkNotices::Remind() {
+  silentAt.reset();
+  teller({"silent", "",
+          "127.0.0.1:" + std::to_string(servicePort) +
+              " took the link and answers nothing yet: another relay service may hold it"});
+}
+
+void LinkNotices::OnDisconnected(const relay::Error& reason) {
+  silentAt.reset();
+  if (isLinked) {
+    teller({"lost", "", reason.what()});
+  }
+  if (isLinked || !waitsAlready) {
+    teller({"waiting", "", "waiting for the service on 127.0.0.1:" + std::to_string(servicePort)});
+  }
+  isLinked = false;
+  waitsAlready = true;
+  lastStatus.clear();
+}
+
+void LinkNotices::OnReply(const relay::Reply& reply) {
+  silentAt.reset();
+  if (!isLinked) {
+    isLinked = true;
+    teller({"linked", "", "linked to 127.0.0.1:" + std::to_string(servicePort)});
+  }
+  const auto known = lastStatus.find(reply.port);
+  if (reply.command != kCommandOpen ||
+      (known != lastStatus.end() && known->second == reply.status)) {
+    return;
+  }
+  lastStatus[reply.port] = reply.status;
+  const std::string port = reply.port.Text();
+  const std::string meaning = relay::StatusText(kCommandOpen, reply.status);
+  if (reply.status == kStatusDone) {
+    teller({"opened", port, port + ": open"});
+  } else {
+    teller({"refused", port, port + ": status " + std::to_string(reply.status) + ": " + meaning});
+  }
+}

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// Listens on 127.0.0.1 in the service's place, and serves one relay service at a time, as the
+// service does. Nothing blocks.
+class PeerSocket {
+ public:
+  // Throws relay::Error when the port cannot be had.
+  explicit PeerSocket(uint16_t port);
+  ~PeerSocket();
+  PeerSocket(const PeerSocket&) = delete;
+  PeerSocket& operator=(const PeerSocket&) = delete;
+
+  int Listening() const { return listening; }
+  int Peer() const { return peer; }  // -1: none
+  bool HasUnsent() const { return !outgoing.empty(); }
+
+  // Takes the next peer, if there is one.
+  bool Accept();
+
+  // What has come; empty: nothing. False when the peer has left, and then it is dropped.
+  bool Receive(std::string& bytes);
+
+  void Send(std::string_view bytes);
+  void Flush();
+  void Drop();
+
+ private:
+  const int listening;
+  int peer = -1;
+  std::string outgoing;
+};

@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+#include <poll.h>
+
+#include <memory>
+#include <vector>
+
+#include "Commands.h"
+#include "ExitStatus.h"
+#include "LinkNotices.h"
+#include "Loop.h"
+#include "Output.h"
+#include "PeerSocket.h"
+#include "RecordingFile.h"
+#include "relay/Text.h"
+
+namespace {
+
+using relay::Clock;
+using relay::Direction;
+
+struct Options {
+  std::string file;
+  std::vector<std::string> ports;
+  unsigned listen = 0;
+  double duration = 0;
+};
+
+std::optional<Clock::time_point> EndOf(const Options& options) {
+  if (options.duration <= 0) {
+    return std::nullopt;
+  }
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                            std::chrono::duration<double>(options.duration));
+}
+
+void Report(const Settings& settings, const Options& options, uint64_t events) {
+  if (settings.json && options.file != "-") {
+    PrintLine(JsonLine().Add("event", "recorded").Add("packets", events).Text());
+  } else {
+    PrintNotice(std::to_string(events) + " packets recorded in " + relay::Escape(options.file));
+  }
+}
+
+// relayctl is the relay service: opens ports and records what comes.
+int RecordPorts(const Settings& settings, const Options& options) {
+  std::vector<relay::Port> ports;
+  for (const std::string& text : options.ports) {
+    ports.push_back(relay::Port::FromText(text));
+  }
+  RecordingFile recording(options.file);
+  relay::Client client(settings.ForClient(true));
+  LinkNotices notices(static_cast<uint16_t>(settings.port),
+                      [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); });
+  bool isUp = false;
+  relay::Events events;
+  events.packet = [&](Direction direction, std::string_view bytes) {
+    // A link that was reset before anything came is none.
+    if (!isUp) {
+      isUp = true;
+      recording.Link(true);
+    }
+    recording.Packet(direction, bytes);
+  };
+  events.disconnected = [&](const relay::Error&) {
+    if (isUp) {
+      isUp = false;
+      recording.Link(false);
+    }
+  };
+  notices.Attach(events);
+  client.SetEvents(events);
+  for (const relay::Port& port : ports) {
+    client.KeepOpen(port);
+  }
+  client.Start();
+  Loop loop;
+  loop.Serve(client);
+  loop.When([&] { return notices.Due(); }, [&] { notices.Remind(); });
+  const auto end = EndOf(options);
+  loop.When([&] { return end; }, [] {});
+  (void)loop.Run([&] { return end && Clock::now() >= *end; });
+  Report(settings, options, recording.Events());
+  return kExitDone;
+}
+
+// relayctl stands between a relay service and the service, and records what passes.
+class Tap {
+ public:
+  Tap(const Settings& commonSettings, const Options& commandOptions)
+      : settings(commonSettings),
+        options(commandOptions),
+        socket(static_cast<uint16_t>(options.listen)),
+        recording(options.file),
+        client(Patient(settings)) {}
+
+  int Run() {
+    relay::Events events;
+    events.connected = [this] {
+      client.Send(firstFlight);  // again, if the link before was reset before it counted
+    };
+    events.packet = [this](Direction direction, std::string_view bytes) {
+      if (direction == Direction::kFromService) {
+        firstFlight.clear();
+        somethingCame = true;
+        recording.Packet(direction, bytes);
+        socket.Send(bytes);
+      }
+    };
+    events.disconnected = [this](const relay::Error& error) {
+      if (client.IsOver()) {
+        PrintNotice(error.what());
+        Leave();
+      }
+    };
+    client.SetEvents(events);
+    loop.Watch(
+        socket.Listening(), [this]() -> short { return socket.Peer() == -1 ? POLLIN : 0; },
+        [this](short) { Accept(); });
+    PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
+    const auto end = EndOf(options);
+    loop.When([end] { return end; }, [] {});
+    (void)loop.Run([end] { return end && Clock::now() >= *end; });
+    Report(settings, options, recording.Events());
+    return kExitDone;
+  }
+
+ private:
+  static constexpr size_t kMostKept = 1U << 20;
+
+  static relay::ClientOptions Patient(const Settings& settings) {
+    relay::ClientOptions result = settings.ForClient();
+    result.replyTimeout = relay::Millis(0);  // the relay service's own business
+    return result;
+  }
+
+  void Accept() {
+    if (!socket.Accept()) {
+      return;
+    }
+    PrintNotice("a relay service is there");
+    recording.Link(true);
+    cutter.Clear();
+    firstFlight.clear();
+    somethingCame = false;
+    client.Start();
+    if (client.IsOver()) {
+      return;  // told already
+    }
+    loop.Serve(client);
+    const int peer = socket.Peer();
+    loop.Watch(
+        peer, [this]() -> short { return PeerEvents(); }, [this](short ready) { OnPeer(ready); });
+  }
+
+  short PeerEvents() const {
+    return static_cast<short>((client.IsConnected() ? POLLIN : 0) |
+                              (socket.HasUnsent() ? POLLOUT : 0));
+  }
+
+  void OnPeer(short ready) {
+    if ((ready & POLLOUT) != 0) {
+      socket.Flush();
+    }
+    if ((ready & ~POLLOUT) == 0) {
+      return;
+    }
+    const int peer = socket.Peer();
+    std::string bytes;
+    const bool isThere = socket.Receive(bytes);
+    Note(bytes);
+    client.Send(bytes);
+    if (!somethingCame && firstFlight.size() < kMostKept) {
+      firstFlight += bytes;
+    }
+    if (!isThere) {
+      loop.Forget(peer);
+      PrintNotice("the relay service left");
+      client.Stop();
+      Leave();
+    }
+  }
+
+  void Note(std::string_view bytes) {
+    cutter.Add(bytes);
+    try {
+      while (const auto packet = cutter.Next()) {
+        recording.Packet(Direction::kToService, *packet);
+      }
+    } catch (const relay::Error&) {
+      // No packet; where the next one begins nobody knows.
+      recording.Packet(Direction::kToService, cutter.Rest());
+      cutter.Clear();
+    }
+  }
+
+  void Leave() {
+    if (socket.Peer() != -1) {
+      loop.Forget(socket.Peer());
+    }
+    socket.Drop();
+    loop.ServeNoClient();
+    recording.Link(false);
+  }
+
+  const Settings& settings;
+  const Options& options;
+  PeerSocket socket;
+  RecordingFile recording;
+  relay::PacketCutter cutter;
+  std::string firstFlight;  // what the service may never have seen
+  bool somethingCame = false;
+  relay::Client client;
+  Loop loop;
+};
+
+int Record(const Settings& settings, const Options& options) {
+  if ((options.listen != 0) == !options.ports.empty()) {
+    throw relay::Error(relay::ErrorKind::kUsage, "record: give either PORT or --listen");
+  }
+  return options.listen != 0 ? Tap(settings, options).Run() : RecordPorts(settings, options);
+}
+
+}  // namespace
+
+void AddRecordCommand(CommandLine& line) {
+  const auto options = std::make_shared<Options>();
+  SubCommand& command = line.Add("record", "Write what goes over the link to a file");
+  command.Argument("FILE", options->file, "The recording; - is standard output");
+  command.Arguments("PORT", options->ports, "Open these ports, and record what comes", false);
+  command.Option("--listen", options->listen, "N",
+                 "Stand between: take a relay service on this TCP port, and pass everything on", 1);
+  command.Option("--for", options->duration, "SECONDS", "End after so long; 0: never");
+  command.Runs([&line, options] { return Record(line.Common(), *options); });
+}
