@@ -15,7 +15,6 @@ target_sources(relayctl_commands PRIVATE
   MachineConfiguration.cpp
   Printable.cpp
   ProcessTable.cpp
-  Progress.cpp
   PseudoTerminal.cpp
   PtyBridge.cpp
   RawTerminal.cpp

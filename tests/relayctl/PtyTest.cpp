@@ -8,6 +8,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 
 #include "relayctl/RelayctlTest.h"
 
@@ -127,7 +128,7 @@ TEST_F(PtyTest, WhatNobodyReadsIsNotKeptForTheNextProgram) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
   { const Program leaves; }
   ASSERT_TRUE(device->Sends("nobody is here"));
-  ASSERT_TRUE(Service::Prints("Received("));
+  ASSERT_TRUE(Service::PrintsError("Received("));
   Settle();  // its notification is on the link, in front of what follows
   const Program program;
   ExpectBothWays(program);
@@ -166,6 +167,8 @@ struct End {
   int signal;
   const char* exit;
 };
+
+void PrintTo(const End& end, std::ostream* stream) { *stream << end.exit; }
 
 class PtyEndTest : public PtyTest, public testing::WithParamInterface<End> {};
 

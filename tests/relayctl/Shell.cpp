@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-Outcome Run(const std::string& command) {
+Outcome RunShell(const std::string& command) {
   Outcome outcome;
   FILE* const pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "re");
   if (pipe == nullptr) {

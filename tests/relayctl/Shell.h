@@ -10,7 +10,7 @@ struct Outcome {
 
 // Runs a command line of the shell to its end. The programs that stand beside the test come first
 // on PATH.
-Outcome Run(const std::string& command);
+Outcome RunShell(const std::string& command);
 
 // A word for the shell.
 std::string Quoted(const std::string& text);

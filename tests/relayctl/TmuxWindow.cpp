@@ -12,7 +12,7 @@ constexpr const char* kTmux = "tmux -L test -f /dev/null ";
 constexpr const char* kPrompt = "ready>";
 
 std::string Answer(const std::string& format) {
-  return Run(std::string(kTmux) + "display-message -p '" + format + "'").output;
+  return RunShell(std::string(kTmux) + "display-message -p '" + format + "'").output;
 }
 
 std::string Trimmed(std::string text) {
@@ -24,20 +24,22 @@ std::string Trimmed(std::string text) {
 
 }  // namespace
 
+// The shell is one that leaves the terminal's settings as a program meets them: it edits no lines.
 TmuxWindow::TmuxWindow() {
-  (void)Run(std::string("env PS1='") + kPrompt + " ' LC_ALL=C.UTF-8 TERM=xterm " + kTmux +
-            "-u new-session -d -x 80 -y 24 'bash --norc --noprofile'");
+  (void)RunShell(std::string("env LC_ALL=C.UTF-8 TERM=xterm ") + kTmux +
+                 "-u new-session -d -x 80 -y 24 'exec dash -i'");
+  Runs(std::string("PS1='") + kPrompt + " '; clear");
   (void)ShowsPrompt();
 }
 
-TmuxWindow::~TmuxWindow() { (void)Run(std::string(kTmux) + "kill-server"); }
+TmuxWindow::~TmuxWindow() { (void)RunShell(std::string(kTmux) + "kill-server"); }
 
 void TmuxWindow::Types(const std::string& text) const {
-  (void)Run(std::string(kTmux) + "send-keys -l -- " + Quoted(text));
+  (void)RunShell(std::string(kTmux) + "send-keys -l -- " + Quoted(text));
 }
 
 void TmuxWindow::Presses(const std::string& key) const {
-  (void)Run(std::string(kTmux) + "send-keys -- " + Quoted(key));
+  (void)RunShell(std::string(kTmux) + "send-keys -- " + Quoted(key));
 }
 
 void TmuxWindow::Runs(const std::string& command) const {
@@ -46,7 +48,7 @@ void TmuxWindow::Runs(const std::string& command) const {
 }
 
 std::string TmuxWindow::Screen() const {
-  return Run(std::string(kTmux) + "capture-pane -p").output;
+  return RunShell(std::string(kTmux) + "capture-pane -p").output;
 }
 
 bool TmuxWindow::Shows(const std::string& text) const {
@@ -63,4 +65,4 @@ bool TmuxWindow::ShowsPrompt() const {
 
 std::string TmuxWindow::Terminal() const { return Trimmed(Answer("#{pane_tty}")); }
 
-std::string TmuxWindow::Settings() const { return Run("stty -a -F " + Terminal()).output; }
+std::string TmuxWindow::Settings() const { return RunShell("stty -a -F " + Terminal()).output; }

@@ -11,8 +11,25 @@ target_compile_definitions(RelayctlPartsTest PRIVATE
 
 sph_add_test(RelayctlTerminalTest
   ../e2e/ServiceTest.cpp
+  OtherProgramsTest.cpp
   PtyTest.cpp
   RelayctlTest.cpp
   Shell.cpp
+  TerminalTest.cpp
+  TmuxWindow.cpp
   LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlTerminalTest SerialPortHandler relayctl)
+
+# The library is the machine's own: there is none for another architecture.
+if(NOT CMAKE_CROSSCOMPILING)
+  find_path(MODBUS_INCLUDE_DIR modbus/modbus.h REQUIRED)
+  find_library(MODBUS_LIBRARY modbus REQUIRED)
+  sph_add_test(RelayctlModbusTest
+    ../e2e/ServiceTest.cpp
+    ModbusTest.cpp
+    RelayctlTest.cpp
+    Shell.cpp
+    LIBRARIES e2e_support ${MODBUS_LIBRARY} sph_warnings)
+  target_include_directories(RelayctlModbusTest SYSTEM PRIVATE ${MODBUS_INCLUDE_DIR})
+  add_dependencies(RelayctlModbusTest SerialPortHandler relayctl)
+endif()

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+// open, close, write, raw and decode against the real service.
+#include <csignal>
+
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+std::string ManyBytes(size_t count) {
+  std::string bytes(count, '\0');
+  uint32_t state = 1;
+  for (char& byte : bytes) {
+    state = state * 1664525U + 1013904223U;
+    byte = static_cast<char>(state >> 24);
+  }
+  return bytes;
+}
+
+class CommandsTest : public RelayctlTest {
+ protected:
+  void PlugAndStart() {
+    device = std::make_unique<Device>();
+    StartListening();
+  }
+};
+
+TEST_F(CommandsTest, OpenTellsTheAnswer) {
+  PlugAndStart();
+  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0'");
+  EXPECT_EQ("#PhysicalPort0: open\n", outcome.output);
+  EXPECT_EQ(0, outcome.status);
+}
+
+TEST_F(CommandsTest, OpenOfAPortThatIsNotConfiguredIsStatus2) {
+  PlugAndStart();
+  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0' X");
+  EXPECT_EQ(
+      "#PhysicalPort0: open\n"
+      "relayctl: X: status 2: this machine's configuration has no such port, or the name leads to "
+      "no device\n",
+      outcome.output);
+  EXPECT_EQ(12, outcome.status);
+}
+
+TEST_F(CommandsTest, OpenTwiceIsStatus3) {
+  PlugAndStart();
+  EXPECT_EQ(13, RunShell("relayctl open '#PhysicalPort0' '#PhysicalPort0'").status);
+}
+
+TEST_F(CommandsTest, OpenWithoutTheDeviceIsStatus4) {
+  StartListening();
+  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0'");
+  EXPECT_EQ(
+      "relayctl: #PhysicalPort0: status 4: the device could not be opened or set up, or its node "
+      "is missing\n",
+      outcome.output);
+  EXPECT_EQ(14, outcome.status);
+}
+
+TEST_F(CommandsTest, OpenByIdsIsStatus2) {
+  StartListening();
+  EXPECT_EQ(12, RunShell("relayctl open 0403:6001").status);
+}
+
+TEST_F(CommandsTest, OpenAsJsonHasAnObjectPerLine) {
+  PlugAndStart();
+  EXPECT_EQ("{\"event\":\"open\",\"port\":\"#PhysicalPort0\",\"status\":0,\"meaning\":\"open\"}\n",
+            RunShell("relayctl open '#PhysicalPort0' --json").output);
+}
+
+TEST_F(CommandsTest, OpenHoldsThePortUntilItIsInterrupted) {
+  PlugAndStart();
+  Background open("relayctl open '#PhysicalPort0' --hold");
+  ASSERT_TRUE(open.Prints("open\n"));
+  Settle();
+  EXPECT_TRUE(service->Holds(device->Node()));
+  open.Signal(SIGINT);
+  EXPECT_EQ("exit 0", open.WaitForExit());
+  EXPECT_TRUE(Becomes([this] { return !service->Holds(device->Node()); }));
+}
+
+TEST_F(CommandsTest, CloseFindsNothingOpen) {
+  StartListening();
+  const Outcome outcome = RunShell("relayctl close '#PhysicalPort0'");
+  EXPECT_EQ("relayctl: #PhysicalPort0: status 2: the port is not open\n", outcome.output);
+  EXPECT_EQ(12, outcome.status);
+}
+
+TEST_F(CommandsTest, CloseByIdsOfNoAdapterShowsThatTheServiceEnded) {
+  StartListening();
+  const Outcome outcome = RunShell("relayctl close 0403:6001 --patience 0.3");
+  EXPECT_NE(0, outcome.status);
+  EXPECT_EQ("signal 6", service->WaitForExit());
+}
+
+TEST_F(CommandsTest, WriteUnderstandsEscapes) {
+  PlugAndStart();
+  const Outcome outcome = RunShell("relayctl write '#PhysicalPort0' '*IDN?\\r\\n\\x00\\xfe\\\\'");
+  EXPECT_EQ("#PhysicalPort0: 10 bytes written\n", outcome.output);
+  EXPECT_EQ(std::string("*IDN?\r\n\0\xFE\\", 10), device->Reads(10));
+}
+
+TEST_F(CommandsTest, WriteTakesHex) {
+  PlugAndStart();
+  EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' --hex '02 41:42 03'").status);
+  EXPECT_EQ(
+      "\x02"
+      "AB\x03",
+      device->Reads(4));
+}
+
+TEST_F(CommandsTest, WriteTakesStandardInput) {
+  PlugAndStart();
+  EXPECT_EQ(0, RunShell("printf 'a\\\\n' | relayctl write '#PhysicalPort0'").status);
+  EXPECT_EQ("a\\n", device->Reads(3));
+}
+
+// More than one command can carry, read by the device as slowly as it comes.
+TEST_F(CommandsTest, WriteOfALongFileArrivesUnchanged) {
+  PlugAndStart();
+  const std::string bytes = ManyBytes(300000);
+  workplace::WriteWhole("/tmp/e2e/long", bytes);
+  Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long --linger 0 --json");
+  EXPECT_TRUE(bytes == device->Reads(bytes.size()));
+  EXPECT_EQ("exit 0", write.WaitForExit());
+  EXPECT_EQ("{\"event\":\"written\",\"port\":\"#PhysicalPort0\",\"bytes\":300000}\n",
+            write.Output());
+}
+
+TEST_F(CommandsTest, WriteWaitsUntilTheLineHasTakenEverything) {
+  PlugAndStart();
+  workplace::WriteWhole("/tmp/e2e/long", ManyBytes(200000));
+  Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long --linger 0");
+  EXPECT_EQ(ManyBytes(1000), device->Reads(1000));
+  Settle();
+  EXPECT_EQ("", write.Output());  // the rest waits in front of the line
+  EXPECT_TRUE(ManyBytes(200000).substr(1000) == device->Reads(199000));
+  EXPECT_EQ("exit 0", write.WaitForExit());
+}
+
+TEST_F(CommandsTest, WriteInBlocksSendsThemInOneCommand) {
+  PlugAndStart();
+  EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' abcdefg --blocks 3").status);
+  EXPECT_EQ("abcdefg", device->Reads(7));
+  EXPECT_EQ(1U, LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 data command proc."));
+}
+
+TEST_F(CommandsTest, WriteToAPortThatCannotBeOpenedSaysWhy) {
+  StartListening();
+  EXPECT_EQ(12, RunShell("relayctl write X abc").status);
+}
+
+// The service is about to listen anew, as its last peer has just left.
+TEST_F(CommandsTest, CommandsFollowEachOtherAtOnce) {
+  PlugAndStart();
+  const Outcome outcome = RunShell(
+      "for i in 1 2 3 4 5; do relayctl open '#PhysicalPort0' || exit; done; "
+      "relayctl write '#PhysicalPort0' end");
+  EXPECT_EQ(0, outcome.status) << outcome.output;
+  EXPECT_EQ("end", device->Reads(3));
+}
+
+TEST_F(CommandsTest, RawSendsTheBytesAndDecodesTheAnswers) {
+  StartListening();
+  const Outcome outcome =
+      RunShell("relayctl raw 0007 02 02 0001 58  0008 01 01 0403 6001 --wait 0.5");
+  EXPECT_EQ(
+      "< reply to close X: status 2, the port is not open\n"
+      "< reply to open 0403:6001: status 2, this machine's configuration has no such port, or the "
+      "name leads to no device\n",
+      outcome.output);
+  EXPECT_EQ(0, outcome.status);
+}
+
+TEST_F(CommandsTest, RawTellsThatTheServiceEndedTheLink) {
+  StartListening();
+  const Outcome outcome = RunShell("relayctl raw 0002");
+  EXPECT_EQ("relayctl: the service at 127.0.0.1:60004 ended the link\n", outcome.output);
+  EXPECT_EQ(5, outcome.status);
+}
+
+TEST_F(CommandsTest, DecodeExplainsEachField) {
+  const Outcome outcome = RunShell(
+      "relayctl decode 001B 04 02 000E 23506879736963616C506F727430 01 01 "
+      "0003 41420A");
+  EXPECT_EQ(
+      "> data for #PhysicalPort0: type 1 \"AB\\n\"\n"
+      "    00 1B                                           length of the packet 27\n"
+      "    04                                              command 4: data\n"
+      "    02                                              port form 2: named\n"
+      "    00 0E                                           length of the name 14\n"
+      "    23 50 68 79 73 69 63 61 6C 50 6F 72 74 30       name \"#PhysicalPort0\"\n"
+      "    01                                              number of blocks 1\n"
+      "    01                                              block type 1\n"
+      "    00 03                                           length of the data 3\n"
+      "    41 42 0A                                        data \"AB\\n\"\n",
+      outcome.output);
+  EXPECT_EQ(0, outcome.status);
+}
+
+TEST_F(CommandsTest, DecodeGuessesTheDirectionOfHex) {
+  EXPECT_EQ(
+      "> open X\n"
+      "< reply to open X: status 2, this machine's configuration has no such port, or the name "
+      "leads to no device\n"
+      "< from X: \"A\"\n",
+      RunShell(
+          "relayctl decode --brief 0007 01 02 0001 58 0009 01 02 0001 58 0002 000C 04 02 0001 58 "
+          "01 "
+          "02 0001 41")
+          .output);
+}
+
+TEST_F(CommandsTest, DecodeSaysWhatIsWrongWithAPacket) {
+  const Outcome outcome = RunShell("relayctl decode --brief 0006 02 01 0403");
+  EXPECT_EQ("> no packet: the product id is cut off\n", outcome.output);
+  EXPECT_EQ(6, outcome.status);
+}
+
+TEST_F(CommandsTest, DecodeReadsRecordingsAndLinesOfHex) {
+  workplace::WriteWhole("/tmp/e2e/lines",
+                        "; a recording\n"
+                        "0.5 > X open\n"
+                        "0.6 < X open 3\n"
+                        "+1 < X data 0A\n"
+                        "2 ! link down\n"
+                        "> 0007 02 02 0001 58  # close X\n");
+  EXPECT_EQ(
+      "> open X\n"
+      "< reply to open X: status 3, the port is open already, and stays open\n"
+      "< from X: \"\\n\"\n"
+      "> close X\n",
+      RunShell("relayctl decode --brief --file /tmp/e2e/lines").output);
+}
+
+TEST_F(CommandsTest, DecodeAsJson) {
+  EXPECT_EQ(
+      "{\"event\":\"packet\",\"direction\":\"from\",\"hex\":\"000C0402000158010200010A\","
+      "\"command\":\"data\",\"port\":\"X\",\"blocks\":1,\"data\":\"0A\",\"text\":\"\\u000A\"}\n",
+      RunShell("relayctl decode --json '000C 04 02 0001 58 01 02 0001 0A'").output);
+}
+
+}  // namespace

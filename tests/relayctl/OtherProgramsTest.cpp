@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+// Programs that know nothing of the service use its port through relayctl. Where the device's side
+// is a program too, two pseudo-terminals of socat are the line.
+#include <csignal>
+#include <filesystem>
+#include <random>
+
+#include "relayctl/RelayctlTest.h"
+#include "relayctl/TmuxWindow.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kLink = "/tmp/e2e/port";
+constexpr const char* kFar = "/tmp/e2e/far";  // the device's end of the line
+
+class OtherProgramsTest : public RelayctlTest {
+ protected:
+  // A line between /dev/ttyS2 and kFar, which a program on the device's side opens.
+  void StartLine() {
+    line = std::make_unique<Background>(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
+                                        "pty,raw,echo=0,link=" + kFar);
+    ASSERT_TRUE(Becomes([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
+    StartListening();
+  }
+
+  void StartPty() {
+    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+    ASSERT_TRUE(pty->Prints(kLink)) << pty->Output();
+  }
+
+  // A megabyte of everything, with runs of the bytes that transfers treat specially.
+  static std::string Payload() {
+    std::mt19937 random(20240229);
+    std::string bytes;
+    while (bytes.size() < size_t{1} << 20) {
+      const auto byte = static_cast<char>(random());
+      bytes.append(random() % 64 == 0 ? 20 : 1,
+                   random() % 8 == 0 ? "\x11\x13\x18\x10"[random() % 4] : byte);
+    }
+    bytes.resize(size_t{1} << 20);
+    return bytes;
+  }
+
+  // Runs a sender and a receiver, and compares what came with what was sent.
+  static void ExpectTransfer(const std::string& sender, const std::string& receiver) {
+    const std::string payload = Payload();
+    workplace::WriteWhole("/tmp/e2e/payload", payload);
+    fs::create_directory("/tmp/e2e/in");
+    Background receiving("sh -c " + Quoted("cd /tmp/e2e/in && exec " + receiver));
+    Background sending("sh -c " + Quoted("cd /tmp/e2e && exec " + sender));
+    EXPECT_EQ("exit 0", sending.WaitForExit()) << sending.Output();
+    EXPECT_EQ("exit 0", receiving.WaitForExit()) << receiving.Output();
+    EXPECT_TRUE(payload == workplace::ReadWhole("/tmp/e2e/in/payload"));
+    fs::remove_all("/tmp/e2e/in");
+  }
+
+  std::unique_ptr<Background> line;
+  std::unique_ptr<Background> pty;
+};
+
+constexpr const char* kSend = "sz --quiet --binary payload";
+constexpr const char* kReceive = "rz --quiet --binary --overwrite";
+
+std::string On(const char* command, const char* terminal) {
+  return std::string(command) + " <" + terminal + " >" + terminal;
+}
+
+TEST_F(OtherProgramsTest, ZmodemSendsAMegabyteThroughPty) {
+  ASSERT_NO_FATAL_FAILURE(StartLine());
+  ASSERT_NO_FATAL_FAILURE(StartPty());
+  ExpectTransfer(On(kSend, kLink), On(kReceive, kFar));
+}
+
+TEST_F(OtherProgramsTest, ZmodemReceivesAMegabyteThroughPty) {
+  ASSERT_NO_FATAL_FAILURE(StartLine());
+  ASSERT_NO_FATAL_FAILURE(StartPty());
+  ExpectTransfer(On(kSend, kFar), On(kReceive, kLink));
+}
+
+// One after the other through the same pseudo-terminal.
+TEST_F(OtherProgramsTest, PicocomTalksThroughPty) {
+  ASSERT_NO_FATAL_FAILURE(StartLine());
+  ASSERT_NO_FATAL_FAILURE(StartPty());
+  const TmuxWindow window;
+  Background echo(std::string("sh -c 'while read -r line; do echo \"you said $line\"; done <") +
+                  kFar + " >" + kFar + "'");
+  for (int round = 0; round < 2; ++round) {
+    window.Runs(std::string("clear; picocom --baud 9600 --omap crlf ") + kLink);
+    EXPECT_TRUE(window.Shows("Terminal ready")) << window.Screen();
+    const std::string text = "hello " + std::to_string(round);
+    window.Runs(text);
+    EXPECT_TRUE(window.Shows("you said " + text)) << window.Screen();
+    window.Presses("C-a");
+    window.Presses("C-x");
+    EXPECT_TRUE(window.ShowsPrompt()) << window.Screen();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+// record and replay: what was recorded is played again, by relayctl as the relay service and by the
+// test as the device, both from the same file.
+#include <csignal>
+
+#include "e2e/support/RecordedDevice.h"
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+constexpr const char* kFile = "/tmp/e2e/recording";
+
+// Written by hand, as the manual of the format says.
+constexpr const char* kConversation =
+    "; asks a device for its name\n"
+    "0        ! link up\n"
+    "+0       > #PhysicalPort0 open\n"
+    "+0.01    < #PhysicalPort0 open 0\n"
+    "+0       > #PhysicalPort0 data 2A 49 44 4E 3F 0A   ; \"*IDN?\\n\"\n"
+    "+0.02    < #PhysicalPort0 data 4D31 300D 0A        ; \"M10\\r\\n\"\n"
+    "+0       > - packet 0007 03 02 0001 58             ; refused\n"
+    "+0       > #PhysicalPort0 close\n"
+    "+0.01    < #PhysicalPort0 close 0\n"
+    "+0       > #PhysicalPort0 close\n"
+    "+0.01    < #PhysicalPort0 close 2\n"
+    "+0       ! link down\n";
+
+// The lines of the events without their times, and without remarks.
+std::string Events(const std::string& text) {
+  std::string events;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    line = line.substr(0, line.find("  ;"));
+    if (!line.empty() && line[0] != ';') {
+      events += line.substr(line.find_first_of("<>!")) + "\n";
+    }
+  }
+  return events;
+}
+
+class RecordTest : public RelayctlTest {
+ protected:
+  void PlugAndStart() {
+    device = std::make_unique<Device>();
+    StartListening();
+  }
+};
+
+TEST_F(RecordTest, ReplayPlaysTheRelayAndComparesWhatComes) {
+  workplace::WriteWhole(kFile, kConversation);
+  PlugAndStart();
+  RecordedDevice far(*device, "#PhysicalPort0", kFile);
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  EXPECT_EQ("5 packets sent, 4 came as recorded, no difference\n", outcome.output);
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_EQ("", far.Finish());
+}
+
+TEST_F(RecordTest, ReplayTellsWhatIsDifferent) {
+  workplace::WriteWhole(kFile,
+                        "0 > #PhysicalPort0 open\n"
+                        "0.1 < #PhysicalPort0 open 2\n");
+  PlugAndStart();
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  EXPECT_EQ(
+      "different: recorded was < #PhysicalPort0 open 2; came < #PhysicalPort0 open 0\n"
+      "1 packets sent, 0 came as recorded, 1 difference\n",
+      outcome.output);
+  EXPECT_EQ(7, outcome.status);
+}
+
+TEST_F(RecordTest, ReplayTellsWhatIsMissing) {
+  workplace::WriteWhole(kFile,
+                        "0 > #PhysicalPort0 open\n"
+                        "0.1 < #PhysicalPort0 open 0\n"
+                        "0.2 < #PhysicalPort0 data 41\n");
+  PlugAndStart();
+  const Outcome outcome = RunShell(std::string("relayctl replay --timeout 0.3 ") + kFile);
+  EXPECT_EQ(
+      "different: recorded was < #PhysicalPort0 data 41  ; \"A\"; nothing more came\n"
+      "1 packets sent, 1 came as recorded, 1 difference\n",
+      outcome.output);
+  EXPECT_EQ(7, outcome.status);
+}
+
+TEST_F(RecordTest, ReplayTellsWhatIsTooMuch) {
+  workplace::WriteWhole(kFile, "0 > X close\n");
+  StartListening();
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  EXPECT_EQ(
+      "different: came more than recorded: < X close 2\n"
+      "1 packets sent, 0 came as recorded, 1 difference\n",
+      outcome.output);
+  EXPECT_EQ(7, outcome.status);
+}
+
+TEST_F(RecordTest, ReplayKeepsTheRecordedPauses) {
+  workplace::WriteWhole(kFile, "0 ! link up\n0.6 > X close\n0.6 < X close 2\n");
+  StartListening();
+  const auto replay = [&](const std::string& options) {
+    return TimeOf([&] {
+      EXPECT_EQ(0, RunShell("relayctl replay " + options + " --wait 0 " + kFile).status);
+    });
+  };
+  EXPECT_GE(replay(""), std::chrono::milliseconds(600));
+  EXPECT_GE(replay("--speed 0.5"), std::chrono::milliseconds(1200));
+}
+
+TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
+  PlugAndStart();
+  Background record(std::string("relayctl record ") + kFile + " '#PhysicalPort0'");
+  ASSERT_TRUE(record.Prints("relayctl: #PhysicalPort0: open\n"));
+  ASSERT_TRUE(device->Sends("M10\r\n"));
+  ASSERT_TRUE(Becomes([] { return workplace::ReadWhole(kFile).find("4D") != std::string::npos; }));
+  record.Signal(SIGINT);
+  EXPECT_EQ("exit 0", record.WaitForExit());
+  EXPECT_EQ(
+      "! link up\n"
+      "> #PhysicalPort0 open\n"
+      "< #PhysicalPort0 open 0\n"
+      "< #PhysicalPort0 data 4D 31 30 0D 0A\n",
+      Events(workplace::ReadWhole(kFile)));
+}
+
+// The relay service is replay, which takes relayctl's port for the service's.
+TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
+  const std::string original = "/tmp/e2e/original";
+  workplace::WriteWhole(original, kConversation);
+  PlugAndStart();
+  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
+  RecordedDevice far(*device, "#PhysicalPort0", original);
+  const Outcome outcome = RunShell("relayctl --port 60005 replay " + original);
+  EXPECT_EQ("5 packets sent, 4 came as recorded, no difference\n", outcome.output);
+  EXPECT_EQ("", far.Finish());
+  ASSERT_TRUE(record.Prints("the relay service left\n"));
+  record.Signal(SIGINT);
+  EXPECT_EQ("exit 0", record.WaitForExit());
+  EXPECT_EQ(
+      "! link up\n"
+      "> #PhysicalPort0 open\n"
+      "< #PhysicalPort0 open 0\n"
+      "> #PhysicalPort0 data 2A 49 44 4E 3F 0A\n"
+      "< #PhysicalPort0 data 4D 31 30 0D 0A\n"
+      "> - packet 00 07 03 02 00 01 58\n"
+      "> #PhysicalPort0 close\n"
+      "< #PhysicalPort0 close 0\n"
+      "> #PhysicalPort0 close\n"
+      "< #PhysicalPort0 close 2\n"
+      "! link down\n",
+      Events(workplace::ReadWhole(kFile)));
+}
+
+TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
+  StartListening();
+  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  ASSERT_TRUE(record.Prints("waiting for a relay service"));
+  EXPECT_EQ(5, RunShell("relayctl --port 60005 raw 0002").status);
+  EXPECT_TRUE(record.Prints("ended the link\n"));
+  EXPECT_TRUE(
+      Becomes([] { return workplace::ReadWhole(kFile).find("! link down") != std::string::npos; }));
+}
+
+}  // namespace

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// Wrong use of each command: one line on standard error, and an exit status.
+#include <algorithm>
+
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+struct WrongUse {
+  const char* name;
+  const char* arguments;
+  int status;
+  const char* line;  // a part of the one line
+};
+
+constexpr WrongUse kWrongUses[] = {
+    {"NoCommand", "", 2, "A subcommand is required"},
+    {"UnknownCommand", "opne X", 2, "opne"},
+    {"UnknownOption", "--nonsense open X", 2, "--nonsense"},
+    {"PortIsNoNumber", "--port x open X", 2, "--port"},
+    {"PortTooLarge", "--port 65536 open X", 2, "--port"},
+    {"PortTooSmall", "--port 0 open X", 2, "--port"},
+    {"NegativeTimeout", "--timeout -1 open X", 2, "--timeout"},
+    {"OpenNothing", "open", 2, "open: PORT is required"},
+    {"OpenAnEmptyName", "open ''", 2, "a port name is never empty"},
+    {"CloseNothing", "close", 2, "close: PORT is required"},
+    {"CloseTwo", "close X Y", 2, "close: "},
+    {"WriteNothing", "write", 2, "write: PORT is required"},
+    {"WriteAnUnknownEscape", "write X 'a\\q'", 2, "unknown escape \"\\q\""},
+    {"WriteHalfAnEscape", "write X 'a\\x4'", 2, "\\x needs two hex digits"},
+    {"WriteABackslashAtTheEnd", "write X 'a\\'", 2, "unknown escape"},
+    {"WriteNoHex", "write X --hex 4G", 2, "not hex bytes: \"4G\" at position 1"},
+    {"WriteHalfAByte", "write X --hex '41 4'", 2, "not hex bytes: \"4\" at position 4"},
+    {"WriteTwoThings", "write X text --hex 41", 2, "not several of them"},
+    {"WriteAMissingFile", "write X --file /nowhere", 1, "cannot open /nowhere: No such file"},
+    {"WriteAFolder", "write X --no-open --file /tmp", 1, "cannot read /tmp: Is a directory"},
+    {"WriteBlocksTooLarge", "write X a --blocks 65536", 2, "--blocks"},
+    {"WatchNothing", "watch", 2, "watch: PORT is required"},
+    {"WatchUnknownTime", "watch X --time moon", 2, "--time"},
+    {"WatchUnknownForm", "watch X --show bits", 2, "--show"},
+    {"WatchLogNowhere", "watch X --log /nowhere/log", 1, "cannot write /nowhere/log: No such file"},
+    {"PipeNothing", "pipe", 2, "pipe: PORT is required"},
+    {"PipeUntilNoEscape", "pipe X --until '\\q'", 2, "unknown escape"},
+    {"RecordNothing", "record", 2, "record: FILE is required"},
+    {"RecordNeither", "record /tmp/e2e/r", 2, "give either PORT or --listen"},
+    {"RecordBoth", "record /tmp/e2e/r X --listen 7000", 2, "give either PORT or --listen"},
+    {"RecordNowhere", "record /nowhere/r X", 1, "cannot write /nowhere/r: No such file"},
+    {"RecordListenTaken", "record /tmp/e2e/r --listen 60004", 1,
+     "cannot listen on 127.0.0.1:60004: Address already in use"},
+    {"ReplayNothing", "replay", 2, "replay: FILE is required"},
+    {"ReplayAMissingFile", "replay /nowhere", 1, "cannot read /nowhere: No such file"},
+    {"ReplayNoRecording", "replay /etc/passwd", 2, "/etc/passwd:1: "},
+    {"ReplayNoSpeed", "replay /dev/null --speed 0", 2, "--speed is more than 0"},
+    {"RawNothing", "raw", 2, "raw: HEX is required"},
+    {"RawNoHex", "raw 00 xy", 2, "not hex bytes: \"xy\""},
+    {"DecodeNoHex", "decode 00z", 2, "not hex bytes: \"z\""},
+    {"DecodeTwoThings", "decode 00 --file x", 2, "give HEX or --file"},
+    {"DecodeAMissingFile", "decode --file /nowhere", 1, "cannot open /nowhere: No such file"},
+    {"DecodeUnknownDirection", "decode 00 --direction up", 2, "--direction"},
+};
+
+class WrongUseTest : public RelayctlTest, public testing::WithParamInterface<WrongUse> {};
+
+TEST_P(WrongUseTest, GivesOneLineAndAStatus) {
+  StartListening();
+  const Outcome outcome = RunShell(std::string("relayctl ") + GetParam().arguments + " </dev/null");
+  EXPECT_EQ(GetParam().status, outcome.status);
+  EXPECT_TRUE(outcome.output.starts_with("relayctl: ")) << outcome.output;
+  EXPECT_NE(std::string::npos, outcome.output.find(GetParam().line)) << outcome.output;
+  EXPECT_EQ(1, std::count(outcome.output.begin(), outcome.output.end(), '\n')) << outcome.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCommand, WrongUseTest, testing::ValuesIn(kWrongUses),
+                         NameOf<WrongUse>);
+
+TEST_F(RelayctlTest, AnErrorShowsNoControlBytesOfWhatWasTyped) {
+  const Outcome outcome = RunShell("relayctl \"$(printf 'a\\033[31mb\\nc')\"");
+  EXPECT_EQ(2, outcome.status);
+  EXPECT_EQ(std::string::npos, outcome.output.find('\x1B')) << outcome.output;
+}
+
+TEST_F(RelayctlTest, WithoutAServiceEachCommandSaysSo) {
+  for (const char* const command :
+       {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /dev/null"}) {
+    const Outcome outcome =
+        RunShell(std::string("relayctl --patience 0.2 ") + command + " </dev/null");
+    EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
+              outcome.output)
+        << command;
+    EXPECT_EQ(3, outcome.status) << command;
+  }
+}
+
+TEST_F(RelayctlTest, ASecondPeerLearnsThatTheLinkIsTaken) {
+  StartLinked();
+  const Outcome outcome = RunShell("relayctl --timeout 0.5 open X");
+  EXPECT_EQ(
+      "relayctl: no answer from 127.0.0.1:60004 within 500 ms: another relay service may hold the "
+      "link\n",
+      outcome.output);
+  EXPECT_EQ(4, outcome.status);
+}
+
+TEST_F(RelayctlTest, HelpAndVersionAreNoErrors) {
+  EXPECT_EQ(0, RunShell("relayctl --help").status);
+  EXPECT_EQ(0, RunShell("relayctl watch --help").status);
+  const Outcome version = RunShell("relayctl --version");
+  EXPECT_EQ(0, version.status);
+  EXPECT_TRUE(version.output.starts_with("relayctl ")) << version.output;
+}
+
+}  // namespace
