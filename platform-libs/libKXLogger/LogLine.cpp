@@ -22,6 +22,9 @@ constexpr std::size_t kLongestCharacter = 4;  // bytes of one character in UTF-8
 
 bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7f; }
 
+// Printable ASCII.
+bool IsPlain(char character) { return character >= 0x20 && character < 0x7f; }
+
 bool IsContinuation(unsigned char byte) { return (byte & 0xc0) == 0x80; }
 
 // Text in a buffer of fixed size that ends itself with the cut mark when it grows too long.
@@ -55,15 +58,12 @@ class Line {
   }
 
   void Field(std::string_view text) {
-    for (const char& character : text) {
-      const auto byte = static_cast<unsigned char>(character);
-      if (IsControl(byte)) {
-        constexpr std::string_view kHex = "0123456789abcdef";
-        const std::array<char, 4> shown = {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xf]};
-        Piece({shown.data(), shown.size()});
-      } else {
-        Piece({&character, 1});
+    while (!text.empty()) {
+      const std::size_t plain = Plain(text);
+      if (plain == 0) {
+        Character(text.front());
       }
+      text.remove_prefix(std::max<std::size_t>(plain, 1));
     }
   }
 
@@ -73,6 +73,32 @@ class Line {
   }
 
  private:
+  // Copies what `text` begins with of characters that are shown as they are and fit with room for
+  // the mark behind them: all at once, as each by itself would have been. Returns their number.
+  std::size_t Plain(std::string_view text) {
+    const std::size_t room =
+        cut || limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
+    const std::string_view fitting = text.substr(0, room);
+    const auto end = std::find_if_not(fitting.begin(), fitting.end(), IsPlain);
+    const auto count = static_cast<std::size_t>(end - fitting.begin());
+    if (count > 0) {
+      Copy(fitting.substr(0, count));
+      cutAt = size - 1;
+    }
+    return count;
+  }
+
+  void Character(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (IsControl(byte)) {
+      constexpr std::string_view kHex = "0123456789abcdef";
+      const std::array<char, 4> shown = {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xf]};
+      Piece({shown.data(), shown.size()});
+    } else {
+      Piece({&character, 1});
+    }
+  }
+
   // A cut leaves room for its mark and never parts a character in UTF-8. Text that is no UTF-8 may
   // consist of continuation bytes alone; then no more than a character's length is given up.
   void RememberCut(std::string_view next) {
