@@ -2,6 +2,7 @@
 #include "protocol/CommandPacket.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "protocol/WireFormat.h"
@@ -70,8 +71,8 @@ bool CommandPacket::ParseName() {
   if (!HasRemaining(nameLength)) {
     return false;
   }
-  const auto begin = buffer.begin() + readPos;
-  portName.assign(begin, std::find(begin, begin + nameLength, uint8_t{0}));
+  const std::string_view name(reinterpret_cast<const char*>(buffer.data()) + readPos, nameLength);
+  portName = name.substr(0, name.find('\0'));
   readPos += nameLength;
   return true;
 }
