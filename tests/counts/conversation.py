@@ -51,7 +51,7 @@ def start(words: list[str]) -> subprocess.Popen[bytes]:
         "KXLOGGER_FILE": str(SCRATCH / "log"),
         # The C library would choose its string functions by the processor.
         "GLIBC_TUNABLES": "glibc.cpu.hwcaps=-AVX512F,-AVX512VL,-AVX512BW,-AVX2,-AVX,-BMI2,-ERMS,"
-                          "-FSRM,-SSSE3,-SSE4_1,-SSE4_2,-MOVBE",
+                          "-FSRM,-SSSE3,-SSE4_1,-SSE4_2,-MOVBE,-AVX_Fast_Unaligned_Load",
     }
     return subprocess.Popen(words, env=environment, stdin=subprocess.DEVNULL,
                             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
