@@ -23,6 +23,14 @@ PLACES = (
 
 
 @dataclasses.dataclass(frozen=True)
+class Programs:
+    """Where the programs are."""
+
+    folder: pathlib.Path  # the benchmark's own
+    service: pathlib.Path
+
+
+@dataclasses.dataclass(frozen=True)
 class Contestant:
     """One bridge: its name in the results, the client's options, its command line."""
 
@@ -30,15 +38,15 @@ class Contestant:
     options: tuple[str, ...]
     command: tuple[str, ...]
 
-    def client_words(self, programs: pathlib.Path, ports: int, extra: tuple[str, ...],
+    def client_words(self, programs: Programs, ports: int, extra: tuple[str, ...],
                      tracer: tuple[str, ...] = ()) -> list[str]:
         """The command line that measures it; `tracer` stands before the bridge's own."""
         usb = ("--usb",) if ports > 1 else ()
         command = tuple(
-            word.format(programs=programs, config=ser2net_file(ports),
+            word.format(programs=programs.folder, service=programs.service, config=ser2net_file(ports),
                         device="{device}", port="{port}", all="{all}")
             for word in self.command)
-        return [str(programs / "bridge-client"), *self.options, *usb, "--ports", str(ports),
+        return [str(programs.folder / "bridge-client"), *self.options, *usb, "--ports", str(ports),
                 *extra, "--", *tracer, *command]
 
 
@@ -49,9 +57,9 @@ CONTESTANTS = (
                ("socat", "TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr,nodelay",
                 "FILE:{device},rawer")),
     Contestant("ser2net", (), ("ser2net", "-n", "-c", "{config}")),
-    Contestant("service", ("--packets",), ("{programs}/SerialPortHandler",)),
+    Contestant("service", ("--packets",), ("{service}",)),
     Contestant("service-file", ("--packets", "--errors", str(SCRATCH / "dump")),
-               ("{programs}/SerialPortHandler",)),
+               ("{service}",)),
 )
 
 

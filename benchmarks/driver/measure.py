@@ -2,7 +2,7 @@
 """Measures every bridge in turn, round after round, and writes all samples as JSON.
 
 Runs in the sandbox of the end-to-end tests: it changes addresses and device nodes.
-usage: measure.py PROGRAMS DATABASE OUTPUT ROUNDS SCALE
+usage: measure.py PROGRAMS SERVICE DATABASE OUTPUT ROUNDS SCALE
 """
 
 from __future__ import annotations
@@ -15,7 +15,7 @@ import sys
 import time
 
 import contestants
-from contestants import CONTESTANTS, SCRATCH, SIX_PORTS, Contestant
+from contestants import CONTESTANTS, SCRATCH, SIX_PORTS, Contestant, Programs
 
 TRACED_MESSAGES = 400  # the client's number of messages at scale 100
 DEADLINE_SECONDS = 90
@@ -31,7 +31,7 @@ def run_client(words: list[str]) -> dict[str, float]:
     return dict(json.loads(done.stdout))
 
 
-def one_round(contestant: Contestant, programs: pathlib.Path, scale: int) -> dict[str, float]:
+def one_round(contestant: Contestant, programs: Programs, scale: int) -> dict[str, float]:
     """Everything about one bridge, once."""
     extra = ("--scale", str(scale))
     figures = run_client(contestant.client_words(programs, 1, extra))
@@ -41,7 +41,7 @@ def one_round(contestant: Contestant, programs: pathlib.Path, scale: int) -> dic
     return figures
 
 
-def open_figures(programs: pathlib.Path, database: pathlib.Path) -> dict[str, float]:
+def open_figures(programs: Programs, database: pathlib.Path) -> dict[str, float]:
     """An open command that searches a large udev database."""
     service = next(one for one in CONTESTANTS if one.name == "service")
     contestants.use_database(database)
@@ -50,7 +50,7 @@ def open_figures(programs: pathlib.Path, database: pathlib.Path) -> dict[str, fl
     return figures
 
 
-def traced(contestant: Contestant, programs: pathlib.Path, way: str, times: int) -> dict[str, int]:
+def traced(contestant: Contestant, programs: Programs, way: str, times: int) -> dict[str, int]:
     """The system calls of a run with so many messages."""
     report = SCRATCH / "calls"
     report.unlink(missing_ok=True)
@@ -70,7 +70,7 @@ def traced(contestant: Contestant, programs: pathlib.Path, way: str, times: int)
     return calls
 
 
-def calls_per_message(contestant: Contestant, programs: pathlib.Path, way: str) -> dict[str, float]:
+def calls_per_message(contestant: Contestant, programs: Programs, way: str) -> dict[str, float]:
     """What twice as many messages need more, by call and for one message."""
     once = traced(contestant, programs, way, 1)
     twice = traced(contestant, programs, way, 2)
@@ -80,8 +80,9 @@ def calls_per_message(contestant: Contestant, programs: pathlib.Path, way: str) 
 
 def main() -> None:
     """All rounds; what is known of the machine is added by the report."""
-    programs, database, output = (pathlib.Path(word) for word in sys.argv[1:4])
-    rounds, scale = int(sys.argv[4]), int(sys.argv[5])
+    folder, service, database, output = (pathlib.Path(word) for word in sys.argv[1:5])
+    programs = Programs(folder, service)
+    rounds, scale = int(sys.argv[5]), int(sys.argv[6])
     # Names and addresses are looked up only for families that have an address beside 127.0.0.1.
     subprocess.run(["ip", "address", "add", "192.0.2.1/32", "dev", "lo"], check=True)
     contestants.prepare()
