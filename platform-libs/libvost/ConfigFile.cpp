@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +15,7 @@ namespace vost {
 namespace {
 
 constexpr const char* kDefaultPath = "/etc/vost.conf";
+constexpr std::size_t kPiece = 4096;
 
 // A thread may be cancelled while it reads; the descriptor is closed then too.
 class Descriptor {
@@ -62,17 +64,16 @@ FileText ReadConfig(const char* path) {
   if (!S_ISREG(status.st_mode)) {
     return Unreadable("not a regular file");
   }
-  // One byte more than allowed tells a file that is too large, also one that grows meanwhile.
-  std::string text(kLargestFile + 1, '\0');
-  std::size_t size = 0;
-  while (size < text.size()) {
-    const ssize_t count = read(file.Number(), text.data() + size, text.size() - size);
+  // In pieces, and counted here: a file can grow meanwhile.
+  std::string text;
+  std::array<char, kPiece> piece;
+  while (text.size() <= kLargestFile) {
+    const ssize_t count = read(file.Number(), piece.data(), piece.size());
     if (count == 0) {
-      text.resize(size);
       return {FileState::kRead, std::move(text), nullptr};
     }
     if (count > 0) {
-      size += static_cast<std::size_t>(count);
+      text.append(piece.data(), static_cast<std::size_t>(count));
     } else if (errno != EINTR) {
       return Failed(errno);
     }
