@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "relay/Recording.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <system_error>
 
 #include "relay/Error.h"
@@ -172,6 +172,28 @@ void ParseEvent(Words& words, RecordedEvent& event) {
   }
 }
 
+// Throws Error(kSystem); a folder opens like a file and fails at the first read.
+std::string WholeFile(const std::string& path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
+                                                             &std::fclose);
+  std::string text;
+  std::array<char, 4096> piece;
+  while (file) {
+    const size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
+    if (size == 0) {
+      break;
+    }
+    text.append(piece.data(), size);
+  }
+  if (!file || std::ferror(file.get()) != 0) {
+    const int cause = errno;
+    throw Error(ErrorKind::kSystem,
+                "cannot read " + Escape(path) + ": " + std::generic_category().message(cause),
+                cause);
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string RecordedEvent::ToPacket() const {
@@ -281,15 +303,7 @@ std::vector<RecordedEvent> ReadRecording(std::string_view text, const std::strin
 }
 
 std::vector<RecordedEvent> ReadRecordingFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  errno = 0;
-  if (!file || !(text << file.rdbuf() || file.peek() == std::ifstream::traits_type::eof())) {
-    throw Error(ErrorKind::kSystem,
-                "cannot read " + Escape(path) + ": " + std::generic_category().message(errno),
-                errno);
-  }
-  return ReadRecording(text.str(), Escape(path));
+  return ReadRecording(WholeFile(path), Escape(path));
 }
 
 }  // namespace relay
