@@ -2,6 +2,7 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <utility>
@@ -33,6 +34,19 @@ void PrintError(const std::string& text) {
   (void)std::fprintf(stderr, "relayctl: %s\n", line.c_str());
 }
 
+// The word that stands where a command should, if there is one.
+std::string MisspelledCommand(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word == "-p" || word == "--port" || word == "--timeout" || word == "--patience") {
+      ++i;
+    } else if (!word.starts_with("-")) {
+      return word;
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 struct SubCommand::Parser {
@@ -53,15 +67,17 @@ void SubCommand::Option(const std::string& names, std::string& target,
 
 void SubCommand::Option(const std::string& names, double& target, const std::string& placeholder,
                         const std::string& help) {
-  parser->app->add_option(names, target, help)
-      ->check(CLI::Range(0.0, kMostSeconds))
-      ->type_name(placeholder);
+  CLI::Option* const option = parser->app->add_option(names, target, help);
+  if (std::isnan(target)) {
+    option->default_str("");  // the command finds one by itself
+  }
+  option->check(CLI::Range(0.0, kMostSeconds).description(""))->type_name(placeholder);
 }
 
 void SubCommand::Option(const std::string& names, unsigned& target, const std::string& placeholder,
                         const std::string& help, unsigned least, unsigned most) {
   parser->app->add_option(names, target, help)
-      ->check(CLI::Range(least, most))
+      ->check(CLI::Range(least, most).description(""))
       ->type_name(placeholder);
 }
 
@@ -71,7 +87,9 @@ void SubCommand::Choice(const std::string& names, std::string& target,
   for (const std::string& word : words) {
     all += (all.empty() ? "" : "|") + word;
   }
-  parser->app->add_option(names, target, help)->check(CLI::IsMember(words))->type_name(all);
+  parser->app->add_option(names, target, help)
+      ->check(CLI::IsMember(words).description(""))
+      ->type_name(all);
 }
 
 void SubCommand::Argument(const std::string& name, std::string& target, const std::string& help,
@@ -81,7 +99,7 @@ void SubCommand::Argument(const std::string& name, std::string& target, const st
 
 void SubCommand::Arguments(const std::string& name, std::vector<std::string>& target,
                            const std::string& help, bool isRequired) {
-  parser->app->add_option(name, target, help)->type_name("")->required(isRequired);
+  parser->app->add_option(name, target, help)->type_name("")->default_str("")->required(isRequired);
 }
 
 void SubCommand::Footer(const std::string& text) { parser->app->footer(text); }
@@ -110,15 +128,15 @@ CommandLine::CommandLine() : parser(std::make_unique<Parser>()) {
   app.option_defaults()->always_capture_default();
   app.set_version_flag("-V,--version", std::string("relayctl ") + RELAYCTL_VERSION);
   app.add_option("-p,--port", settings.port, "TCP port of the service on 127.0.0.1")
-      ->check(CLI::Range(1U, 0xFFFFU))
+      ->check(CLI::Range(1U, 0xFFFFU).description(""))
       ->type_name("N");
   app.add_flag("-j,--json", settings.json, "Print one JSON object per line");
   app.add_option("--timeout", settings.timeout, "How long to wait for an answer; 0: for ever")
-      ->check(CLI::Range(0.0, kMostSeconds))
+      ->check(CLI::Range(0.0, kMostSeconds).description(""))
       ->type_name("SECONDS");
   app.add_option("--patience", settings.patience,
                  "How long to try a service that does not listen yet")
-      ->check(CLI::Range(0.0, kMostSeconds))
+      ->check(CLI::Range(0.0, kMostSeconds).description(""))
       ->type_name("SECONDS");
   app.require_subcommand(1);
   app.footer(kExitTable);
@@ -144,6 +162,11 @@ int CommandLine::Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     const auto named = app.get_subcommands();
     const std::string command = named.empty() ? "" : named[0]->get_name() + " ";
+    const std::string wrong = named.empty() ? MisspelledCommand(argc, argv) : "";
+    if (!wrong.empty() && error.get_name() == "RequiredError") {
+      PrintError("there is no command \"" + wrong + "\" (relayctl --help tells more)");
+      return kExitUsage;
+    }
     PrintError((command.empty() ? "" : command.substr(0, command.size() - 1) + ": ") +
                error.what() + " (relayctl " + command + "--help tells more)");
     return kExitUsage;

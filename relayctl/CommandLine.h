@@ -27,7 +27,7 @@ class SubCommand {
   void Option(const std::string& names, std::string& target, const std::string& placeholder,
               const std::string& help);
   void Option(const std::string& names, double& target, const std::string& placeholder,
-              const std::string& help);  // not negative
+              const std::string& help);  // not negative; NaN: no default to show
   void Option(const std::string& names, unsigned& target, const std::string& placeholder,
               const std::string& help, unsigned least = 0, unsigned most = 0xFFFF);
 

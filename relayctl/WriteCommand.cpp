@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -33,7 +35,7 @@ struct Options {
   std::string hex;
   std::string file;
   unsigned blocks = 0;
-  double linger = -1;
+  double linger = std::numeric_limits<double>::quiet_NaN();
   bool noOpen = false;
 };
 
@@ -159,9 +161,9 @@ class Write {
   }
 
   Millis Linger() const {
-    return options.linger >= 0
-               ? std::chrono::duration_cast<Millis>(std::chrono::duration<double>(options.linger))
-               : LingerFor(writer.Confirmed());
+    return std::isnan(options.linger)
+               ? LingerFor(writer.Confirmed())
+               : std::chrono::duration_cast<Millis>(std::chrono::duration<double>(options.linger));
   }
 
   void Report() const {

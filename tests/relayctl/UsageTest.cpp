@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Wrong use of each command: one line on standard error, and an exit status.
 #include <algorithm>
+#include <ostream>
 
 #include "relayctl/RelayctlTest.h"
 
@@ -13,9 +14,11 @@ struct WrongUse {
   const char* line;  // a part of the one line
 };
 
+void PrintTo(const WrongUse& use, std::ostream* stream) { *stream << use.arguments; }
+
 constexpr WrongUse kWrongUses[] = {
     {"NoCommand", "", 2, "A subcommand is required"},
-    {"UnknownCommand", "opne X", 2, "opne"},
+    {"UnknownCommand", "opne X", 2, "there is no command \"opne\""},
     {"UnknownOption", "--nonsense open X", 2, "--nonsense"},
     {"PortIsNoNumber", "--port x open X", 2, "--port"},
     {"PortTooLarge", "--port 65536 open X", 2, "--port"},
@@ -49,6 +52,7 @@ constexpr WrongUse kWrongUses[] = {
      "cannot listen on 127.0.0.1:60004: Address already in use"},
     {"ReplayNothing", "replay", 2, "replay: FILE is required"},
     {"ReplayAMissingFile", "replay /nowhere", 1, "cannot read /nowhere: No such file"},
+    {"ReplayAFolder", "replay /etc", 1, "cannot read /etc: Is a directory"},
     {"ReplayNoRecording", "replay /etc/passwd", 2, "/etc/passwd:1: "},
     {"ReplayNoSpeed", "replay /dev/null --speed 0", 2, "--speed is more than 0"},
     {"RawNothing", "raw", 2, "raw: HEX is required"},
@@ -80,8 +84,9 @@ TEST_F(RelayctlTest, AnErrorShowsNoControlBytesOfWhatWasTyped) {
 }
 
 TEST_F(RelayctlTest, WithoutAServiceEachCommandSaysSo) {
+  workplace::WriteWhole("/tmp/e2e/recording", "0 > X close\n");
   for (const char* const command :
-       {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /dev/null"}) {
+       {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /tmp/e2e/recording"}) {
     const Outcome outcome =
         RunShell(std::string("relayctl --patience 0.2 ") + command + " </dev/null");
     EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
