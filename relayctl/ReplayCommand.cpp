@@ -46,6 +46,7 @@ class Replay {
     client.SetEvents(told);
     if (events.empty() || events[0].kind != RecordedEvent::Kind::kLinkUp) {
       client.Start();
+      ServeClient();
     }
     loop.When([this] { return Due(); }, [] {});
     const int signal = loop.Run([this] { return IsOver(); });
@@ -138,7 +139,7 @@ class Replay {
       ++came;
       return true;
     }
-    if (Clock::now() >= AnswerTime()) {
+    if (client.IsConnected() && Clock::now() >= AnswerTime()) {
       Differ(event, "nothing more came");
     }
     return false;
@@ -182,6 +183,9 @@ class Replay {
       return lastProgress + FromSeconds(options.wait);
     }
     const RecordedEvent& event = events[next];
+    if (!client.IsConnected()) {
+      return std::nullopt;
+    }
     return event.IsPacket() && event.direction == Direction::kToService ? SendTime() : AnswerTime();
   }
 
