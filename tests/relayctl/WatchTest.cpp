@@ -75,7 +75,7 @@ TEST_F(WatchTest, AsJsonEachLineIsAnObject) {
 
 TEST_F(WatchTest, ShowsTimesInThreeForms) {
   PlugStartAndWatch("--time delta --split 0");
-  EXPECT_TRUE(watch->Prints("    +0.")) << watch->Output();
+  EXPECT_TRUE(watch->Prints("   +0.")) << watch->Output();
   Background clock("relayctl watch X --time clock --for 0.1");
   EXPECT_EQ("exit 0", clock.WaitForExit());
 }
