@@ -9,15 +9,17 @@ namespace {
 
 using Shown = std::array<char, 3>;
 
-// Two digits and a blank for every byte: digit by digit it would take twice as long.
-constexpr std::array<Shown, 256> kShown = [] {
+constexpr std::array<Shown, 256> EachByteShown() {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::array<Shown, 256> table{};
   for (size_t byte = 0; byte < table.size(); ++byte) {
     table[byte] = {kDigits[byte >> 4], kDigits[byte & 0xF], ' '};
   }
   return table;
-}();
+}
+
+// Digit by digit it would take twice as long.
+constexpr std::array<Shown, 256> kShown = EachByteShown();
 
 }  // namespace
 
