@@ -144,8 +144,10 @@ void DumpIsAFileOfSomeoneElse(FaultTest& test) {
   Search(test, kAdapterOpened, true);
 }
 
+#ifdef SPH_WITHOUT_CHILDREN
 // The limit of processes is reached: the shell that runs the tool does not start.
 void NoProcessCanStart(FaultTest& test) { Search(test, kAdapterNotFound); }
+#endif
 
 // The shell waits for a reader before it starts the tool.
 void StopWhileDumpIsAFifo(FaultTest& test) {
