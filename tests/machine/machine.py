@@ -1,0 +1,205 @@
+# SPDX-License-Identifier: MIT
+"""The emulated PC: a UART, six places for adapters, a shell in it, and the service."""
+
+from __future__ import annotations
+
+import dataclasses
+import pathlib
+import re
+import shlex
+import socket
+import time
+
+import guest
+from line import Line
+from qemu import Qemu, connect, deadline_passed
+from relay import Relay
+
+# Where an adapter is plugged in, by the number in #USBSerialPort0 to 5: QEMU's bus and port.
+PLACES = [("uhci3.0", "1"), ("uhci3.0", "2"), ("uhci2.0", "2"), ("uhci1.0", "2"),
+          ("uhci2.0", "1"), ("uhci1.0", "1")]
+ADAPTERS = [f"usb{number}" for number in range(len(PLACES))]
+UART = "ttyS2"
+
+READY = "guest is ready"
+
+
+@dataclasses.dataclass(frozen=True)
+class Board:
+    """The hardware: QEMU's program, its arguments, and the node of the guest's console."""
+    program: str
+    arguments: tuple[str, ...]
+    console: str
+    kernel_words: str = ""
+
+
+def _devices(*devices: str) -> tuple[str, ...]:
+    return tuple(word for device in devices for word in ("-device", device))
+
+
+# An ICH9 machine. The UART that the service opens is the third one; the first is the console.
+PC = Board("qemu-system-x86_64", (
+    "-machine", "q35", "-cpu", "qemu64", "-m", "512",
+    *_devices("isa-serial,chardev=console,index=0", f"isa-serial,id=com3,chardev={UART},index=2",
+              "ich9-usb-uhci1,id=uhci1,addr=1d.0,multifunction=on",
+              "ich9-usb-uhci2,id=uhci2,addr=1d.1,multifunction=on",
+              "ich9-usb-uhci3,id=uhci3,addr=1d.2,multifunction=on",
+              "ich9-usb-ehci1,id=ehci,addr=1d.7,multifunction=on")), "ttyS0")
+
+
+def command_line(image: guest.Image, board: Board = PC, kernel_words: str = "") -> list[str]:
+    """What a board is connected with: the console's file, the test's shell, a network, and a
+    socket for each line."""
+    words = (f"console={board.console} quiet loglevel=6 panic=-1 net.ifnames=0 "
+             f"{board.kernel_words} {kernel_words}")
+    command = [board.program, "-accel", "tcg", *board.arguments, "-smp", "1", "-nodefaults",
+               "-display", "none", "-no-reboot", "-kernel", str(image.kernel),
+               "-initrd", str(image.disk), "-append", words.strip(),
+               "-D", "trace.log", "-msg", "timestamp=on",
+               "-chardev", "file,id=console,path=console.log",
+               "-netdev", "user,id=net,restrict=on",
+               *_devices("virtio-serial-pci,id=vs", "virtserialport,bus=vs.0,chardev=ctl,name=ctl",
+                         "virtio-net-pci,netdev=net,romfile=")]
+    for name in ("ctl", UART, *ADAPTERS):
+        command += ["-chardev", f"socket,id={name},path={name},server=on,wait=off"]
+    return command
+
+
+class Machine:
+    """One run of the guest in a folder of its own."""
+
+    def __init__(self, command: list[str], folder: pathlib.Path, stopped: bool = False) -> None:
+        self.folder = folder
+        self.qemu = Qemu(command, folder)
+        self._lines: dict[str, Line] = {}
+        self._relays: list[Relay] = []
+        self._commands = 0
+        self._control: socket.socket | None = None
+        try:
+            self._control = connect(folder, "ctl")
+            self._control.settimeout(1)
+            if stopped:
+                self.qemu.wait_status("paused")
+                self.qemu.ask("cont")
+            self._wait_for_shell()
+        except BaseException:
+            self.end()
+            raise
+
+    def _wait_for_shell(self, seconds: float = 120) -> None:
+        began = time.monotonic()
+        while True:
+            try:
+                self.run("true", seconds=2)
+                return
+            except TimeoutError:
+                if deadline_passed(began, seconds):
+                    console = (self.folder / "console.log").read_text(errors="replace")
+                    raise TimeoutError("no shell in the guest; its console:\n" + console) from None
+
+    def run(self, command: str, seconds: float = 60, check: bool = True) -> str:
+        """Runs a shell command in the guest: what it wrote. A status other than 0 is an error."""
+        assert self._control
+        self._commands += 1
+        mark = f"end-{self._commands}"
+        line = f"{{ {command}\n}} </dev/null; echo; echo {mark} $?\n"
+        self._control.sendall(line.encode())
+        answer = b""
+        began = time.monotonic()
+        while True:
+            found = re.search(rf"(.*)\n{mark} (\d+)\n".encode(), answer, re.DOTALL)
+            if found:
+                break
+            if deadline_passed(began, seconds):
+                raise TimeoutError(f"{command!r} does not end; so far: {answer!r}")
+            try:
+                answer += self._control.recv(65536)
+            except TimeoutError:
+                pass
+        text = re.sub(r"(?s)^.*end-\d+ \d+\n", "", found[1].decode(errors="replace"))
+        if check and int(found[2]):
+            raise RuntimeError(f"{command!r} gave {int(found[2])}: {text}")
+        return text.removesuffix("\n")
+
+    def waits(self, condition: str, seconds: float = 60) -> None:
+        """Until a shell command in the guest succeeds."""
+        tries = int(seconds / 0.1)
+        self.run(f"n=0; until {condition}; do n=$((n+1)); [ $n -lt {tries} ] || exit_=1; "
+                 f"[ $n -lt {tries} ] || break; sleep 0.1; done; [ $n -lt {tries} ]",
+                 seconds=seconds * 3)
+
+    def save(self, state: pathlib.Path) -> None:
+        """Stops the machine and writes its state to a file."""
+        self.run("sync")
+        self.qemu.ask("stop")
+        self.qemu.ask("migrate", uri=f"exec:cat >{shlex.quote(str(state))}")
+        self.qemu.wait_status("postmigrate")
+
+    # --- adapters ---
+
+    def plug(self, adapter: str, place: int | None = None, product: str = "usb-serial",
+             bus_port: tuple[str, str] | None = None) -> None:
+        """Plugs an adapter in at the place of a #USBSerialPort (its own unless told otherwise)."""
+        bus, port = bus_port or PLACES[ADAPTERS.index(adapter) if place is None else place]
+        self.line(adapter)
+        self.qemu.ask("device_add", driver=product, id=adapter, bus=bus, port=port,
+                      chardev=adapter, always_plugged=True)
+
+    def unplug(self, adapter: str) -> None:
+        self.qemu.ask("device_del", id=adapter)
+        self.qemu.wait_event("DEVICE_DELETED", device=adapter)
+
+    def waits_for_nodes(self, count: int) -> None:
+        self.waits(f"[ $(ls /dev | grep -c ttyUSB) -eq {count} ]")
+        self.run("udevadm settle")
+
+    def plug_all(self, order: list[int] | None = None) -> None:
+        for number in order or range(len(PLACES)):
+            self.plug(ADAPTERS[number])
+        self.waits_for_nodes(len(PLACES))
+
+    def line(self, name: str) -> Line:
+        """The far end of an adapter, or of the UART."""
+        if name not in self._lines:
+            self._lines[name] = Line(name, connect(self.folder, name))
+        return self._lines[name]
+
+    # --- the service ---
+
+    def start_service(self, ports: dict[str, str] | None = None, prefix: str = "") -> None:
+        """Under its supervisor, a shell loop. `ports`: the lines of a section for each name."""
+        usual = "baud=115200\ndata=8\nparity=none\nstop=1\nflow=none"
+        names = [f"#USBSerialPort{n}" for n in range(6)] + ["#PhysicalPort0"]
+        self.configure({name: usual for name in names} | (ports or {}))
+        self.run(f"PREFIX='{prefix}' setsid supervise >/dev/null 2>&1 &")
+        self.waits_for_listen(1)
+
+    def configure(self, ports: dict[str, str]) -> None:
+        text = "".join(f"[{name}]\n{lines}\n" for name, lines in ports.items())
+        self.run(f"cat >/etc/vost.conf <<'END'\n{text}END")
+
+    def waits_for_listen(self, times: int) -> None:
+        self.waits(f"[ $(grep -c LISTEN /run/service.out) -ge {times} ]")
+
+    def relay(self) -> Relay:
+        """A relay service that the service has accepted."""
+        before = int(self.run("grep -c ACCEPT /run/service.out || true") or 0)
+        relay = Relay(self.qemu.forward(7004))
+        self._relays.append(relay)
+        self.waits(f"[ $(grep -c ACCEPT /run/service.out) -gt {before} ]")
+        return relay
+
+    def end(self) -> None:
+        for line in self._lines.values():
+            line.close()
+        for relay in self._relays:
+            relay.close()
+        if self._control:
+            self._control.close()
+        self.qemu.end()
+
+
+def restored(command: list[str], state: pathlib.Path, folder: pathlib.Path) -> Machine:
+    """A machine that goes on from a saved state. `command` is that of the one that was saved."""
+    incoming = ["-incoming", f"exec:cat {shlex.quote(str(state))}"]
+    return Machine(command + incoming, folder, stopped=True)
