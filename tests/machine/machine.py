@@ -102,7 +102,7 @@ class Machine:
         assert self._control
         self._commands += 1
         mark = f"end-{self._commands}"
-        line = f"{{ {command}\n}} </dev/null; echo; echo {mark} $?\n"
+        line = f"{{ {command}\n}} </dev/null; status=$?; echo; echo {mark} $status\n"
         self._control.sendall(line.encode())
         answer = b""
         began = time.monotonic()
