@@ -22,8 +22,8 @@ UNWANTED = ("usr/share", "usr/lib/systemd/system", "usr/lib/udev/hwdb.d", "usr/l
             "usr/lib/*/gconv", "boot", "etc/init.d")
 MERGED = ("bin", "sbin", "lib", "lib64")  # links to the folders of the same names in /usr
 
-DRIVERS = ["ehci_pci", "uhci_hcd", "usbserial", "ftdi_sio", "pl2303", "cp210x", "ch341", "cdc_acm",
-           "virtio_pci", "virtio_console", "virtio_net"]
+DRIVERS = ["usbserial", "ftdi_sio", "pl2303", "cp210x", "ch341", "cdc_acm", "virtio_pci",
+           "virtio_console", "virtio_net"]
 
 
 @dataclasses.dataclass(frozen=True)
@@ -39,7 +39,7 @@ class Kind:
     kernel: str  # the meta-package
     service: pathlib.Path  # a build folder, with bin/ and lib/
     packages: tuple[str, ...] = ()  # besides the usual ones
-    drivers: tuple[str, ...] = ()  # the same
+    drivers: tuple[str, ...] = ("ehci_pci", "uhci_hcd")  # the same
     overlay: pathlib.Path | None = None  # files that are laid over those of guest/
 
 

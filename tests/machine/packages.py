@@ -16,15 +16,24 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CACHE = ROOT / "build" / "machine"
+KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
 
 
 def host_architecture() -> str:
     return subprocess.check_output(["dpkg", "--print-architecture"], text=True).strip()
 
 
+def _mirror() -> str:
+    """Where the host gets Debian's packages. Of the host's other sources none is asked: what they
+    have for other architectures is not always whole."""
+    repositories = subprocess.check_output(
+        ["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], text=True)
+    return next(line for line in repositories.splitlines() if line.endswith("/debian/"))
+
+
 @functools.cache
 def _apt_options(architecture: str) -> tuple[str, ...]:
-    """For another architecture than the host's: package lists of their own, the host's sources."""
+    """For another architecture than the host's: package lists of its own, from the host's mirror."""
     common = ("-o", "Debug::NoLocking=true", "-o", "APT::Sandbox::User=root")
     if architecture == host_architecture():
         return common
@@ -32,12 +41,14 @@ def _apt_options(architecture: str) -> tuple[str, ...]:
     cache = CACHE / "apt" / architecture / "cache"
     for folder in (lists, cache):
         (folder / "partial").mkdir(parents=True, exist_ok=True)
-    status = lists.parent / "status"
+    status, sources = lists.parent / "status", lists.parent / "sources.list"
     status.touch()
+    sources.write_text(f"deb [signed-by={KEYRING}] {_mirror()} bookworm main\n")
     options = common + (
         "-o", f"APT::Architecture={architecture}", "-o", f"APT::Architectures={architecture}",
         "-o", f"Dir::State::lists={lists}", "-o", f"Dir::State::status={status}",
-        "-o", f"Dir::Cache={cache}")
+        "-o", f"Dir::Cache={cache}",
+        "-o", f"Dir::Etc::SourceList={sources}", "-o", "Dir::Etc::SourceParts=-")
     subprocess.run(["apt-get", "-qq", *options, "update"], check=True)
     return options
 
