@@ -9,6 +9,7 @@ import re
 import shlex
 import socket
 import time
+from collections.abc import Sequence
 
 import guest
 from line import Line
@@ -74,6 +75,7 @@ class Machine:
         self._lines: dict[str, Line] = {}
         self._relays: list[Relay] = []
         self._commands = 0
+        self._relay_port = 0
         self._control: socket.socket | None = None
         try:
             self._control = connect(folder, "ctl")
@@ -137,13 +139,16 @@ class Machine:
 
     # --- adapters ---
 
-    def plug(self, adapter: str, place: int | None = None, product: str = "usb-serial",
-             bus_port: tuple[str, str] | None = None) -> None:
-        """Plugs an adapter in at the place of a #USBSerialPort (its own unless told otherwise)."""
-        bus, port = bus_port or PLACES[ADAPTERS.index(adapter) if place is None else place]
+    def plug(self, adapter: str, place: tuple[str, str] | None = None) -> None:
+        """Plugs an adapter in: at its own place, that of #USBSerialPort0 for usb0, or another."""
+        bus, port = place or PLACES[ADAPTERS.index(adapter)]
         self.line(adapter)
-        self.qemu.ask("device_add", driver=product, id=adapter, bus=bus, port=port,
+        self.qemu.ask("device_add", driver="usb-serial", id=adapter, bus=bus, port=port,
                       chardev=adapter, always_plugged=True)
+
+    def plug_hub(self, place: tuple[str, str]) -> None:
+        bus, port = place
+        self.qemu.ask("device_add", driver="usb-hub", id="hub", bus=bus, port=port)
 
     def unplug(self, adapter: str) -> None:
         self.qemu.ask("device_del", id=adapter)
@@ -153,10 +158,11 @@ class Machine:
         self.waits(f"[ $(ls /dev | grep -c ttyUSB) -eq {count} ]")
         self.run("udevadm settle")
 
-    def plug_all(self, order: list[int] | None = None) -> None:
-        for number in order or range(len(PLACES)):
-            self.plug(ADAPTERS[number])
-        self.waits_for_nodes(len(PLACES))
+    def plug_all(self, adapters: Sequence[str] = ADAPTERS) -> None:
+        """One after the other, in this order."""
+        for adapter in adapters:
+            self.plug(adapter)
+        self.waits_for_nodes(len(adapters))
 
     def line(self, name: str) -> Line:
         """The far end of an adapter, or of the UART."""
@@ -181,10 +187,16 @@ class Machine:
     def waits_for_listen(self, times: int) -> None:
         self.waits(f"[ $(grep -c LISTEN /run/service.out) -ge {times} ]")
 
+    def service_out(self, word: str) -> list[str]:
+        """What follows the word in each line of the service's output that begins with it."""
+        lines = self.run("cat /run/service.out").splitlines()
+        return [line.removeprefix(word) for line in lines if line.startswith(word)]
+
     def relay(self) -> Relay:
         """A relay service that the service has accepted."""
+        self._relay_port = self._relay_port or self.qemu.forward(7004)
         before = int(self.run("grep -c ACCEPT /run/service.out || true") or 0)
-        relay = Relay(self.qemu.forward(7004))
+        relay = Relay(self._relay_port)
         self._relays.append(relay)
         self.waits(f"[ $(grep -c ACCEPT /run/service.out) -gt {before} ]")
         return relay

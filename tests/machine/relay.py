@@ -97,6 +97,10 @@ class Relay:
         status = self.asks(OPEN, named(name))
         assert status == 0, f"open {name}: status {status}"
 
+    def cannot_open(self, name: str, status: int) -> None:
+        answer = self.asks(OPEN, named(name))
+        assert answer == status, f"open {name}: status {answer} instead of {status}"
+
     def closes(self, name: str) -> None:
         status = self.asks(CLOSE, named(name))
         assert status == 0, f"close {name}: status {status}"
