@@ -1,0 +1,10 @@
+# SPDX-License-Identifier: MIT
+# What people read and type about relayctl, compared with the program itself. Debian's Python, and
+# without a trace of it in the checkout. Nothing in it depends on the architecture.
+if(NOT CMAKE_CROSSCOMPILING)
+  set(manual ${CMAKE_CURRENT_SOURCE_DIR}/manual)
+  set(python /usr/bin/python3 -EsB)
+
+  add_test(NAME RelayctlManPage COMMAND ${python} ${manual}/test_man_page.py
+    $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/docs/man/relayctl.1.md)
+endif()
