@@ -7,4 +7,6 @@ if(NOT CMAKE_CROSSCOMPILING)
 
   add_test(NAME RelayctlManPage COMMAND ${python} ${manual}/test_man_page.py
     $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/docs/man/relayctl.1.md)
+  add_test(NAME RelayctlCompletion COMMAND ${python} ${manual}/test_completion.py
+    $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/relayctl/completion/relayctl.bash)
 endif()
