@@ -44,8 +44,8 @@ def pc(scratch: pathlib.Path, request: pytest.FixtureRequest) -> list[str]:
     folder = scratch / "pc"
     folder.mkdir()
     build = pathlib.Path(request.config.getoption("--service"))
-    return machines.command_line(
-        guest.image(guest.Kind("amd64", "linux-image-amd64", build), folder))
+    kind = guest.Kind("amd64", "linux-image-amd64", build, ("SerialPortHandler", "open_line"))
+    return machines.command_line(guest.image(kind, folder))
 
 
 @pytest.fixture(scope="session")

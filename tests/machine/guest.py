@@ -38,6 +38,7 @@ class Kind:
     architecture: str
     kernel: str  # the meta-package
     service: pathlib.Path  # a build folder, with bin/ and lib/
+    programs: tuple[str, ...] = ("SerialPortHandler",)  # of its bin/
     packages: tuple[str, ...] = ()  # besides the usual ones
     drivers: tuple[str, ...] = ("ehci_pci", "uhci_hcd")  # the same
     overlay: pathlib.Path | None = None  # files that are laid over those of guest/
@@ -99,7 +100,8 @@ def _make_root(kind: Kind, kernel: pathlib.Path, root: pathlib.Path) -> None:
     _add_shell(root)
     for name in ("bin", "lib"):
         (root / "opt/service" / name).mkdir()
-    shutil.copy(kind.service / "bin/SerialPortHandler", root / "opt/service/bin")
+    for name in kind.programs:
+        shutil.copy(kind.service / "bin" / name, root / "opt/service/bin")
     for name in ("libKXLogger.so", "libvost.so"):
         shutil.copy(kind.service / "lib" / name, root / "opt/service/lib")
     for files in (HERE / "guest", kind.overlay):

@@ -6,7 +6,6 @@ from __future__ import annotations
 import hashlib
 import socket
 import threading
-import time
 
 
 class Line:
@@ -69,16 +68,3 @@ class Line:
 
 def checksum(data: bytes) -> str:
     return hashlib.sha256(data).hexdigest()
-
-
-class Pour:
-    """Sends much from a thread of its own, so that the test can go on."""
-
-    def __init__(self, line: Line, data: bytes) -> None:
-        self._thread = threading.Thread(target=line.sends, args=(data,), daemon=True)
-        self.began = time.monotonic()
-        self._thread.start()
-
-    def wait(self, seconds: float = 120) -> None:
-        self._thread.join(seconds)
-        assert not self._thread.is_alive(), "the line does not take all data"

@@ -66,6 +66,12 @@ def command_line(image: guest.Image, board: Board = PC, kernel_words: str = "") 
     return command
 
 
+def settings(baud: str = "115200", data: str = "8", parity: str = "none", stop: str = "1",
+             flow: str = "none") -> str:
+    """A section of the service's configuration."""
+    return f"baud={baud}\ndata={data}\nparity={parity}\nstop={stop}\nflow={flow}"
+
+
 class Machine:
     """One run of the guest in a folder of its own."""
 
@@ -174,9 +180,8 @@ class Machine:
 
     def start_service(self, ports: dict[str, str] | None = None, prefix: str = "") -> None:
         """Under its supervisor, a shell loop. `ports`: the lines of a section for each name."""
-        usual = "baud=115200\ndata=8\nparity=none\nstop=1\nflow=none"
         names = [f"#USBSerialPort{n}" for n in range(6)] + ["#PhysicalPort0"]
-        self.configure({name: usual for name in names} | (ports or {}))
+        self.configure({name: settings() for name in names} | (ports or {}))
         self.run(f"PREFIX='{prefix}' setsid supervise >/dev/null 2>&1 &")
         self.waits_for_listen(1)
 

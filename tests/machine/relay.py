@@ -71,6 +71,9 @@ class Relay:
         name, body = whole[6:6 + size], whole[6 + size + 4:]
         self._received.setdefault(name, bytearray()).extend(body)
 
+    def sends_bytes(self, data: bytes) -> None:
+        self._peer.sendall(data)
+
     def sends(self, command: int, identity: bytes, body: bytes = b"") -> None:
         self._peer.sendall(packet(command, identity, body))
 
@@ -120,10 +123,12 @@ class Relay:
         found = self.takes(name, len(data), seconds)
         assert found == data, f"{name} brought {found!r} instead of {data!r}"
 
-    def packets(self) -> list[bytes]:
-        """Every packet so far, as it came."""
+    def next_packet(self, seconds: float = 60) -> bytes:
+        """The next packet of any kind, as it came: for tests that use nothing else."""
         with self._changed:
-            return list(self._packets)
+            self._changed.wait_for(lambda: self._packets or self._ended, seconds)
+            assert self._packets, "no packet"
+            return self._packets.pop(0)
 
     def waits_for_end(self, seconds: float = 60) -> None:
         with self._changed:

@@ -18,7 +18,8 @@ from collections.abc import Callable, Iterator
 import pytest
 
 import other_machines
-from line import Pour, checksum
+from background import Background
+from line import checksum
 from machine import ADAPTERS, UART, Machine, restored
 from other_machines import BOARD_USB_PORT, EMULATOR
 from relay import CLOSE, Relay
@@ -96,7 +97,7 @@ def board(saved_board: Saved, scratch: pathlib.Path) -> Iterator[Machine]:
 def pours_both_ways(relay: Relay, name: str, machine: Machine, line: str, size: int) -> None:
     """Random bytes through the open port, in both directions at the same time."""
     there, back = random.Random(1).randbytes(size), random.Random(2).randbytes(size)
-    pour = Pour(machine.line(line), back)
+    pour = Background(machine.line(line).sends, back)
     relay.writes(name, there)
     assert checksum(machine.line(line).takes(size)) == checksum(there)
     assert checksum(relay.takes(name, size)) == checksum(back)
