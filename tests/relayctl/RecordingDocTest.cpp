@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+// The examples of docs/recording.md: read by the client library, and played through the real
+// service by all that read the format: the tests' relay and device, and relayctl.
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "e2e/support/RecordedDevice.h"
+#include "e2e/support/RecordedRelay.h"
+#include "relay/Error.h"
+#include "relay/Recording.h"
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+constexpr const char* kFile = "/tmp/e2e/recording";
+
+// The fenced blocks of that kind, in their order.
+std::vector<std::string> Blocks(const std::string& kind) {
+  std::ifstream document(SPH_RECORDING_DOCUMENT);
+  std::vector<std::string> blocks;
+  bool isInside = false;
+  for (std::string line; std::getline(document, line);) {
+    if (line == "```" + kind) {
+      isInside = true;
+      blocks.emplace_back();
+    } else if (line == "```") {
+      isInside = false;
+    } else if (isInside) {
+      blocks.back() += line + "\n";
+    }
+  }
+  return blocks;
+}
+
+// What fails in `line`, which stands alone in a recording.
+std::string Mistake(const std::string& line) {
+  try {
+    (void)relay::ReadRecording(line, "x");
+  } catch (const relay::Error& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+TEST(RecordingDocTest, TheFirstExampleIsWrittenAsRecordWritesIt) {
+  const std::vector<std::string> blocks = Blocks("recording");
+  ASSERT_EQ(2U, blocks.size());
+  std::string again = blocks[0].substr(0, blocks[0].find('\n') + 1);
+  EXPECT_EQ("; relay recording 1, begun 2026-11-21T08:30:00Z\n", again);
+  for (const relay::RecordedEvent& event : relay::ReadRecording(blocks[0], "example")) {
+    again += relay::ToLine(event) + "\n";
+  }
+  EXPECT_EQ(blocks[0], again);
+}
+
+TEST(RecordingDocTest, EachMistakeIsToldAsTheManualSays) {
+  const std::vector<std::string> blocks = Blocks("mistakes");
+  ASSERT_EQ(1U, blocks.size());
+  std::istringstream lines(blocks[0]);
+  size_t count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    const size_t end = line.find("    ");
+    ASSERT_NE(std::string::npos, end) << line;
+    EXPECT_EQ("x:1: " + line.substr(line.find_first_not_of(' ', end)), Mistake(line.substr(0, end)))
+        << line;
+  }
+  EXPECT_EQ(11U, count);
+}
+
+class RecordingPlayTest : public RelayctlTest, public testing::WithParamInterface<size_t> {
+ protected:
+  void SetUp() override {
+    workplace::WriteWhole(kFile, Blocks("recording").at(GetParam()));
+    device = std::make_unique<Device>();
+  }
+};
+
+TEST_P(RecordingPlayTest, TheTestsRelayAndDevicePlayItWithEachOther) {
+  StartLinked();
+  RecordedDevice far(*device, "#PhysicalPort0", kFile);
+  EXPECT_EQ("", PlayRecording(*relay, kFile));
+  EXPECT_EQ("", far.Finish());
+  EXPECT_FALSE(relay->IsConnected());
+}
+
+TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
+  StartListening();
+  RecordedDevice far(*device, "#PhysicalPort0", kFile);
+  EXPECT_EQ(0, RunShell(std::string("relayctl replay ") + kFile).status);
+  EXPECT_EQ("", far.Finish());
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, RecordingPlayTest, testing::Values(size_t{0}, size_t{1}));
+
+class RecordedRelayTest : public RelayctlTest {};
+
+TEST_F(RecordedRelayTest, TellsAReplyThatIsDifferent) {
+  workplace::WriteWhole(kFile, "0 > X close\n0.5 < X close 0\n");
+  StartLinked();
+  EXPECT_EQ("0.500000 < X close 0: came 00 09 02 02 00 01 58 00 02", PlayRecording(*relay, kFile));
+}
+
+TEST_F(RecordedRelayTest, TellsThatTheServiceEndedTheLink) {
+  workplace::WriteWhole(kFile, "0 > - packet 0002\n0.5 < X close 0\n");
+  StartLinked();
+  EXPECT_EQ("0.500000 < X close 0: came closed", PlayRecording(*relay, kFile));
+}
+
+// However the service cuts the bytes.
+TEST_F(RecordedRelayTest, PutsTheBytesOfAPortTogether) {
+  workplace::WriteWhole(kFile,
+                        "0 < #PhysicalPort0 data 4142\n"
+                        "0 < #PhysicalPort0 data 43\n"
+                        "0 < #PhysicalPort0 data 44\n");
+  StartWithOpenPort();
+  ASSERT_TRUE(device->Sends("A"));
+  EXPECT_NE("nothing", relay->NextPacket());
+  ASSERT_TRUE(device->Sends("A"));
+  ASSERT_TRUE(device->Sends("BCX"));
+  EXPECT_EQ("0.000000 < #PhysicalPort0 data 44  ; \"D\": came 58", PlayRecording(*relay, kFile));
+}
+
+}  // namespace
