@@ -32,7 +32,7 @@ void NoDescriptorForAReopen(FaultTest& test) {
   const rlimit few = {3, before.rlim_max};
   ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &few, nullptr));
   test.device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyS2)port close\n"));
+  ASSERT_TRUE(LogFile::Shows(kDeviceClosed));  // only now is the port known to be closed
   test.device->Plug();
   test.relay->Sends(kWriteB);
   ASSERT_TRUE(LogFile::Shows(kSendFailed));
