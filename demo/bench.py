@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What stands around the demonstration's relay: the virtual adapter and the service."""
+"""What the demonstration's session takes place with: the virtual adapter and the service."""
 
 import fcntl
 import os
@@ -112,6 +112,7 @@ class Adapter:
         calculator = start(["bc", "-lq"], folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         at_end(end, calculator)
         assert calculator.stdin and calculator.stdout
+        self.keys = calculator.stdin
         # The name alone: a folder's name may hold what separates socat's options.
         self.process = start(
             ["socat", f"PTY,link={self.link.name},rawer", "STDIO"],
@@ -120,8 +121,12 @@ class Adapter:
             stdout=calculator.stdin,
         )
         at_end(end, self.process)
-        calculator.stdin.close()
         calculator.stdout.close()
+
+    def type(self, text: str) -> None:
+        """As if somebody typed at the device itself, beside what comes over the line."""
+        self.keys.write(text)
+        self.keys.flush()
 
     def node(self, patience: float) -> str:
         """The path of the device node, once it is there."""
@@ -167,13 +172,13 @@ class Service:
         for line in stream:
             self.console[name].append(line.rstrip("\n"))
 
-    def wait_for_output(self, text: str, patience: float) -> None:
-        """Returns when the line `text` has come on standard output."""
+    def wait_for_output(self, text: str, patience: float, times: int = 1) -> None:
+        """Returns when the line `text` has come on standard output so many times."""
 
         def has_come() -> bool:
             if self.process.poll() is not None:
                 raise BenchError(f"the service has ended with status {self.process.returncode}")
-            return text in self.console["standard output"]
+            return self.console["standard output"].count(text) >= times
 
         wait_until(has_come, patience, f'"{text}" from the service')
 

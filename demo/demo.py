@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Shows the service at work without hardware, and checks every answer.
+"""Shows the service and relayctl at work without hardware, and checks everything they print.
 
 usage: python3 demo/demo.py SERVICE
 """
@@ -26,28 +26,13 @@ from bench import (
     free_port,
     the_only_demonstration,
 )
-from relay import (
-    Notification,
-    Packet,
-    ProtocolError,
-    Relay,
-    Reply,
-    close_command,
-    data_command,
-    in_words,
-    open_command,
-)
+from session import Session
 
 PORT = "#USBSerialPort0"
 PATIENCE = 10.0  # seconds; nothing here takes longer than three
 INTERRUPTS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
-# What is written to the calculator, block by block, and what must come back.
-QUESTIONS: list[tuple[tuple[bytes, ...], bytes]] = [
-    ((b"6*7\n",), b"42\n"),
-    ((b"2^", b"64\n"), b"18446744073709551616\n"),
-    ((b"scale=15; 4*a(1)\n",), b"3.141592653589792\n"),
-]
+NAME = "2355534253657269616C506F727430"  # of the port, as hex
 
 CONFIGURATION = """\
 [connect]
@@ -80,38 +65,9 @@ def heading(text: str) -> None:
     tell(f"\n== {text}")
 
 
-def show(direction: str, packet: Packet) -> None:
-    tell(f"{direction}  {packet.words}\n            {packet.hex()}")
-
-
 def expect(what: str, wanted: object, got: object) -> None:
     if wanted != got:
         raise BenchError(f"{what}: expected {wanted!r}, got {got!r}")
-
-
-def ask(relay: Relay, command: Packet) -> None:
-    """Sends an open or a close, which must succeed."""
-    show("to service", command)
-    relay.send(command)
-    packet = relay.receive()
-    show("from it   ", packet)
-    status = packet.status if isinstance(packet, Reply) else None
-    expect("the reply", (command.command, PORT, 0), (packet.command, packet.port, status))
-
-
-def calculate(relay: Relay, blocks: tuple[bytes, ...], answer: bytes) -> None:
-    """Writes the blocks; the notifications together must be the answer."""
-    command = data_command(PORT, *blocks)
-    show("to service", command)
-    relay.send(command)
-    received = b""
-    while len(received) < len(answer):
-        packet = relay.receive()
-        show("from it   ", packet)
-        if not isinstance(packet, Notification) or packet.port != PORT:
-            raise BenchError(f"expected bytes from {PORT}, got: {packet.words}")
-        received += packet.data
-    expect("the device's answer", in_words(answer), in_words(received))
 
 
 def check_service(service: Service, status: int, node: str) -> None:
@@ -138,26 +94,106 @@ def show_service(service: Service) -> None:
     tell(f"exit text: {exit_text[0]}\nexit status: {service.process.returncode}")
 
 
-def converse(relay: Relay) -> None:
-    ask(relay, open_command(PORT))
-    for blocks, answer in QUESTIONS:
-        calculate(relay, blocks, answer)
-    ask(relay, close_command(PORT))
+class Story:
+    """What a person would type, with relayctl in the place of the relay service."""
+
+    def __init__(self, session: Session, service: Service, adapter: Adapter, port: int) -> None:
+        self.session = session
+        self.service = service
+        self.adapter = adapter
+        self.port = port
+        self.relayctl = f"relayctl --port {port}"
+        self.links = 0
+
+    def wait_for_service(self) -> None:
+        """The service tells each time that it waits for a relay service."""
+        self.links += 1
+        listening = f"[LISTEN]IP:127.0.0.1(PORT:{self.port})"
+        self.service.wait_for_output(listening, PATIENCE, self.links)
+
+    def run(self, command: str, wanted: str) -> None:
+        self.wait_for_service()
+        self.session.run(command, wanted)
+
+    def calculate(self) -> None:
+        heading("Opening, writing, reading")
+        self.run(f"{self.relayctl} open '{PORT}'", f"{PORT}: open\n")
+        self.run(f"{self.relayctl} write '{PORT}' '6*7\\n'", f"{PORT}: 4 bytes written\n")
+        self.run(
+            "printf 'scale=15\\n4*a(1)\\n2^64\\n' | "
+            f"{self.relayctl} pipe '{PORT}' --until '616\\n'",
+            "3.141592653589792\n18446744073709551616\n",
+        )
+
+    def watch(self) -> None:
+        heading("Watching, while somebody types 6*7 and 2^64 at the device itself")
+        self.wait_for_service()
+        watch = self.session.begin(f"{self.relayctl} watch '{PORT}'")
+        watch.prints(f"{PORT}: open\n")
+        self.adapter.type("6*7\n")
+        watch.prints("34 32 0A ")
+        self.adapter.type("2^64\n")
+        watch.prints("31 36 0A ")
+        time = r" +[0-9]+\.[0-9]{6} "
+        watch.finish(
+            f"{time}! linked to 127.0.0.1:{self.port}\n"
+            f"{time}! {PORT}: open\n"
+            f"{time}< {PORT}  34 32 0A +42\\.\n"
+            f"{time}< {PORT}  31 38 34 34 36 37 34 34 30 37 33 37 30 39 35 35  1844674407370955\n"
+            f" +< {PORT}  31 36 31 36 0A +1616\\.\n"
+            f"= {PORT}: 24 bytes in 2 messages, .*, opened 1 times, longest silence .*\n",
+            interrupt=True,
+        )
+
+    def record(self) -> None:
+        heading("A recorder between a relay service and the service")
+        self.wait_for_service()
+        tap = free_port()
+        recorder = self.session.begin(f"{self.relayctl} record session.txt --listen {tap} &")
+        recorder.prints(f"waiting for a relay service on 127.0.0.1:{tap}\n")
+        self.session.run(f"echo '2^10' | relayctl --port {tap} pipe '{PORT}'", "1024\n")
+        recorder.prints("the relay service left\n")
+        recorder.finish("(relayctl: .*\n)+relayctl: [0-9]+ packets recorded.*\n", interrupt=True)
+        line = r"[0-9]+\.[0-9]{6} "
+        self.session.run(
+            "cat session.txt",
+            f"; relay recording 1, begun .*\n{line}! link up\n{line}> {PORT} open\n"
+            f"{line}< {PORT} open 0\n(.*\n)*{line}! link down\n",
+        )
+        self.run(
+            f"{self.relayctl} replay session.txt",
+            "[0-9]+ packets sent, [0-9]+ came as recorded, no difference\n",
+        )
+
+    def decode(self) -> None:
+        heading("Bytes as they are on the wire: an open and a close")
+        self.run(
+            f"{self.relayctl} raw --fields 0015 01 02 000F {NAME}  0015 02 02 000F {NAME}",
+            f"< reply to open {PORT}: status 0, open\n(    .*\n)+"
+            f"< reply to close {PORT}: status 0, closed\n(    .*\n)+",
+        )
+
+    def stop(self) -> int:
+        heading("Stopping the service with SIGTERM, while a port is held open")
+        self.wait_for_service()
+        holder = self.session.begin(f"{self.relayctl} open '{PORT}' --hold &")
+        holder.prints(f"{PORT}: open\n")
+        tell("(takes about two seconds)")
+        status = self.service.stop(PATIENCE)
+        holder.finish(f"{PORT}: open\nrelayctl: .* ended the link\n", status=5)
+        return status
 
 
-def use_service(service: Service, port: int, at_end: Callable[..., object]) -> int:
+def use_service(story: Story) -> int:
     """From its start to its end: the exit status."""
-    listening = f"[LISTEN]IP:127.0.0.1(PORT:{port})"
-    service.wait_for_output(listening, PATIENCE)
-    tell(f"process {service.process.pid}: {listening}")
-
-    heading("The relay's conversation with it")
-    relay = Relay(port, PATIENCE)
-    at_end(relay.close)
-    converse(relay)
-
-    heading("Stopping the service with SIGTERM (takes about two seconds)")
-    return service.stop(PATIENCE)
+    listening = f"[LISTEN]IP:127.0.0.1(PORT:{story.port})"
+    story.service.wait_for_output(listening, PATIENCE)
+    tell(f"process {story.service.process.pid}: {listening}")
+    story.calculate()
+    story.watch()
+    story.record()
+    story.decode()
+    return story.stop()
 
 
 def demonstrate(program: Path, folder: Path, at_end: Callable[..., object]) -> None:
@@ -171,8 +207,9 @@ def demonstrate(program: Path, folder: Path, at_end: Callable[..., object]) -> N
     service = Service(program, folder, CONFIGURATION.format(port=port, name=PORT), node)
     at_end(end, service.process)
     try:
-        status = use_service(service, port, at_end)
-    except (BenchError, ProtocolError):
+        session = Session(folder, program.parent, PATIENCE, tell, at_end)
+        status = use_service(Story(session, service, adapter, port))
+    except BenchError:
         end(service.process)
         service.finish_reading(PATIENCE)
         show_service(service)
@@ -217,7 +254,7 @@ def main(program: Path) -> int:
     except BrokenPipeError:  # nobody reads: neither what was shown nor what went wrong
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
-    except (BenchError, ProtocolError, OSError) as error:
+    except (BenchError, OSError) as error:
         print(f"\nThe demonstration failed: {error}", file=sys.stderr)
         return 1
 

@@ -9,4 +9,10 @@ if(NOT CMAKE_CROSSCOMPILING)
     $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/docs/man/relayctl.1.md)
   add_test(NAME RelayctlCompletion COMMAND ${python} ${manual}/test_completion.py
     $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/relayctl/completion/relayctl.bash)
+
+  # What ./run shows, in the sandbox because of the service's fixed file names.
+  if(NOT SPH_SANITIZE)
+    add_test(NAME Demonstration COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/support/sandbox --
+      ${python} ${PROJECT_SOURCE_DIR}/demo/demo.py $<TARGET_FILE:SerialPortHandler>)
+  endif()
 endif()
