@@ -66,6 +66,12 @@ int __wrap_setsockopt(int descriptor, int level, int option, const void* value, 
              : -1;
 }
 
+// Where time has 64 bits on a 32-bit machine, setsockopt and fcntl have names of their own.
+int __wrap___setsockopt64(int descriptor, int level, int option, const void* value,
+                          socklen_t length) {
+  return __wrap_setsockopt(descriptor, level, option, value, length);
+}
+
 int __wrap_bind(int descriptor, const sockaddr* address, socklen_t length) {
   return Called("bind", {std::to_string(descriptor), Text(address), std::to_string(length)}) ? 0
                                                                                              : -1;
@@ -111,14 +117,22 @@ int __wrap_close(int descriptor) {
   return Called("close", {std::to_string(descriptor)}) ? 0 : -1;
 }
 
+// The flag that keeps a descriptor from child programs is seen on real ones.
 int __wrap_fcntl64(int descriptor, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
   const int argument = va_arg(arguments, int);
   va_end(arguments);
-  // The flag that keeps a descriptor from child programs is seen on real ones.
   return kernel != nullptr && descriptor >= 1000 ? 0
                                                  : __real_fcntl64(descriptor, command, argument);
+}
+
+int __wrap___fcntl_time64(int descriptor, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const int argument = va_arg(arguments, int);
+  va_end(arguments);
+  return __wrap_fcntl64(descriptor, command, argument);
 }
 
 }  // extern "C"

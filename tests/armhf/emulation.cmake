@@ -1,0 +1,17 @@
+# SPDX-License-Identifier: MIT
+# What the emulation of a single ARM process cannot show, in the form of GoogleTest's filter. Each of
+# these is shown natively, by the same sources, in every other build. Beside these
+# - the rows of tests/faults that preload a library or refuse system calls to the process are not
+#   built: they would hit the emulator, too;
+# - resident memory and the number of threads are those of the emulator and the service together:
+#   tests compare them, and what tests/e2e/EnduranceTest.cpp allows of memory is wider;
+# - AddressSanitizer takes the unwinding of a cancelled thread for an error, and starting it takes
+#   half a second: of the preset armhf-asan only the tests of the wire, the configuration and the log
+#   line are run, where an unsigned char and the alignment of numbers matter;
+# - ThreadSanitizer does not exist for 32-bit ARM, and a weak memory order does not show.
+set(SPH_NOT_UNDER_EMULATION
+  # The emulator drops CMSPAR from what it hands to the kernel: mark becomes odd, space even.
+  Words/LineSettingsTest.WordsBecomeTheLineSettings/ParityMark
+  Words/LineSettingsTest.WordsBecomeTheLineSettings/ParitySpace
+  # It does not know TIOCVHANGUP.
+  Line/HangupTest.*)
