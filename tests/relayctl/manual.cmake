@@ -10,8 +10,10 @@ if(NOT CMAKE_CROSSCOMPILING)
   add_test(NAME RelayctlCompletion COMMAND ${python} ${manual}/test_completion.py
     $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/relayctl/completion/relayctl.bash)
 
-  # What ./run shows, in the sandbox because of the service's fixed file names.
+  # What ./run and README.md show, in the sandbox because of the service's fixed file names.
   if(NOT SPH_SANITIZE)
+    add_test(NAME ReadmeSession COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/support/sandbox --
+      ${PROJECT_SOURCE_DIR}/scripts/readme-session --check ${PROJECT_BINARY_DIR})
     add_test(NAME Demonstration COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/support/sandbox --
       ${python} ${PROJECT_SOURCE_DIR}/demo/demo.py $<TARGET_FILE:SerialPortHandler>)
   endif()
