@@ -12,7 +12,6 @@ option(SPH_INSTALL_UDEV "Install the udev rules" ON)
 set(SPH_UDEV_RULES_DIR lib/udev/rules.d CACHE STRING "Folder of udev rules")
 option(SPH_INSTALL_MAN "Make and install the man pages; needs pandoc" OFF)
 
-# Every component has a folder of its own in this build's packages.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME service)
 set(sph_packaging ${PROJECT_SOURCE_DIR}/packaging)
 
@@ -31,14 +30,21 @@ if(SPH_PLATFORM_LIBS STREQUAL "bundled")
   install(TARGETS vost KXLogger LIBRARY DESTINATION ${SPH_PRIVATE_LIBDIR})
 endif()
 
-# The machine's configuration is never overwritten.
-set(sph_config_file ${CMAKE_INSTALL_FULL_SYSCONFDIR}/vost.conf)
+# The machine's configuration is never overwritten. `cmake --install --prefix` moves it, too, unless
+# it stands outside of the prefix, as /etc does for /usr.
+set(sph_config_folder ${CMAKE_INSTALL_FULL_SYSCONFDIR})
+set(sph_config_file ${sph_config_folder}/vost.conf)
+cmake_path(IS_PREFIX CMAKE_INSTALL_PREFIX ${sph_config_folder} NORMALIZE inside)
+if(inside)
+  cmake_path(RELATIVE_PATH sph_config_folder BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+  string(PREPEND sph_config_folder "\${CMAKE_INSTALL_PREFIX}/")
+endif()
 install(CODE "
-  set(installed \"\$ENV{DESTDIR}${sph_config_file}\")
+  set(installed \"\$ENV{DESTDIR}${sph_config_folder}/vost.conf\")
   if(EXISTS \"\${installed}\")
     message(STATUS \"Kept: \${installed}\")
   else()
-    file(INSTALL \"${sph_packaging}/vost.conf\" DESTINATION \"${CMAKE_INSTALL_FULL_SYSCONFDIR}\")
+    file(INSTALL \"${sph_packaging}/vost.conf\" DESTINATION \"${sph_config_folder}\")
   endif()")
 
 if(SPH_INSTALL_SYSTEMD)
