@@ -16,5 +16,10 @@ if(NOT CMAKE_CROSSCOMPILING)
       ${PROJECT_SOURCE_DIR}/scripts/readme-session --check ${PROJECT_BINARY_DIR})
     add_test(NAME Demonstration COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/support/sandbox --
       ${python} ${PROJECT_SOURCE_DIR}/demo/demo.py $<TARGET_FILE:SerialPortHandler>)
+
+    # The client library as another project uses it, installed from this build.
+    add_test(NAME RelayClientInstall COMMAND ${python}
+      ${CMAKE_CURRENT_SOURCE_DIR}/consumer/test_install.py ${PROJECT_BINARY_DIR}
+      ${CMAKE_CXX_COMPILER})
   endif()
 endif()
