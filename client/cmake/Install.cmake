@@ -23,6 +23,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/RelayClientConfig.cmake
 
 file(RELATIVE_PATH relayclient_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
      ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" relayclient_prefix ${relayclient_prefix})
 file(RELATIVE_PATH relayclient_includedir ${CMAKE_INSTALL_PREFIX}
      ${CMAKE_INSTALL_FULL_INCLUDEDIR}/relayclient)
 configure_file(cmake/relayclient.pc.in relayclient.pc @ONLY)
