@@ -14,6 +14,7 @@ import pytest
 import guest
 import machine as machines
 import packages
+from figures import Figure
 from relay import Relay
 
 
@@ -85,3 +86,11 @@ def service(machine: machines.Machine) -> machines.Machine:
 @pytest.fixture
 def relay(service: machines.Machine) -> Relay:
     return service.relay()
+
+
+@pytest.fixture
+def figure(request: pytest.FixtureRequest) -> Figure:
+    """Puts a measured figure into the report of the run."""
+    def put(name: str, value: object) -> None:
+        request.node.user_properties.append((name, str(value)))
+    return put

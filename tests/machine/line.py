@@ -38,6 +38,12 @@ class Line:
         with self._arrived:
             return bytes(self._received)
 
+    def waits_for(self, count: int, seconds: float = 60) -> None:
+        """Until so many bytes have come, which stay for others to take."""
+        with self._arrived:
+            assert self._arrived.wait_for(lambda: len(self._received) >= count, seconds), (
+                f"{self.name} is silent")
+
     def expects(self, data: bytes, seconds: float = 60) -> None:
         """Takes exactly these bytes as the next ones."""
         found = self.takes(len(data), seconds)

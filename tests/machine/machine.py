@@ -129,12 +129,11 @@ class Machine:
             raise RuntimeError(f"{command!r} gave {int(found[2])}: {text}")
         return text.removesuffix("\n")
 
-    def waits(self, condition: str, seconds: float = 60) -> None:
-        """Until a shell command in the guest succeeds."""
-        tries = int(seconds / 0.1)
-        self.run(f"n=0; until {condition}; do n=$((n+1)); [ $n -lt {tries} ] || exit_=1; "
-                 f"[ $n -lt {tries} ] || break; sleep 0.1; done; [ $n -lt {tries} ]",
-                 seconds=seconds * 3)
+    def waits(self, condition: str, seconds: float = 60, pause: float = 0.1) -> None:
+        """Until a shell command in the guest succeeds. It looks again after each pause."""
+        tries = int(seconds / pause)
+        self.run(f"n=0; until {{ {condition}; }} || [ $n -ge {tries} ]; do "
+                 f"n=$((n+1)); sleep {pause}; done; [ $n -lt {tries} ]", seconds=seconds * 3)
 
     def save(self, state: pathlib.Path) -> None:
         """Stops the machine and writes its state to a file."""
@@ -157,8 +156,20 @@ class Machine:
         self.qemu.ask("device_add", driver="usb-hub", id="hub", bus=bus, port=port)
 
     def unplug(self, adapter: str) -> None:
+        """The machine stands still for it, unnoticed: QEMU 7.2 may crash when an adapter goes
+        at the moment when bytes come in."""
+        self.qemu.ask("stop")
         self.qemu.ask("device_del", id=adapter)
         self.qemu.wait_event("DEVICE_DELETED", device=adapter)
+        self.qemu.ask("cont")
+
+    def node_of(self, adapter: str) -> str:
+        """The node of an adapter at its own place."""
+        bus, port = PLACES[ADAPTERS.index(adapter)]
+        number = int(bus.removeprefix("uhci").removesuffix(".0"))
+        tty = (f"/sys/devices/pci0000:00/0000:00:1d.{number - 1}/usb{number + 1}/"
+               f"{number + 1}-{port}/*/ttyUSB*")
+        return "/dev/" + self.run(f"basename {tty}")
 
     def waits_for_nodes(self, count: int) -> None:
         self.waits(f"[ $(ls /dev | grep -c ttyUSB) -eq {count} ]")

@@ -119,6 +119,25 @@ class Relay:
             del waiting[:count]
         return found
 
+    def waits_for(self, name: str, count: int, seconds: float = 60) -> None:
+        """Until a port has brought so many bytes, which stay for others to take."""
+        key = name.encode()
+        with self._changed:
+            assert self._changed.wait_for(
+                lambda: len(self._received.get(key, b"")) >= count, seconds), f"{name} is silent"
+
+    def takes_until(self, name: str, mark: bytes, seconds: float = 60) -> bytes:
+        """All bytes of a port up to `mark`, with it."""
+        key = name.encode()
+        with self._changed:
+            came = self._changed.wait_for(lambda: mark in self._received.get(key, b""), seconds)
+            waiting = self._received.setdefault(key, bytearray())
+            assert came, f"{name} brought {len(waiting)} bytes, and the mark is not among them"
+            end = waiting.find(mark) + len(mark)
+            found = bytes(waiting[:end])
+            del waiting[:end]
+        return found
+
     def expects(self, name: str, data: bytes, seconds: float = 60) -> None:
         found = self.takes(name, len(data), seconds)
         assert found == data, f"{name} brought {found!r} instead of {data!r}"

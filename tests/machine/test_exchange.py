@@ -7,6 +7,7 @@ import random
 import time
 
 from background import Background
+from figures import Figure
 from line import checksum
 from machine import ADAPTERS, UART, Machine, settings
 from relay import Relay
@@ -41,7 +42,7 @@ def test_a_short_exchange_byte_for_byte(service: Machine, relay: Relay) -> None:
 
 
 def test_a_megabyte_both_ways_on_all_seven_ports_at_once(
-        service: Machine, relay: Relay, record_property) -> None:
+        service: Machine, relay: Relay, figure: Figure) -> None:
     inward = {name: random.Random(f"from {name}").randbytes(MEGABYTE) for name in PORTS}
     outward = {name: random.Random(f"to {name}").randbytes(MEGABYTE) for name in PORTS}
     for name in PORTS:
@@ -60,9 +61,9 @@ def test_a_megabyte_both_ways_on_all_seven_ports_at_once(
         assert checksum(service.line(line).takes(MEGABYTE, 300)) == checksum(outward[name]), name
     for task in work:
         task.wait()
-    record_property("bytes each way on each of 7 ports", MEGABYTE)
-    record_property("bytes lost, doubled or changed", 0)
-    record_property("seconds (emulated)", round(time.monotonic() - began))
+    figure("bytes each way on each of 7 ports", MEGABYTE)
+    figure("bytes lost, doubled or changed", 0)
+    figure("seconds (emulated)", round(time.monotonic() - began))
 
 
 def echoes(machine: Machine, node: str, line: str) -> None:
