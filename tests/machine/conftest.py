@@ -14,13 +14,17 @@ import pytest
 import guest
 import machine as machines
 import packages
-from figures import Figure
+from figures import Figure, Report
 from relay import Relay
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--service", default=str(packages.ROOT / "build/release"),
                      help="the build folder of the service under test")
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    config.pluginmanager.register(Report())
 
 
 def _remove_left_overs() -> None:

@@ -15,6 +15,7 @@ class Line:
         self.name = name
         self._peer = peer
         self._received = bytearray()
+        self._looped = False
         self._arrived = threading.Condition()
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
@@ -25,11 +26,18 @@ class Line:
                 chunk = self._peer.recv(65536)
             except OSError:
                 chunk = b""
+            if self._looped and chunk:
+                self._peer.sendall(chunk)
+                continue
             with self._arrived:
                 self._received += chunk
                 self._arrived.notify_all()
             if not chunk:
                 return
+
+    def loops_back(self) -> None:
+        """From now on what comes goes back at once, as through a loop-back plug."""
+        self._looped = True
 
     def sends(self, data: bytes) -> None:
         self._peer.sendall(data)

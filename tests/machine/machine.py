@@ -129,6 +129,13 @@ class Machine:
             raise RuntimeError(f"{command!r} gave {int(found[2])}: {text}")
         return text.removesuffix("\n")
 
+    def shell(self, command: str) -> socket.socket:
+        """Gives the guest's shell away, with a command for it. No test runs after that."""
+        assert self._control
+        self._control.settimeout(None)
+        self._control.sendall(command.encode())
+        return self._control
+
     def waits(self, condition: str, seconds: float = 60, pause: float = 0.1) -> None:
         """Until a shell command in the guest succeeds. It looks again after each pause."""
         tries = int(seconds / pause)
@@ -208,11 +215,15 @@ class Machine:
         lines = self.run("cat /run/service.out").splitlines()
         return [line.removeprefix(word) for line in lines if line.startswith(word)]
 
+    def relay_port(self) -> int:
+        """The port of this computer that leads to the service's relay port."""
+        self._relay_port = self._relay_port or self.qemu.forward(7004)
+        return self._relay_port
+
     def relay(self) -> Relay:
         """A relay service that the service has accepted."""
-        self._relay_port = self._relay_port or self.qemu.forward(7004)
         before = int(self.run("grep -c ACCEPT /run/service.out || true") or 0)
-        relay = Relay(self._relay_port)
+        relay = Relay(self.relay_port())
         self._relays.append(relay)
         self.waits(f"[ $(grep -c ACCEPT /run/service.out) -gt {before} ]")
         return relay

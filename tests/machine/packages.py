@@ -7,6 +7,7 @@ is left where it is.
 
 from __future__ import annotations
 
+import fcntl
 import functools
 import hashlib
 import os
@@ -78,6 +79,13 @@ def _sha256(path: pathlib.Path) -> str:
 
 def unpacked(names: list[str], architecture: str) -> list[pathlib.Path]:
     """One folder for each of the packages, with its files. Fetches those that are not there yet."""
+    CACHE.mkdir(parents=True, exist_ok=True)
+    with (CACHE / "lock").open("w") as lock:  # two runs would fetch into the same files
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        return _unpacked(names, architecture)
+
+
+def _unpacked(names: list[str], architecture: str) -> list[pathlib.Path]:
     options = _apt_options(architecture)
     uris = subprocess.check_output(["apt-get", *options, "download", "--print-uris", *names],
                                    text=True)
