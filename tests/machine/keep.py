@@ -49,7 +49,7 @@ def talk(peer: socket.socket) -> None:
 
 def at_the_terminal(peer: socket.socket) -> None:
     prompt = b""
-    while not prompt.endswith(b"# "):  # what is typed before it would be lost
+    while b"# " not in prompt:  # what is typed before it would be lost
         prompt += peer.recv(4096)
     os.write(sys.stdout.fileno(), prompt.lstrip())
     if not sys.stdin.isatty():
