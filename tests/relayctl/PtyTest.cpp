@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
+#include <sstream>
 
 #include "relayctl/RelayctlTest.h"
 
@@ -70,7 +71,33 @@ class PtyTest : public RelayctlTest {
     EXPECT_EQ("from the device", program.Reads(15));
   }
 
+  // Waits until relayctl has taken what is on the link, and waits for more.
+  void SettlePty() const {
+    ASSERT_TRUE(Becomes([this] {
+      const std::string stat =
+          workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat");
+      return !LinkHoldsBytes() && stat.find(") S ") != std::string::npos;
+    }));
+  }
+
   std::unique_ptr<Background> pty;
+
+ private:
+  // Whether bytes from the service wait to be received.
+  static bool LinkHoldsBytes() {
+    constexpr const char* kFromService = ":EA64";  // 60004
+    constexpr const char* kNone = ":00000000";
+    std::istringstream connections(workplace::ReadWhole("/proc/net/tcp"));
+    for (std::string line; std::getline(connections, line);) {
+      std::istringstream words(line);
+      std::string number, local, remote, state, queues;
+      words >> number >> local >> remote >> state >> queues;
+      if (remote.ends_with(kFromService) && !queues.ends_with(kNone)) {
+        return true;
+      }
+    }
+    return false;
+  }
 };
 
 TEST_F(PtyTest, JoinsAProgramAndAPort) {
@@ -130,6 +157,7 @@ TEST_F(PtyTest, WhatNobodyReadsIsNotKeptForTheNextProgram) {
   ASSERT_TRUE(device->Sends("nobody is here"));
   ASSERT_TRUE(Service::PrintsError("Received("));
   Settle();  // its notification is on the link, in front of what follows
+  SettlePty();
   const Program program;
   ExpectBothWays(program);
 }
