@@ -203,6 +203,7 @@ TEST_P(TerminalEndTest, RestoresTheTerminal) {
   ASSERT_NO_FATAL_FAILURE(StartTerminal());
   Signal(GetParam().signal);
   ExpectRestored();
+  EXPECT_TRUE(window.ShowsPrompt()) << window.Screen();
   window.Runs("echo status $?");
   EXPECT_TRUE(window.Shows(std::string("\nstatus ") + GetParam().status)) << window.Screen();
 }
