@@ -1,0 +1,177 @@
+# SPDX-License-Identifier: MIT
+"""The client, with the real service. The environment's SPH_SERVICE names its program."""
+
+import contextlib
+import io
+import os
+import pathlib
+import re
+import socket
+import threading
+import unittest
+
+from serial_port_relay import Client, LinkEnded, NoAnswer, NotListening, Port, Received, Refused
+from serial_port_relay.packet import OPEN
+from workplace import PATIENCE, PHYSICAL, USB, Device, make
+
+PROGRAM = os.environ["SPH_SERVICE"]
+README = pathlib.Path(__file__).parents[2] / "clients/python/README.md"
+
+
+class WithService(unittest.TestCase):
+    def setUp(self) -> None:
+        self.service = make(PROGRAM, self.addCleanup)
+        self.device = Device("/dev/ttyS2")
+        self.addCleanup(self.device.remove)
+
+    def connect(self, reconnect: bool = False) -> Client:
+        client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect)
+        self.addCleanup(client.disconnect)
+        client.connect()
+        return client
+
+    def refusal(self, client: Client, port: str, close: bool = False) -> int:
+        with self.assertRaises(Refused) as caught:
+            if close:
+                client.close(port)
+            else:
+                client.open(port)
+        self.assertIn(f"status {caught.exception.status}: ", str(caught.exception))
+        return caught.exception.status
+
+    def test_statuses(self) -> None:
+        client = self.connect()
+        self.assertEqual(self.refusal(client, "X"), 2)
+        self.assertEqual(self.refusal(client, "0403:6001"), 2)
+        self.assertEqual(self.refusal(client, USB), 4)  # no node
+        client.open(PHYSICAL)
+        self.assertEqual(self.refusal(client, PHYSICAL), 3)
+        client.close(PHYSICAL)
+        self.assertEqual(self.refusal(client, PHYSICAL, close=True), 2)
+        self.assertEqual(self.refusal(client, "0403:6001", close=True), 2)
+
+    def test_a_name_with_a_zero_byte(self) -> None:
+        self.assertEqual(self.refusal(self.connect(), "XY\0X"), 2)
+
+    def test_two_ports(self) -> None:
+        usb = Device("/dev/ttyUSB0")
+        self.addCleanup(usb.remove)
+        client = self.connect()
+        client.open(PHYSICAL)
+        client.open(USB)
+        client.write(PHYSICAL, b"to the one")
+        client.write(USB, b"to the other", block_size=5)
+        self.assertEqual(self.device.receives(10), b"to the one")
+        self.assertEqual(usb.receives(12), b"to the other")
+        usb.sends(b"one\ntwo\nrest")
+        self.device.sends(b"physical")
+        self.assertEqual(client.read_until(USB, b"\n", PATIENCE), b"one\n")
+        self.assertEqual(client.read_until(PHYSICAL, b"al", PATIENCE), b"physical")
+        self.assertEqual(client.read_until(USB, b"rest", PATIENCE), b"two\nrest")
+
+    def test_received_is_an_iterator(self) -> None:
+        client = self.connect()
+        client.open(PHYSICAL)
+        self.device.sends(b"abc")
+        self.assertEqual(next(client.received(PATIENCE)), Received(Port(PHYSICAL.encode()), b"abc"))
+        self.assertEqual(list(client.received(silence=0.0)), [])
+
+    def test_callback(self) -> None:
+        client = self.connect()
+        came: list[bytes] = []
+        client.on_received = lambda piece: came.append(piece.data)
+        client.open(PHYSICAL)
+        self.device.sends(b"abc")
+        for _ in range(int(PATIENCE * 100)):
+            if came:
+                break
+            self.assertIsNone(client.receive(0.01))
+        self.assertEqual(came, [b"abc"])
+
+    def test_much_data_both_ways(self) -> None:
+        client = self.connect()
+        client.open(PHYSICAL)
+        sent = bytes(range(256)) * 800  # more than a packet, and more than the line's buffers
+        echo = threading.Thread(target=self.echo, args=(len(sent),))
+        echo.start()
+        client.write(PHYSICAL, sent)
+        self.assertEqual(client.read_until(PHYSICAL, sent, PATIENCE), sent)
+        echo.join()
+
+    def echo(self, count: int) -> None:
+        while count > 0 and (data := self.device.receives(min(count, 256))):
+            count -= len(data)
+            self.device.sends(data)
+
+    def test_options(self) -> None:
+        client = self.connect()
+        link = client._socket
+        assert link is not None
+        self.assertNotEqual(link.getsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY), 0)
+        for _ in range(10):  # by then the kernel has cleared it, unless set after each
+            self.refusal(client, "X")
+        self.assertEqual(link.getsockopt(socket.IPPROTO_TCP, socket.TCP_QUICKACK), 1)
+
+    def test_packets_of_ones_own(self) -> None:
+        client = self.connect()
+        client.send(bytes.fromhex("0007 03 02 0001 58  0007 01 02 0001 58"))
+        answer = client.reply(PATIENCE)  # to the second: the first is refused
+        self.assertEqual((answer.command, answer.port, answer.number), (OPEN, Port(b"X"), 2))
+        with self.assertRaises(NoAnswer):
+            client.reply(0.0)
+
+    def test_a_length_of_two_ends_the_link(self) -> None:
+        client = self.connect()
+        client.open(PHYSICAL)
+        client.send(b"\0\2")
+        with self.assertRaises(LinkEnded):
+            client.receive(PATIENCE)
+        self.assertFalse(client.is_connected)
+        client.connect()
+        client.open(PHYSICAL)  # also when the new link is reset first
+
+    def test_killed_and_started_again(self) -> None:
+        client = self.connect(reconnect=True)
+        client.open(PHYSICAL, keep=True)
+        self.service.kill()
+        self.service.start()
+        self.assertIsNone(client.receive(0.5))
+        self.device.sends(b"again")
+        self.assertEqual(client.receive(PATIENCE), Received(Port(PHYSICAL.encode()), b"again"))
+
+    def test_no_answer(self) -> None:
+        with socket.create_server(("127.0.0.1", 0)) as mute:
+            client = Client(mute.getsockname()[1], reply_timeout=0.1)
+            client.connect()
+            with self.assertRaisesRegex(NoAnswer, "#PhysicalPort0"):
+                client.open(PHYSICAL)
+            self.assertFalse(client.is_connected)
+
+    def test_nobody_listens(self) -> None:
+        with self.assertRaisesRegex(NotListening, "127.0.0.1:60999: is the service running"):
+            Client(60999, patience=0.0).connect()
+
+
+class Readme(unittest.TestCase):
+    def test_the_example(self) -> None:
+        found = re.search(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.DOTALL)
+        assert found is not None
+        service = make(PROGRAM, self.addCleanup, port=60004)
+        device = Device("/dev/ttyS2")
+        self.addCleanup(device.remove)
+        service.wait_until_it_listens()  # the example is impatient
+        answer = threading.Thread(target=self.answer, args=(device,))
+        answer.start()
+        output = io.StringIO()
+        with contextlib.redirect_stdout(output):
+            exec(found[1], {})
+        answer.join()
+        self.assertEqual(output.getvalue(), "M100\n")
+
+    def answer(self, device: Device) -> None:
+        if device.receives(6) == b"*IDN?\n":
+            device.sends(b"M100\n")
+
+
+if __name__ == "__main__":
+    unittest.main()
