@@ -1,0 +1,189 @@
+# SPDX-License-Identifier: MIT
+"""The dissector, in tshark, on a conversation with the real service (SPH_SERVICE)."""
+
+import os
+import pathlib
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+from capture import Segment, write
+from workplace import PATIENCE, Device, make
+
+SCRIPT = pathlib.Path(__file__).parents[2] / "tools/wireshark/serialrelay.lua"
+NAME = "000E 23506879736963616C506F727430"  # #PhysicalPort0
+P0 = "#PhysicalPort0"
+FIELDS = """to_service length command form vendor product name_length name port parameter status
+    block_count block.type block.length block.data reply_in request_in""".split()
+
+# What is sent, what the service answers, and the fields of both. Frames count from 1.
+EXCHANGES = [
+    (f"0014 01 02 {NAME}", f"0016 01 02 {NAME} 0000"),
+    ("0009 01 02 0001 58 0005", "0009 01 02 0001 58 0002"),
+    ("000A 01 02 0004 58590058", "000A 01 02 0002 5859 0002"),
+    ("0008 01 01 0403 6001", "000A 01 01 0403 6001 0002"),
+    ("000A 02 01 0403 6001 0007", "000A 02 01 0403 6001 0002"),
+    (f"0020 04 02 {NAME} 02 01 0003 414243 FF 0002 0D0A", f"001A 04 02 {NAME} 01 02 0002 4F4B"),
+    ("000F 04 01 0403 6001 01 01 0003 414243", ""),
+    ("0007 03 02 0001 58", ""),
+    ("0008 02 03 0403 6001", ""),
+    ("0006 01 02 0000", ""),
+    ("000C 04 02 0001 58 02 01 0001 41", ""),
+    ("000D 04 02 0001 58 01 01 0001 41 00", ""),
+    ("0008 01 02 0001 58 00", ""),
+    (f"0014 02 02 {NAME}", f"0016 02 02 {NAME} 0000"),
+    ("0002", ""),
+]
+ROWS = [
+    f"1|20|1|2|||14|{P0}|{P0}|||||||2|",
+    f"0|22|1|2|||14|{P0}|{P0}||0||||||1",
+    "1|9|1|2|||1|X|X|5||||||4|",
+    "0|9|1|2|||1|X|X||2||||||3",
+    "1|10|1|2|||4|XY|XY|||||||6|",
+    "0|10|1|2|||2|XY|XY||2||||||5",
+    "1|8|1|1|0x0403|0x6001|||0403:6001|||||||8|",
+    "0|10|1|1|0x0403|0x6001|||0403:6001||2||||||7",
+    "1|10|2|1|0x0403|0x6001|||0403:6001|7||||||10|",
+    "0|10|2|1|0x0403|0x6001|||0403:6001||2||||||9",
+    f"1|32|4|2|||14|{P0}|{P0}|||2|1,255|3,2|414243,0d0a||",
+    f"0|26|4|2|||14|{P0}|{P0}|||1|2|2|4f4b||",
+    "1|15|4|1|0x0403|0x6001|||0403:6001|||1|1|3|414243||",
+    "1|7|3|2|||1|X|X||||||||",
+    "1|8|2|3|||||||||||||",
+    "1|6|1|2|||0||||||||||",
+    "1|12|4|2|||1|X|X|||2|1|1|41||",
+    "1|13|4|2|||1|X|X|||1|1|1|41||",
+    "1|8|1|2|||1|X|X||||||||",
+    f"1|20|2|2|||14|{P0}|{P0}|||||||21|",
+    f"0|22|2|2|||14|{P0}|{P0}||0||||||20",
+    "1|2|||||||||||||||",
+]
+PROBLEMS = {
+    14: "there is no command 3",
+    15: "there is no port form 3",
+    16: "the port's name is empty",
+    17: "the packet ends within a block's type",
+    18: "bytes too many: 1",
+    19: "the packet ends within the parameter",
+    22: "a length of 2: the service takes it for the end of the link",
+}
+
+
+def tshark(path: str, fields: list[str], *options: str) -> list[str]:
+    words = ["tshark", "-r", path, "-X", f"lua_script:{SCRIPT}"]
+    words += ["-T", "fields", "-E", "separator=|"]
+    words += [word for field in fields for word in ("-e", field)]
+    done = subprocess.run([*words, *options], capture_output=True, text=True, timeout=60)
+    assert done.returncode == 0 and "Lua Error" not in done.stdout + done.stderr, done.stderr
+    return done.stdout.splitlines()
+
+
+class Dissector(unittest.TestCase):
+    segments: list[Segment]
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        service = make(os.environ["SPH_SERVICE"], cls.addClassCleanup)
+        service.wait_until_it_listens()
+        device = Device("/dev/ttyS2")
+        cls.addClassCleanup(device.remove)
+        cls.segments = []
+        began = time.monotonic()
+        with socket.create_connection(("127.0.0.1", service.port), PATIENCE) as link:
+            for command, answer in EXCHANGES:
+                for to_service, packet in ((True, command), (False, answer)):
+                    data = bytes.fromhex(packet)
+                    if to_service:
+                        link.sendall(data)
+                    elif data:
+                        if data[2] == 4:  # what the device has received, it answers
+                            assert device.receives(5) == b"ABC\r\n"
+                            device.sends(b"OK")
+                        got = link.recv(len(data), socket.MSG_WAITALL)
+                        assert got == data, got.hex()
+                    now = round((time.monotonic() - began) * 1e6)
+                    if data:
+                        cls.segments.append(Segment(now, to_service, data))
+            assert link.recv(1) == b""
+
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.path = folder.name + "/capture.pcap"
+
+    def shown(self, segments: list[Segment], fields: list[str], *options: str) -> list[str]:
+        write(self.path, segments)
+        return tshark(self.path, fields, *options)
+
+    def test_the_conversation(self) -> None:
+        names = [f"serialrelay.{field}" for field in FIELDS]
+        others = ["serialrelay.response_time", "_ws.expert.message", "_ws.col.Protocol",
+                  "_ws.col.Info"]
+        # Read twice, so that a request knows its reply.
+        shown = self.shown(self.segments, names + others, "-2", "-R", "tcp")
+        rows = [row.split("|") for row in shown]
+        self.assertEqual(["|".join(row[: len(names)]) for row in rows], ROWS)
+        times, messages, protocols, texts = [list(column) for column in zip(*rows)][len(names) :]
+        self.check_times(times)
+        wanted = {frame: f"Malformed packet: {text}" for frame, text in PROBLEMS.items()}
+        wanted |= {frame: "The command failed" for frame in (4, 6, 8, 10)}
+        self.assertEqual({at: text for at, text in enumerate(messages, 1) if text}, wanted)
+        self.assertEqual(set(protocols), {"SerialRelay"})
+        self.assertEqual(texts[0], f"open {P0}")
+        self.assertEqual(texts[3], "reply to open X: status 2")
+        self.assertEqual(texts[10], f"data for {P0}: 5 bytes")
+        self.assertEqual(texts[11], f"data from {P0}: 2 bytes")
+        self.assertEqual(texts[13], "malformed: there is no command 3")
+
+    def check_times(self, times: list[str]) -> None:
+        answered = {2: 1, 4: 3, 6: 5, 8: 7, 10: 9, 21: 20}
+        for frame, text in enumerate(times, 1):
+            if frame not in answered:
+                self.assertEqual(text, "")
+                continue
+            asked = self.segments[answered[frame] - 1].microseconds
+            passed = (self.segments[frame - 1].microseconds - asked) / 1e6
+            self.assertAlmostEqual(float(text), passed, delta=1e-6)
+
+    def test_byte_by_byte(self) -> None:
+        pieces = [Segment(whole.microseconds, whole.to_service, whole.data[at : at + 1])
+                  for whole in self.segments for at in range(len(whole.data))]
+        names = ["serialrelay.length", "serialrelay.port", "serialrelay.block.data"]
+        columns = [[part for part in row.split("|")] for row in ROWS]
+        wanted = ["|".join((row[1], row[8], row[14])) for row in columns]
+        self.assertEqual(self.shown(pieces, names, "-Y", "serialrelay"), wanted)
+
+    def test_packets_in_one_segment(self) -> None:
+        sent = b"".join(part.data for part in self.segments if part.to_service)
+        came = b"".join(part.data for part in self.segments if not part.to_service)
+        rows = self.shown([Segment(0, True, sent), Segment(500, False, came)],
+                          ["serialrelay.status", "serialrelay.request_in",
+                           "serialrelay.response_time", "serialrelay.unasked"])
+        self.assertEqual(rows[1], "0,2,2,2,2,0|1,1,1,1,1,1|" + ",".join(["0.000500000"] * 6) + "|")
+
+    def test_a_reply_without_its_request(self) -> None:
+        rows = self.shown(self.segments[1:], ["frame.number"], "-Y", "serialrelay.unasked")
+        self.assertEqual(rows, ["1"])
+
+    def test_a_length_that_wraps_round_on_another_port(self) -> None:
+        data = b"\0\0" + bytes(65534) + self.segments[0].data
+        pieces = [Segment(0, True, data[at : at + 16384]) for at in range(0, len(data), 16384)]
+        write(self.path, pieces, port=50000)
+        rows = tshark(self.path, ["serialrelay.length", "serialrelay.port", "_ws.expert.message"],
+                      "-o", "serialrelay.port:50000", "-Y", "serialrelay")
+        problem = "Malformed packet: the length does not count itself"
+        self.assertEqual(rows, [f"0||{problem}", f"20|{P0}|"])
+
+    def test_information_column(self) -> None:
+        rows = self.shown(self.segments, ["_ws.col.Protocol", "_ws.col.Info"])
+        self.assertEqual(rows[0], f"SerialRelay|open {P0}")
+        self.assertEqual(rows[3], "SerialRelay|reply to open X: status 2")
+        self.assertEqual(rows[10], f"SerialRelay|data for {P0}: 5 bytes")
+        self.assertEqual(rows[11], f"SerialRelay|data from {P0}: 2 bytes")
+        self.assertEqual(rows[13], "SerialRelay|malformed: there is no command 3")
+
+
+if __name__ == "__main__":
+    unittest.main()
