@@ -126,6 +126,13 @@ class Relay:
             assert self._changed.wait_for(
                 lambda: len(self._received.get(key, b"")) >= count, seconds), f"{name} is silent"
 
+    def takes_what_comes(self, name: str, mark: bytes, seconds: float) -> bytes:
+        """All bytes of a port up to now: when `mark` is among them, or the time is over."""
+        key = name.encode()
+        with self._changed:
+            self._changed.wait_for(lambda: mark in self._received.get(key, b""), seconds)
+            return bytes(self._received.pop(key, b""))
+
     def takes_until(self, name: str, mark: bytes, seconds: float = 60) -> bytes:
         """All bytes of a port up to `mark`, with it."""
         key = name.encode()
