@@ -1,0 +1,160 @@
+# SPDX-License-Identifier: MIT
+"""The service as it is installed, with systemd as the machine's first process."""
+
+from __future__ import annotations
+
+import json
+import pathlib
+import shutil
+import tempfile
+from collections.abc import Iterator
+
+import pytest
+
+import packages
+import systemd_pc
+from machine import ADAPTERS, UART, Machine, restored, settings
+from relay import CLOSE, Relay
+from systemd_pc import SERVICE
+from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
+
+PHYSICAL_PORT = "#PhysicalPort0"
+EXIT_TEXT = "終了"
+EXAMPLES = packages.ROOT / "packaging/examples"
+DROP_INS = f"/run/systemd/system/{SERVICE}.d"
+
+
+@pytest.fixture(scope="module")
+def booted(scratch: pathlib.Path,
+           request: pytest.FixtureRequest) -> tuple[list[str], pathlib.Path]:
+    """QEMU's command, and the state of the machine when systemd has started everything."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="systemd-", dir=scratch))
+    command = systemd_pc.pc(pathlib.Path(request.config.getoption("--service")), folder)
+    machine = Machine(command, folder)
+    try:
+        machine.waits("systemctl is-system-running --quiet")
+        machine.waits_for_listen(1)
+        machine.save(folder / "state")
+    finally:
+        machine.end()
+    return command, folder / "state"
+
+
+@pytest.fixture
+def machine(booted: tuple[list[str], pathlib.Path], scratch: pathlib.Path) -> Iterator[Machine]:
+    """Fresh, with all six adapters, and the service listening."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
+    fresh = restored(*booted, folder)
+    try:
+        fresh.configure({name: settings() for name in [*USB_PORTS, PHYSICAL_PORT]})
+        fresh.plug_all()
+        yield fresh
+    finally:
+        fresh.end()
+        shutil.rmtree(folder)
+
+
+def property_of(machine: Machine, name: str) -> str:
+    return machine.run(f"systemctl show --value --property {name} {SERVICE}")
+
+
+def journal(machine: Machine, *filters: str) -> list[dict[str, str]]:
+    told = machine.run(f"journalctl --sync; journalctl --output json {' '.join(filters)}")
+    return [json.loads(line) for line in told.splitlines()]
+
+
+def times_of(machine: Machine, *messages: str) -> list[float]:
+    """When systemd said each of these about the service, in seconds. Each must be there once."""
+    entries = journal(machine, f"_PID=1 UNIT={SERVICE}")
+    times = []
+    for message in messages:
+        found = [entry for entry in entries if message in entry["MESSAGE"]]
+        assert len(found) == 1, f"{message!r} in {[entry['MESSAGE'] for entry in entries]}"
+        times.append(int(found[0]["__MONOTONIC_TIMESTAMP"]) / 1e6)
+    return times
+
+
+def connected(machine: Machine) -> Relay:
+    """With a port open, so that the service is certainly running, not listening."""
+    relay = machine.relay()
+    leads_to(relay, PHYSICAL_PORT, machine, UART)
+    return relay
+
+
+def test_the_sandbox_lets_it_open_every_port_and_search_for_adapters(machine: Machine) -> None:
+    process = property_of(machine, "MainPID")
+    lines = machine.run(f"cat /proc/{process}/status").splitlines()
+    status = {key: value.split() for key, _, value in (line.partition(":") for line in lines)}
+    assert "0" not in status["Uid"] and status["CapEff"] == ["0000000000000000"]
+    assert status["Seccomp"] == ["2"]
+    relay = machine.relay()
+    for name, adapter in zip(USB_PORTS, ADAPTERS):
+        leads_to(relay, name, machine, adapter)
+    leads_to(relay, PHYSICAL_PORT, machine, UART)
+    assert relay.asks(CLOSE, FTDI) == NO_SUCH_PORT  # else: no adapter found, and the process ends
+    assert property_of(machine, "MainPID") == process
+
+
+def test_unplugging_and_replugging_does_not_stop_it(machine: Machine) -> None:
+    process = property_of(machine, "MainPID")
+    relay = connected(machine)
+    for name, adapter in zip(USB_PORTS, ADAPTERS):
+        leads_to(relay, name, machine, adapter)
+    # One at a time: its node is then the only free one, and the one that it gets again.
+    for number, (name, adapter) in enumerate(zip(USB_PORTS, ADAPTERS)):
+        machine.unplug(adapter)
+        machine.waits_for_nodes(len(ADAPTERS) - 1)
+        machine.line(UART).sends(b"still here")
+        relay.expects(PHYSICAL_PORT, b"still here")
+        opened = len(machine.service_out("OPEN"))
+        assert opened == 1 + len(ADAPTERS) + number
+        machine.plug(adapter)
+        machine.waits(f"[ $(grep -c '^OPEN' /run/service.out) -gt {opened} ]")
+        machine.line(adapter).sends(b"here again")
+        relay.expects(name, b"here again")
+    assert property_of(machine, "MainPID") == process
+    assert property_of(machine, "NRestarts") == "0"
+
+
+def test_a_persons_sighup_stops_it_and_the_unit_starts_it_again(machine: Machine) -> None:
+    relay = connected(machine)
+    process = property_of(machine, "MainPID")
+    machine.run(f"systemctl kill --signal HUP {SERVICE}")
+    relay.waits_for_end()
+    machine.waits_for_listen(2)
+    sent, ended, started_again = times_of(
+        machine, "Sent signal SIGHUP", "Deactivated successfully", "restart counter is at 1")
+    assert sent < ended < started_again
+    assert "Serial Port Handler stop." in journal(machine, f"_PID={process}")[-1]["MESSAGE"]
+    assert property_of(machine, "MainPID") not in ("0", process)
+    connected(machine)
+
+
+def test_killed_it_is_back_within_the_restart_time(machine: Machine) -> None:
+    assert property_of(machine, "RestartUSec") == "1s"
+    relay = connected(machine)
+    machine.run(f"systemctl kill --signal KILL {SERVICE}")
+    relay.waits_for_end()
+    machine.waits_for_listen(2)
+    ended, started_again = times_of(
+        machine, "Main process exited, code=killed, status=9/KILL", "restart counter is at 1")
+    assert 1 <= started_again - ended < 5  # the emulated machine may be slow
+    connected(machine)
+
+
+def test_stopped_it_says_so_and_ends_with_status_0(machine: Machine) -> None:
+    example = EXAMPLES / "received-bytes-to-the-journal.conf"  # standard error, too, that is
+    machine.run(f"mkdir -p {DROP_INS} && cat >{DROP_INS}/example.conf <<'END'\n"
+                f"{example.read_text()}END")
+    machine.run(f"systemctl daemon-reload && systemctl restart {SERVICE}")
+    machine.waits_for_listen(2)
+    relay = connected(machine)
+    process = property_of(machine, "MainPID")
+    machine.run(f"systemctl stop {SERVICE}")
+    relay.waits_for_end()
+    told = [entry["MESSAGE"] for entry in journal(machine, f"_PID={process}")]
+    assert told[-1] == EXIT_TEXT
+    assert property_of(machine, "ExecMainStatus") == "0"
+    assert property_of(machine, "Result") == "success"
+    assert property_of(machine, "ActiveState") == "inactive"
+    assert property_of(machine, "NRestarts") == "0"
