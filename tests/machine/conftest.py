@@ -21,10 +21,12 @@ from relay import Relay
 def pytest_addoption(parser: pytest.Parser) -> None:
     parser.addoption("--service", default=str(packages.ROOT / "build/release"),
                      help="the build folder of the service under test")
+    parser.addoption("--report", help="where the cases and figures of the run go")
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    config.pluginmanager.register(Report())
+    if path := config.getoption("--report"):
+        config.pluginmanager.register(Report(pathlib.Path(path)))
 
 
 def _remove_left_overs() -> None:

@@ -24,7 +24,8 @@ class Figure(Protocol):
 class Report:
     """Hears of each test's end, from all processes that run tests."""
 
-    def __init__(self) -> None:
+    def __init__(self, path: pathlib.Path) -> None:
+        self._path = path
         # For each file and each test's name without its parameters: an outcome for each run.
         self._outcomes: dict[str, dict[str, list[str]]] = collections.defaultdict(
             lambda: collections.defaultdict(list))
@@ -41,8 +42,7 @@ class Report:
 
     def pytest_sessionfinish(self, session: pytest.Session) -> None:
         if self._outcomes and not hasattr(session.config, "workerinput"):
-            packages.CACHE.mkdir(parents=True, exist_ok=True)
-            REPORT.write_text("\n".join(map(self._section, sorted(self._outcomes))))
+            self._path.write_text("\n".join(map(self._section, sorted(self._outcomes))))
 
     def _section(self, file: str) -> str:
         tests = self._outcomes[file]

@@ -180,7 +180,7 @@ class Machine:
 
     def waits_for_nodes(self, count: int) -> None:
         self.waits(f"[ $(ls /dev | grep -c ttyUSB) -eq {count} ]")
-        self.run("udevadm settle")
+        self.waits("udevadm settle")  # udevd hangs up on it now and then
 
     def plug_all(self, adapters: Sequence[str] = ADAPTERS) -> None:
         """One after the other, in this order."""

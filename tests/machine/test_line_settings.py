@@ -86,14 +86,19 @@ def test_an_unknown_baud_word_hangs_up_an_adapter(
         assert seen.ftdi()[hardware.MODEM] == 0x0300  # neither DTR nor RTS
 
 
-def test_every_rate_without_a_word_on_the_uart(machine: Machine, seen: Trace) -> None:
+def test_every_rate_of_the_driver_on_the_uart(machine: Machine, seen: Trace) -> None:
     for rate, divisor, _ in RATES:
         seen.begin()
         machine.run(f"/opt/service/bin/open_line /dev/ttyS2 {rate}")
         assert seen.uart().divisor == divisor, rate
 
 
-def test_every_rate_without_a_word_on_an_adapter(machine: Machine, seen: Trace) -> None:
+def test_230400_is_out_of_the_uarts_reach_and_becomes_9600(machine: Machine, seen: Trace) -> None:
+    machine.run("/opt/service/bin/open_line /dev/ttyS2 230400")
+    assert seen.uart().divisor == 12
+
+
+def test_every_rate_of_the_driver_on_an_adapter(machine: Machine, seen: Trace) -> None:
     for rate, _, divisor in [*RATES, (230400, 0, 0x000D)]:
         seen.begin()
         machine.run(f"/opt/service/bin/open_line /dev/ttyUSB0 {rate}")
