@@ -8,7 +8,7 @@ import shutil
 
 import guest
 import packages
-from machine import UART, command_line
+from machine import UART, Board, command_line
 
 ARM_BUILD = packages.ROOT / "build" / "armhf"
 I386_BUILD = packages.ROOT / "build" / "i386"
@@ -18,6 +18,14 @@ EMULATOR = "/opt/arm/qemu-arm-static -L /opt/arm"
 ARM_LIBRARIES = ["libc6", "libgcc-s1", "libstdc++6"]
 
 BOARD_USB_PORT = ("xhci.0", "1")
+
+# The UART that the service opens is the third port of a PCI card.
+ARM_BOARD = Board("qemu-system-arm", (
+    "-machine", "virt,highmem=off", "-cpu", "cortex-a15", "-m", "512",
+    "-serial", "chardev:console", "-device", "qemu-xhci,id=xhci",
+    "-chardev", "null,id=card1", "-chardev", "null,id=card2", "-chardev", "null,id=card4",
+    "-device",
+    f"pci-serial-4x,chardev1=card1,chardev2=card2,chardev3={UART},chardev4=card4"), "ttyAMA0")
 
 
 def pc_of_32_bits(folder: pathlib.Path) -> list[str]:
@@ -46,24 +54,7 @@ def pc_with_the_arm_build(folder: pathlib.Path) -> list[str]:
 
 
 def arm_board(folder: pathlib.Path) -> list[str]:
-    """A board with an ARM processor: /dev/ttyS2 is the third port of a PCI card, and USB adapters
-    are at none of the PC's places."""
+    """A board with an ARM processor: USB adapters are at none of the PC's places."""
     image = guest.image(
         guest.Kind("armhf", "linux-image-armmp", ARM_BUILD, drivers=("xhci_pci",)), folder)
-    command = ["qemu-system-arm", "-accel", "tcg", "-machine", "virt,highmem=off",
-               "-cpu", "cortex-a15", "-m", "512", "-smp", "1", "-nodefaults", "-display", "none",
-               "-no-reboot", "-kernel", str(image.kernel), "-initrd", str(image.disk),
-               "-append", "console=ttyAMA0 quiet loglevel=6 panic=-1 net.ifnames=0",
-               "-D", "trace.log", "-msg", "timestamp=on",
-               "-chardev", "file,id=console,path=console.log", "-serial", "chardev:console",
-               "-netdev", "user,id=net,restrict=on"]
-    for name in ("ctl", UART, "usb0"):
-        command += ["-chardev", f"socket,id={name},path={name},server=on,wait=off"]
-    unused = ("card1", "card2", "card4")
-    for name in unused:
-        command += ["-chardev", f"null,id={name}"]
-    for device in ("virtio-serial-pci,id=vs", "virtserialport,bus=vs.0,chardev=ctl,name=ctl",
-                   "virtio-net-pci,netdev=net,romfile=", "qemu-xhci,id=xhci",
-                   f"pci-serial-4x,chardev1=card1,chardev2=card2,chardev3={UART},chardev4=card4"):
-        command += ["-device", device]
-    return command
+    return command_line(image, ARM_BOARD)
