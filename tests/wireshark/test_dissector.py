@@ -9,7 +9,7 @@ import tempfile
 import time
 import unittest
 
-from capture import Segment, write
+from capture import Loopback, Segment, write
 from workplace import PATIENCE, Device, make
 
 SCRIPT = pathlib.Path(__file__).parents[2] / "tools/wireshark/serialrelay.lua"
@@ -82,6 +82,8 @@ def tshark(path: str, fields: list[str], *options: str) -> list[str]:
 
 class Dissector(unittest.TestCase):
     segments: list[Segment]
+    live: str  # the same conversation, captured
+    port: int  # in it
 
     @classmethod
     def setUpClass(cls) -> None:
@@ -89,9 +91,15 @@ class Dissector(unittest.TestCase):
         service.wait_until_it_listens()
         device = Device("/dev/ttyS2")
         cls.addClassCleanup(device.remove)
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.live, cls.port = folder.name + "/live.pcap", service.port
+        loopback = Loopback(cls.live)
+        cls.addClassCleanup(loopback.remove)
         cls.segments = []
         began = time.monotonic()
         with socket.create_connection(("127.0.0.1", service.port), PATIENCE) as link:
+            link.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)  # a segment for each packet
             for command, answer in EXCHANGES:
                 for to_service, packet in ((True, command), (False, answer)):
                     data = bytes.fromhex(packet)
@@ -107,6 +115,7 @@ class Dissector(unittest.TestCase):
                     if data:
                         cls.segments.append(Segment(now, to_service, data))
             assert link.recv(1) == b""
+        loopback.stop(PATIENCE)
 
     def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory()
@@ -136,6 +145,53 @@ class Dissector(unittest.TestCase):
         self.assertEqual(texts[10], f"data for {P0}: 5 bytes")
         self.assertEqual(texts[11], f"data from {P0}: 2 bytes")
         self.assertEqual(texts[13], "malformed: there is no command 3")
+
+    def test_captured_on_the_loopback_interface(self) -> None:
+        names = [f"serialrelay.{field}" for field in FIELDS]
+        shown = tshark(self.live, ["frame.number", *names, "serialrelay.response_time"], "-2", "-R",
+                       "tcp", "-Y", "serialrelay", "-o", f"serialrelay.port:{self.port}")
+        rows = [row.split("|") for row in shown]
+        frames = [row[0] for row in rows]
+        # The handshake and acknowledgements have frames, too.
+        wanted = [row.split("|") for row in ROWS]
+        for row in wanted:
+            row[-2:] = [frames[int(number) - 1] if number else "" for number in row[-2:]]
+        self.assertEqual([row[1:-1] for row in rows], wanted)
+        for row in rows:
+            if row[-2]:
+                self.assertTrue(0 < float(row[-1]) < PATIENCE, row)
+            else:
+                self.assertEqual(row[-1], "")
+
+    def test_segments_that_keep_no_packet_together(self) -> None:
+        for size in (1, 7, 25):
+            with self.subTest(size=size):
+                self.check_segments_of(size)
+
+    def check_segments_of(self, size: int) -> None:
+        pieces: list[Segment] = []
+        ends: dict[bool, list[tuple[str, int]]] = {True: [], False: []}
+        for to_service in (True, False):
+            stream, before = b"", len(pieces)
+            for row, whole in zip(ROWS, self.segments):
+                if whole.to_service == to_service:
+                    stream += whole.data
+                    ends[to_service].append((row, before - -len(stream) // size))
+            pieces += [Segment(1000 * (before + number), to_service, stream[at : at + size])
+                       for number, at in enumerate(range(0, len(stream), size))]
+        frame_of = {row: frame for packets in ends.values() for row, frame in packets}
+        wanted = [str(frame_of[ROWS[int(row.split("|")[-1]) - 1]])
+                  for row, _ in ends[False] if row.split("|")[-1]]
+        shown = self.shown(pieces, ["frame.number", "serialrelay.length", "serialrelay.request_in",
+                                    "serialrelay.response_time"], "-Y", "serialrelay")
+        rows = [[column.split(",") for column in row.split("|")] for row in shown]
+        lengths = [(row[0][0], length) for row in rows for length in row[1]]
+        self.assertEqual(lengths, [(str(frame), row.split("|")[1])
+                                   for packets in ends.values() for row, frame in packets])
+        self.assertEqual([frame for row in rows for frame in row[2] if frame], wanted)
+        times = [float(text) for row in rows for text in row[3] if text]
+        answers = [frame for row, frame in ends[False] if row.split("|")[-1]]
+        self.assertEqual(times, [(came - int(sent)) / 1000 for came, sent in zip(answers, wanted)])
 
     def check_times(self, times: list[str]) -> None:
         answered = {2: 1, 4: 3, 6: 5, 8: 7, 10: 9, 21: 20}
