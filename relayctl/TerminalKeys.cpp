@@ -61,7 +61,7 @@ LineEnding Next(LineEnding ending) {
                                      : LineEnding::kCr;
 }
 
-std::vector<KeyPress> TerminalKeys::Take(std::string_view typed) {
+std::vector<KeyPress> TerminalKeys::Take(std::string_view& typed) {
   std::vector<KeyPress> presses;
   const auto send = [&presses](char byte) {
     if (presses.empty() || presses.back().action != TerminalAction::kSend) {
@@ -69,7 +69,9 @@ std::vector<KeyPress> TerminalKeys::Take(std::string_view typed) {
     }
     presses.back().bytes += byte;
   };
-  for (const char key : typed) {
+  while (!typed.empty() && (presses.empty() || presses.back().action != TerminalAction::kFile)) {
+    const char key = typed.front();
+    typed.remove_prefix(1);
     if (escaped) {
       escaped = false;
       if (key == escapeKey) {
@@ -116,7 +118,7 @@ int ControlByte(const std::string& name) {
   return byte >= 0 && byte <= kLastControl ? byte : -1;
 }
 
-std::string LinePrompt::Take(std::string_view typed) {
+std::string LinePrompt::Take(std::string_view& typed) {
   constexpr char kInterrupt = 3;
   constexpr char kEndOfText = 4;
   constexpr char kBackspace = 8;
@@ -124,10 +126,9 @@ std::string LinePrompt::Take(std::string_view typed) {
   constexpr char kEscape = 27;
   const std::string erase = "\b \b";
   std::string shown;
-  for (const char key : typed) {
-    if (state != State::kTyping) {
-      break;
-    }
+  while (!typed.empty() && state == State::kTyping) {
+    const char key = typed.front();
+    typed.remove_prefix(1);
     if (key == '\r' || key == '\n') {
       state = State::kDone;
     } else if (key == kInterrupt || key == kEndOfText || key == kEscape) {

@@ -38,9 +38,10 @@ class TerminalKeys {
   // `escape`: the byte that the key sends, a control byte.
   explicit TerminalKeys(char escape) : escapeKey(escape) {}
 
-  // What was typed, with neighbouring bytes for the device in one piece. Enter is still the byte
-  // that the keyboard sends, CR.
-  std::vector<KeyPress> Take(std::string_view typed);
+  // Takes what was typed off the front of `typed`, with neighbouring bytes for the device in one
+  // piece. Enter is still the byte that the keyboard sends, CR. What stands behind kFile is left:
+  // these keys are the file's name.
+  std::vector<KeyPress> Take(std::string_view& typed);
 
   // "Ctrl-]"
   std::string EscapeName() const;
@@ -63,9 +64,8 @@ class LinePrompt {
  public:
   enum class State { kTyping, kDone, kGivenUp };
 
-  // Takes keys up to the end of the line, and gives what to show for them. Keys behind that are
-  // dropped: nobody types ahead there.
-  std::string Take(std::string_view typed);
+  // Takes keys off the front of `typed`, up to the end of the line, and gives what to show for them.
+  std::string Take(std::string_view& typed);
 
   State Now() const { return state; }
   const std::string& Text() const { return text; }

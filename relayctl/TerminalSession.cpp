@@ -111,24 +111,32 @@ void TerminalSession::TakeKeys() {
   }
 }
 
+// What was typed ahead of a prompt is the answer to it.
 void TerminalSession::Typed(std::string_view typed) {
-  if (prompt) {
-    Show(prompt->Take(typed));
-    if (prompt->Now() != LinePrompt::State::kTyping) {
-      const LinePrompt answered = *std::exchange(prompt, std::nullopt);
-      atLineStart = true;
-      if (answered.Now() == LinePrompt::State::kDone && !answered.Text().empty()) {
-        SendFile(answered.Text());
+  while (!typed.empty()) {
+    if (prompt) {
+      AnswerPrompt(typed);
+      continue;
+    }
+    for (const KeyPress& press : keys.Take(typed)) {
+      if (press.action == TerminalAction::kSend) {
+        SendTyped(press.bytes);
+      } else {
+        Perform(press);
       }
     }
+  }
+}
+
+void TerminalSession::AnswerPrompt(std::string_view& typed) {
+  Show(prompt->Take(typed));
+  if (prompt->Now() == LinePrompt::State::kTyping) {
     return;
   }
-  for (const KeyPress& press : keys.Take(typed)) {
-    if (press.action == TerminalAction::kSend) {
-      SendTyped(press.bytes);
-    } else {
-      Perform(press);
-    }
+  const LinePrompt answered = *std::exchange(prompt, std::nullopt);
+  atLineStart = true;
+  if (answered.Now() == LinePrompt::State::kDone && !answered.Text().empty()) {
+    SendFile(answered.Text());
   }
 }
 

@@ -37,7 +37,8 @@ class TerminalSession {
 
  private:
   void TakeKeys();
-  void Typed(std::string_view keys);
+  void Typed(std::string_view typed);
+  void AnswerPrompt(std::string_view& typed);
   void Perform(const KeyPress& press);
   void SendTyped(const std::string& typed);
   void SendFile(const std::string& path);

@@ -11,15 +11,23 @@ namespace {
 using Presses = std::vector<KeyPress>;
 using enum TerminalAction;
 
+// Keys that are all for one taker.
+template <class Taker>
+auto TakeAll(Taker& taker, std::string_view typed) {
+  auto taken = taker.Take(typed);
+  EXPECT_EQ("", typed);
+  return taken;
+}
+
 TEST(TerminalKeysTest, PassesOtherKeysOnInOnePiece) {
   TerminalKeys keys('\x1D');
-  EXPECT_EQ((Presses{{kSend, "abc\r\x03"}}), keys.Take("abc\r\x03"));
+  EXPECT_EQ((Presses{{kSend, "abc\r\x03"}}), TakeAll(keys, "abc\r\x03"));
 }
 
 TEST(TerminalKeysTest, TakesTheKeyBehindTheEscapeKey) {
   TerminalKeys keys('\x1D');
   EXPECT_EQ((Presses{{kSend, "a"}, {kHex, ""}, {kSend, "b"}, {kQuit, ""}}),
-            keys.Take("a\x1Dxb\x1Dq"));
+            TakeAll(keys, "a\x1Dxb\x1Dq"));
 }
 
 TEST(TerminalKeysTest, TheEscapeKeyTwiceSendsIt) {
@@ -27,22 +35,25 @@ TEST(TerminalKeysTest, TheEscapeKeyTwiceSendsIt) {
   EXPECT_EQ((Presses{{kSend,
                       "a\x1D"
                       "b"}}),
-            keys.Take("a\x1D\x1D"
-                      "b"));
+            TakeAll(keys,
+                    "a\x1D\x1D"
+                    "b"));
 }
 
 TEST(TerminalKeysTest, TheKeyBehindItMayComeLaterAndWithControlHeld) {
   TerminalKeys keys('\x1D');
-  EXPECT_EQ(Presses{}, keys.Take("\x1D"));
-  EXPECT_EQ((Presses{{kQuit, ""}}), keys.Take("\x11"));  // Ctrl-Q
-  EXPECT_EQ((Presses{{kEcho, ""}}), keys.Take("\x1D"
-                                              "E"));
+  EXPECT_EQ(Presses{}, TakeAll(keys, "\x1D"));
+  EXPECT_EQ((Presses{{kQuit, ""}}), TakeAll(keys, "\x11"));  // Ctrl-Q
+  EXPECT_EQ((Presses{{kEcho, ""}}), TakeAll(keys,
+                                            "\x1D"
+                                            "E"));
 }
 
 TEST(TerminalKeysTest, AnyOtherKeyBehindItMeansNothingAndIsNotSent) {
   TerminalKeys keys('\x1D');
-  EXPECT_EQ((Presses{{kUnknown, ""}, {kSend, "b"}}), keys.Take("\x1D"
-                                                               "5b"));
+  EXPECT_EQ((Presses{{kUnknown, ""}, {kSend, "b"}}), TakeAll(keys,
+                                                             "\x1D"
+                                                             "5b"));
 }
 
 TEST(TerminalKeysTest, HelpNamesTheEscapeKey) {
@@ -68,17 +79,32 @@ TEST(LineEndingTest, ComesRound) {
 
 TEST(LinePromptTest, ShowsWhatIsTypedAndTakesItBack) {
   LinePrompt prompt;
-  EXPECT_EQ("/tmp/x\b \b", prompt.Take("/tmp/x\x7F"));
+  EXPECT_EQ("/tmp/x\b \b", TakeAll(prompt, "/tmp/x\x7F"));
   EXPECT_EQ(LinePrompt::State::kTyping, prompt.Now());
-  EXPECT_EQ("\b \b\b \b\b \b\b \b\b \bab\n", prompt.Take("\x15"
-                                                         "ab\rdropped"));
+  EXPECT_EQ("\b \b\b \b\b \b\b \b\b \bab\n", TakeAll(prompt,
+                                                     "\x15"
+                                                     "ab\r"));
   EXPECT_EQ(LinePrompt::State::kDone, prompt.Now());
   EXPECT_EQ("ab", prompt.Text());
 }
 
+TEST(TerminalKeysTest, LeavesAFilesNameThatIsTypedAhead) {
+  TerminalKeys keys('\x1D');
+  std::string_view typed = "a\x1Ds/tmp/x\r";
+  EXPECT_EQ((Presses{{kSend, "a"}, {kFile, ""}}), keys.Take(typed));
+  EXPECT_EQ("/tmp/x\r", typed);
+}
+
+TEST(LinePromptTest, LeavesWhatStandsBehindTheLine) {
+  LinePrompt prompt;
+  std::string_view typed = "a\rb";
+  EXPECT_EQ("a\n", prompt.Take(typed));
+  EXPECT_EQ("b", typed);
+}
+
 TEST(LinePromptTest, GivesUpOnControlC) {
   LinePrompt prompt;
-  EXPECT_EQ("a\n", prompt.Take("\ba\x01\x03"));
+  EXPECT_EQ("a\n", TakeAll(prompt, "\ba\x01\x03"));
   EXPECT_EQ(LinePrompt::State::kGivenUp, prompt.Now());
 }
 

@@ -132,6 +132,14 @@ TEST_F(TerminalTest, SendsAFileAndTellsHowFarItIs) {
   EXPECT_EQ("on", device->Reads(2));
 }
 
+TEST_F(TerminalTest, AFilesNameCanBeTypedAhead) {
+  ASSERT_NO_FATAL_FAILURE(StartTerminal());
+  workplace::WriteWhole("/tmp/e2e/upload", "bytes");
+  window.Types("\x1Ds/tmp/e2e/upload\r");
+  EXPECT_TRUE(window.Shows("[sent]")) << window.Screen();
+  EXPECT_EQ("bytes", device->Reads(5));
+}
+
 TEST_F(TerminalTest, AFileCanBeGivenUp) {
   ASSERT_NO_FATAL_FAILURE(StartTerminal());
   workplace::WriteWhole("/tmp/e2e/upload", std::string(1000000, 'x'));
