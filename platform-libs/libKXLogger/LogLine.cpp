@@ -78,11 +78,11 @@ class Line {
   std::size_t Plain(std::string_view text) {
     const std::size_t room =
         cut || limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
-    const std::string_view fitting = text.substr(0, room);
+    const std::string_view fitting(text.data(), std::min(room, text.size()));
     const auto end = std::find_if_not(fitting.begin(), fitting.end(), IsPlain);
     const auto count = static_cast<std::size_t>(end - fitting.begin());
     if (count > 0) {
-      Copy(fitting.substr(0, count));
+      Copy({fitting.data(), count});
       cutAt = size - 1;
     }
     return count;
