@@ -103,6 +103,7 @@ TEST_F(SerialPortTest, MoreThan4096BytesComeWholeAndInOrder) {
   ASSERT_EQ(0, Open());
   line->Sends(many);
   EXPECT_TRUE(receiver.WaitFor(many)) << receiver.Bytes().size() << " of " << many.size();
+  EXPECT_EQ(0, port->Close());  // and so no delivery is under way any more
   EXPECT_LE(longest, 4096);
 }
 
