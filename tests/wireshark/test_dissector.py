@@ -223,6 +223,10 @@ class Dissector(unittest.TestCase):
         rows = self.shown(self.segments[1:], ["frame.number"], "-Y", "serialrelay.unasked")
         self.assertEqual(rows, ["1"])
 
+    def test_a_reply_that_was_lost(self) -> None:
+        rows = self.shown([self.segments[0], *self.segments[2:4]], ["serialrelay.request_in"])
+        self.assertEqual(rows, ["", "", "2"])
+
     def test_a_length_that_wraps_round_on_another_port(self) -> None:
         data = b"\0\0" + bytes(65534) + self.segments[0].data
         pieces = [Segment(0, True, data[at : at + 16384]) for at in range(0, len(data), 16384)]
