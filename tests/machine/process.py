@@ -34,7 +34,7 @@ class Process:
             sum(int(number) for number in line.split()) for line in self._machine.run(
                 f"cut -d' ' -f14,15 /proc/{self.pid}/stat; sleep {seconds}; "
                 f"cut -d' ' -f14,15 /proc/{self.pid}/stat").splitlines())
-        return 100 * (after - before) / TICKS / seconds
+        return round(100 * (after - before) / TICKS / seconds, 1)
 
     def resources(self) -> tuple[int, int]:
         """How many descriptors it holds, and how many threads it has."""
