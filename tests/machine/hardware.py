@@ -8,10 +8,15 @@ import re
 
 from machine import Machine
 
-EVENTS = ["serial_write", "usb_serial_handle_control"]
+EVENTS = ["serial_write", "usb_serial_handle_control", "usb_serial_set_flow_control"]
 
 _UART = re.compile(r"serial_write write addr (0x\w+) val (0x\w+)")
 _FTDI = re.compile(r"usb_serial_handle_control dev \S+ got control (0x\w+), value (0x\w+)")
+
+_FLOW = re.compile(r"usb_serial_set_flow_control dev \S+ flow control (\d+)")
+
+# Flow control of an FT232, in its request's index.
+NO_FLOW, RTS_CTS, XON_XOFF = 0, 1, 4
 
 # FTDI requests, as the trace names them.
 MODEM, FLOW, BAUD, DATA = 0x4001, 0x4002, 0x4003, 0x4004
@@ -53,10 +58,13 @@ class Trace:
         """Forgets everything so far."""
         self._start = self._file.stat().st_size if self._file.exists() else 0
 
-    def _found(self, pattern: re.Pattern[str]) -> list[tuple[int, int]]:
+    def _text(self) -> str:
         with self._file.open() as lines:
             lines.seek(self._start)
-            return [(int(a, 16), int(b, 16)) for a, b in pattern.findall(lines.read())]
+            return lines.read()
+
+    def _found(self, pattern: re.Pattern[str]) -> list[tuple[int, int]]:
+        return [(int(a, 16), int(b, 16)) for a, b in pattern.findall(self._text())]
 
     def registers(self) -> list[tuple[int, int]]:
         """Register and value of each write to the UART."""
@@ -75,3 +83,7 @@ class Trace:
     def ftdi(self) -> dict[int, int]:
         """The last value of each request. An open first repeats what was set before."""
         return dict(self.requests())
+
+    def ftdi_flow(self) -> int:
+        """The flow control that an adapter was last told to do."""
+        return int(_FLOW.findall(self._text())[-1])

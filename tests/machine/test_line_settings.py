@@ -142,11 +142,12 @@ def test_xoff_from_the_far_end_stops_the_uart_until_xon(
 
 
 def test_flow_control_on_an_adapter(machine: Machine, relay: Relay, seen: Trace) -> None:
-    # The value has XON and XOFF; that the chip is to use them is in the index, which QEMU shows
-    # in the name of another event only.
-    for word, value in (("none", 0), ("hardware", 0), ("XOnXOff", 0x1311)):
+    for word, characters, flow in (("none", 0, hardware.NO_FLOW),
+                                   ("hardware", 0, hardware.RTS_CTS),
+                                   ("XOnXOff", 0x1311, hardware.XON_XOFF)):
         with opened(relay, machine, seen, USB_PORT, flow=word):
-            assert seen.ftdi()[hardware.FLOW] == value, word
+            assert seen.ftdi()[hardware.FLOW] == characters, word
+            assert seen.ftdi_flow() == flow, word
 
 
 def test_dtr_of_the_uart_is_dropped_before_the_close(
