@@ -64,7 +64,8 @@ class LinePrompt {
  public:
   enum class State { kTyping, kDone, kGivenUp };
 
-  // Takes keys off the front of `typed`, up to the end of the line, and gives what to show for them.
+  // Takes keys off the front of `typed`, up to the end of the line, and gives what to show for
+  // them.
   std::string Take(std::string_view& typed);
 
   State Now() const { return state; }
