@@ -167,7 +167,9 @@ const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
 constexpr const char* kWithoutTools =
     "ln -s /bin/rm /tmp/e2e/bin/rm; PATH=/tmp/e2e/bin; exec \"$@\"";
+#ifdef SPH_WITHOUT_CHILDREN
 constexpr const char* kWithoutChildren = "exec \"$FAULT_TOOLS/without-children\" \"$@\"";
+#endif
 constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
 
 // clang-format off
