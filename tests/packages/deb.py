@@ -6,12 +6,12 @@ from pathlib import Path
 
 from box import CHECKOUT
 
-SERVICE = "serial-port-handler"
+PACKAGE = "serial-port-handler"
 
 
-def built(architecture: str, package: str = SERVICE) -> Path:
+def built(architecture: str) -> Path:
     """What ./package has made."""
-    found = sorted((CHECKOUT / "build" / "packages").glob(f"{package}_*_{architecture}.deb"))
+    found = sorted((CHECKOUT / "build" / "packages").glob(f"{PACKAGE}_*_{architecture}.deb"))
     assert len(found) == 1, f"run ./package {architecture} first: {found}"
     return found[0]
 

@@ -27,15 +27,6 @@ def tree(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactor
     yield folder
 
 
-@pytest.fixture(scope="module", params=["amd64", "armhf"])
-def client_tree(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactory
-                ) -> Iterator[Path]:
-    folder = tmp_path_factory.mktemp(request.param + "-client")
-    for package in ("relayctl", "librelayclient-dev"):
-        output_of("dpkg-deb", "--extract", deb.built(request.param, package), folder)
-    yield folder
-
-
 def programs_of(tree: Path) -> list[Path]:
     return [tree / "usr/sbin/SerialPortHandler",
             *sorted((tree / "usr/lib/serial-port-handler").iterdir())]
@@ -91,39 +82,18 @@ def test_the_udev_rules_have_the_places_of_the_program(tree: Path) -> None:
     assert re.findall(r'DEVPATH=="[^"|]+\|([^"]+)"', rules) == [place + "/*" for place in places]
 
 
-def test_what_relayctl_and_its_library_bring(client_tree: Path) -> None:
-    names = {str(path.relative_to(client_tree)).replace("arm-linux-gnueabihf", "MACHINE").replace(
-        "x86_64-linux-gnu", "MACHINE") for path in client_tree.rglob("*") if path.is_file()}
-    assert names >= {
-        "usr/bin/relayctl",
-        "usr/share/bash-completion/completions/relayctl",
-        "usr/include/relayclient/relay/Client.h",
-        "usr/include/relayclient/protocol/WireFormat.h",
-        "usr/lib/MACHINE/librelayclient.a",
-        "usr/lib/MACHINE/cmake/RelayClient/RelayClientConfig.cmake",
-        "usr/lib/MACHINE/pkgconfig/relayclient.pc",
-    }
-
-
 PAGES = ["man8/SerialPortHandler.8", "man5/vost.conf.5", "man7/serial-port-handler-protocol.7"]
 
 
 @pytest.mark.parametrize("page", PAGES)
 def test_the_page_is_well_formed(tree: Path, page: str) -> None:
-    check_page(tree / f"usr/share/man/{page}.gz")
-
-
-def test_the_page_of_relayctl_is_well_formed(client_tree: Path) -> None:
-    check_page(client_tree / "usr/share/man/man1/relayctl.1.gz")
-
-
-def check_page(file: Path) -> None:
+    file = tree / f"usr/share/man/{page}.gz"
     assert output_of("man", "--warnings=w", "--encoding=UTF-8", "--local-file", file
                      ).count("NAME") >= 1
     done = subprocess.run(["man", "--warnings=w", "--local-file", "-Tutf8", "-Z", file],
                           stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
     assert done.stderr == ""
-    name = Path(file.stem).stem
+    name = Path(page).stem
     assert output_of("lexgrog", file).startswith(f'{file}: "{name} - ')
 
 

@@ -10,7 +10,7 @@ from pathlib import Path
 
 import deb
 import pytest
-from box import Box, wait_until
+from box import Box
 from service import SERVICE, StartedAsInTheUnit, allow_all_ports, converse, install
 
 CONFIGURATION = "/etc/vost.conf"
@@ -25,7 +25,6 @@ class Story:
     def __init__(self, architecture: str, box: Box, scratch: Path) -> None:
         self.box = box
         self.package = deb.built(architecture)
-        self.relayctl = deb.built(architecture, "relayctl")
         self.older = deb.older(self.package, scratch)
         self.pristine: dict[str, str] = {}
         self.shipped = ""
@@ -101,19 +100,6 @@ def test_the_installed_service_opens_a_port(story: Story) -> None:
     assert service.status in (0, 255)  # 0 while it makes the link anew, 255 while it listens
 
 
-def test_relayctl_talks_to_it(story: Story) -> None:
-    install(story.box, story.relayctl)
-    if story.box.is_native:
-        wait_until("the service has answered", lambda: hears_that_no_port_is_open(story.box))
-        return
-    with StartedAsInTheUnit(story.box):
-        wait_until("the service has answered", lambda: hears_that_no_port_is_open(story.box))
-
-
-def hears_that_no_port_is_open(box: Box) -> bool:
-    return "status 2" in box.run("relayctl", "close", "#PhysicalPort0", check=False)
-
-
 def test_removing_keeps_the_configuration_alone(story: Story) -> None:
     story.box.run("dpkg", "--remove", SERVICE)
     assert story.box.path(CONFIGURATION).read_text() == story.changed
@@ -122,7 +108,7 @@ def test_removing_keeps_the_configuration_alone(story: Story) -> None:
 
 
 def test_purging_leaves_nothing_behind(story: Story) -> None:
-    story.box.run("dpkg", "--purge", SERVICE, "relayctl")
+    story.box.run("dpkg", "--purge", SERVICE)
     now = files_of(story.box)
     assert sorted(now.keys() - story.pristine.keys()) == []
     assert sorted(story.pristine.keys() - now.keys()) == []
