@@ -24,9 +24,10 @@ class Process:
         """Until it holds it no more, neither under its name nor as one that is gone."""
         self._machine.waits(f"! {self._holds(node)}", pause=0.01)
 
-    def waits_for_opens(self, count: int) -> None:
-        """Until it has opened lines so many times, and set them up."""
-        self._machine.waits(f"[ $(grep -c '^OPEN' /run/service.out) -ge {count} ]", pause=0.01)
+    def waits_for_opens(self, count: int, node: str = "") -> None:
+        """Until it has opened this node, or any lines, so many times, and set them up."""
+        opened = f"grep -c '^OPEN.{node}' /run/service.out"
+        self._machine.waits(f"[ $({opened}) -ge {count} ]", pause=0.01)
 
     def cpu_share(self, seconds: int) -> float:
         """Percent of one processor, over so many seconds of the guest from now."""
