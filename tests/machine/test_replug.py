@@ -81,6 +81,7 @@ def test_adapters_that_come_back_in_another_order_change_places_until_the_next_o
 def test_a_node_that_another_program_holds_comes_back_under_another_name(machine: Machine) -> None:
     relay, process = open_port(machine, ["usb0"])
     machine.run(f"sleep 1000 <>{NODE} & echo $! >/run/holder")
+    machine.waits(f"[ \"$(readlink /proc/$(cat /run/holder)/fd/0)\" = {NODE} ]")
     machine.unplug("usb0")
     process.waits_until_closed(NODE)
     machine.plug("usb0")
