@@ -70,6 +70,7 @@ class Client:
         self._kept: dict[Port, None] = {}  # in the order of their opening
         self._incoming: collections.deque[Received] = collections.deque()
         self._replies: collections.deque[Packet] = collections.deque()
+        self._refusals: collections.deque[Refused] = collections.deque()  # of kept ports
         self._cutter = PacketCutter()
         self._socket: socket.socket | None = None
         self._is_served = False  # something came on this link
@@ -149,10 +150,12 @@ class Client:
 
     def receive(self, timeout: float | None = None) -> Received | None:
         """The next piece that any port has received, or None when `timeout` passes. Raises
-        LinkEnded, or, with `reconnect`, what `connect` and the opens raise. With `on_received` it
-        returns None only."""
+        LinkEnded, or, with `reconnect`, what `connect` raises, and Refused once for each kept
+        port that a new link could not open. With `on_received` it returns None only."""
         deadline = _deadline(timeout)
         while not self._incoming:
+            if self._refusals:
+                raise self._refusals.popleft()
             try:
                 if not self._process(deadline):
                     return None
@@ -186,8 +189,10 @@ class Client:
         return text[:cut]
 
     def _try_to_connect(self) -> None:
-        link = socket.create_connection(("127.0.0.1", self.port), max(self.patience, 1.0))
+        link = _bound_elsewhere(self.port)
         try:
+            link.settimeout(max(self.patience, 1.0))
+            link.connect(("127.0.0.1", self.port))
             # A small command does not wait for the acknowledgement of the one before.
             link.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
             _acknowledge_at_once(link)
@@ -199,10 +204,25 @@ class Client:
         self._is_served = False
 
     def _relink(self) -> None:
-        self.disconnect()
-        self.connect()
+        deadline = time.monotonic() + self.patience
+        while True:
+            self.disconnect()
+            self.connect()
+            try:
+                self._open_kept()
+                return
+            except (LinkEnded, NonsenseError):
+                if time.monotonic() >= deadline:
+                    raise
+                time.sleep(_RETRY_PAUSE)
+
+    def _open_kept(self) -> None:
+        self._refusals.clear()
         for port in self._kept:
-            self._open(port)
+            try:
+                self._open(port)
+            except Refused as refused:
+                self._refusals.append(refused)  # the others are opened all the same
 
     def _open(self, port: Port) -> None:
         deadline = time.monotonic() + self.patience
@@ -303,6 +323,27 @@ class Client:
     def _fail(self, cause: OSError | None) -> NoReturn:
         self.disconnect()
         raise LinkEnded("the service ended the link") from cause
+
+
+def _bound_elsewhere(port: int) -> socket.socket:
+    # The service's port may lie in the range that the kernel takes local ports from. While nothing
+    # listens, a socket that is given this very number connects to itself, answers itself, and keeps
+    # the service from binding.
+    taken: list[socket.socket] = []
+    try:
+        while True:
+            link = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+            try:
+                link.bind(("127.0.0.1", 0))
+            except BaseException:
+                link.close()
+                raise
+            if link.getsockname()[1] != port:
+                return link
+            taken.append(link)  # held, so that the next one is given another
+    finally:
+        for link in taken:
+            link.close()
 
 
 def _acknowledge_at_once(link: socket.socket) -> None:
