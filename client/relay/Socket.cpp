@@ -19,20 +19,62 @@ void SetOption(int socket, int option) {
   (void)setsockopt(socket, IPPROTO_TCP, option, &on, sizeof on);
 }
 
+// Of this machine. 0: any free port.
+sockaddr_in AddressOf(uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+// With a local port of the kernel's choice. -1 with errno.
+int BoundSocket() {
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const sockaddr_in address = AddressOf(0);
+  if (socket != -1 &&
+      bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    (void)close(socket);
+    errno = error;
+    return -1;
+  }
+  return socket;
+}
+
+uint16_t LocalPort(int socket) {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  const int failure = getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+  return failure == 0 ? ntohs(address.sin_port) : uint16_t{0};
+}
+
+// The service's port may lie in the range that the kernel takes local ports from. While nothing
+// listens, a socket that is given this very number connects to itself, answers itself, and keeps
+// the service from binding.
+int SocketBoundElsewhere(uint16_t port) {
+  const int first = BoundSocket();
+  if (first == -1 || LocalPort(first) != port) {
+    return first;
+  }
+  const int second = BoundSocket();  // gets another number while the first one is held
+  const int error = errno;
+  (void)close(first);
+  errno = error;
+  return second;
+}
+
 }  // namespace
 
 int Connect(uint16_t port, int& error) {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const int socket = SocketBoundElsewhere(port);
   if (socket == -1) {
     error = errno;
     return -1;
   }
   // A small command does not wait for the acknowledgement of the one before.
   SetOption(socket, TCP_NODELAY);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in address = AddressOf(port);
   error = 0;
   if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return socket;

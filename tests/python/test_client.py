@@ -151,6 +151,17 @@ class WithService(unittest.TestCase):
         with self.assertRaisesRegex(NotListening, "127.0.0.1:60999: is the service running"):
             Client(60999, patience=0.0).connect()
 
+    def test_nobody_is_connected_to_himself(self) -> None:
+        ipv4 = pathlib.Path("/proc/sys/net/ipv4")
+        (ipv4 / "ip_local_reserved_ports").write_text("\n")
+        local_ports = ipv4 / "ip_local_port_range"
+        self.addCleanup(local_ports.write_text, local_ports.read_text())
+        # These lead bind and connect to the service's own port.
+        for ports in ("60003 60004", "60004 60005"):
+            local_ports.write_text(ports)
+            with self.subTest(ports), self.assertRaises(NotListening):
+                Client(patience=0.0).connect()
+
 
 class Readme(unittest.TestCase):
     def test_the_example(self) -> None:

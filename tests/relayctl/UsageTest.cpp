@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Wrong use of each command: one line on standard error, and an exit status.
 #include <algorithm>
+#include <fstream>
 #include <ostream>
 
 #include "relayctl/RelayctlTest.h"
@@ -94,6 +95,25 @@ TEST_F(RelayctlTest, WithoutAServiceEachCommandSaysSo) {
         << command;
     EXPECT_EQ(3, outcome.status) << command;
   }
+}
+
+// The kernel's choice of a local port narrowed down so that it takes the service's for one: these
+// two ranges lead bind and connect there.
+TEST_F(RelayctlTest, WithoutAServiceNobodyIsConnectedToHimself) {
+  const auto set = [](const std::string& parameter, const std::string& value) {
+    EXPECT_TRUE(std::ofstream("/proc/sys/net/ipv4/" + parameter) << value << std::flush) << value;
+  };
+  set("ip_local_reserved_ports", "\n");
+  for (const char* const range : {"60003 60004", "60004 60005"}) {
+    set("ip_local_port_range", range);
+    const Outcome outcome = RunShell("relayctl --patience 0.2 --timeout 5 open X");
+    EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
+              outcome.output)
+        << range;
+  }
+  set("ip_local_port_range", "60004 60004");
+  EXPECT_EQ("relayctl: cannot connect to 127.0.0.1:60004: Address already in use\n",
+            RunShell("relayctl --patience 0.2 --timeout 5 open X").output);
 }
 
 TEST_F(RelayctlTest, ASecondPeerLearnsThatTheLinkIsTaken) {
