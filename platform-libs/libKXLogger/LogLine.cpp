@@ -47,14 +47,10 @@ class Line {
     }
   }
 
-  void Number(std::int64_t value, std::size_t width = 1) {
-    std::array<char, 24> digits;
+  void Number(int value) {
+    std::array<char, 12> digits;
     const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    const auto count = static_cast<std::size_t>(end - digits.data());
-    for (std::size_t i = count; i < width; ++i) {
-      Piece("0");
-    }
-    Piece({digits.data(), count});
+    Piece({digits.data(), static_cast<std::size_t>(end - digits.data())});
   }
 
   void Field(std::string_view text) {
@@ -120,25 +116,28 @@ class Line {
   bool cut = false;
 };
 
+constexpr std::array<char, 28> kZeroTime = std::to_array("0000-00-00T00:00:00.000000Z");
+
 void AppendTime(Line& line, LogTime time) {
   const LogTime shown = std::clamp(time, kFirstTime, kLastTime);
   const sys_days midnight = std::chrono::floor<std::chrono::days>(shown);
   const std::chrono::year_month_day date(midnight);
-  const std::chrono::hh_mm_ss clock(shown - midnight);
-  line.Number(static_cast<int>(date.year()), 4);
-  line.Piece("-");
-  line.Number(static_cast<unsigned>(date.month()), 2);
-  line.Piece("-");
-  line.Number(static_cast<unsigned>(date.day()), 2);
-  line.Piece("T");
-  line.Number(clock.hours().count(), 2);
-  line.Piece(":");
-  line.Number(clock.minutes().count(), 2);
-  line.Piece(":");
-  line.Number(clock.seconds().count(), 2);
-  line.Piece(".");
-  line.Number(clock.subseconds().count(), 6);
-  line.Piece("Z");
+  const auto second = std::chrono::floor<std::chrono::seconds>(shown);
+  const std::chrono::hh_mm_ss clock(second - midnight);
+  std::array<char, 28> text = kZeroTime;
+  const auto put = [&text](unsigned number, std::size_t end) {
+    for (; number != 0; number /= 10) {
+      text[--end] = static_cast<char>('0' + number % 10);
+    }
+  };
+  put(static_cast<unsigned>(static_cast<int>(date.year())), 4);
+  put(static_cast<unsigned>(date.month()), 7);
+  put(static_cast<unsigned>(date.day()), 10);
+  put(static_cast<unsigned>(clock.hours().count()), 13);
+  put(static_cast<unsigned>(clock.minutes().count()), 16);
+  put(static_cast<unsigned>(clock.seconds().count()), 19);
+  put(static_cast<unsigned>((shown - second).count()), 26);
+  line.Field({text.data(), text.size() - 1});
 }
 
 }  // namespace
