@@ -79,6 +79,20 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
   }
 }
 
+// The kernel gives local ports to connections from a range that may hold the relay port.
+void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint32_t port,
+                      Report& report) {
+  const auto borrower = std::find_if(sockets.begin(), sockets.end(), [port](const TcpSocket& one) {
+    return one.localPort == port && one.localAddress == kLoopback && one.inode != 0;
+  });
+  if (borrower != sockets.end()) {
+    const std::string text = std::to_string(port);
+    report.Fault("the service cannot listen: the kernel has given port " + text +
+                     " to a connection of " + Names(machine.processes.OwnersOf(borrower->inode)),
+                 "end that, and reserve the port: sysctl net.ipv4.ip_local_reserved_ports=" + text);
+  }
+}
+
 // The service runs as another user, in a folder where nobody may replace the file of somebody else.
 void ExamineDumpFile(Report& report) {
   struct stat file {};
@@ -112,6 +126,7 @@ Report ExamineService(const Machine& machine, uint32_t port) {
   } else {
     report.Fault("nothing listens on 127.0.0.1:" + std::to_string(port),
                  "start the service: systemctl start serial-port-handler");
+    ExamineBorrowers(machine, sockets, port, report);
   }
   if (!machine.udevProblem.empty()) {
     report.Fault("no USB port can be found: " + machine.udevProblem,

@@ -217,6 +217,15 @@ TEST_F(DoctorTest, SaysWhoListensAndWhoIsConnected) {
   };
   WriteFile(proc + "/net/tcp", kHeadings);
   EXPECT_HAS(Service(), "fault          nothing listens on 127.0.0.1:60004");
+  EXPECT_HAS_NOT(Service(), "cannot listen");
+  Process(29, "wget", "socket:[110]");
+  WriteFile(proc + "/net/tcp", kHeadings + row("0100007F:EA64", "0100007F:0050", "01", 110));
+  EXPECT_HAS(Service(),
+             "fault          the service cannot listen: the kernel has given port 60004 to a "
+             "connection of wget (process 29)");
+  // What the peer before has left keeps nobody from listening.
+  WriteFile(proc + "/net/tcp", kHeadings + row("0100007F:EA64", "0100007F:9C40", "06", 0));
+  EXPECT_HAS_NOT(Service(), "cannot listen");
   const std::string listens = row("0100007F:EA64", "00000000:0000", "0A", 111);
   WriteFile(proc + "/net/tcp", kHeadings + listens);
   Process(30, "SerialPortHandl", "socket:[111]");
