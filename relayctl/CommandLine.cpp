@@ -37,7 +37,7 @@ void PrintError(const std::string& text) {
 // The word that stands where a command should, if there is one.
 std::string MisspelledCommand(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
-    const std::string word = argv[i];
+    std::string word = argv[i];
     if (word == "-p" || word == "--port" || word == "--timeout" || word == "--patience") {
       ++i;
     } else if (!word.starts_with("-")) {

@@ -64,7 +64,7 @@ void DescribeAdapter(const Machine& machine, const std::string& node, Report& re
 std::string Resolve(const Machine& machine, Report& report) {
   const std::optional<int> index = UsbPortIndexOf(report.subject);
   if (!index) {
-    const std::string node = ResolvePortName(report.subject);
+    std::string node = ResolvePortName(report.subject);
     if (node.empty()) {
       report.Fault("the name leads to no device: an open is answered with status 2",
                    "names are #PhysicalPort0 and #USBSerialPort0 to #USBSerialPort5");
@@ -79,7 +79,7 @@ std::string Resolve(const Machine& machine, Report& report) {
   }
   report.Fact("row", *index);
   report.Fact("place", place);
-  const std::string node = machine.udev.NodeOfPort(*index);
+  std::string node = machine.udev.NodeOfPort(*index);
   if (!node.empty()) {
     DescribeAdapter(machine, node, report);
   } else if (!machine.udevProblem.empty()) {

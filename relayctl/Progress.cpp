@@ -2,6 +2,7 @@
 #include "Progress.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -48,8 +49,8 @@ std::string ProgressText(uint64_t done, uint64_t total, std::chrono::millisecond
   }
   text += rate > 0 ? ", " + Rate(rate) : "";
   if (rate > 0 && total > done) {
-    text += ", " + Clock(static_cast<uint64_t>(static_cast<double>(total - done) / rate + 0.5)) +
-            " left";
+    const double left = static_cast<double>(total - done) / rate;
+    text += ", " + Clock(static_cast<uint64_t>(std::round(left))) + " left";
   }
   return text;
 }

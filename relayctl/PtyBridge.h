@@ -18,8 +18,8 @@ class Loop;
 // the port receives is. The service may leave and come back meanwhile.
 class PtyBridge {
  public:
-  // `link`: as for PseudoTerminal.
-  PtyBridge(const relay::ClientOptions& options, relay::Port port, std::string link);
+  // `path`: PseudoTerminal's link.
+  PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path);
 
   // Until a signal asks for the end, which it gives. Throws what PseudoTerminal throws. `loop` must
   // outlive the object, and serves nothing else.

@@ -36,8 +36,8 @@ struct SerialAdapter {
 // scanner, so the answer is the service's, whatever the database looks like.
 class UdevSnapshot {
  public:
-  // `text`: what `udevadm info --export-db` prints.
-  explicit UdevSnapshot(std::string text);
+  // `dump`: what `udevadm info --export-db` prints.
+  explicit UdevSnapshot(std::string dump);
 
   // The machine's own. On failure `error` says why, and the snapshot is empty. Waits for udevadm;
   // does not touch the file that the service dumps to.

@@ -146,6 +146,12 @@ class Watch {
     count.bytes += data.size();
   }
 
+  void PutRow(const std::string& time, const std::string& name, const std::string& row) {
+    Put(time + "< " + name + "  " + row, Paint(time, Color::kDim, true) +
+                                             Paint("< " + name, Color::kFromService, true) + "  " +
+                                             row);
+  }
+
   void Put(const std::string& plain, const std::string& colored) {
     PrintLine(isColored ? colored : plain);
     if (log.is_open() && !(log << plain << std::endl)) {
@@ -174,9 +180,7 @@ class Watch {
     std::string name = message.port.Text();
     name.resize(nameWidth, ' ');
     for (const std::string& row : Rows(message.bytes, form)) {
-      Put(time + "< " + name + "  " + row, Paint(time, Color::kDim, true) +
-                                               Paint("< " + name, Color::kFromService, true) +
-                                               "  " + row);
+      PutRow(time, name, row);
       time.assign(time.size(), ' ');
     }
   }

@@ -46,6 +46,7 @@ Bridge::~Bridge() {
 
 void Bridge::Start(const std::vector<std::string>& words, const std::string& errorPath) {
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (const std::string& word : words) {
     pointers.push_back(const_cast<char*>(word.c_str()));
   }

@@ -58,7 +58,7 @@ void PingPong(const std::string& name, size_t size, int rounds, const Bridge* br
 // The device that sends back what it gets, for as long as it lives.
 class EchoingDevice {
  public:
-  explicit EchoingDevice(const Line& line) : thread([this, &line] { Echo(line); }), end(line) {}
+  explicit EchoingDevice(const Line& line) : thread([this, &line] { Echo(line); }) {}
 
   // `peer` sends one more byte, so that the thread looks.
   void StopWith(Peer& peer) {
@@ -83,7 +83,6 @@ class EchoingDevice {
 
   std::atomic<bool> stopping{false};
   std::thread thread;
-  const Line& end;
 };
 
 }  // namespace

@@ -37,15 +37,23 @@ std::string WithoutUsbSerial(std::string database) {
   return database;
 }
 
+namespace {
+
+std::string GeneratedRecord(int number) {
+  const std::string name = "event" + std::to_string(number);
+  return "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1/4-1." + std::to_string(number) + "/input/" +
+         name + "\nN: input/" + name + "\nL: 0\nE: DEVPATH=/devices/" + name +
+         "\nE: DEVNAME=/dev/input/" + name +
+         "\nE: MAJOR=13\nE: MINOR=64\nE: SUBSYSTEM=input\nE: USEC_INITIALIZED=1234567\n"
+         "E: ID_INPUT=1\nE: ID_INPUT_KEY=1\nE: ID_BUS=host\nE: TAGS=:power-switch:\n\n";
+}
+
+}  // namespace
+
 std::string GeneratedDatabase(int records) {
   std::string text;
   for (int number = 0; number < records; ++number) {
-    const std::string name = "event" + std::to_string(number);
-    text += "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1/4-1." + std::to_string(number) +
-            "/input/" + name + "\nN: input/" + name + "\nL: 0\nE: DEVPATH=/devices/" + name +
-            "\nE: DEVNAME=/dev/input/" + name +
-            "\nE: MAJOR=13\nE: MINOR=64\nE: SUBSYSTEM=input\nE: USEC_INITIALIZED=1234567\n"
-            "E: ID_INPUT=1\nE: ID_INPUT_KEY=1\nE: ID_BUS=host\nE: TAGS=:power-switch:\n\n";
+    text += GeneratedRecord(number);
   }
   return text;
 }

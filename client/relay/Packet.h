@@ -28,7 +28,8 @@ struct Port {
   std::string Text() const;
 
   bool IsNumbered() const { return name.empty(); }
-  auto operator<=>(const Port&) const = default;
+  // clang-tidy takes the 0 that the compiler itself compares with for a null pointer.
+  auto operator<=>(const Port&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 struct Block {
