@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "Linux/CancellationShield.h"
 #include "Linux/ControllingTerminal.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
@@ -47,6 +48,13 @@ uint32_t RelayPort() {
   KX_CONNECT_INFO info{};
   return Libvost().getSystemConnectInfo(info) == 0 ? kDefaultRelayPort
                                                    : RelayPortOf(TextOf(info.port));
+}
+
+// What the platform library says of a port; false: it knows none of that name.
+bool LookUpWords(const std::string& name, KX_SERIAL& words) {
+  std::string portId = name;
+  const CCancellationShield shield;
+  return Libvost().getSerialByPortID(words, portId.data()) != 0;
 }
 
 }  // namespace
@@ -183,8 +191,7 @@ int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& 
   }
   const std::shared_ptr<CSerialPortExport> port = CreateSerialPort(logModule, logTag);
   KX_SERIAL words{};
-  std::string portId = name;
-  if (Libvost().getSerialByPortID(words, portId.data()) == 0) {
+  if (!LookUpWords(name, words)) {
     return kNoSuchPort;
   }
   SerialSettings settings;

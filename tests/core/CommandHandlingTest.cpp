@@ -2,6 +2,7 @@
 // What the service does with each command and with received data, between a relay and ports that
 // the test plays. Ports are named "A" and "B".
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <future>
 #include <stdexcept>
@@ -115,6 +116,13 @@ TEST_F(CommandHandlingTest, ClosingAPortThatIsNotOpenIsStatus2) {
 TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnopened) {
   EXPECT_EQ(Packed("0009 01 02 0001 58 0002"), Answer("0007 01 02 0001 58"));
   EXPECT_TRUE(IsReleased(0));
+}
+
+// The stop cancels a thread that does not end. Inside the library it would leave a file open, or end
+// the process from a destructor.
+TEST_F(CommandHandlingTest, APortIsLookedUpWithCancellationPutOff) {
+  (void)Answer(kOpenA);
+  EXPECT_EQ(PTHREAD_CANCEL_DISABLE, world.cancelState);
 }
 
 TEST_F(CommandHandlingTest, ASecondOpenIsStatus3AndTheFirstPortStaysUnchanged) {

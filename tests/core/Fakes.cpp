@@ -2,6 +2,7 @@
 #include "core/Fakes.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
@@ -116,6 +117,9 @@ int Libvost::getSystemConnectInfo(KX_CONNECT_INFO& info) {
 }
 
 int Libvost::getSerialByPortID(KX_SERIAL& serial, char* portId) {
+  int& state = World::Get().cancelState;
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+  pthread_setcancelstate(state, nullptr);
   const auto entry = World::Get().configuration.find(portId);
   if (entry == World::Get().configuration.end()) {
     return 0;

@@ -84,6 +84,7 @@ class World {
   // The five setting words by port name, and the relay port's text; null: no record.
   std::map<std::string, std::vector<std::string>> configuration;
   std::unique_ptr<std::string> relayPort;
+  int cancelState = -1;  // of the thread that looked up a port, meanwhile
 
   std::vector<std::string> log;  // "LEVEL FILE MESSAGE"
   bool Logged(const std::string& line);
