@@ -118,8 +118,8 @@ TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnope
   EXPECT_TRUE(IsReleased(0));
 }
 
-// The stop cancels a thread that does not end. Inside the library it would leave a file open, or end
-// the process from a destructor.
+// The stop cancels a thread that does not end. Inside the library it would leave a file open, or
+// end the process from a destructor.
 TEST_F(CommandHandlingTest, APortIsLookedUpWithCancellationPutOff) {
   (void)Answer(kOpenA);
   EXPECT_EQ(PTHREAD_CANCEL_DISABLE, world.cancelState);
