@@ -75,7 +75,7 @@ TEST_F(RecordTest, ReplayTellsWhatIsMissing) {
                         "0.1 < #PhysicalPort0 open 0\n"
                         "0.2 < #PhysicalPort0 data 41\n");
   PlugAndStart();
-  const Outcome outcome = RunShell(std::string("relayctl replay --timeout 0.3 ") + kFile);
+  const Outcome outcome = RunShell(std::string("relayctl replay --timeout 2 ") + kFile);
   EXPECT_EQ(
       "different: recorded was < #PhysicalPort0 data 41  ; \"A\"; nothing more came\n"
       "1 packets sent, 1 came as recorded, 1 difference\n",

@@ -130,7 +130,7 @@ TEST_F(WatchTest, TellsThatAnotherRelayHoldsTheLink) {
 TEST_F(WatchTest, UsesColourOnATerminalOnly) {
   device = std::make_unique<Device>();
   StartListening();
-  const std::string watching = "relayctl watch \"#PhysicalPort0\" --for 0.3";
+  const std::string watching = "relayctl watch \"#PhysicalPort0\" --for 1.5";
   const auto onTerminal = [&](const std::string& environment) {
     return RunShell(environment + " script -qefc '" + watching + "' /dev/null </dev/null").output;
   };
@@ -159,7 +159,7 @@ TEST_F(PipeTest, PassesBothWays) {
 
 TEST_F(PipeTest, EndsBehindTheEndOfTheInputOnceThePortIsSilent) {
   PlugAndStart();
-  Background pipe("printf x | relayctl pipe '#PhysicalPort0' --exit-after 0.2");
+  Background pipe("printf x | relayctl pipe '#PhysicalPort0' --exit-after 1");
   EXPECT_EQ("x", device->Reads(1));
   EXPECT_EQ("exit 0", pipe.WaitForExit());
   EXPECT_EQ("", pipe.Output());
@@ -179,10 +179,10 @@ TEST_F(PipeTest, AMegabyteEachWayArrivesUnchanged) {
     bytes[i] = static_cast<char>((i * 2654435761U) >> 13);
   }
   workplace::WriteWhole("/tmp/e2e/out", bytes);
-  Background out("relayctl pipe '#PhysicalPort0' --exit-after 0.2 </tmp/e2e/out");
+  Background out("relayctl pipe '#PhysicalPort0' --exit-after 3 </tmp/e2e/out");
   EXPECT_TRUE(bytes == device->Reads(bytes.size()));
   EXPECT_EQ("exit 0", out.WaitForExit());
-  Background in("relayctl pipe '#PhysicalPort0' --idle 1 --exit-after 1000 </dev/null");
+  Background in("relayctl pipe '#PhysicalPort0' --idle 3 --exit-after 1000 </dev/null");
   ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
   ASSERT_TRUE(Service::Prints("OPEN[", 2));
   ASSERT_TRUE(device->Sends(bytes));
