@@ -200,10 +200,12 @@ int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& 
   settings.parity = parityWords[TextOf(words.parity)];
   settings.stopBits = stopBitsWords[TextOf(words.stop)];
   settings.flowControl = flowControlWords[TextOf(words.flow)];
+  ports.BeginOpen(name);
   const int result = port->Open(name, callback, settings);
   if (result == kOpened) {
     ports.Store(port);
   }
+  ports.EndOpen();
   return result;
 }
 

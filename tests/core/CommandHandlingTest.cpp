@@ -223,6 +223,23 @@ TEST_F(CommandHandlingTest, ReceivedDataOfAPortOpenedByIdsCarryTheIds) {
   EXPECT_EQ(Packed("000E 04 01 0001 0002 01 02 0002 0D0A"), relay->sent.back());
 }
 
+// A port's receive thread begins within its open, and is not held up until the port is stored.
+TEST_F(CommandHandlingTest, DataThatComeBeforeTheOpenHasReturnedAreSent) {
+  world.prepare = [](FakePort& port) { port.receivesInOpen = "\r\n"; };
+  (void)Answer(kOpenA);
+  EXPECT_EQ((std::vector<std::string>{Packed("000D 04 02 0001 41 01 02 0002 0D0A"),
+                                      Packed("0009 01 02 0001 41 0000")}),
+            relay->sent);
+}
+
+TEST_F(CommandHandlingTest, DataThatComeAfterAFailedOpenAreDropped) {
+  world.prepare = [](FakePort& port) { port.openResult = -2; };
+  (void)Answer(kOpenA);
+  const auto bytes = FromHex("0D0A");
+  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  EXPECT_EQ(1U, relay->sent.size());
+}
+
 TEST_F(CommandHandlingTest, ACountOf65536BytesLeavesTheBareHeader) {
   (void)Answer(kOpenA);
   const std::vector<uint8_t> bytes(65536);

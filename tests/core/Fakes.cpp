@@ -46,6 +46,10 @@ int FakePort::Open(const std::string& name, const ReceiveCallback& given,
   portName = name;
   callback = given;
   openedWith = settings;
+  if (!receivesInOpen.empty()) {
+    callback.onData(name, reinterpret_cast<const uint8_t*>(receivesInOpen.data()),
+                    static_cast<int>(receivesInOpen.size()), callback.context);
+  }
   return openResult;
 }
 

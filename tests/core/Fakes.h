@@ -32,6 +32,7 @@ class FakePort final : public CSerialPortExport {
   int Close() override;
 
   int openResult = 0;
+  std::string receivesInOpen;  // before Open returns
   int closeResult = 0;
   int failingWrite = -1;  // index of the write that fails
   uint32_t openKind = kOpenedByName;
