@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // watch and pipe against the real service.
+#include <algorithm>
 #include <csignal>
 
 #include "relayctl/RelayctlTest.h"
@@ -187,7 +188,10 @@ TEST_F(PipeTest, AMegabyteEachWayArrivesUnchanged) {
   ASSERT_TRUE(Service::Prints("OPEN[", 2));
   ASSERT_TRUE(device->Sends(bytes));
   EXPECT_EQ("exit 0", in.WaitForExit());
-  EXPECT_TRUE(bytes == in.Output());
+  const std::string came = in.Output();
+  const auto differs = std::mismatch(bytes.begin(), bytes.end(), came.begin(), came.end()).first;
+  EXPECT_TRUE(bytes == came) << came.size() << " bytes, other ones from "
+                             << differs - bytes.begin();
 }
 
 TEST_F(PipeTest, EndsWithItsStatusWhenTheServiceDies) {
