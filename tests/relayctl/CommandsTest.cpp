@@ -128,15 +128,29 @@ TEST_F(CommandsTest, WriteOfALongFileArrivesUnchanged) {
             write.Output());
 }
 
+// It leaves at once behind the last byte that the line has taken, so that what it has said before
+// that is what its waiting shows. What the line still holds then is dropped by the close.
 TEST_F(CommandsTest, WriteWaitsUntilTheLineHasTakenEverything) {
   PlugAndStart();
-  workplace::WriteWhole("/tmp/e2e/long", ManyBytes(200000));
-  Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long");
-  EXPECT_EQ(ManyBytes(1000), device->Reads(1000));
+  const std::string bytes = ManyBytes(200000);
+  workplace::WriteWhole("/tmp/e2e/long", bytes);
+  Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long --linger 0");
+  EXPECT_TRUE(bytes.substr(0, 100000) == device->Reads(100000));
   Settle();
   EXPECT_EQ("", write.Output());  // the rest waits in front of the line
-  EXPECT_TRUE(ManyBytes(200000).substr(1000) == device->Reads(199000));
+  ASSERT_TRUE(Becomes([&] {
+    (void)device->ReadsWaiting();
+    return !write.Output().empty();
+  }));
   EXPECT_EQ("exit 0", write.WaitForExit());
+  EXPECT_EQ("#PhysicalPort0: 200000 bytes written\n", write.Output());
+}
+
+TEST_F(CommandsTest, WriteStaysAsLongAsItIsAskedTo) {
+  PlugAndStart();
+  const auto taken = TimeOf(
+      [] { EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' abc --linger 1.5").status); });
+  EXPECT_GE(taken, std::chrono::milliseconds(1500));
 }
 
 TEST_F(CommandsTest, WriteInBlocksSendsThemInOneCommand) {
