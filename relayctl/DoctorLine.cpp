@@ -65,7 +65,7 @@ std::string HowToEnd(const Process& process, const std::string& terminal) {
 bool ExamineHolders(const Machine& machine, const TerminalNode& node, const std::string& terminal,
                     Report& report) {
   const ProcessSearch search = machine.processes.HoldersOf(node.number);
-  nlohmann::json holders = nlohmann::json::array();
+  FactList holders;
   for (const Process& process : search.found) {
     holders.push_back(NameOf(process));
     if (!IsService(process)) {
@@ -153,10 +153,10 @@ void ExamineCounters(const std::string& path, Report& report) {
   if (!counters) {
     return;
   }
-  nlohmann::json counts = {{"received", counters->received}, {"sent", counters->sent}};
+  FactCounts counts = {{"received", counters->received}, {"sent", counters->sent}};
   for (const Loss& loss : kLosses) {
     const int count = *counters.*loss.count;
-    counts[loss.name] = count;
+    counts.emplace_back(loss.name, count);
     if (count > 0) {
       report.Warning(std::to_string(count) + " " + loss.meaning, loss.mend);
     }

@@ -2,6 +2,7 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "Printable.h"
 
@@ -33,7 +34,18 @@ std::string Padded(const std::string& text, size_t width) {
   return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
 }
 
-std::string Plain(const nlohmann::json& value) {
+nlohmann::ordered_json JsonOf(const FactValue& value) {
+  if (const auto* const counts = std::get_if<FactCounts>(&value)) {
+    nlohmann::ordered_json object;
+    for (const auto& [name, count] : *counts) {
+      object[name] = count;
+    }
+    return object;
+  }
+  return std::visit([](const auto& plain) { return nlohmann::ordered_json(plain); }, value);
+}
+
+std::string Plain(const nlohmann::ordered_json& value) {
   if (value.is_string()) {
     return value.get<std::string>();
   }
@@ -52,8 +64,9 @@ std::string Plain(const nlohmann::json& value) {
 
 }  // namespace
 
-void Report::Fact(const std::string& key, nlohmann::json value) {
-  if (!value.is_string() || !value.get_ref<const std::string&>().empty()) {
+void Report::Fact(const std::string& key, FactValue value) {
+  const auto* const text = std::get_if<std::string>(&value);
+  if (text == nullptr || !text->empty()) {
     facts.emplace_back(key, std::move(value));
   }
 }
@@ -66,7 +79,7 @@ bool Report::HasFault() const {
 std::string Report::Text(bool colour) const {
   std::string text = Printable(subject) + "\n";
   for (const auto& [key, value] : facts) {
-    text += "  " + Padded(key, kIndent - 2) + Printable(Plain(value)) + "\n";
+    text += "  " + Padded(key, kIndent - 2) + Printable(Plain(JsonOf(value))) + "\n";
   }
   for (const Finding& finding : findings) {
     const Look look = LookOf(finding.severity);
@@ -82,7 +95,7 @@ std::string Report::Text(bool colour) const {
 std::string Report::Json() const {
   nlohmann::ordered_json object = {{"subject", subject}};
   for (const auto& [key, value] : facts) {
-    object[key] = value;
+    object[key] = JsonOf(value);
   }
   object["findings"] = nlohmann::ordered_json::array();
   for (const Finding& finding : findings) {

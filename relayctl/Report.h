@@ -2,9 +2,10 @@
 // What a look at one thing has shown: facts, and findings with their remedy.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <cstdint>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 enum class Severity {
@@ -20,13 +21,17 @@ struct Finding {
   std::string mend;  // what to do about it; may be empty
 };
 
+using FactList = std::vector<std::string>;
+using FactCounts = std::vector<std::pair<std::string, std::int64_t>>;
+using FactValue = std::variant<std::string, bool, std::int64_t, FactList, FactCounts>;
+
 struct Report {
-  std::string subject;                                             // "service", "#USBSerialPort0"
-  std::vector<std::pair<std::string, nlohmann::json>> facts = {};  // in the order to show them
+  std::string subject;                                        // "service", "#USBSerialPort0"
+  std::vector<std::pair<std::string, FactValue>> facts = {};  // in the order to show them
   std::vector<Finding> findings = {};
 
   // An empty text is no fact.
-  void Fact(const std::string& key, nlohmann::json value);
+  void Fact(const std::string& key, FactValue value);
 
   void Good(const std::string& text) { findings.push_back({Severity::kGood, text, ""}); }
   void Note(const std::string& text, const std::string& mend = "") {

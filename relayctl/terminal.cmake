@@ -27,5 +27,5 @@ target_sources(relayctl_commands PRIVATE
   TerminalSession.cpp
   UdevSnapshot.cpp
 )
-target_include_directories(relayctl_commands SYSTEM PUBLIC ${NLOHMANN_JSON_INCLUDE_DIR})
+target_include_directories(relayctl_commands SYSTEM PRIVATE ${NLOHMANN_JSON_INCLUDE_DIR})
 target_link_libraries(relayctl_commands PRIVATE service vost_core)

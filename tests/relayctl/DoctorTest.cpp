@@ -257,8 +257,8 @@ TEST_F(DoctorTest, SaysWhatIsWrongWithTheSystem) {
 
 TEST(ReportTest, IsOneLineOfJson) {
   Report report{"#PhysicalPort0"};
-  report.Fact("row", 3);
-  report.Fact("held by", nlohmann::json::array({"a", "b"}));
+  report.Fact("row", std::int64_t{3});
+  report.Fact("held by", FactList{"a", "b"});
   report.Fact("nothing", "");
   report.Fault("it is \"broken\"\xFF\n", "mend it");
   report.Good("fine");
