@@ -15,22 +15,12 @@ std::optional<PortIdentity> PortTable::IdentityOf(const std::string& name) {
   const CLockGuard guard(lock);
   const auto& port = ports[name];
   if (port == nullptr) {
-    return opening == name ? std::optional(PortIdentity{true, name, 0, 0}) : std::nullopt;
+    return std::nullopt;
   }
   if (port->GetOpenKind() == kOpenedByIds) {
     return PortIdentity{false, "", port->GetVendorId(), port->GetProductId()};
   }
   return PortIdentity{true, port->GetPortName(), 0, 0};
-}
-
-void PortTable::BeginOpen(const std::string& name) {
-  const CLockGuard guard(lock);
-  opening = name;
-}
-
-void PortTable::EndOpen() {
-  const CLockGuard guard(lock);
-  opening.reset();
 }
 
 void PortTable::Store(std::shared_ptr<CSerialPortExport> port) {

@@ -29,14 +29,8 @@ class PortTable {
   // it got could become the last one, and a port cannot be destroyed there.
   std::shared_ptr<CSerialPortExport> Find(const std::string& name);
 
-  // For receive threads. Leaves an empty entry for a name that has none. A name that is being
-  // opened has an identity too.
+  // For receive threads. Leaves an empty entry for a name that has none.
   std::optional<PortIdentity> IdentityOf(const std::string& name);
-
-  // Around the open of a port by name, one at a time. Its receive thread begins within the open,
-  // and what it reads before the port can be stored must find a name to go under.
-  void BeginOpen(const std::string& name);
-  void EndOpen();
 
   // Under the name that the port itself reports; releases the port that had it.
   void Store(std::shared_ptr<CSerialPortExport> port);
@@ -47,5 +41,4 @@ class PortTable {
  private:
   CLinuxLock lock;
   std::map<std::string, std::shared_ptr<CSerialPortExport>> ports;
-  std::optional<std::string> opening;
 };

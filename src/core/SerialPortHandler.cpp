@@ -183,6 +183,10 @@ void SerialPortHandler::HandleOpenCommand(const CommandPacket& command) {
         StatusOf(kOpenStatuses, OpenPort(command.portName, {OnSerialData, OnSerialEvent, this}));
   }
   Reply(command, status);
+  // Only now: a relay service makes its record of a port when its open is answered.
+  if (const auto opened = status == kStatusDone ? ports.Find(command.portName) : nullptr) {
+    opened->BeginReceiving();
+  }
 }
 
 int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& callback) {
@@ -200,12 +204,11 @@ int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& 
   settings.parity = parityWords[TextOf(words.parity)];
   settings.stopBits = stopBitsWords[TextOf(words.stop)];
   settings.flowControl = flowControlWords[TextOf(words.flow)];
-  ports.BeginOpen(name);
+  port->DeferReceiving();
   const int result = port->Open(name, callback, settings);
   if (result == kOpened) {
     ports.Store(port);
   }
-  ports.EndOpen();
   return result;
 }
 

@@ -209,13 +209,23 @@ int CSerialPort::Start(const ReceiveCallback& callback, const SerialSettings& se
   line->callback = callback;
   line->isOpen = true;  // before the thread looks: it would take the device for lost and pause
   thread = std::make_shared<CLinuxThread>();
+  receivingBegun = false;
+  if (!receivingDeferred) {
+    BeginReceiving();
+  }
+  return kOpened;
+}
+
+void CSerialPort::BeginReceiving() {
+  if (thread == nullptr || std::exchange(receivingBegun, true)) {
+    return;
+  }
   auto argument = std::make_unique<std::shared_ptr<CLine>>(line);
   if (thread->Start(CLine::Receive, argument.get()) == 0) {
     (void)argument.release();  // the routine's now
   }
   // Deliberate: without a thread the port is open and receives nothing.
   // Pinned by SerialPortTest.OpenReturns0WhenNoThreadCanBeMade.
-  return kOpened;
 }
 
 int CSerialPort::Send(const uint8_t* data, int length) {

@@ -23,6 +23,8 @@ class CSerialPort final : public CSerialPortExport {
   std::string GetPortName() override { return portName; }
   uint32_t GetOpenKind() override { return openKind; }
   int Close() override;
+  void DeferReceiving() override { receivingDeferred = true; }
+  void BeginReceiving() override;
 
   // Puts the node of the first USB adapter with these ids into `path`, which is empty when its
   // record names none. Throws std::logic_error when no adapter has them.
@@ -39,6 +41,8 @@ class CSerialPort final : public CSerialPortExport {
   uint16_t vendorId = 0;
   uint16_t productId = 0;
   uint32_t openKind = kNeverOpened;
-  std::shared_ptr<CLine> line;  // empty before the first open
-  std::shared_ptr<CAbstractThread> thread;
+  std::shared_ptr<CLine> line;              // empty before the first open
+  std::shared_ptr<CAbstractThread> thread;  // of the last open
+  bool receivingDeferred = false;
+  bool receivingBegun = false;  // since the last open
 };

@@ -28,8 +28,9 @@ enum OpenKind : uint32_t { kOpenedByIds = 0, kOpenedByName = 1, kNeverOpened = 2
 // Threads: the operations belong to one controlling thread; the getters may be called by any
 // thread once Open has returned. Destruction closes, and must not happen on the port's own
 // receive thread.
-// Results of both opens: 0 opened and receiving, -1 the name or the ids lead to no device node,
-// -2 the device could not be opened or configured, -3 the device object was open already.
+// Results of both opens: 0 opened and receiving (or ready to, see DeferReceiving), -1 the name or
+// the ids lead to no device node, -2 the device could not be opened or configured, -3 the device
+// object was open already.
 class CSerialPortExport {
  public:
   virtual ~CSerialPortExport() = default;
@@ -54,6 +55,13 @@ class CSerialPortExport {
 
   // Closes the device and stops the receive thread, within about two seconds. Always 0.
   virtual int Close() = 0;
+
+  // For an owner that has something to say before the port's first bytes: called before an open, it
+  // has the port receive nothing until BeginReceiving. What comes meanwhile waits in the terminal.
+  virtual void DeferReceiving() = 0;
+
+  // Does nothing for a port that receives already or is not open.
+  virtual void BeginReceiving() = 0;
 };
 
 // A port that is not open yet. `moduleName` and `logTag` stand in each of its log lines.

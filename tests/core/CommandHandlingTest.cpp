@@ -223,13 +223,20 @@ TEST_F(CommandHandlingTest, ReceivedDataOfAPortOpenedByIdsCarryTheIds) {
   EXPECT_EQ(Packed("000E 04 01 0001 0002 01 02 0002 0D0A"), relay->sent.back());
 }
 
-// A port's receive thread begins within its open, and is not held up until the port is stored.
-TEST_F(CommandHandlingTest, DataThatComeBeforeTheOpenHasReturnedAreSent) {
-  world.prepare = [](FakePort& port) { port.receivesInOpen = "\r\n"; };
+// A relay that makes its record of a port when the open is answered would lose what came before.
+TEST_F(CommandHandlingTest, TheReplyToAnOpenComesBeforeThePortsFirstData) {
+  world.prepare = [](FakePort& port) { port.receivesAtOnce = "\r\n"; };
   (void)Answer(kOpenA);
-  EXPECT_EQ((std::vector<std::string>{Packed("000D 04 02 0001 41 01 02 0002 0D0A"),
-                                      Packed("0009 01 02 0001 41 0000")}),
+  EXPECT_EQ((std::vector<std::string>{Packed("0009 01 02 0001 41 0000"),
+                                      Packed("000D 04 02 0001 41 01 02 0002 0D0A")}),
             relay->sent);
+}
+
+TEST_F(CommandHandlingTest, AnOpenPortThatIsOpenedAgainDoesNotBeginToReceiveAgain) {
+  world.prepare = [](FakePort& port) { port.receivesAtOnce = "\r\n"; };
+  (void)Answer(kOpenA);
+  EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
+  EXPECT_EQ(3U, relay->sent.size());
 }
 
 TEST_F(CommandHandlingTest, DataThatComeAfterAFailedOpenAreDropped) {

@@ -46,11 +46,17 @@ int FakePort::Open(const std::string& name, const ReceiveCallback& given,
   portName = name;
   callback = given;
   openedWith = settings;
-  if (!receivesInOpen.empty()) {
-    callback.onData(name, reinterpret_cast<const uint8_t*>(receivesInOpen.data()),
-                    static_cast<int>(receivesInOpen.size()), callback.context);
+  if (!receivingDeferred) {
+    BeginReceiving();
   }
   return openResult;
+}
+
+void FakePort::BeginReceiving() {
+  if (!receivesAtOnce.empty()) {
+    callback.onData(portName, reinterpret_cast<const uint8_t*>(receivesAtOnce.data()),
+                    static_cast<int>(receivesAtOnce.size()), callback.context);
+  }
 }
 
 int FakePort::Send(const uint8_t* data, int length) {

@@ -30,9 +30,11 @@ class FakePort final : public CSerialPortExport {
   std::string GetPortName() override { return portName; }
   uint32_t GetOpenKind() override { return openKind; }
   int Close() override;
+  void DeferReceiving() override { receivingDeferred = true; }
+  void BeginReceiving() override;
 
   int openResult = 0;
-  std::string receivesInOpen;  // before Open returns
+  std::string receivesAtOnce;  // waits in the device and comes as soon as the port receives
   int closeResult = 0;
   int failingWrite = -1;  // index of the write that fails
   uint32_t openKind = kOpenedByName;
@@ -44,6 +46,9 @@ class FakePort final : public CSerialPortExport {
   SerialSettings openedWith;
   std::vector<std::string> writes;  // hex
   int closes = 0;
+
+ private:
+  bool receivingDeferred = false;
 };
 
 // A relay connection whose peer the test plays.

@@ -38,19 +38,6 @@ TEST(PortTableTest, AnIdentityOfAnUnknownNameLeavesAnEmptyEntryThatIsNoPort) {
   table.Clear();
 }
 
-TEST(PortTableTest, ANameThatIsBeingOpenedHasAnIdentityAndIsNoOpenPort) {
-  PortTable table;
-  table.BeginOpen("A");
-  const auto identity = table.IdentityOf("A");
-  ASSERT_TRUE(identity.has_value());
-  EXPECT_TRUE(identity->isNamed);
-  EXPECT_EQ("A", identity->name);
-  EXPECT_FALSE(table.IdentityOf("B").has_value());
-  EXPECT_EQ(nullptr, table.Find("A"));
-  table.EndOpen();
-  EXPECT_FALSE(table.IdentityOf("A").has_value());
-}
-
 TEST(PortTableTest, ClearReleasesAllPorts) {
   PortTable table;
   auto port = PortNamed("A");

@@ -1,8 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Open and close commands and every status that answers them.
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <fstream>
+#include <numeric>
+#include <thread>
 
 #include "e2e/ServiceTest.h"
+#include "support/Hex.h"
 
 namespace {
 
@@ -125,6 +134,57 @@ TEST_F(ServiceTest, AClosedPortCanBeOpenedAgain) {
   EXPECT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
   ASSERT_TRUE(device->Sends("A"));
   EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 'A'"), relay->NextPacket());
+}
+
+// A device that sends without a pause: bytes that count up, so that a gap would show.
+class TalkingDevice {
+ public:
+  explicit TalkingDevice(const Device& device) : talk([this, &device] { Talk(device); }) {}
+  ~TalkingDevice() {
+    quiet = true;
+    talk.join();
+  }
+
+ private:
+  void Talk(const Device& device) const {
+    std::array<uint8_t, 256> values{};
+    std::iota(values.begin(), values.end(), uint8_t{0});
+    for (size_t next = 0; !quiet;) {
+      pollfd line = {device.FarEnd(), POLLOUT, 0};
+      if (poll(&line, 1, 100) == 1) {
+        const ssize_t taken = write(line.fd, &values.at(next), values.size() - next);
+        next = (next + static_cast<size_t>(std::max<ssize_t>(taken, 0))) % values.size();
+      }
+    }
+  }
+  std::atomic<bool> quiet{false};
+  std::thread talk;
+};
+
+TEST_F(ServiceTest, TheReplyToAnOpenComesBeforeThePortsDataAndNoneIsLost) {
+  device = std::make_unique<Device>();
+  StartLinked();
+  const TalkingDevice talking(*device);
+  const std::string data = Wire("04 02 000E '#PhysicalPort0' 01 02");
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0)) << "round " << round;
+    std::string received;
+    while (received.size() < 600) {
+      const std::string packet = relay->NextPacket();
+      ASSERT_EQ(data, packet.substr(4, 40)) << packet;
+      received += packet.substr(48);
+    }
+    const std::vector<uint8_t> bytes = FromHex(received);
+    for (size_t i = 1; i < bytes.size(); ++i) {
+      ASSERT_EQ(static_cast<uint8_t>(bytes[i - 1] + 1), bytes[i]) << "byte " << i;
+    }
+    relay->Sends(kClosePort0);
+    std::string packet = relay->NextPacket();
+    while (packet.substr(4, 40) == data) {
+      packet = relay->NextPacket();
+    }
+    ASSERT_EQ(Wire(kPort0Closed), packet);
+  }
 }
 
 TEST_F(ServiceTest, TheConfigurationIsReadAtEachOpen) {

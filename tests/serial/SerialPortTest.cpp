@@ -47,6 +47,30 @@ TEST_F(SerialPortTest, ReceivedDataReachTheCallbackWithThePortsName) {
   EXPECT_THAT(receiver.Names(), Each(std::string(kName)));
 }
 
+TEST_F(SerialPortTest, APortWhoseReceivingIsDeferredKeepsWhatComesInTheTerminal) {
+  port->DeferReceiving();
+  ASSERT_EQ(0, Open());
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
+  line->Sends("early");
+  port->BeginReceiving();
+  EXPECT_TRUE(receiver.WaitFor("early"));
+  port->BeginReceiving();
+  EXPECT_EQ(1, calls.Count("pthread_create"));
+}
+
+TEST_F(SerialPortTest, APortThatWasNeverOpenedDoesNotBeginToReceive) {
+  port->BeginReceiving();
+  EXPECT_EQ(0, calls.Count("pthread_create"));
+}
+
+TEST_F(SerialPortTest, APortThatIsClosedBeforeItReceivesCloses) {
+  port->DeferReceiving();
+  ASSERT_EQ(0, Open());
+  EXPECT_EQ(0, port->Close());
+  EXPECT_EQ(1, calls.Count("close"));
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
 TEST_F(SerialPortTest, AReceivedChunkIsDumpedToStandardErrorBeforeTheCallbackRuns) {
   StreamCapture error(STDERR_FILENO);
   std::string seen;
