@@ -28,8 +28,8 @@ std::string Trimmed(std::string text) {
 TmuxWindow::TmuxWindow() {
   (void)RunShell(std::string("env LC_ALL=C.UTF-8 TERM=xterm ") + kTmux +
                  "-u new-session -d -x 80 -y 24 'exec dash -i'");
-  Runs(std::string("PS1='") + kPrompt + " '; clear");
-  (void)ShowsPrompt();
+  Runs(std::string("PS1='") + kPrompt + " '");
+  (void)Clears();
 }
 
 TmuxWindow::~TmuxWindow() { (void)RunShell(std::string(kTmux) + "kill-server"); }
@@ -53,6 +53,11 @@ std::string TmuxWindow::Screen() const {
 
 bool TmuxWindow::Shows(const std::string& text) const {
   return Becomes([&] { return Screen().find(text) != std::string::npos; });
+}
+
+bool TmuxWindow::Clears() const {
+  Runs("clear");
+  return Becomes([this] { return Trimmed(Screen()) == kPrompt; });
 }
 
 bool TmuxWindow::ShowsPrompt() const {

@@ -25,6 +25,10 @@ class TmuxWindow {
   // Waits until the screen has `text`. False when the deadline passes.
   bool Shows(const std::string& text) const;
 
+  // Has the shell clear the screen, and waits until nothing but its prompt is there: what is shown
+  // from then on is new. False when the deadline passes.
+  bool Clears() const;
+
   // Waits until the last line that is not empty begins with the shell's prompt and has nothing
   // behind it. False when the deadline passes.
   bool ShowsPrompt() const;
