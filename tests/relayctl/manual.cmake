@@ -21,5 +21,7 @@ if(NOT CMAKE_CROSSCOMPILING)
     add_test(NAME RelayClientInstall COMMAND ${python}
       ${CMAKE_CURRENT_SOURCE_DIR}/consumer/test_install.py ${PROJECT_BINARY_DIR}
       ${CMAKE_CXX_COMPILER})
+    add_test(NAME RelayClientGuide COMMAND ${PROJECT_SOURCE_DIR}/tests/e2e/support/sandbox -- ${python}
+      ${CMAKE_CURRENT_SOURCE_DIR}/consumer/test_guide.py ${PROJECT_BINARY_DIR})
   endif()
 endif()

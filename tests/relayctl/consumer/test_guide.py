@@ -1,0 +1,125 @@
+# SPDX-License-Identifier: MIT
+"""The programs of docs/cpp-client.md, built as it says against the installed library, at work with
+the real service. For the sandbox of the end-to-end tests.
+
+usage: python3 test_guide.py BUILD
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+from pathlib import Path
+from typing import IO
+
+CHECKOUT = Path(__file__).resolve().parents[3]
+sys.path.insert(0, str(CHECKOUT / "tests/python"))
+from workplace import PATIENCE, Device, Service, make  # noqa: E402
+
+BUILD = Path(sys.argv[1]).resolve()
+GUIDE = (CHECKOUT / "docs/cpp-client.md").read_text(encoding="utf-8")
+STRICT = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wold-style-cast -Werror"
+RELAY_PORT = 60004  # the programs' own
+
+
+def blocks(kind: str) -> list[tuple[str, str]]:
+    """What stands behind ```kind, and the block's text."""
+    return re.findall(rf"^```{kind} ?(.*)\n((?:.*\n)*?)```$", GUIDE, re.MULTILINE)
+
+
+def run(folder: Path, command: str) -> None:
+    done = subprocess.run(["sh", "-e", "-c", command], cwd=folder, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    assert done.returncode == 0, f"{command}: status {done.returncode}\n{done.stdout}"
+
+
+class Guide(unittest.TestCase):
+    folder: Path
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        folder = tempfile.TemporaryDirectory(prefix="guide-")
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = Path(folder.name)
+        prefix = cls.folder / "prefix"
+        run(cls.folder, f"cmake --install '{BUILD}' --component client --prefix '{prefix}'")
+        files = dict(blocks("cmake") + blocks("cpp"))
+        assert set(files) == {"CMakeLists.txt", "ask.cpp", "show.cpp"}, list(files)
+        for name, text in files.items():
+            (cls.folder / name).write_text(text, encoding="utf-8")
+        os.environ["CMAKE_PREFIX_PATH"] = str(prefix)
+        os.environ["PKG_CONFIG_PATH"] = str(next(prefix.rglob("relayclient.pc")).parent)
+        os.environ["CMAKE_GENERATOR"] = "Ninja"
+        os.environ["CXXFLAGS"] = STRICT
+        commands = [text for _, text in blocks("sh")]
+        assert len(commands) == 2, commands
+        for command in commands:
+            run(cls.folder, command)
+
+    def device(self, node: str) -> Device:
+        device = Device(node)
+        self.addCleanup(device.remove)
+        return device
+
+    def service(self) -> Service:
+        service = make(str(BUILD / "bin/SerialPortHandler"), self.addCleanup, RELAY_PORT)
+        service.wait_until_it_listens()
+        return service
+
+    def start(self, program: str) -> subprocess.Popen[str]:
+        process = subprocess.Popen([self.folder / program], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True)
+        giving_up = threading.Timer(PATIENCE, process.kill)
+        giving_up.start()
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.addCleanup(giving_up.cancel)
+        return process
+
+    def test_ask_by_both_builds(self) -> None:
+        device = self.device("/dev/ttyS2")
+        self.service()
+        for program in ("build/ask", "ask"):
+            asking = self.start(program)
+            self.assertEqual(b"*IDN?\n", device.receives(6))
+            device.sends(b"M100")
+            device.sends(b"\nmore\n")
+            self.assertEqual(("M100\n", ""), asking.communicate())
+            self.assertEqual(0, asking.returncode)
+
+    def test_ask_says_what_is_wrong(self) -> None:
+        self.service()  # and no device
+        told = self.start("build/ask").communicate()
+        self.assertEqual(
+            ("", "ask: the device could not be opened or set up, or its node is missing\n"), told)
+
+    def test_show_survives_the_service(self) -> None:
+        service = self.service()
+        scale, display = self.device("/dev/ttyS2"), self.device("/dev/ttyUSB0")
+        show = self.start("build/show")
+
+        def says(count: int) -> list[str]:
+            assert show.stderr
+            return [show.stderr.readline().rstrip("\n") for _ in range(count)]
+
+        life = ["show: connected", "show: #PhysicalPort0: open", "show: #USBSerialPort0: open"]
+        self.assertEqual(life, says(3))
+        scale.sends(b"12 kg\nhalf a line")
+        self.assertEqual(b"12 kg\n", display.receives(6))
+        service.kill()
+        end = says(2)
+        service.start()
+        again = says(3)
+        scale.sends(b"13 kg\n")
+        self.assertEqual(b"13 kg\n", display.receives(6))
+        show.terminate()
+        self.assertEqual(0, show.wait())
+        shown = dict(blocks("text"))[""].splitlines()
+        self.assertEqual(shown, life + end + again)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
