@@ -22,13 +22,10 @@ void ExamineConfiguration(const MachineConfiguration& configuration, Report& rep
     return;
   }
   report.Fact("line", port->Line());
-  for (const std::string& problem : port->problems) {
-    if (port->complete) {
-      report.Warning("in the configuration: " + problem, "correct it in " + configuration.path);
-    } else {
-      report.Fault("in the configuration: " + problem + "; an open is answered with status 2",
-                   "correct it in " + configuration.path);
-    }
+  for (const SettingProblem& problem : port->problems) {
+    report.findings.push_back({problem.isFault ? Severity::kFault : Severity::kWarning,
+                               "in the configuration: " + problem.text,
+                               "correct it in " + configuration.path});
   }
 }
 

@@ -19,11 +19,12 @@ constexpr std::string_view kConnectSection = "connect";
 struct SettingKey {
   const char* key;
   WordTable (*words)();
+  bool hangsUp = false;  // when it is 0
 };
 
 constexpr SettingKey kKeys[] = {
-    {"baud", BaudRateWords}, {"data", DataBitsWords},    {"parity", ParityWords},
-    {"stop", StopBitsWords}, {"flow", FlowControlWords},
+    {"baud", BaudRateWords, true}, {"data", DataBitsWords},    {"parity", ParityWords},
+    {"stop", StopBitsWords},       {"flow", FlowControlWords},
 };
 
 // "2400, 4800, 9600", in the order of what they stand for.
@@ -46,15 +47,17 @@ ConfiguredPort PortFrom(std::string_view name, const vost::IniSection& section) 
   for (const SettingKey& setting : kKeys) {
     const auto found = section.find(setting.key);
     port.words.emplace_back(found != section.end() ? found->second : std::string_view());
-    if (found == section.end()) {
-      port.complete = false;
-      port.problems.push_back(std::string("\"") + setting.key + "\" is missing");
-      continue;
-    }
     const WordTable table = setting.words();
-    if (!table.contains(port.words.back())) {
-      port.problems.push_back(std::string("\"") + setting.key + " = " + port.words.back() +
-                              "\" is unknown and counts as 0; known are " + ListOf(table));
+    if (found == section.end()) {
+      port.problems.push_back(
+          {std::string("\"") + setting.key + "\" is missing; an open is answered with status 2",
+           true});
+    } else if (!table.contains(port.words.back())) {
+      port.problems.push_back({std::string("\"") + setting.key + " = " + port.words.back() +
+                                   "\" is unknown and counts as 0" +
+                                   (setting.hangsUp ? ", which hangs the line up" : "") +
+                                   "; known are " + ListOf(table),
+                               setting.hangsUp});
     }
   }
   return port;

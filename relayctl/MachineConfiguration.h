@@ -5,12 +5,17 @@
 #include <string>
 #include <vector>
 
+// What the service makes of a port's settings that nobody can want.
+struct SettingProblem {
+  std::string text;
+  bool isFault = false;  // the port does not work
+};
+
 // The line settings of one port, as the machine's configuration has them.
 struct ConfiguredPort {
   std::string name;
-  std::vector<std::string> words;     // baud, data, parity, stop, flow; a missing one is empty
-  std::vector<std::string> problems;  // what the service makes of them that nobody can want
-  bool complete = true;               // false: the service answers status 2
+  std::vector<std::string> words;  // baud, data, parity, stop, flow; a missing one is empty
+  std::vector<SettingProblem> problems;
 
   // "9600 8 none 1 none"
   std::string Line() const;

@@ -48,7 +48,7 @@ class DoctorTest : public testing::Test {
   }
 
   void Configure(const std::string& name) {
-    machine.configuration.ports.push_back({name, {"9600", "8", "none", "1", "none"}, {}, true});
+    machine.configuration.ports.push_back({name, {"9600", "8", "none", "1", "none"}, {}});
   }
 
   // A process with one descriptor that leads to `target`.
@@ -113,10 +113,21 @@ TEST_F(DoctorTest, SaysThatAPortIsNotConfigured) {
 }
 
 TEST_F(DoctorTest, SaysWhichSettingIsMissingOrUnknown) {
-  machine.configuration.ports[0].problems = {"\"baud = 12\" is unknown"};
-  EXPECT_HAS(Port("#PhysicalPort0"), "warning        in the configuration: \"baud = 12\"");
-  machine.configuration.ports[0].complete = false;
-  EXPECT_HAS(Port("#PhysicalPort0"), "fault          in the configuration: \"baud = 12\"");
+  const auto with = [this](const std::string& settings) {
+    const std::string file = std::string(workplace::kFolder) + "/vost.conf";
+    WriteFile(file, "[#PhysicalPort0]\n" + settings);
+    (void)setenv("VOST_CONFIG", file.c_str(), 1);
+    machine.configuration = ReadMachineConfiguration();
+    return Port("#PhysicalPort0");
+  };
+  EXPECT_HAS(with("baud=9600\ndata=8\nparity=Even\nstop=1\nflow=none\n"),
+             "warning        in the configuration: \"parity = Even\" is unknown and counts as 0");
+  EXPECT_HAS(with("baud=110\ndata=8\nparity=even\nstop=1\nflow=none\n"),
+             "fault          in the configuration: \"baud = 110\" is unknown and counts as 0, "
+             "which hangs the line up; known are 2400, ");
+  EXPECT_HAS(with("baud=9600\ndata=8\nparity=even\nstop=1\n"),
+             "fault          in the configuration: \"flow\" is missing; an open is answered with "
+             "status 2");
 }
 
 TEST_F(DoctorTest, SaysThatANameLeadsNowhere) {

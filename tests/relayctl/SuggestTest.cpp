@@ -131,7 +131,7 @@ TEST(ExplainTest, TellsThatTheNameIsNotConfigured) {
   const SerialAdapter adapter = UdevSnapshot(Adapter(kPlace0, "ttyUSB0")).Adapters().front();
   EXPECT_NE(std::string::npos,
             Explain(adapter, &configuration).find("no section [#USBSerialPort0]"));
-  configuration.ports.push_back({"#USBSerialPort0", {}, {}, true});
+  configuration.ports.push_back({"#USBSerialPort0", {}, {}});
   EXPECT_EQ(std::string::npos, Explain(adapter, &configuration).find("no section"));
 }
 
