@@ -111,7 +111,9 @@ std::vector<Field> FieldsOf(std::string_view bytes, Direction direction) {
       const uint16_t status = fields.Number(2, "status");
       fields.Remark(": " + relay::StatusText(static_cast<uint8_t>(command), status));
     } else {
-      fields.Number(2, "parameter");
+      const uint16_t parameter = fields.Number(2, "parameter");
+      fields.Remark(command == kCommandOpen && parameter == relay::kFenceParameter ? ": a fence"
+                                                                                   : "");
     }
   }
   fields.Add(fields.Left(), "too much");
@@ -183,6 +185,9 @@ std::string ExplainPacketAsJson(std::string_view bytes, Direction direction) {
   line.Add("port", packet.port.Text());
   if (packet.number) {
     line.Add(isToService ? "parameter" : "status", *packet.number);
+  }
+  if (isToService && packet.IsFence()) {
+    line.Add("fence", true);
   }
   if (packet.command == kCommandData) {
     line.Add("blocks", packet.blocks.size());

@@ -20,10 +20,28 @@ std::chrono::microseconds RecordingFile::Now() const {
 
 void RecordingFile::Packet(relay::Direction direction, std::string_view bytes) {
   ++events;
-  Put(relay::ToLine(relay::RecordPacket(Now(), direction, bytes)));
+  const relay::RecordedEvent event = relay::RecordPacket(Now(), direction, bytes);
+  Put(relay::ToLine(event) + FenceRemark(event));
+}
+
+// Answers come in the order of their commands, and only malformed ones have none.
+std::string RecordingFile::FenceRemark(const relay::RecordedEvent& event) {
+  if (event.kind != relay::RecordedEvent::Kind::kOpen) {
+    return "";
+  }
+  if (event.direction == relay::Direction::kToService) {
+    opens.push_back(event.number == relay::kFenceParameter);
+    return opens.back() ? "  ; fence" : "";
+  }
+  const bool isFence = !opens.empty() && opens.front();
+  if (!opens.empty()) {
+    opens.pop_front();
+  }
+  return isFence ? "  ; of the fence" : "";
 }
 
 void RecordingFile::Link(bool isUp) {
+  opens.clear();
   relay::RecordedEvent event;
   event.time = Now();
   event.kind = isUp ? relay::RecordedEvent::Kind::kLinkUp : relay::RecordedEvent::Kind::kLinkDown;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <deque>
 #include <fstream>
 #include <string>
 
@@ -21,10 +22,12 @@ class RecordingFile {
 
  private:
   std::chrono::microseconds Now() const;
+  std::string FenceRemark(const relay::RecordedEvent& event);
   void Put(const std::string& line);
 
   const std::string path;
   std::ofstream file;
   const relay::Clock::time_point began = relay::Clock::now();
   uint64_t events = 0;
+  std::deque<bool> opens;  // those without an answer yet: whether it is a fence
 };

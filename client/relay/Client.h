@@ -125,6 +125,10 @@ class Client {
   void Open(const Port& port, ReplyHandler handler = {});
   void Close(const Port& port, ReplyHandler handler = {});
 
+  // An open of a port that is open already, for its answer only: what was sent before has then been
+  // processed. kStatusUnavailable is the answer to expect.
+  void Fence(const Port& port, ReplyHandler handler);
+
   // Data of any length, in as many commands as it takes; each has one block, or blocks of at most
   // `blockSize` bytes. Has no answer; see Writer for data that matter.
   void Data(const Port& port, std::string_view data, size_t blockSize = 0);

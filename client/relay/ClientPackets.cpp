@@ -105,6 +105,10 @@ void Client::Close(const Port& port, ReplyHandler handler) {
   Ask(kCommandClose, CloseCommand(port), std::move(handler));
 }
 
+void Client::Fence(const Port& port, ReplyHandler handler) {
+  Ask(kCommandOpen, OpenCommand(port, kFenceParameter), std::move(handler));
+}
+
 void Client::Data(const Port& port, std::string_view data, size_t blockSize) {
   while (!data.empty() && IsConnected()) {
     const std::string packet = DataCommand(port, TakeBlocks(data, MaxData(port), blockSize));

@@ -129,7 +129,7 @@ std::string Describe(const Packet& packet, Direction direction) {
     std::string parameter;
     if (packet.number) {
       Append16(parameter, *packet.number);
-      parameter = ", parameter " + ToHex(parameter);
+      parameter = ", parameter " + ToHex(parameter) + (packet.IsFence() ? ": a fence" : "");
     }
     return what + parameter;
   }

@@ -14,6 +14,11 @@
 
 namespace relay {
 
+// The parameter of an open that is sent for its answer only, behind data for a port that is open.
+// The service does not look at it; recordings and the dissector tell by it what is no user's
+// command.
+constexpr uint16_t kFenceParameter = 0x4645;  // "FE"
+
 // A port as packets name it: by a name, or by the USB ids of its adapter.
 struct Port {
   std::string name;  // empty: the numbered form
@@ -46,6 +51,7 @@ struct Packet {
   std::vector<Block> blocks;       // data
 
   std::string Data() const;  // of all blocks
+  bool IsFence() const { return command == kCommandOpen && number == kFenceParameter; }
 };
 
 struct ParsedPacket {

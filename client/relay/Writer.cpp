@@ -60,7 +60,7 @@ void Writer::SendFence(const std::shared_ptr<State>& state) {
   state->fenced = state->sent;
   const uint64_t upTo = state->sent;
   const std::weak_ptr<State> weak = state;
-  state->client.Open(state->port, [weak, upTo](const Reply&) {
+  state->client.Fence(state->port, [weak, upTo](const Reply&) {
     if (const auto alive = weak.lock()) {
       alive->confirmed = std::max(alive->confirmed, upTo);
       Pump(alive);

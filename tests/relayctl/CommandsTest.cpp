@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // open, close, write, raw and decode against the real service.
+#include <gmock/gmock.h>
+
 #include <csignal>
 
 #include "relayctl/RelayctlTest.h"
@@ -253,6 +255,12 @@ TEST_F(CommandsTest, DecodeAsJson) {
       "{\"event\":\"packet\",\"direction\":\"from\",\"hex\":\"000C0402000158010200010A\","
       "\"command\":\"data\",\"port\":\"X\",\"blocks\":1,\"data\":\"0A\",\"text\":\"\\u000A\"}\n",
       RunShell("relayctl decode --json '000C 04 02 0001 58 01 02 0001 0A'").output);
+}
+
+TEST_F(CommandsTest, DecodeTellsAFenceFromAnOpen) {
+  const std::string decode = "relayctl decode --direction to 0009 01 02 0001 58 4645";
+  EXPECT_EQ("> open X, parameter 4645: a fence\n", RunShell(decode + " --brief").output);
+  EXPECT_THAT(RunShell(decode).output, testing::HasSubstr("parameter 17989: a fence\n"));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // record and replay: what was recorded is played again, by relayctl as the relay service and by the
 // test as the device, both from the same file.
+#include <gmock/gmock.h>
+
 #include <csignal>
 
 #include "e2e/support/RecordedDevice.h"
@@ -149,6 +151,21 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
       "< #PhysicalPort0 close 2\n"
       "! link down\n",
       Events(workplace::ReadWhole(kFile)));
+}
+
+// The command line's own commands are the first and the last.
+TEST_F(RecordTest, RecordMarksTheOpensThatAreFences) {
+  PlugAndStart();
+  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
+  EXPECT_EQ(0, RunShell("relayctl --port 60005 write '#PhysicalPort0' ABC").status);
+  ASSERT_TRUE(record.Prints("the relay service left\n"));
+  const std::string text = workplace::ReadWhole(kFile);
+  EXPECT_THAT(text, testing::HasSubstr(" > #PhysicalPort0 open\n"));
+  EXPECT_THAT(text, testing::HasSubstr(" < #PhysicalPort0 open 0\n"));
+  EXPECT_THAT(text, testing::HasSubstr(" > #PhysicalPort0 open 17989  ; fence\n"));
+  EXPECT_THAT(text, testing::HasSubstr(" < #PhysicalPort0 open 3  ; of the fence\n"));
+  EXPECT_THAT(text, testing::Not(testing::HasSubstr("open 3\n")));
 }
 
 TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
