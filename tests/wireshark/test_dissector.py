@@ -33,6 +33,7 @@ EXCHANGES = [
     ("000C 04 02 0001 58 02 01 0001 41", ""),
     ("000D 04 02 0001 58 01 01 0001 41 00", ""),
     ("0008 01 02 0001 58 00", ""),
+    (f"0016 01 02 {NAME} 4645", f"0016 01 02 {NAME} 0003"),
     (f"0014 02 02 {NAME}", f"0016 02 02 {NAME} 0000"),
     ("0002", ""),
 ]
@@ -56,8 +57,10 @@ ROWS = [
     "1|12|4|2|||1|X|X|||2|1|1|41||",
     "1|13|4|2|||1|X|X|||1|1|1|41||",
     "1|8|1|2|||1|X|X||||||||",
-    f"1|20|2|2|||14|{P0}|{P0}|||||||21|",
-    f"0|22|2|2|||14|{P0}|{P0}||0||||||20",
+    f"1|22|1|2|||14|{P0}|{P0}|17989||||||21|",
+    f"0|22|1|2|||14|{P0}|{P0}||3||||||20",
+    f"1|20|2|2|||14|{P0}|{P0}|||||||23|",
+    f"0|22|2|2|||14|{P0}|{P0}||0||||||22",
     "1|2|||||||||||||||",
 ]
 PROBLEMS = {
@@ -67,7 +70,7 @@ PROBLEMS = {
     17: "the packet ends within a block's type",
     18: "bytes too many: 1",
     19: "the packet ends within the parameter",
-    22: "a length of 2: the service takes it for the end of the link",
+    24: "a length of 2: the service takes it for the end of the link",
 }
 
 
@@ -145,6 +148,8 @@ class Dissector(unittest.TestCase):
         self.assertEqual(texts[10], f"data for {P0}: 5 bytes")
         self.assertEqual(texts[11], f"data from {P0}: 2 bytes")
         self.assertEqual(texts[13], "malformed: there is no command 3")
+        self.assertEqual(texts[19], f"fence {P0}")
+        self.assertEqual(texts[20], f"reply to fence {P0}: status 3")
 
     def test_captured_on_the_loopback_interface(self) -> None:
         names = [f"serialrelay.{field}" for field in FIELDS]
@@ -194,7 +199,7 @@ class Dissector(unittest.TestCase):
         self.assertEqual(times, [(came - int(sent)) / 1000 for came, sent in zip(answers, wanted)])
 
     def check_times(self, times: list[str]) -> None:
-        answered = {2: 1, 4: 3, 6: 5, 8: 7, 10: 9, 21: 20}
+        answered = {2: 1, 4: 3, 6: 5, 8: 7, 10: 9, 21: 20, 23: 22}
         for frame, text in enumerate(times, 1):
             if frame not in answered:
                 self.assertEqual(text, "")
@@ -217,11 +222,23 @@ class Dissector(unittest.TestCase):
         rows = self.shown([Segment(0, True, sent), Segment(500, False, came)],
                           ["serialrelay.status", "serialrelay.request_in",
                            "serialrelay.response_time", "serialrelay.unasked"])
-        self.assertEqual(rows[1], "0,2,2,2,2,0|1,1,1,1,1,1|" + ",".join(["0.000500000"] * 6) + "|")
+        self.assertEqual(rows[1], "0,2,2,2,2,3,0|1,1,1,1,1,1,1|" + ",".join(["0.000500000"] * 7) + "|")
 
     def test_a_reply_without_its_request(self) -> None:
         rows = self.shown(self.segments[1:], ["frame.number"], "-Y", "serialrelay.unasked")
         self.assertEqual(rows, ["1"])
+
+    def test_a_fence_is_marked_and_its_status_3_no_failure(self) -> None:
+        rows = self.shown(self.segments, ["frame.number"], "-Y", "serialrelay.fence")
+        self.assertEqual(rows, ["20", "21"])
+        rows = self.shown(self.segments, ["frame.number"], "-Y", "serialrelay.failed")
+        self.assertEqual(rows, ["4", "6", "8", "10"])
+
+    def test_a_fence_that_found_the_port_closed(self) -> None:
+        fence, reopened = self.segments[19], self.segments[1]
+        rows = self.shown([fence, reopened], ["frame.number", "_ws.expert.message"], "-Y",
+                          "serialrelay.failed")
+        self.assertEqual(rows, ["2|The port was not open: data before the fence were dropped"])
 
     def test_a_reply_that_was_lost(self) -> None:
         rows = self.shown([self.segments[0], *self.segments[2:4]], ["serialrelay.request_in"])

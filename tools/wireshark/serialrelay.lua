@@ -5,12 +5,14 @@ local relay = Proto("serialrelay", "Serial Port Relay")
 
 local OPEN, CLOSE, DATA = 1, 2, 4
 local NUMBERED, NAMED = 1, 2
+local OPEN_ALREADY = 3
+local FENCE = 0x4645 -- the parameter of an open that is sent behind data, for its answer only
 local commands = { [OPEN] = "open", [CLOSE] = "close", [DATA] = "data" }
 local forms = { [NUMBERED] = "numbered", [NAMED] = "named" }
 local statuses = {
   [0] = "success",
   [2] = "no such port, or not open",
-  [3] = "open already",
+  [OPEN_ALREADY] = "open already",
   [4] = "device missing or not usable",
   [5] = "not closed",
 }
@@ -26,6 +28,7 @@ local fields = {
   name = ProtoField.string("serialrelay.name", "Name"),
   port = ProtoField.string("serialrelay.port", "Port"),
   parameter = ProtoField.uint16("serialrelay.parameter", "Parameter"),
+  fence = ProtoField.bool("serialrelay.fence", "Fence"),
   status = ProtoField.uint16("serialrelay.status", "Status", base.DEC, statuses),
   block_count = ProtoField.uint8("serialrelay.block_count", "Block count"),
   block_type = ProtoField.uint8("serialrelay.block.type", "Type"),
@@ -142,7 +145,7 @@ local function match(place, pinfo, packet)
   waiting[stream] = queue
   if packet.to_service then
     requests[place] = { command = packet.command, port = packet.port, frame = pinfo.number,
-                        time = pinfo.rel_ts }
+                        time = pinfo.rel_ts, fence = packet.fence }
     queue[#queue + 1] = requests[place]
     return
   end
@@ -179,7 +182,8 @@ local function read_body(reader, packet)
   elseif not packet.to_service then
     packet.status = reader:number(fields.status, 2, "the status")
   elseif reader:left() > 0 then
-    reader:number(fields.parameter, 2, "the parameter")
+    local parameter = reader:number(fields.parameter, 2, "the parameter")
+    packet.fence = packet.command == OPEN and parameter == FENCE
   end
   if not reader.problem and reader:left() > 0 then
     reader.problem = "bytes too many: " .. reader:left()
@@ -212,9 +216,17 @@ local function summary(packet, problem)
     return string.format("data %s %s: %d bytes", packet.to_service and "for" or "from",
       packet.port, packet.size)
   end
-  local text = commands[packet.command] .. " " .. packet.port
+  local text = (packet.fence and "fence" or commands[packet.command]) .. " " .. packet.port
   if packet.to_service then return text end
   return string.format("reply to %s: status %d", text, packet.status)
+end
+
+local function show_outcome(tree, packet)
+  if packet.fence and packet.status ~= OPEN_ALREADY then
+    tree:add_proto_expert_info(failed, "The port was not open: data before the fence were dropped")
+  elseif not packet.fence and packet.status ~= 0 then
+    tree:add_proto_expert_info(failed)
+  end
 end
 
 local function dissect_packet(tvb, pinfo, root)
@@ -230,7 +242,9 @@ local function dissect_packet(tvb, pinfo, root)
     if not seen[place] then match(place, pinfo, packet) end
     seen[place] = true
     show_match(place, tree, packet)
-    if packet.status and packet.status ~= 0 then tree:add_proto_expert_info(failed) end
+    if replies[place] then packet.fence = replies[place].request.fence end
+    if packet.fence then tree:add(fields.fence, true):set_generated() end
+    if packet.status then show_outcome(tree, packet) end
   end
   local text = summary(packet, reader.problem)
   tree:append_text(": " .. text)
