@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ExitStatus.h"
+#include "Silence.h"
 #include "relay/Text.h"
 
 namespace {
@@ -32,6 +33,13 @@ void PrintError(const std::string& text) {
                 : std::string(1, byte);
   }
   (void)std::fprintf(stderr, "relayctl: %s\n", line.c_str());
+}
+
+// What the machine tells beyond the library's text.
+std::string Explanation(const relay::Error& error, const Settings& settings) {
+  return error.Kind() == relay::ErrorKind::kNoAnswer
+             ? ": " + WhyNoAnswer(ProcessTable(), static_cast<uint16_t>(settings.port))
+             : "";
 }
 
 // The word that stands where a command should, if there is one.
@@ -174,7 +182,7 @@ int CommandLine::Run(int argc, char** argv) {
   try {
     return std::exchange(chosenAction, nullptr)();
   } catch (const relay::Error& error) {
-    PrintError(error.what());
+    PrintError(error.what() + Explanation(error, settings));
     return ExitStatusOf(error);
   }
 }

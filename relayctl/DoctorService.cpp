@@ -15,14 +15,6 @@ constexpr uint32_t kLoopback = INADDR_LOOPBACK;
 // Where the service's searches dump the udev database.
 constexpr const char* kDumpFile = "/tmp/deviceinfo.txt";
 
-std::string Names(const ProcessSearch& search) {
-  std::string names;
-  for (const Process& process : search.found) {
-    names += (names.empty() ? "" : ", ") + NameOf(process);
-  }
-  return names.empty() ? "a process that this user may not look into" : names;
-}
-
 void ExamineConfiguration(const MachineConfiguration& configuration, Report& report) {
   report.Fact("configuration", configuration.path);
   if (!configuration.exists) {
@@ -39,13 +31,13 @@ void ExamineConfiguration(const MachineConfiguration& configuration, Report& rep
 
 void ExamineListener(const Machine& machine, const TcpSocket& listener, Report& report) {
   const ProcessSearch owners = machine.processes.OwnersOf(listener.inode);
-  report.Fact("process", Names(owners));
+  report.Fact("process", NamesOf(owners));
   const bool isOther =
       !owners.found.empty() && std::none_of(owners.found.begin(), owners.found.end(), IsService);
   const std::string where = "127.0.0.1:" + std::to_string(listener.localPort);
   if (isOther) {
     report.Warning(
-        Names(owners) + " listens on " + where + ", which is not the service by its name",
+        NamesOf(owners) + " listens on " + where + ", which is not the service by its name",
         "if it is another program, end it, or configure another relay port");
   } else {
     report.Good("the service listens on " + where);
@@ -64,11 +56,9 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
       ++waiting;
       continue;
     }
-    const auto peer = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& other) {
-      return other.localPort == link.remotePort && other.remotePort == port;
-    });
+    const TcpSocket* const peer = PeerOf(link, sockets);
     const std::string who =
-        peer != sockets.end() ? Names(machine.processes.OwnersOf(peer->inode)) : "a peer";
+        peer != nullptr ? NamesOf(machine.processes.OwnersOf(peer->inode)) : "a peer";
     report.Fact("peer", who);
     report.Note("the relay port is taken by " + who + ": the service has one peer at a time",
                 "end it before you use another relay; relayctl's commands would wait");
@@ -88,7 +78,7 @@ void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sock
   if (borrower != sockets.end()) {
     const std::string text = std::to_string(port);
     report.Fault("the service cannot listen: the kernel has given port " + text +
-                     " to a connection of " + Names(machine.processes.OwnersOf(borrower->inode)),
+                     " to a connection of " + NamesOf(machine.processes.OwnersOf(borrower->inode)),
                  "end that, and reserve the port: sysctl net.ipv4.ip_local_reserved_ports=" + text);
   }
 }

@@ -93,8 +93,7 @@ class Pipe {
 
   [[noreturn]] void FailToOpen() const {
     throw relay::Error(relay::ErrorKind::kNoAnswer,
-                       "no answer from 127.0.0.1:" + std::to_string(settings.port) +
-                           ": another relay service may hold the link");
+                       "no answer from 127.0.0.1:" + std::to_string(settings.port));
   }
 
   bool MayRead() const { return isOpen && !inputEnded && writer.Unsent() < kMostWaiting; }

@@ -68,6 +68,22 @@ std::string NameOf(const Process& process) {
   return process.command + " (process " + std::to_string(process.pid) + ")";
 }
 
+std::string NamesOf(const ProcessSearch& search) {
+  std::string names;
+  for (const Process& process : search.found) {
+    names += (names.empty() ? "" : ", ") + NameOf(process);
+  }
+  return names.empty() ? "a process that this user may not look into" : names;
+}
+
+const TcpSocket* PeerOf(const TcpSocket& link, const std::vector<TcpSocket>& sockets) {
+  const auto peer = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& other) {
+    return other.localPort == link.remotePort && other.remotePort == link.localPort &&
+           other.localAddress == link.remoteAddress && other.remoteAddress == link.localAddress;
+  });
+  return peer != sockets.end() ? &*peer : nullptr;
+}
+
 std::vector<pid_t> ProcessTable::Pids() const {
   std::vector<pid_t> pids;
   std::error_code error;

@@ -28,6 +28,9 @@ struct ProcessSearch {
   bool complete = true;  // false: some process may not be looked into by this user
 };
 
+// "cat (process 12), tee (process 13)", or that nobody was found.
+std::string NamesOf(const ProcessSearch& search);
+
 // One line of the table of IPv4 TCP sockets. Addresses and ports in host byte order.
 struct TcpSocket {
   uint32_t localAddress = 0;
@@ -35,10 +38,14 @@ struct TcpSocket {
   uint32_t remoteAddress = 0;
   uint16_t remotePort = 0;
   unsigned state = 0;
-  uint64_t inode = 0;  // 0: no process has it yet
+  uint64_t inode = 0;  // 0: no process has it yet, or any more
 };
 constexpr unsigned kTcpEstablished = 1;
+constexpr unsigned kTcpPeerHasLeft = 8;
 constexpr unsigned kTcpListening = 10;
+
+// The other end of a connection within the machine; nullptr: it is gone.
+const TcpSocket* PeerOf(const TcpSocket& link, const std::vector<TcpSocket>& sockets);
 
 // `folder`: where its files are, "/proc" but for tests.
 class ProcessTable {

@@ -19,6 +19,7 @@ target_sources(relayctl_commands PRIVATE
   PtyBridge.cpp
   RawTerminal.cpp
   Report.cpp
+  Silence.cpp
   Suggest.cpp
   SuggestCommand.cpp
   TerminalCommands.cpp

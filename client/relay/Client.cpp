@@ -180,10 +180,10 @@ void Client::DoWhatIsDue() {
       ((state == State::kConnecting && now >= connectingSince + options.replyTimeout) ||
        (!questions.empty() && now >= questions.front().since + options.replyTimeout));
   if (isMute) {
-    Disconnect(Error(ErrorKind::kNoAnswer, "no answer from " + Address(options.port) + " within " +
-                                               std::to_string(options.replyTimeout.count()) +
-                                               " ms: another relay service may hold the link"),
-               true);
+    Disconnect(
+        Error(ErrorKind::kNoAnswer, "no answer from " + Address(options.port) + " within " +
+                                        std::to_string(options.replyTimeout.count()) + " ms"),
+        true);
     return;
   }
   std::vector<Port> ports;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Wrong use of each command: one line on standard error, and an exit status.
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <fstream>
 #include <ostream>
 
@@ -120,10 +123,25 @@ TEST_F(RelayctlTest, ASecondPeerLearnsThatTheLinkIsTaken) {
   StartLinked();
   const Outcome outcome = RunShell("relayctl --timeout 0.5 open X");
   EXPECT_EQ(
-      "relayctl: no answer from 127.0.0.1:60004 within 500 ms: another relay service may hold the "
-      "link\n",
+      "relayctl: no answer from 127.0.0.1:60004 within 500 ms: another peer holds the link: "
+      "RelayctlCommand (process " +
+          std::to_string(getpid()) + ")\n",
       outcome.output);
   EXPECT_EQ(4, outcome.status);
+}
+
+TEST_F(RelayctlTest, NobodyIsBlamedForAServiceThatHangs) {
+  StartListening();
+  service->Signal(SIGSTOP);
+  for (const char* const command : {"open X", "close X", "--patience 0 pipe X"}) {
+    const Outcome outcome =
+        RunShell(std::string("relayctl --timeout 0.5 ") + command + " </dev/null");
+    EXPECT_TRUE(outcome.output.starts_with("relayctl: no answer from 127.0.0.1:60004")) << command;
+    EXPECT_TRUE(
+        outcome.output.ends_with(": the service does not answer; relayctl doctor tells more\n"))
+        << outcome.output;
+    EXPECT_EQ(4, outcome.status) << command;
+  }
 }
 
 TEST_F(RelayctlTest, HelpAndVersionAreNoErrors) {
