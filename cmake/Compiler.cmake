@@ -20,14 +20,13 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_TIME_BITS=64)
 endif()
 
-# Errors for whoever develops, and so builds the tests. Another compiler's opinion, or this one's at
-# another level of optimisation, must not keep anybody from installing.
+# Errors in every preset (CMAKE_COMPILE_WARNING_AS_ERROR). Another compiler's opinion, or this one's
+# at another level of optimisation, must not keep anybody from installing.
 add_library(sph_warnings INTERFACE)
 target_compile_options(sph_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
   -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wnull-dereference -Wimplicit-fallthrough -Wextra-semi
-  $<$<BOOL:${SPH_BUILD_TESTS}>:-Werror>
   $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wno-psabi>)
 # A cast from ssize_t to int is useless only where the two are the same type.
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
