@@ -3,8 +3,8 @@
 
 // Puts off the cancellation of the calling thread for a scope. Three places need it:
 // destructors that may block (a cancellation cannot leave a destructor; it would end the process),
-// the closing of a descriptor (cancelled halfway, the descriptor would be lost) and calls into a
-// platform library.
+// the opening and closing of a descriptor (cancelled on the way, the descriptor would be lost) and
+// calls into a platform library.
 class CCancellationShield {
  public:
   CCancellationShield();

@@ -53,6 +53,9 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   if (fd.IsOpen()) {
     return -2;
   }
+  // A cancellation that meets an open acts on its way out, also when it has succeeded: the
+  // descriptor would be lost, and the node stay busy.
+  const CCancellationShield shield;
   const int opened = open(path.c_str(), O_RDWR);
   if (opened < 0) {
     return -1;

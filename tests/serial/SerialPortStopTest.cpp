@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 
+#include "Linux/CancellationShield.h"
 #include "serial/SerialPortTest.h"
 
 namespace {
@@ -109,6 +110,28 @@ TEST_F(SerialPortTest, CloseDuringAReopenLeavesTheDeviceClosed) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_EQ(descriptors, OpenDescriptorCount());
   EXPECT_EQ("close()", calls.Texts().back());
+}
+
+// An adapter that does not answer can hold open for seconds. The C library acts on a cancellation
+// that came meanwhile on its way out of open, although open has succeeded.
+TEST_F(SerialPortTest, AReopenThatSucceedsAfterItsThreadIsCancelledLeavesNoDescriptor) {
+  std::atomic<bool> isClosed{false};
+  const int descriptors = OpenDescriptorCount();
+  ASSERT_EQ(0, Open());
+  calls.OnOpened([&] {
+    {
+      const CCancellationShield uninterruptible;
+      (void)Eventually([&] { return isClosed.load(); });
+    }
+    pthread_testcancel();
+  });
+  calls.Fail("read", EIO);
+  ASSERT_TRUE(WaitForOpens(2));
+  EXPECT_EQ(0, port->Close());
+  EXPECT_THAT(CapturedMessages(), testing::Contains("error: thread can not join\n"));
+  isClosed = true;
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 
 TEST_F(SerialPortTest, AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTouchesNothingGone) {

@@ -85,6 +85,9 @@ void SerialCalls::OnWrite(Transfer hook) {
 void SerialCalls::OnOpen(std::function<void()> hook) {
   Set(&State::onOpen, std::make_shared<std::function<void()>>(std::move(hook)));
 }
+void SerialCalls::OnOpened(std::function<void()> hook) {
+  Set(&State::onOpened, std::make_shared<std::function<void()>>(std::move(hook)));
+}
 void SerialCalls::OnSleep(std::function<void(unsigned)> hook) {
   Set(&State::onSleep, std::make_shared<std::function<void(unsigned)>>(std::move(hook)));
 }

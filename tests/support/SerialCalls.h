@@ -41,6 +41,7 @@ class SerialCalls {
   void OnWrite(Transfer hook);
 
   void OnOpen(std::function<void()> hook);                 // before the real call
+  void OnOpened(std::function<void()> hook);               // in the call, once it has succeeded
   void OnSleep(std::function<void(unsigned micro)> hook);  // before the real call
   void RefuseThreads();
 

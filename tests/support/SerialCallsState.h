@@ -32,6 +32,7 @@ struct State {
   std::shared_ptr<SerialCalls::Transfer> onRead;
   std::shared_ptr<SerialCalls::Transfer> onWrite;
   std::shared_ptr<std::function<void()>> onOpen;
+  std::shared_ptr<std::function<void()>> onOpened;
   std::shared_ptr<std::function<void(unsigned)>> onSleep;
   bool refusesThreads = false;
 };

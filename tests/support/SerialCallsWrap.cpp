@@ -52,6 +52,9 @@ int __wrap_open(const char* path, int flags, ...) {
     return -1;
   }
   const int descriptor = __real_open(followed->second.c_str(), flags, mode);
+  if (const auto hook = descriptor >= 0 ? Get(&State::onOpened) : nullptr) {
+    (*hook)();
+  }
   const std::lock_guard guard(lock);
   if (descriptor >= 0) {
     state.descriptors.insert(descriptor);
