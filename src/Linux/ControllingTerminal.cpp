@@ -2,11 +2,15 @@
 #include "Linux/ControllingTerminal.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "Linux/SignalMask.h"
 
 namespace {
 
@@ -30,6 +34,24 @@ int OpenNearEnd(int far) {
   }
   char path[64] = {};
   return ptsname_r(far, path, sizeof path) == 0 ? open(path, O_RDWR | O_NOCTTY | O_CLOEXEC) : -1;
+}
+
+// A group is empty, and stays the terminal's foreground, once the one process that was in it has
+// ended. Where no process can be had, the terminal keeps the group that it has.
+void EmptyForegroundGroup(int terminal) {
+  constexpr unsigned kLongEnoughSeconds = 10;  // should this process be killed meanwhile
+  const CSignalMask undisturbed(CSignalMask::AllSignals());
+  const pid_t member = fork();
+  if (member == 0) {
+    (void)sleep(kLongEnoughSeconds);
+    _exit(0);
+  }
+  if (member > 0) {
+    (void)setpgid(member, member);
+    (void)tcsetpgrp(terminal, member);
+    (void)kill(member, SIGKILL);
+    (void)waitpid(member, nullptr, 0);
+  }
 }
 
 // What went wrong, once what was opened so far is closed again. Where there is no /dev/tty, EPERM
@@ -57,6 +79,7 @@ int TakeOwnControllingTerminal() {
   if (near < 0 || ioctl(near, TIOCSCTTY, 0) != 0) {
     return GiveUp(near, far);
   }
+  EmptyForegroundGroup(near);
   // Deliberate: neither end is closed. The far end closed would be the hang-up.
   return 0;
 }

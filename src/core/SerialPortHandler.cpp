@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "Linux/CancellationShield.h"
-#include "Linux/ControllingTerminal.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
 #include "Linux/SignalMask.h"
@@ -281,16 +280,6 @@ void SerialPortHandler::ForwardSerialData(const std::string& portName, const uin
   // A refused block leaves the header, which is sent all the same.
   (void)notification->AddBlock(bytes, kReceivedDataBlock, static_cast<uint16_t>(count));
   SendToRelay(notification->Bytes());
-}
-
-void SerialPortHandler::DetachFromPorts() {
-  const int result = TakeOwnControllingTerminal();
-  if (result != 0) {
-    const std::string message =
-        "No controlling terminal; unplugging a port may stop the service: " +
-        std::string(std::strerror(result));
-    LogLine(LogLevel::kError, message.c_str());
-  }
 }
 
 void SerialPortHandler::Log(const char* file, int line, LogLevel level, const char* message) {

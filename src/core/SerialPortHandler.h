@@ -39,9 +39,6 @@ class SerialPortHandler {
   // more). Only the low 16 bits of `count` are used. Under serialCallbackLock.
   void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
 
-  // Keeps the ports from stopping the service: see TakeOwnControllingTerminal. A failure is logged.
-  static void DetachFromPorts();
-
   // Writes one line to the machine's log.
   static void Log(const char* file, int line, LogLevel level, const char* message);
 

@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "Linux/Console.h"
+#include "Linux/ControllingTerminal.h"
 #include "Linux/SignalMask.h"
 #include "core/SerialPortHandler.h"
 
@@ -34,7 +35,9 @@ int main() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   SerialPortHandler* const handler = SerialPortHandler::GetInstance();
   InstallStopSignals();
-  SerialPortHandler::DetachFromPorts();
+  // Unplugging a port must be no request to stop. Where there is no pseudo-terminal for it, the
+  // service works all the same, so nothing is logged.
+  (void)TakeOwnControllingTerminal();
   const bool stopped = handler->Run();
   HoldStopSignals();  // there is nothing left to stop, and soon no handler to ask
   if (!stopped) {

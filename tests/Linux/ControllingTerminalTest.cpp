@@ -88,6 +88,38 @@ TEST(ControllingTerminalTest, ASignalSentByAnotherProcessStillArrives) {
             }));
 }
 
+// A start script's helper in the background is in the service's process group.
+TEST(ControllingTerminalTest, ALeaderThatEndsSendsItsProcessGroupNoSignal) {
+  int told[2] = {-1, -1};
+  int tells[2] = {-1, -1};
+  ASSERT_EQ(0, pipe(told));
+  ASSERT_EQ(0, pipe(tells));
+  EXPECT_EQ(0, InChild([&] {
+              if (setsid() == -1 || !BlockHangUpSignal()) {
+                return kBroken;
+              }
+              if (fork() == 0) {
+                (void)alarm(30);
+                char signal = '?';
+                if (read(told[0], &signal, 1) == 1) {
+                  sigset_t pending{};
+                  (void)sigpending(&pending);
+                  signal = sigismember(&pending, SIGHUP) == 1 ? 'h' : 'n';
+                }
+                (void)!write(tells[1], &signal, 1);
+                _exit(0);
+              }
+              return TakeOwnControllingTerminal() == 0 && HasControllingTerminal() ? 0 : kBroken;
+            }));
+  char signal = '?';
+  ASSERT_EQ(1, write(told[1], &signal, 1));
+  ASSERT_EQ(1, read(tells[0], &signal, 1));
+  EXPECT_EQ('n', signal) << "h: a hang-up signal";
+  for (const int end : {told[0], told[1], tells[0], tells[1]}) {
+    (void)close(end);
+  }
+}
+
 TEST(ControllingTerminalTest, ASecondCallKeepsTheTerminalOfTheFirst) {
   EXPECT_EQ(
       0, InChild([] {

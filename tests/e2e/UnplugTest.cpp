@@ -183,4 +183,11 @@ TEST_F(UnplugTest, AServiceThatLeadsASessionSurvivesTheHangUpOfItsPort) {
   EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
 }
 
+TEST_F(UnplugTest, AServiceThatLeadsASessionStartsWithoutPseudoTerminalsAsAnyOther) {
+  ASSERT_EQ(0, unlink("/dev/ptmx"));
+  StartService(Service::Session::kOwn);
+  ASSERT_TRUE(Service::Prints("[LISTEN]IP:"));
+  EXPECT_EQ((std::vector<std::string>{kStarted}), LogFile::Lines());
+}
+
 }  // namespace
