@@ -39,8 +39,16 @@ void PortTable::Remove(const std::string& name) {
   }
 }
 
-void PortTable::Clear() {
-  decltype(ports) removed;
+bool PortTable::RemoveFirst() {
+  decltype(ports)::node_type removed;  // released after the lock
   const CLockGuard guard(lock);
-  removed.swap(ports);
+  if (!ports.empty()) {
+    removed = ports.extract(ports.begin());
+  }
+  return !removed.empty();
+}
+
+void PortTable::Clear() {
+  while (RemoveFirst()) {
+  }
 }

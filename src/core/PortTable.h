@@ -36,6 +36,9 @@ class PortTable {
   void Store(std::shared_ptr<CSerialPortExport> port);
 
   void Remove(const std::string& name);
+
+  // Removes one entry; false when there is none.
+  bool RemoveFirst();
   void Clear();
 
  private:

@@ -120,14 +120,16 @@ bool SerialPortHandler::OpenRelayConnection() {
   return true;
 }
 
-// A stop that was requested before comes first: waiting for the next peer could last for ever. One
-// that is requested meanwhile is held back until the new connection accepts, and ends that.
+// A stop that is requested meanwhile ends the rebuild behind the port at hand, which may take two
+// seconds to stop; the others are left to the way out. One that comes when the ports are gone is
+// held back until the new connection accepts, and ends that.
 bool SerialPortHandler::ReopenRelayConnection() {
+  while (!stopRequested && ports.RemoveFirst()) {
+  }
   const CStopSignalsHeld held;
   if (stopRequested) {
     return true;
   }
-  ports.Clear();
   // A receive thread that the bounded stop gave up on may hold the connection a little longer. Its
   // listening end must be gone before the next one is bound to the same port.
   (void)relay->Close();

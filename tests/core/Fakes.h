@@ -19,6 +19,11 @@
 // A serial port that does as it is told.
 class FakePort final : public CSerialPortExport {
  public:
+  ~FakePort() override {
+    if (whenReleased) {
+      whenReleased();
+    }
+  }
   int OpenUsb(uint16_t, uint16_t, const ReceiveCallback&, const SerialSettings&) override {
     return -1;
   }
@@ -35,6 +40,7 @@ class FakePort final : public CSerialPortExport {
 
   int openResult = 0;
   std::string receivesAtOnce;  // waits in the device and comes as soon as the port receives
+  std::function<void()> whenReleased;
   int closeResult = 0;
   int failingWrite = -1;  // index of the write that fails
   uint32_t openKind = kOpenedByName;

@@ -134,6 +134,34 @@ TEST_F(LifeCycleTest, AStopThatComesWithALinkBreakDoesNotWaitForTheNextPeer) {
   EXPECT_EQ(2U, world.relays.size());
 }
 
+// Each port may take two seconds to stop. The stop is noticed behind the first one, and the others
+// are left to the end of the process.
+TEST_F(LifeCycleTest, AStopWhileTheLinkIsRebuiltEndsRunWithoutListeningAgain) {
+  world.configuration["A"] = world.configuration["B"] = {"9600", "8", "none", "1", "none"};
+  std::atomic<int> released = 0;
+  world.prepare = [&](FakePort& port) {
+    port.whenReleased = [&] {
+      if (++released == 1) {
+        Stop();
+      }
+    };
+  };
+  auto run = Run();
+  const auto first = world.RelayNumber(1);
+  first->Sends("0007 01 02 0001 41");
+  first->Sends("0007 01 02 0001 42");
+  (void)first->callbacks.onError("ConnectError", -1, first->callbacks.context);
+  ASSERT_TRUE(Ended(run));
+  EXPECT_TRUE(run.get());
+  EXPECT_EQ(1, released);
+  EXPECT_EQ(1U, world.relays.size());
+  for (const auto& port : world.ports) {
+    if (const auto left = port.lock()) {
+      left->whenReleased = nullptr;
+    }
+  }
+}
+
 struct PortCase {
   const char* text;
   uint32_t port;

@@ -38,6 +38,17 @@ TEST(PortTableTest, AnIdentityOfAnUnknownNameLeavesAnEmptyEntryThatIsNoPort) {
   table.Clear();
 }
 
+TEST(PortTableTest, RemoveFirstReleasesOnePortUntilThereIsNone) {
+  PortTable table;
+  table.Store(PortNamed("B"));
+  table.Store(PortNamed("A"));
+  EXPECT_TRUE(table.RemoveFirst());
+  EXPECT_EQ(nullptr, table.Find("A"));
+  EXPECT_NE(nullptr, table.Find("B"));
+  EXPECT_TRUE(table.RemoveFirst());
+  EXPECT_FALSE(table.RemoveFirst());
+}
+
 TEST(PortTableTest, ClearReleasesAllPorts) {
   PortTable table;
   auto port = PortNamed("A");

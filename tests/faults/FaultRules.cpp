@@ -25,7 +25,7 @@ constexpr ErrorName kErrors[] = {
     {"0", 0},           {"short", kShort},    {"EACCES", EACCES}, {"EADDRINUSE", EADDRINUSE},
     {"EAGAIN", EAGAIN}, {"EINTR", EINTR},     {"EINVAL", EINVAL}, {"ECONNABORTED", ECONNABORTED},
     {"EIO", EIO},       {"EMFILE", EMFILE},   {"ENOMEM", ENOMEM}, {"ECONNRESET", ECONNRESET},
-    {"EPIPE", EPIPE},   {"ENOBUFS", ENOBUFS},
+    {"EPIPE", EPIPE},   {"ENOBUFS", ENOBUFS}, {"slow", kSlow},
 };
 
 std::array<Rule, 8> rules;

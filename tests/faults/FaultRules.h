@@ -3,7 +3,8 @@
 //
 // FAULTS is a list of FUNCTION:RESULT:CALLS[:PATH] with commas between them:
 //   RESULT  the name of an errno: the call fails with it and is not made. "0": it returns 0 and is
-//           not made. "short": it is made for one byte.
+//           not made. "short": it is made for one byte. "slow": it is made three seconds later
+//           (read only).
 //   CALLS   "3" the third call, "3-5", "3-" all from the third on, or "@" all calls while the file
 //           /dev/shm/faults-now exists. Calls are counted per entry, and only those on PATH.
 //   PATH    what the path, or what the descriptor leads to, begins with.
@@ -16,8 +17,9 @@
 #include <atomic>
 #include <string_view>
 
-// An entry's result that is not an errno.
+// An entry's results that are not an errno.
 constexpr int kShort = -1;
+constexpr int kSlow = -2;
 
 struct Rule {
   std::string_view function;

@@ -79,6 +79,15 @@ void CloseFails(FaultTest& test) {
   test.ExpectDataBothWays();
 }
 
+// The line of the first port that was given up: from here on the second one is waited for.
+void StopWhileStuckPortsAreDropped(FaultTest& test) {
+  ASSERT_EQ(Wire(kAdapterOpened), test.relay->Answer(kOpenAdapter));
+  test.relay->Leaves();
+  ASSERT_TRUE(LogFile::Shows("1 LinuxThread Linux/LinuxThread.cpp 4 error: thread can not join"));
+  EXPECT_EQ("exit 0", test.StopAtOnce(SIGTERM));
+  EXPECT_EQ(Service::Output().find("[LISTEN]"), Service::Output().rfind("[LISTEN]"));
+}
+
 void OpenAdapter(FaultTest& test) { test.relay->Sends(kOpenAdapter); }
 
 // The lost reply is the first one; the next one comes whole.
@@ -119,6 +128,7 @@ const FaultRow kRows[] = {
     {"WriteGives0ForAWhile",  State::kPortOpen, nullptr, "write:0:@:/dev/pts",          WriteGivesNothingForAWhile,  {kFenceReply},      {},            Outcome::kGoesOn},
     {"WriteFailsForAWhile",   State::kPortOpen, nullptr, "write:EIO:@:/dev/pts",        WriteGivesNothingForAWhile,  {kFenceReply},      {},            Outcome::kGoesOn},
     {"WriteIsBusyForAWhile",  State::kPortOpen, nullptr, "write:EAGAIN:@:/dev/pts",     WriteGivesNothingForAWhile,  {kFenceReply},      {},            Outcome::kGoesOn},
+    {"StopWhilePortsAreStuck", State::kPortOpen, nullptr, "read:slow:1-:/dev/pts",     StopWhileStuckPortsAreDropped, {},               {kStopped},    Outcome::kEndsWith0},
     {"StopWhileWriteGives0",  State::kPortOpen, nullptr, "write:0:@:/dev/pts",          StopWhileAWriteGivesNothing, {},                 {},            Outcome::kStops},
     {"StopWhileWriteFails",   State::kPortOpen, nullptr, "write:EIO:@:/dev/pts",        StopWhileAWriteGivesNothing, {},                 {},            Outcome::kStops},
     {"OpenIsRefused",         State::kLinked,   nullptr, "open:EACCES:1:/dev/ttyS2",    OpenTwice,                   {},                 {kCannotOpenDevice}, Outcome::kGoesOn},

@@ -2,6 +2,7 @@
 // The functions that can fail; FaultRules.h says how.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -57,6 +58,8 @@ void* FaultyRealloc(void* old, size_t size) {
   return FaultIn("malloc") != nullptr ? nullptr : __libc_realloc(old, size);
 }
 
+constexpr int kSlowMilliseconds = 3000;
+
 int FaultyOpen(const char* path, int flags, mode_t mode) FAULTS_SYMBOL("open64");
 int FaultyOpen(const char* path, int flags, mode_t mode) {
   FAULTS_REAL(FaultyOpen, "open64");
@@ -73,6 +76,10 @@ ssize_t FaultyRead(int descriptor, void* buffer, size_t size) FAULTS_SYMBOL("rea
 ssize_t FaultyRead(int descriptor, void* buffer, size_t size) {
   FAULTS_REAL(FaultyRead, "read");
   const Rule* const rule = FaultOn("read", descriptor);
+  if (rule != nullptr && rule->result == kSlow) {
+    (void)poll(nullptr, 0, kSlowMilliseconds);
+    return real(descriptor, buffer, size);
+  }
   return rule == nullptr          ? real(descriptor, buffer, size)
          : rule->result == kShort ? real(descriptor, buffer, 1)
                                   : Value(*rule);
