@@ -33,11 +33,14 @@ std::optional<Clock::time_point> EndOf(const Options& options) {
                             std::chrono::duration<double>(options.duration));
 }
 
-void Report(const Settings& settings, const Options& options, uint64_t events) {
+void Report(const Settings& settings, const Options& options, uint64_t packets) {
+  const std::string file = relay::Escape(options.file);
   if (settings.json && options.file != "-") {
-    PrintLine(JsonLine().Add("event", "recorded").Add("packets", events).Text());
+    PrintLine(JsonLine().Add("event", "recorded").Add("packets", packets).Text());
+  } else if (packets == 0) {
+    PrintNotice("nothing recorded" + (file != "-" ? "; " + file + " is as it was" : ""));
   } else {
-    PrintNotice(std::to_string(events) + " packets recorded in " + relay::Escape(options.file));
+    PrintNotice(std::to_string(packets) + " packets recorded in " + file);
   }
 }
 
@@ -51,22 +54,16 @@ int RecordPorts(const Settings& settings, const Options& options) {
   relay::Client client(settings.ForClient(true));
   LinkNotices notices(static_cast<uint16_t>(settings.port),
                       [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); });
-  bool isUp = false;
   relay::Events events;
+  events.connected = [&] { recording.Link(true); };
   events.packet = [&](Direction direction, std::string_view bytes) {
-    // A link that was reset before anything came is none.
-    if (!isUp) {
-      isUp = true;
-      recording.Link(true);
-    }
     recording.Packet(direction, bytes);
-  };
-  events.disconnected = [&](const relay::Error&) {
-    if (isUp) {
-      isUp = false;
-      recording.Link(false);
+    // The kernel takes links that the service never does: one counts once something has come.
+    if (direction == Direction::kFromService) {
+      recording.Commit();
     }
   };
+  events.disconnected = [&](const relay::Error&) { recording.Link(false); };
   notices.Attach(events);
   client.SetEvents(events);
   for (const relay::Port& port : ports) {
@@ -79,7 +76,7 @@ int RecordPorts(const Settings& settings, const Options& options) {
   const auto end = EndOf(options);
   loop.When([&] { return end; }, [] {});
   (void)loop.Run([&] { return end && Clock::now() >= *end; });
-  Report(settings, options, recording.Events());
+  Report(settings, options, recording.Packets());
   return kExitDone;
 }
 
@@ -102,7 +99,7 @@ class Tap {
       if (direction == Direction::kFromService) {
         firstFlight.clear();
         somethingCame = true;
-        recording.Packet(direction, bytes);
+        Record(direction, bytes);
         socket.Send(bytes);
       }
     };
@@ -120,7 +117,7 @@ class Tap {
     const auto end = EndOf(options);
     loop.When([end] { return end; }, [] {});
     (void)loop.Run([end] { return end && Clock::now() >= *end; });
-    Report(settings, options, recording.Events());
+    Report(settings, options, recording.Packets());
     return kExitDone;
   }
 
@@ -184,13 +181,18 @@ class Tap {
     cutter.Add(bytes);
     try {
       while (const auto packet = cutter.Next()) {
-        recording.Packet(Direction::kToService, *packet);
+        Record(Direction::kToService, *packet);
       }
     } catch (const relay::Error&) {
       // No packet; where the next one begins nobody knows.
-      recording.Packet(Direction::kToService, cutter.Rest());
+      Record(Direction::kToService, cutter.Rest());
       cutter.Clear();
     }
+  }
+
+  void Record(Direction direction, std::string_view bytes) {
+    recording.Packet(direction, bytes);
+    recording.Commit();
   }
 
   void Leave() {

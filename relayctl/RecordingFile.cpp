@@ -2,16 +2,21 @@
 #include "RecordingFile.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "Output.h"
 #include "relay/Text.h"
 
-RecordingFile::RecordingFile(const std::string& recordingPath) : path(recordingPath) {
+RecordingFile::RecordingFile(const std::string& recordingPath)
+    : path(recordingPath), began(relay::Clock::now()) {
   if (path != "-") {
-    file.open(path, std::ios::binary | std::ios::trunc);
+    file.open(path, std::ios::binary | std::ios::app);
+    if (!file) {
+      Fail();
+    }
   }
-  Put(relay::RecordingHeader(std::chrono::system_clock::now()));
 }
 
 std::chrono::microseconds RecordingFile::Now() const {
@@ -19,9 +24,38 @@ std::chrono::microseconds RecordingFile::Now() const {
 }
 
 void RecordingFile::Packet(relay::Direction direction, std::string_view bytes) {
-  ++events;
-  const relay::RecordedEvent event = relay::RecordPacket(Now(), direction, bytes);
-  Put(relay::ToLine(event) + FenceRemark(event));
+  Put(relay::RecordPacket(Now(), direction, bytes));
+}
+
+void RecordingFile::Link(bool isUp) {
+  opens.clear();
+  relay::RecordedEvent event;
+  event.time = Now();
+  event.kind = isUp ? relay::RecordedEvent::Kind::kLinkUp : relay::RecordedEvent::Kind::kLinkDown;
+  Put(event);
+  if (!isUp) {
+    isCommitted = false;
+    heldBack.clear();
+  }
+}
+
+void RecordingFile::Commit() {
+  if (!std::exchange(hasBegun, true)) {
+    Begin();
+  }
+  isCommitted = true;
+  for (const relay::RecordedEvent& event : std::exchange(heldBack, {})) {
+    Put(event);
+  }
+}
+
+void RecordingFile::Put(const relay::RecordedEvent& event) {
+  if (!isCommitted) {
+    heldBack.push_back(event);
+    return;
+  }
+  packets += event.IsPacket() ? 1U : 0U;
+  Write(relay::ToLine(event) + FenceRemark(event));
 }
 
 // Answers come in the order of their commands, and only malformed ones have none.
@@ -40,21 +74,23 @@ std::string RecordingFile::FenceRemark(const relay::RecordedEvent& event) {
   return isFence ? "  ; of the fence" : "";
 }
 
-void RecordingFile::Link(bool isUp) {
-  opens.clear();
-  relay::RecordedEvent event;
-  event.time = Now();
-  event.kind = isUp ? relay::RecordedEvent::Kind::kLinkUp : relay::RecordedEvent::Kind::kLinkDown;
-  Put(relay::ToLine(event));
+void RecordingFile::Begin() {
+  if (path != "-" && std::filesystem::is_regular_file(path)) {
+    std::filesystem::resize_file(path, 0);
+  }
+  Write(relay::RecordingHeader(std::chrono::system_clock::now()));
 }
 
-void RecordingFile::Put(const std::string& line) {
+void RecordingFile::Write(const std::string& line) {
   if (path == "-") {
     PrintLine(line);
   } else if (!(file << line << std::endl)) {
-    throw relay::Error(
-        relay::ErrorKind::kSystem,
-        "cannot write " + relay::Escape(path) + ": " + std::generic_category().message(errno),
-        errno);
+    Fail();
   }
+}
+
+void RecordingFile::Fail() const {
+  throw relay::Error(
+      relay::ErrorKind::kSystem,
+      "cannot write " + relay::Escape(path) + ": " + std::generic_category().message(errno), errno);
 }

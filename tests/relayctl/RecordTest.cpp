@@ -124,6 +124,27 @@ TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
       Events(workplace::ReadWhole(kFile)));
 }
 
+TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
+  workplace::WriteWhole(kFile, "precious");
+  const auto recordsNothing = [](const std::string& what) {
+    Background record(std::string("relayctl record ") + kFile + " " + what);
+    EXPECT_TRUE(Becomes([&] {
+      const std::string told = record.Output();
+      return told.find("waiting for ") != std::string::npos ||
+             told.find("another ") != std::string::npos;
+    })) << record.Output();
+    record.Signal(SIGINT);
+    EXPECT_EQ("exit 0", record.WaitForExit());
+    EXPECT_TRUE(record.Output().ends_with("nothing recorded; /tmp/e2e/recording is as it was\n"))
+        << record.Output();
+    EXPECT_EQ("precious", workplace::ReadWhole(kFile)) << what;
+  };
+  recordsNothing("--listen 60005");
+  recordsNothing("'#PhysicalPort0'");
+  StartLinked();  // another has the link: the kernel takes a second, but the service does not
+  recordsNothing("'#PhysicalPort0'");
+}
+
 // The relay service is replay, which takes relayctl's port for the service's.
 TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
   const std::string original = "/tmp/e2e/original";
