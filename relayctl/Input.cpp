@@ -28,9 +28,19 @@ Input::Input(const std::string& path)
   if (descriptor == -1) {
     Fail("cannot open " + name);
   }
+  // Reading nothing tells of a folder, or a closed standard input, before anything else is done.
+  char nothing;
+  if (read(descriptor, &nothing, 0) < 0) {
+    const int reason = errno;
+    Close();
+    errno = reason;
+    Fail("cannot read " + name);
+  }
 }
 
-Input::~Input() {
+Input::~Input() { Close(); }
+
+void Input::Close() const {
   if (descriptor != STDIN_FILENO) {
     (void)close(descriptor);
   }

@@ -6,7 +6,7 @@
 // A file, or standard input, read piece by piece.
 class Input {
  public:
-  // "-" is standard input. Throws relay::Error when the file cannot be opened.
+  // "-" is standard input. Throws relay::Error when the file cannot be read.
   explicit Input(const std::string& path);
   ~Input();
   Input(const Input&) = delete;
@@ -21,6 +21,8 @@ class Input {
   unsigned long long Size() const;
 
  private:
+  void Close() const;
+
   std::string name;
   int descriptor;
 };

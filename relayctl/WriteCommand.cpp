@@ -36,7 +36,6 @@ struct Options {
   std::string file;
   unsigned blocks = 0;
   double linger = std::numeric_limits<double>::quiet_NaN();
-  bool noOpen = false;
 };
 
 // A close throws away what the line has not sent yet, and nobody tells how much that is: at most
@@ -96,10 +95,6 @@ class Write {
   }
 
   void OnConnected() {
-    if (options.noOpen) {
-      BeginWriting();
-      return;
-    }
     client.Open(port, [this](const relay::Reply& reply) {
       CheckReply(reply);
       BeginWriting();
@@ -207,6 +202,5 @@ void AddWriteCommand(CommandLine& line) {
   command.Option("--linger", options->linger, "SECONDS",
                  "Stay so long after the last byte, as leaving closes the port and drops what the "
                  "line has not sent yet; else what the line needs at 9600 baud");
-  command.Flag("--no-open", options->noOpen, "Send the data without an open before");
   command.Runs([&line, options] { return Write(line.Common(), *options).Run(); });
 }

@@ -8,7 +8,7 @@ _relayctl_options() {
   case $1 in
     '') echo --help --version --port --json --timeout --patience ;;
     open) echo --hold ;;
-    write) echo --hex --file --blocks --linger --no-open ;;
+    write) echo --hex --file --blocks --linger ;;
     watch) echo --time --show --split --log --for ;;
     terminal) echo --escape --enter --echo --hex ;;
     pipe) echo --exit-after --idle --until ;;
