@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -86,14 +87,34 @@ JsonLine& JsonLine::Add(std::string_view key, bool value) {
   return AddRaw(key, value ? "true" : "false");
 }
 
+void OccupyClosedStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) == -1) {
+      (void)open("/", O_PATH);  // the lowest free number: this one; it takes and gives no bytes
+    }
+  }
+}
+
+void FailToPrint() {
+  const int reason = errno;
+  throw relay::Error(relay::ErrorKind::kSystem,
+                     "cannot write to standard output: " + std::generic_category().message(reason),
+                     reason);
+}
+
+void FlushOutput() {
+  if (std::fflush(stdout) != 0) {
+    FailToPrint();
+  }
+}
+
 void PrintLine(std::string_view text) {
   std::string line(text);
   line += '\n';
-  if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() || std::fflush(stdout) != 0) {
-    throw relay::Error(relay::ErrorKind::kSystem,
-                       "cannot write to standard output: " + std::generic_category().message(errno),
-                       errno);
+  if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size()) {
+    FailToPrint();
   }
+  FlushOutput();
 }
 
 void PrintNotice(std::string_view text) {

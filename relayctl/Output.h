@@ -44,6 +44,16 @@ class JsonLine {
 // bytes can be had back.
 std::string JsonString(std::string_view bytes);
 
+// Standard streams that the caller has closed become unusable ones: their numbers would go to the
+// link, and what is printed into it. To be called before anything is opened.
+void OccupyClosedStreams();
+
+// Throws relay::Error when something of what was printed could not be written.
+void FlushOutput();
+
+// The reason is in errno.
+[[noreturn]] void FailToPrint();
+
 // One line on standard output, at once. Throws relay::Error when it cannot be written.
 void PrintLine(std::string_view text);
 

@@ -45,6 +45,9 @@ class Pipe {
         writer(client, port) {}
 
   int Run() {
+    if (write(STDOUT_FILENO, "", 0) < 0) {
+      FailToPrint();  // before anything goes to the device
+    }
     relay::Events events;
     events.connected = [this] {
       client.Open(port, [this](const relay::Reply& reply) {
@@ -123,9 +126,7 @@ class Pipe {
     const ssize_t count =
         write(STDOUT_FILENO, output.data(), std::min<size_t>(output.size(), PIPE_BUF));
     if (count < 0 && errno != EAGAIN && errno != EINTR) {
-      throw relay::Error(
-          relay::ErrorKind::kSystem,
-          "cannot write to standard output: " + std::generic_category().message(errno), errno);
+      FailToPrint();
     }
     output.erase(0, count > 0 ? static_cast<size_t>(count) : 0);
   }

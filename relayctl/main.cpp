@@ -4,9 +4,11 @@
 
 #include "Commands.h"
 #include "ExitStatus.h"
+#include "Output.h"
 
 int main(int argc, char** argv) {
   try {
+    OccupyClosedStreams();
     CommandLine line;
     AddOpenCommand(line);
     AddCloseCommand(line);
@@ -18,7 +20,9 @@ int main(int argc, char** argv) {
     AddRawCommand(line);
     AddDecodeCommand(line);
     AddTerminalCommands(line);
-    return line.Run(argc, argv);
+    const int status = line.Run(argc, argv);
+    FlushOutput();
+    return status;
   } catch (const std::exception& error) {
     (void)std::fprintf(stderr, "relayctl: %s\n", error.what());
     return kExitFailed;

@@ -145,6 +145,52 @@ TEST_F(RelayctlTest, NobodyIsBlamedForAServiceThatHangs) {
   }
 }
 
+struct ClosedStream {
+  const char* name;
+  const char* command;
+  const char* line;
+};
+
+void PrintTo(const ClosedStream& stream, std::ostream* out) { *out << stream.command; }
+
+constexpr const char* kNoOutput =
+    "relayctl: cannot write to standard output: Bad file descriptor\n";
+constexpr const char* kNoInput = "relayctl: cannot read standard input: Bad file descriptor\n";
+
+constexpr ClosedStream kClosedStreams[] = {
+    {"OpenOutput", "open '#PhysicalPort0' >&-", kNoOutput},
+    {"WriteOutput", "write '#PhysicalPort0' a >&-", kNoOutput},
+    {"WatchOutput", "watch '#PhysicalPort0' --for 5 >&-", kNoOutput},
+    {"PipeOutput", "pipe '#PhysicalPort0' >&-", kNoOutput},
+    {"HelpOutput", "--help >&-", kNoOutput},
+    {"PipeInput", "pipe '#PhysicalPort0' <&-", kNoInput},
+    {"WriteInput", "write '#PhysicalPort0' <&-", kNoInput},
+    {"DecodeInput", "decode <&-", kNoInput},
+    {"FullOutput", "--help >/dev/full",
+     "relayctl: cannot write to standard output: No space left on device\n"},
+};
+
+class ClosedStreamTest : public RelayctlTest, public testing::WithParamInterface<ClosedStream> {};
+
+// Its number would else go to the link, and what is printed to the service.
+TEST_P(ClosedStreamTest, IsAnErrorWhereItMatters) {
+  device = std::make_unique<Device>();
+  StartListening();
+  Background command(std::string("relayctl ") + GetParam().command);
+  EXPECT_EQ("exit 1", command.WaitForExit());
+  EXPECT_EQ(GetParam().line, command.Output());
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCommand, ClosedStreamTest, testing::ValuesIn(kClosedStreams),
+                         NameOf<ClosedStream>);
+
+TEST_F(RelayctlTest, StreamsThatDoNotMatterMayBeClosed) {
+  device = std::make_unique<Device>();
+  StartListening();
+  EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' a <&- 2>&-").status);
+  EXPECT_EQ("a", device->Reads(1));
+}
+
 TEST_F(RelayctlTest, HelpAndVersionAreNoErrors) {
   EXPECT_EQ(0, RunShell("relayctl --help").status);
   EXPECT_EQ(0, RunShell("relayctl watch --help").status);
