@@ -15,13 +15,20 @@ option(SPH_INSTALL_MAN "Make and install the man pages; needs pandoc" OFF)
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME service)
 set(sph_packaging ${PROJECT_SOURCE_DIR}/packaging)
 
-# The run path is relative, so that an installed tree works wherever it is moved to.
+# The run path is relative, so that an installed tree works wherever it is moved to. It is the same in
+# the build tree, which has the layout of the usual installation: one that CMake would have to replace
+# it pads with empty entries, and each of these means the directory from which a program is started.
 function(sph_set_run_path)
   set(libraries ${SPH_PRIVATE_LIBDIR})
   cmake_path(ABSOLUTE_PATH libraries BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
   cmake_path(RELATIVE_PATH libraries BASE_DIRECTORY ${CMAKE_INSTALL_FULL_SBINDIR})
-  set_target_properties(SerialPortHandler PROPERTIES INSTALL_RPATH "\$ORIGIN/${libraries}")
+  set(run_path "\$ORIGIN/${libraries}" "\$ORIGIN/../lib/serial-port-handler")
+  list(REMOVE_DUPLICATES run_path)
+  set_target_properties(SerialPortHandler PROPERTIES INSTALL_RPATH "${run_path}")
   set_target_properties(vost PROPERTIES INSTALL_RPATH "\$ORIGIN")
+  set_target_properties(SerialPortHandler vost PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+  set_target_properties(vost KXLogger PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib/serial-port-handler)
 endfunction()
 
 install(TARGETS SerialPortHandler RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})

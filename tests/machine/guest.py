@@ -98,12 +98,13 @@ def _make_root(kind: Kind, kernel: pathlib.Path, root: pathlib.Path) -> None:
             shutil.rmtree(path)
     _add_modules(kernel, root, kind.drivers)
     _add_shell(root)
-    for name in ("bin", "lib"):
-        (root / "opt/service" / name).mkdir()
+    libraries = "lib/serial-port-handler"
+    for name in ("bin", libraries):
+        (root / "opt/service" / name).mkdir(parents=True)
     for name in kind.programs:
         shutil.copy(kind.service / "bin" / name, root / "opt/service/bin")
     for name in ("libKXLogger.so", "libvost.so"):
-        shutil.copy(kind.service / "lib" / name, root / "opt/service/lib")
+        shutil.copy(kind.service / libraries / name, root / "opt/service" / libraries)
     for files in (HERE / "guest", kind.overlay):
         if files:
             shutil.copytree(files, root, symlinks=True, dirs_exist_ok=True)
