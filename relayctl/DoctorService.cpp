@@ -20,9 +20,11 @@ void ExamineConfiguration(const MachineConfiguration& configuration, Report& rep
   if (!configuration.exists) {
     report.Fault("there is no configuration: every open is answered with status 2",
                  "write " + configuration.path + " with a section for each port");
-  } else if (!configuration.problem.empty()) {
+  } else if (!configuration.problem.empty() && configuration.ports.empty()) {
     report.Fault("the configuration counts as empty: " + configuration.problem,
                  "mend " + configuration.path);
+  } else if (!configuration.problem.empty()) {
+    report.Warning("libvost complains: " + configuration.problem, "mend " + configuration.path);
   } else if (configuration.ports.empty()) {
     report.Warning("the configuration has no port",
                    "add a section for each port to " + configuration.path);

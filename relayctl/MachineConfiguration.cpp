@@ -2,19 +2,21 @@
 #include "MachineConfiguration.h"
 
 #include <algorithm>
-#include <iterator>
-#include <string_view>
+#include <cstring>
+#include <map>
+#include <set>
 #include <utility>
 
+#include "ConfigurationFile.h"
+#include "LibraryLog.h"
 #include "core/RelayPort.h"
 #include "core/SettingWords.h"
-#include "libvost/ConfigFile.h"
-#include "libvost/IniFile.h"
 #include "platform/Libvost.h"
+#include "serial/UdevScanner.h"
 
 namespace {
 
-constexpr std::string_view kConnectSection = "connect";
+constexpr const char* kConnectSection = "connect";
 
 struct SettingKey {
   const char* key;
@@ -41,12 +43,40 @@ std::string ListOf(const WordTable& table) {
   return list;
 }
 
-ConfiguredPort PortFrom(std::string_view name, const vost::IniSection& section) {
+using Section = std::map<std::string, std::string>;
+
+// A text of the library may fill its field without a terminating zero.
+std::string TextOf(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
+
+// The names that can lead to a device.
+std::set<std::string> UsableNames() {
+  std::set<std::string> names = {"#PhysicalPort0"};
+  for (int index = 0; index < kUsbPortCount; ++index) {
+    names.insert("#USBSerialPort" + std::to_string(index));
+  }
+  return names;
+}
+
+// What the library says of a port; nothing when it does not know it.
+Section AskFor(const std::string& name) {
+  KX_SERIAL words{};
+  std::string id = name;
+  if (Libvost().getSerialByPortID(words, id.data()) == 0) {
+    return {};
+  }
+  return {{"baud", TextOf(words.baud)},
+          {"data", TextOf(words.data)},
+          {"parity", TextOf(words.parity)},
+          {"stop", TextOf(words.stop)},
+          {"flow", TextOf(words.flow)}};
+}
+
+ConfiguredPort PortFrom(const std::string& name, const Section& section) {
   ConfiguredPort port;
   port.name = name;
   for (const SettingKey& setting : kKeys) {
     const auto found = section.find(setting.key);
-    port.words.emplace_back(found != section.end() ? found->second : std::string_view());
+    port.words.emplace_back(found != section.end() ? found->second : "");
     const WordTable table = setting.words();
     if (found == section.end()) {
       port.problems.push_back(
@@ -80,26 +110,28 @@ const ConfiguredPort* MachineConfiguration::Find(const std::string& name) const 
 }
 
 MachineConfiguration ReadMachineConfiguration() {
+  const ConfigurationFile file = LookAtConfigurationFile();
   MachineConfiguration configuration;
-  configuration.path = vost::ConfigPath();
-  configuration.relayPort = kDefaultRelayPort;
-  const vost::FileText file = vost::ReadConfig(configuration.path.c_str());
-  configuration.exists = file.state != vost::FileState::kMissing;
-  if (file.state == vost::FileState::kUnreadable) {
-    configuration.problem = file.problem;
-    return configuration;
+  configuration.path = file.path.empty() ? "libvost's configuration" : file.path;
+  configuration.exists = file.exists;
+  KX_CONNECT_INFO info{};
+  configuration.relayPort = Libvost().getSystemConnectInfo(info) != 0
+                                ? RelayPortOf(TextOf(info.port))
+                                : kDefaultRelayPort;
+  std::set<std::string> names = UsableNames();
+  for (const auto& [name, section] : file.sections) {
+    names.insert(name);
   }
-  const vost::IniFile ini = vost::ParseIni(file.text, KX_TEXT_SIZE - 1);
-  if (ini.badLine != 0) {
-    configuration.problem = "line " + std::to_string(ini.badLine) + ": " + ini.problem;
-  }
-  if (const std::string_view* const port = ini.Find(kConnectSection, "port")) {
-    configuration.relayPort = RelayPortOf(std::string(*port));
-  }
-  for (const auto& [name, section] : ini.sections) {
-    if (name != kConnectSection) {
-      configuration.ports.push_back(PortFrom(name, section));
+  names.erase(kConnectSection);
+  for (const std::string& name : names) {
+    const Section known = AskFor(name);
+    const auto written = file.sections.find(name);
+    if (!known.empty()) {
+      configuration.ports.push_back(PortFrom(name, known));
+    } else if (written != file.sections.end()) {
+      configuration.ports.push_back(PortFrom(name, written->second));
     }
   }
+  configuration.problem = TakeLibraryError();
   return configuration;
 }

@@ -21,16 +21,16 @@ struct ConfiguredPort {
   std::string Line() const;
 };
 
-// The machine's configuration file, read as the service's library reads it.
+// The machine's configuration, as the platform library gives it to the service.
 struct MachineConfiguration {
-  std::string path;
+  std::string path;  // where it stands; what to call it when only the library knows
   bool exists = false;
-  std::string problem;  // why the file as a whole is of no use; empty: it is
+  std::string problem;  // what the library complains about; empty: nothing
   uint32_t relayPort = 0;
-  std::vector<ConfiguredPort> ports;  // every section but [connect]
+  std::vector<ConfiguredPort> ports;  // those that the library knows, and the file's other sections
 
   const ConfiguredPort* Find(const std::string& name) const;  // nullptr: not configured
 };
 
-// Reads it now, from where the service looks: the environment's VOST_CONFIG, else /etc/vost.conf.
+// Asks the library now, which looks into the environment of this process.
 MachineConfiguration ReadMachineConfiguration();

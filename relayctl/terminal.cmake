@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # What the commands terminal, pty, doctor and suggest add to relayctl. They use the service's own
-# search for adapters and its configuration's reader, so they tell what the service would do.
+# search for adapters and ask the same platform library, so they tell what the service would do.
 find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp REQUIRED)
 
 target_sources(relayctl_commands PRIVATE
@@ -12,6 +12,7 @@ target_sources(relayctl_commands PRIVATE
   FileSender.cpp
   HexView.cpp
   LastWill.cpp
+  LibraryLog.cpp
   MachineConfiguration.cpp
   Printable.cpp
   ProcessTable.cpp
@@ -29,4 +30,10 @@ target_sources(relayctl_commands PRIVATE
   UdevSnapshot.cpp
 )
 target_include_directories(relayctl_commands SYSTEM PRIVATE ${NLOHMANN_JSON_INCLUDE_DIR})
-target_link_libraries(relayctl_commands PRIVATE service vost_core)
+target_link_libraries(relayctl_commands PRIVATE service)
+if(TARGET vost_core)
+  target_sources(relayctl_commands PRIVATE BundledConfigurationFile.cpp)
+  target_link_libraries(relayctl_commands PRIVATE vost_core)
+else()
+  target_sources(relayctl_commands PRIVATE UnknownConfigurationFile.cpp)
+endif()

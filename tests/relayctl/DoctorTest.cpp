@@ -261,6 +261,8 @@ TEST_F(DoctorTest, SaysWhatIsWrongWithTheSystem) {
   EXPECT_HAS(Service(), "/tmp/deviceinfo.txt is no plain file");
   fs::remove("/tmp/deviceinfo.txt");
   machine.configuration.problem = "line 3: no such form";
+  EXPECT_HAS(Service(), "warning        libvost complains: line 3: no such form");
+  machine.configuration.ports.clear();
   EXPECT_HAS(Service(), "the configuration counts as empty: line 3: no such form");
   machine.configuration.exists = false;
   EXPECT_HAS(Service(), "there is no configuration");

@@ -9,6 +9,15 @@ sph_add_test(RelayctlPartsTest
 target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 
+# The real doctor, and the real service.
+sph_add_test(RelayctlDoctorTest
+  ../e2e/ServiceTest.cpp
+  DoctorCommandTest.cpp
+  RelayctlTest.cpp
+  Shell.cpp
+  LIBRARIES e2e_support sph_warnings)
+add_dependencies(RelayctlDoctorTest SerialPortHandler relayctl)
+
 sph_add_test(RelayctlTerminalTest
   ../e2e/ServiceTest.cpp
   OtherProgramsTest.cpp
