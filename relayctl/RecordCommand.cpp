@@ -19,7 +19,7 @@ using relay::Clock;
 using relay::Direction;
 
 struct Options {
-  std::string file;
+  std::string file = "-";
   std::vector<std::string> ports;
   unsigned listen = 0;
   double duration = 0;
@@ -227,8 +227,8 @@ int Record(const Settings& settings, const Options& options) {
 void AddRecordCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   SubCommand& command = line.Add("record", "Write what goes over the link to a file");
-  command.Argument("FILE", options->file, "The recording; - is standard output");
   command.Arguments("PORT", options->ports, "Open these ports, and record what comes", false);
+  command.Option("-o,--output", options->file, "FILE", "The recording; - is standard output");
   command.Option("--listen", options->listen, "N",
                  "Stand between: take a relay service on this TCP port, and pass everything on", 1);
   command.Option("--for", options->duration, "SECONDS", "End after so long; 0: never");

@@ -13,7 +13,7 @@ _relayctl_options() {
     terminal) echo --escape --enter --echo --hex ;;
     pipe) echo --exit-after --idle --until ;;
     pty) echo --link ;;
-    record) echo --listen --for ;;
+    record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
@@ -25,7 +25,7 @@ _relayctl_options() {
 # What stands behind an option of a command: "file", "value", "none", or the words to choose from.
 _relayctl_value_of() {
   case $1:$2 in
-    *:-f | *:--file | *:--log | *:--link) echo file ;;
+    *:-f | *:--file | *:-o | *:--output | *:--log | *:--link) echo file ;;
     *:--time) echo clock start delta none ;;
     *:--show) echo both hex text ;;
     *:--enter) echo cr lf crlf ;;
@@ -41,9 +41,8 @@ _relayctl_value_of() {
 # What the argument is of which so many stand in front: "port", "file", or "none".
 _relayctl_argument() {
   case $1:$2 in
-    open:* | watch:* | doctor:*) echo port ;;
-    record:0 | replay:0) echo file ;;
-    record:*) echo port ;;
+    open:* | watch:* | record:* | doctor:*) echo port ;;
+    replay:0) echo file ;;
     close:0 | write:0 | terminal:0 | pipe:0 | pty:0) echo port ;;
     *) echo none ;;
   esac

@@ -110,7 +110,7 @@ TEST_F(RecordTest, ReplayKeepsTheRecordedPauses) {
 
 TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
   PlugAndStart();
-  Background record(std::string("relayctl record ") + kFile + " '#PhysicalPort0'");
+  Background record(std::string("relayctl record --output ") + kFile + " '#PhysicalPort0'");
   ASSERT_TRUE(record.Prints("relayctl: #PhysicalPort0: open\n"));
   ASSERT_TRUE(device->Sends("M10\r\n"));
   ASSERT_TRUE(Becomes([] { return workplace::ReadWhole(kFile).find("4D") != std::string::npos; }));
@@ -127,7 +127,7 @@ TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
 TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
   workplace::WriteWhole(kFile, "precious");
   const auto recordsNothing = [](const std::string& what) {
-    Background record(std::string("relayctl record ") + kFile + " " + what);
+    Background record(std::string("relayctl record --output ") + kFile + " " + what);
     EXPECT_TRUE(Becomes([&] {
       const std::string told = record.Output();
       return told.find("waiting for ") != std::string::npos ||
@@ -150,7 +150,7 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
   const std::string original = "/tmp/e2e/original";
   workplace::WriteWhole(original, kConversation);
   PlugAndStart();
-  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
   RecordedDevice far(*device, "#PhysicalPort0", original);
   const Outcome outcome = RunShell("relayctl --port 60005 replay " + original);
@@ -177,7 +177,7 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
 // The command line's own commands are the first and the last.
 TEST_F(RecordTest, RecordMarksTheOpensThatAreFences) {
   PlugAndStart();
-  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
   EXPECT_EQ(0, RunShell("relayctl --port 60005 write '#PhysicalPort0' ABC").status);
   ASSERT_TRUE(record.Prints("the relay service left\n"));
@@ -191,7 +191,7 @@ TEST_F(RecordTest, RecordMarksTheOpensThatAreFences) {
 
 TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
   StartListening();
-  Background record(std::string("relayctl record ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service"));
   EXPECT_EQ(5, RunShell("relayctl --port 60005 raw 0002").status);
   EXPECT_TRUE(record.Prints("ended the link\n"));

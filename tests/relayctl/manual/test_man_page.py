@@ -79,6 +79,10 @@ class ManPage(unittest.TestCase):
         documented = re.findall(r"^\*\*(\d+)\*\*", self.page["Exit status"], re.MULTILINE)
         self.assertEqual(sorted(values), [int(value) for value in documented])
 
+    def test_ports_stand_first(self) -> None:
+        for command in self.commands:
+            self.assertNotIn(" PORT", command.arguments.replace("[", ""), command.name)
+
     def test_examples_use_known_commands_and_options(self) -> None:
         known = {command.name: command for command in self.commands}
         examples = re.findall(r"^    .*?relayctl (.+)$", self.page["Examples"], re.MULTILINE)
