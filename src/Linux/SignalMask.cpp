@@ -35,6 +35,16 @@ sigset_t CSignalMask::StopSignals() {
   return signals;
 }
 
+CAllSignalsAdmitted::CAllSignalsAdmitted() {
+  sigset_t none;
+  (void)sigemptyset(&none);
+  (void)pthread_sigmask(SIG_SETMASK, &none, &earlier);
+}
+
+CAllSignalsAdmitted::~CAllSignalsAdmitted() {
+  (void)pthread_sigmask(SIG_SETMASK, &earlier, nullptr);
+}
+
 CStopSignalsHeld::CStopSignalsHeld() : mask(CSignalMask::StopSignals()) { ++holdDepth; }
 
 CStopSignalsHeld::~CStopSignalsHeld() { --holdDepth; }

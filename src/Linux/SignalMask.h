@@ -20,6 +20,19 @@ class CSignalMask {
   sigset_t earlier;
 };
 
+// Lets every signal through to the calling thread for a scope, for the sake of the programs that it
+// starts: they inherit what it blocks. A stop signal that lands here is main's to handle.
+class CAllSignalsAdmitted {
+ public:
+  CAllSignalsAdmitted();
+  ~CAllSignalsAdmitted();
+  CAllSignalsAdmitted(const CAllSignalsAdmitted&) = delete;
+  CAllSignalsAdmitted& operator=(const CAllSignalsAdmitted&) = delete;
+
+ private:
+  sigset_t earlier;
+};
+
 // Holds the stop signals back from the main thread while it changes what their handler uses.
 // Held signals are not lost: they are delivered at the end, or inside a CStopSignalsAdmitted.
 class CStopSignalsHeld {

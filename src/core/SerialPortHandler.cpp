@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Linux/CancellationShield.h"
+#include "Linux/Command.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
 #include "Linux/SignalMask.h"
@@ -73,6 +74,7 @@ SerialPortHandler::~SerialPortHandler() {
   if (relay != nullptr) {
     (void)relay->Close();
   }
+  EndCommand();
   // A thread that a bounded stop gave up on still uses this object until its cancellation has
   // taken effect. One that the kernel does not let go cannot be waited for, nor destroyed under.
   if (!CLinuxThread::WaitUntilNoneRuns(kThreadsEndMilliseconds)) {

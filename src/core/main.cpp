@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <pthread.h>
+
 #include <cerrno>
 #include <csignal>
 
@@ -9,9 +11,16 @@
 
 namespace {
 
-void OnSignal(int /*signal*/) {
+const pthread_t mainThread = pthread_self();
+
+// A stop interrupts the main thread. Another one can be met by a signal while it runs a command.
+void OnSignal(int signal) {
   const int interrupted = errno;
-  SerialPortHandler::GetInstance()->RequestStop();
+  if (pthread_equal(pthread_self(), mainThread) != 0) {
+    SerialPortHandler::GetInstance()->RequestStop();
+  } else {
+    (void)pthread_kill(mainThread, signal);
+  }
   errno = interrupted;
 }
 

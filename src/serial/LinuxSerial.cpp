@@ -118,9 +118,10 @@ int CLinuxSerial::Read(uint8_t* buffer, int capacity) {
 
 std::string CLinuxSerial::FindUsbDevice(unsigned vendorId, unsigned productId) {
   UdevRecord record;
-  (void)DumpDeviceDatabase();  // a failed dump shows as an adapter that is not found
-  const int found = FindDeviceByIds(vendorId, productId, &record);
-  (void)RemoveDeviceDatabase();
+  const int found = [&] {
+    const CDeviceDatabase database;
+    return FindDeviceByIds(vendorId, productId, &record);
+  }();
   if (found != kDeviceFound) {
     // Deliberate: nothing catches this, so naming an adapter that is not plugged in ends the
     // process. Pinned by ServiceTest.ANumberedCloseOfAnAbsentAdapterEndsTheProcess.

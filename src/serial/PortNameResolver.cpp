@@ -37,10 +37,8 @@ std::optional<unsigned> NumberBehind(std::string_view prefix, const std::string&
 
 std::string FindUsbPort(int index) {
   char devName[kDevNameSize] = {};
-  (void)DumpDeviceDatabase();  // a failed dump shows as an adapter that is not found
-  const int found = FindDeviceByPortIndex(index, devName);
-  (void)RemoveDeviceDatabase();
-  return found == kDeviceFound ? devName : "";
+  const CDeviceDatabase database;
+  return FindDeviceByPortIndex(index, devName) == kDeviceFound ? devName : "";
 }
 
 }  // namespace

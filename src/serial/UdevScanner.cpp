@@ -2,17 +2,18 @@
 #include "serial/UdevScanner.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "Linux/CancellationShield.h"
+#include "Linux/Command.h"
 
 namespace {
 
@@ -110,7 +111,15 @@ struct CloseFile {
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-File OpenDatabase() { return File(std::fopen(kDatabaseFile, "re")); }
+File OpenDatabase() {
+  const CCancellationShield shield;
+  return File(std::fopen(kDatabaseFile, "re"));
+}
+
+bool DatabaseIsFile(off_t smallest = 0) {
+  struct stat file {};
+  return stat(kDatabaseFile, &file) == 0 && S_ISREG(file.st_mode) && file.st_size >= smallest;
+}
 
 // The next complete record of a device at or below `pathPrefix`. False at the end of the file; a
 // last record without an empty line behind it does not count.
@@ -154,23 +163,28 @@ std::string FourHexDigits(unsigned id) {
 }  // namespace
 
 int DumpDeviceDatabase() {
-  const std::string command = std::string(kDumpCommand) + " > " + kDatabaseFile;
   // The file tells whether it worked.
-  [[maybe_unused]] const int status = std::system(command.c_str());
-  struct stat file {};
-  const bool dumped =
-      stat(kDatabaseFile, &file) == 0 && S_ISREG(file.st_mode) && file.st_size >= kSmallestDump;
-  return dumped ? 0 : -1;
+  (void)RunCommand(std::string(kDumpCommand) + " > " + kDatabaseFile);
+  return DatabaseIsFile(kSmallestDump) ? 0 : -1;
 }
 
 int RemoveDeviceDatabase() {
-  struct stat file {};
-  if (stat(kDatabaseFile, &file) != 0 || !S_ISREG(file.st_mode)) {
+  if (!DatabaseIsFile()) {
     return -1;
   }
-  const std::string command = std::string("rm ") + kDatabaseFile;
-  [[maybe_unused]] const int status = std::system(command.c_str());
+  (void)RunCommand(std::string("rm ") + kDatabaseFile);
   return 0;
+}
+
+CDeviceDatabase::CDeviceDatabase() { (void)DumpDeviceDatabase(); }
+
+CDeviceDatabase::~CDeviceDatabase() {
+  const CCancellationShield shield;
+  (void)RemoveDeviceDatabase();
+  // The end of the process ends the commands that run, the removal too.
+  if (DatabaseIsFile()) {
+    (void)unlink(kDatabaseFile);
+  }
 }
 
 int FindDeviceByPortIndex(int index, char* devName) {

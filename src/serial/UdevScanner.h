@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Finds USB serial adapters in a text dump of the udev database. A search is a dump, a Find and a
-// removal. All searches use one file, so only one may run at a time; the functions share nothing
-// else. Nothing is logged.
+// Finds USB serial adapters in a text dump of the udev database. A search is a Find within a
+// CDeviceDatabase. All searches use one file, so only one may run at a time; the functions share
+// nothing else. Nothing is logged.
 #pragma once
 
 #include <cstddef>
@@ -30,6 +30,16 @@ int DumpDeviceDatabase();
 
 // Deletes the file: 0 when it was a regular file, whatever came of it, else -1.
 int RemoveDeviceDatabase();
+
+// Dumps the database for a scope. Neither result is looked at: a failed dump shows as an adapter
+// that is not found. A thread that is cancelled in between removes the file, too.
+class CDeviceDatabase {
+ public:
+  CDeviceDatabase();
+  ~CDeviceDatabase();
+  CDeviceDatabase(const CDeviceDatabase&) = delete;
+  CDeviceDatabase& operator=(const CDeviceDatabase&) = delete;
+};
 
 // The node of the adapter at the fixed place in the USB topology that is port `index`, 0 to 5.
 // kDeviceFound and the node in `devName`, which holds kDevNameSize bytes; kDeviceNotFound, also

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Each state of the service, ended by each of the three signals.
 #include <fcntl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <string_view>
 
 #include "e2e/ServiceTest.h"
@@ -117,10 +121,37 @@ INSTANTIATE_TEST_SUITE_P(By, SearchStopTest,
                          testing::Values(Signal{"Sighup", SIGHUP}, Signal{"Sigterm", SIGTERM}),
                          NameOf<Signal>);
 
-TEST_P(SearchStopTest, DuringASlowSearchForAnAdapterEndsWithStatus0) {
+TEST_P(SearchStopTest, DuringASlowSearchForAnAdapterEndsWithStatus0AndLeavesNothingBehind) {
   StartSearching();
   EXPECT_EQ("exit 0", Stop(GetParam().number));
   EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
+  EXPECT_FALSE(std::filesystem::exists("/tmp/deviceinfo.txt"));
+  EXPECT_TRUE(Becomes([this] { return kill(-service->Pid(), 0) == -1 && errno == ESRCH; }))
+      << "a process of the service's group is left";
+}
+
+// The thread that searches admits all signals meanwhile, for the sake of the tool.
+TEST_F(SlowSearchTest, AStopSignalThatMeetsTheSearchingThreadStopsTheService) {
+  StartSearching();
+  const std::string tasks = "/proc/" + std::to_string(service->Pid()) + "/task";
+  pid_t searching = 0;
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    const pid_t thread = std::stoi(task.path().filename());
+    searching = thread != service->Pid() ? thread : searching;
+  }
+  ASSERT_EQ(0, syscall(SYS_tgkill, service->Pid(), searching, SIGTERM));
+  EXPECT_EQ("exit 0", service->WaitForExit());
+  EXPECT_EQ(1U, LogFile::Count(kStopRequested));
+}
+
+// bash and BusyBox pass on what they find blocked, where dash clears it.
+TEST_F(SlowSearchTest, TheToolsRunWithNoSignalBlocked) {
+  ASSERT_EQ(0, std::system("mount --bind /bin/bash /bin/sh"));
+  UdevDatabase::Does("grep SigBlk /proc/self/status >/tmp/e2e/blocked");
+  StartLinked();
+  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0002"),
+            relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
+  EXPECT_EQ("SigBlk:\t0000000000000000\n", workplace::ReadWhole("/tmp/e2e/blocked"));
 }
 
 // While the C library runs a command for a process, that process ignores SIGINT.

@@ -157,6 +157,16 @@ void StopWhileDumpIsAFifo(FaultTest& test) {
   ASSERT_TRUE(Becomes([&] { return test.service->IsIdle(); }));
 }
 
+// A start script's helper became the service's child with the script's last command.
+void StopDuringASearchWithAnOlderChild(FaultTest& test) {
+  ToolIs("sleep 300");
+  test.relay->Sends(kOpenAdapter);
+  ASSERT_TRUE(Becomes(DumpIsThere));
+  EXPECT_EQ("exit 0", test.StopAtOnce(SIGTERM));
+  EXPECT_FALSE(DumpIsThere());
+  Shell("kill $(cat /tmp/e2e/older)");
+}
+
 void LogGoesToStandardError(FaultTest& test) {
   ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence));
   EXPECT_TRUE(Service::PrintsError("/dev/full: cannot be written, lines go to standard error"));
@@ -165,6 +175,7 @@ void LogGoesToStandardError(FaultTest& test) {
 
 const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
+constexpr const char* kWithOlderChild = "sleep 300 & echo $! >/tmp/e2e/older; exec \"$@\"";
 constexpr const char* kWithoutTools =
     "ln -s /bin/rm /tmp/e2e/bin/rm; PATH=/tmp/e2e/bin; exec \"$@\"";
 #ifdef SPH_WITHOUT_CHILDREN
@@ -194,6 +205,7 @@ const FaultRow kRows[] = {
     {"DumpIsALinkToNothing",     State::kLinked,    kPlain,        nullptr, DumpIsALinkToNothing,       {},             {},                  Outcome::kGoesOn},
     {"DumpIsOfSomeoneElse",      State::kLinked,    kPlain,        nullptr, DumpIsAFileOfSomeoneElse,   {},             {},                  Outcome::kGoesOn},
     {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        nullptr, StopWhileDumpIsAFifo,       {},             {},                  Outcome::kStops},
+    {"StopSparesOlderChildren",  State::kLinked,    kWithOlderChild, nullptr, StopDuringASearchWithAnOlderChild, {}, {kStopped},            Outcome::kShown},
 #ifdef SPH_WITHOUT_CHILDREN
     {"NoProcessCanStart",        State::kLinked,    kWithoutChildren, nullptr, NoProcessCanStart,       {},             kNoAdapter,          Outcome::kGoesOn},
 #endif

@@ -2,10 +2,14 @@
 // The dump of the udev database and its removal.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 
 #include "serial/UdevScanner.h"
+#include "support/Eventually.h"
 #include "support/UdevTool.h"
 
 namespace {
@@ -81,6 +85,41 @@ TEST_F(UdevDumpTest, RemovalReports0WhateverBecomesOfIt) {
   fs::remove(udev.Path("bin/rm"));
   EXPECT_EQ(0, RemoveDeviceDatabase());
   EXPECT_TRUE(fs::exists(kDumpFile));
+}
+
+TEST_F(UdevDumpTest, AScopeDumpsAndRemoves) {
+  udev.Prints(std::string(100, 'x'));
+  {
+    const CDeviceDatabase database;
+    EXPECT_TRUE(fs::exists(kDumpFile));
+  }
+  EXPECT_FALSE(fs::exists(kDumpFile));
+}
+
+// The way out of the process ends the command that runs, and that may be rm.
+TEST_F(UdevDumpTest, AScopeRemovesTheFileAlsoWhenRmDoesNot) {
+  udev.IsMissing();
+  fs::remove(udev.Path("bin/rm"));
+  { const CDeviceDatabase database; }
+  EXPECT_FALSE(fs::exists(kDumpFile));
+}
+
+TEST_F(UdevDumpTest, AScopeThatIsCancelledRemovesTheFile) {
+  udev.Prints(std::string(100, 'x'));
+  pthread_t thread{};
+  std::atomic<bool> dumped{false};
+  const auto search = [](void* flag) -> void* {
+    const CDeviceDatabase database;
+    *static_cast<std::atomic<bool>*>(flag) = true;
+    for (;;) {
+      (void)pause();
+    }
+  };
+  ASSERT_EQ(0, pthread_create(&thread, nullptr, search, &dumped));
+  EXPECT_TRUE(Eventually([&] { return dumped.load(); }));
+  EXPECT_EQ(0, pthread_cancel(thread));
+  EXPECT_EQ(0, pthread_join(thread, nullptr));
+  EXPECT_FALSE(fs::exists(kDumpFile));
 }
 
 }  // namespace

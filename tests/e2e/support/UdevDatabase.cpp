@@ -68,8 +68,10 @@ void UdevDatabase::Text(const std::string& replacement) {
 }
 
 void UdevDatabase::WaitsFor(const std::string& path) {
-  WriteTool("while [ ! -e " + path + " ]; do sleep 0.01; done\n");
+  Does("while [ ! -e " + path + " ]; do sleep 0.01; done");
 }
+
+void UdevDatabase::Does(const std::string& commands) { WriteTool(commands + "\n"); }
 
 size_t UdevDatabase::Runs() {
   const std::string runs = workplace::ReadWhole(kRuns);

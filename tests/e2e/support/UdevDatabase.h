@@ -28,6 +28,9 @@ class UdevDatabase {
   // From now on each search waits until the file `path` exists.
   static void WaitsFor(const std::string& path);
 
+  // From now on each search runs these shell commands before it prints.
+  static void Does(const std::string& commands);
+
   // How many times the service has run the tool.
   static size_t Runs();
 
