@@ -1,0 +1,72 @@
+# SPDX-License-Identifier: MIT
+"""The udev rules of docs/other-boards.md, on a PC whose kernel knows no ttyS2, and on one that does."""
+
+from __future__ import annotations
+
+import pathlib
+import re
+import shutil
+import tempfile
+from collections.abc import Iterator
+
+import pytest
+
+from machine import UART, Machine
+from packages import ROOT
+
+PAGE = (ROOT / "docs/other-boards.md").read_text(encoding="utf-8")
+RULES = "/etc/udev/rules.d/61-serial-port-handler.rules"
+
+
+def takes_rules(machine: Machine, shown: str, real: str) -> None:
+    """What the page has in the file, for other hardware."""
+    blocks = re.findall(rf"`{re.escape(RULES)}`:\n\n```\n(.*?)```", PAGE, re.DOTALL)
+    assert len(blocks) == 2
+    text = "".join(block for block in blocks if shown in block).replace(shown, real)
+    machine.run(f"cat >{RULES} <<'END'\n{text}END\n"
+                "udevadm control --reload\n"
+                "udevadm trigger --action=add --subsystem-match=tty\n"
+                "udevadm settle")
+
+
+@pytest.fixture
+def two_uarts(pc: list[str], scratch: pathlib.Path) -> Iterator[Machine]:
+    """A PC whose UARTs are ttyS0, which is the line, and ttyS1."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
+    command = [word.replace("console=ttyS0", "console=ttyS1 8250.nr_uarts=2") for word in pc]
+    booted = Machine(command, folder)
+    try:
+        yield booted
+    finally:
+        booted.end()
+        shutil.rmtree(folder)
+
+
+def test_a_link_of_the_name_leads_to_another_uart(two_uarts: Machine) -> None:
+    machine = two_uarts
+    machine.run("! test -e /dev/ttyS2")
+    takes_rules(machine, "ttyAMA0", "ttyS0")
+    assert machine.run("readlink /dev/ttyS2") == "ttyS0"
+    assert machine.run("stat -c '%G %a' /dev/ttyS0") == "dialout 660"
+    assert "E: ID_MM_DEVICE_IGNORE=1" in machine.run("udevadm info /dev/ttyS2").splitlines()
+    machine.start_service()
+    relay = machine.relay()
+    relay.opens("#PhysicalPort0")
+    machine.line(UART).sends(b"from the line")
+    relay.expects("#PhysicalPort0", b"from the line")
+    relay.writes("#PhysicalPort0", b"to the line")
+    machine.line(UART).expects(b"to the line")
+
+
+def test_a_link_does_not_take_the_place_of_a_node(machine: Machine) -> None:
+    takes_rules(machine, "ttyAMA0", "ttyS3")
+    assert machine.run("udevadm info /dev/ttyS3 | grep S:") == "S: ttyS2"
+    machine.run("test -c /dev/ttyS2 && ! test -L /dev/ttyS2")
+
+
+def test_an_adapter_at_another_place_hands_over_at_once_and_is_left_alone(machine: Machine) -> None:
+    takes_rules(machine, "/usb1/1-1/", "/usb4/4-1/")
+    machine.plug("usb0")
+    machine.waits_for_nodes(1)
+    assert machine.run("cat /sys/bus/usb-serial/devices/ttyUSB0/latency_timer") == "1"
+    assert "E: ID_MM_DEVICE_IGNORE=1" in machine.run("udevadm info /dev/ttyUSB0").splitlines()
