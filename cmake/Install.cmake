@@ -18,29 +18,22 @@ set(sph_packaging ${PROJECT_SOURCE_DIR}/packaging)
 # The run path is relative, so that an installed tree works wherever it is moved to. It is the same in
 # the build tree, which has the layout of the usual installation: one that CMake would have to replace
 # it pads with empty entries, and each of these means the directory from which a program is started.
-function(sph_set_run_path program folder)
+function(sph_set_run_path)
   set(libraries ${SPH_PRIVATE_LIBDIR})
   cmake_path(ABSOLUTE_PATH libraries BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
-  cmake_path(RELATIVE_PATH libraries BASE_DIRECTORY ${folder})
+  cmake_path(RELATIVE_PATH libraries BASE_DIRECTORY ${CMAKE_INSTALL_FULL_SBINDIR})
   set(run_path "\$ORIGIN/${libraries}" "\$ORIGIN/../lib/serial-port-handler")
   list(REMOVE_DUPLICATES run_path)
-  set_target_properties(${program} PROPERTIES
-    INSTALL_RPATH "${run_path}" BUILD_WITH_INSTALL_RPATH ON)
-endfunction()
-
-function(sph_set_run_paths)
-  sph_set_run_path(SerialPortHandler ${CMAKE_INSTALL_FULL_SBINDIR})
-  if(TARGET relayctl)
-    sph_set_run_path(relayctl ${CMAKE_INSTALL_FULL_BINDIR})
-  endif()
-  set_target_properties(vost PROPERTIES INSTALL_RPATH "\$ORIGIN" BUILD_WITH_INSTALL_RPATH ON)
+  set_target_properties(SerialPortHandler PROPERTIES INSTALL_RPATH "${run_path}")
+  set_target_properties(vost PROPERTIES INSTALL_RPATH "\$ORIGIN")
+  set_target_properties(SerialPortHandler vost PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
   set_target_properties(vost KXLogger PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib/serial-port-handler)
 endfunction()
 
 install(TARGETS SerialPortHandler RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 if(SPH_PLATFORM_LIBS STREQUAL "bundled")
-  sph_set_run_paths()
+  sph_set_run_path()
   install(TARGETS vost KXLogger LIBRARY DESTINATION ${SPH_PRIVATE_LIBDIR})
 endif()
 

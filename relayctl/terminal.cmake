@@ -32,7 +32,9 @@ target_sources(relayctl_commands PRIVATE
 target_include_directories(relayctl_commands SYSTEM PRIVATE ${NLOHMANN_JSON_INCLUDE_DIR})
 target_link_libraries(relayctl_commands PRIVATE service)
 if(TARGET vost_core)
-  target_sources(relayctl_commands PRIVATE BundledConfigurationFile.cpp)
+  # Compiled in: relayctl is installed without the service's libraries, too.
+  target_sources(relayctl_commands PRIVATE
+    BundledConfigurationFile.cpp ${PROJECT_SOURCE_DIR}/platform-libs/libvost/Libvost.cpp)
   target_link_libraries(relayctl_commands PRIVATE vost_core)
 else()
   target_sources(relayctl_commands PRIVATE UnknownConfigurationFile.cpp)
