@@ -3,6 +3,7 @@
 
 import re
 import subprocess
+import sys
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -80,6 +81,12 @@ def test_the_udev_rules_have_the_places_of_the_program(tree: Path) -> None:
     assert len(places) == 6
     assert re.findall(r'DEVPATH=="([^"|]+)\|', rules) == places
     assert re.findall(r'DEVPATH=="[^"|]+\|([^"]+)"', rules) == [place + "/*" for place in places]
+
+
+def test_the_links_of_the_documents_lead_somewhere(tree: Path) -> None:
+    told = output_of(sys.executable, "-B", CHECKOUT / "tests/documents/links.py",
+                     tree / "usr/share/doc/serial-port-handler")
+    assert told == "6 documents, no dead link\n"
 
 
 PAGES = ["man8/SerialPortHandler.8", "man5/vost.conf.5", "man7/serial-port-handler-protocol.7"]
