@@ -3,17 +3,13 @@
 
 #include <utility>
 
-namespace {
-
-// A service that is free answers an open within much less.
-constexpr std::chrono::seconds kSilence{3};
-
-}  // namespace
+#include "Silence.h"
 
 LinkNotices::LinkNotices(uint16_t port, Teller noticeTeller)
     : servicePort(port), teller(std::move(noticeTeller)) {}
 
 void LinkNotices::Attach(relay::Events& events) {
+  silentAt = relay::Clock::now() + kSilence;
   events.connected = [this, next = std::move(events.connected)] {
     OnConnected();
     if (next) {
@@ -35,17 +31,27 @@ void LinkNotices::Attach(relay::Events& events) {
 }
 
 // A link counts once the service has answered: the kernel takes it before the service does.
-void LinkNotices::OnConnected() { silentAt = relay::Clock::now() + kSilence; }
+void LinkNotices::OnConnected() { trouble.reset(); }
 
 void LinkNotices::Remind() {
   silentAt.reset();
-  teller({"silent", "",
-          "127.0.0.1:" + std::to_string(servicePort) +
-              " took the link and answers nothing yet: another relay service may hold it"});
+  const std::string text = SilenceText(servicePort);
+  if (text != std::exchange(silence, text)) {
+    teller({"silent", "", text});
+  }
+}
+
+void LinkNotices::MustHaveLinked() const {
+  if (!wasLinked) {
+    throw trouble ? *trouble
+                  : relay::Error(relay::ErrorKind::kNoAnswer,
+                                 "no answer from 127.0.0.1:" + std::to_string(servicePort));
+  }
 }
 
 void LinkNotices::OnDisconnected(const relay::Error& reason) {
-  silentAt.reset();
+  silentAt = relay::Clock::now() + kSilence;
+  trouble = reason;
   if (isLinked) {
     teller({"lost", "", reason.what()});
   }
@@ -61,6 +67,8 @@ void LinkNotices::OnReply(const relay::Reply& reply) {
   silentAt.reset();
   if (!isLinked) {
     isLinked = true;
+    wasLinked = true;
+    silence.clear();
     teller({"linked", "", "linked to 127.0.0.1:" + std::to_string(servicePort)});
   }
   const auto known = lastStatus.find(reply.port);
@@ -71,7 +79,8 @@ void LinkNotices::OnReply(const relay::Reply& reply) {
   lastStatus[reply.port] = reply.status;
   const std::string port = reply.port.Text();
   const std::string meaning = relay::StatusText(kCommandOpen, reply.status);
-  if (reply.status == kStatusDone) {
+  // Open already: by this very link, for it is the service's only peer.
+  if (reply.status == kStatusDone || reply.status == kStatusUnavailable) {
     teller({"opened", port, port + ": open"});
   } else {
     teller({"refused", port, port + ": status " + std::to_string(reply.status) + ": " + meaning});

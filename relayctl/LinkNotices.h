@@ -21,12 +21,15 @@ class LinkNotices {
 
   LinkNotices(uint16_t port, Teller noticeTeller);
 
-  // Adds its own to what the events do already.
+  // Adds its own to what the events do already. Comes right in front of the client's Start.
   void Attach(relay::Events& events);
 
-  // When Remind should be called: the service has taken the link and answers nothing.
+  // When Remind should be called: the service does not answer, or the kernel does not even connect.
   std::optional<relay::Clock::time_point> Due() const { return silentAt; }
   void Remind();
+
+  // Throws what has kept the link from coming about, if it never did.
+  void MustHaveLinked() const;
 
  private:
   void OnConnected();
@@ -37,6 +40,9 @@ class LinkNotices {
   const Teller teller;
   bool isLinked = false;
   bool waitsAlready = false;
+  bool wasLinked = false;
+  std::optional<relay::Error> trouble;  // why the last link ended, unless there is another
+  std::string silence;                  // what was told of it, which is not repeated
   std::optional<relay::Clock::time_point> silentAt;
   std::map<relay::Port, uint16_t> lastStatus;
 };

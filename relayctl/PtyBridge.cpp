@@ -21,6 +21,8 @@ constexpr size_t kLargestBacklog = size_t{1} << 20;
 PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path)
     : port(std::move(servicePort)),
       link(std::move(path)),
+      // Standard output has the pseudo-terminal's path alone.
+      notices(options.port, [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); }),
       client([&] {
         relay::ClientOptions lasting = options;
         lasting.reconnect = true;
@@ -29,40 +31,21 @@ PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port servicePor
       writer(client, port) {
   relay::Events events;
   events.reply = [this](const relay::Reply& reply) { BeTold(reply); };
-  events.disconnected = [this](const relay::Error& error) { LinkEnded(error); };
+  events.disconnected = [this](const relay::Error&) { writer.Clear(); };
   events.received = [this](const relay::Port& from, std::string_view data) {
     if (from == port) {
       TakeFromPort(data);
     }
   };
+  notices.Attach(events);
   client.SetEvents(std::move(events));
 }
 
-// Standard output has the pseudo-terminal's path alone.
-void PtyBridge::Say(const std::string& text) {
-  if (text != said) {
-    said = text;
-    PrintNotice(text);
-  }
-}
-
-void PtyBridge::LinkEnded(const relay::Error& error) {
-  writer.Clear();
-  Say(error.what());
-}
-
 void PtyBridge::BeTold(const relay::Reply& reply) {
-  if (reply.status != kStatusDone && reply.status != kStatusUnavailable) {
-    Say(port.Text() + ": status " + std::to_string(reply.status) + ": " +
-        relay::StatusText(reply.command, reply.status));
-    return;
-  }
-  if (terminal == nullptr) {
+  const bool isOpen = reply.status == kStatusDone || reply.status == kStatusUnavailable;
+  if (isOpen && terminal == nullptr) {
     Offer();
-  } else {
-    Say(port.Text() + " is open again");
   }
-  said.clear();
 }
 
 void PtyBridge::TakeFromPort(std::string_view data) {
@@ -140,6 +123,7 @@ void PtyBridge::Offer() {
 int PtyBridge::Run(Loop& ownLoop) {
   loop = &ownLoop;
   loop->Serve(client);
+  loop->When([this] { return notices.Due(); }, [this] { notices.Remind(); });
   int quit = 0;
   loop->OnSignal(SIGQUIT, [&quit] { quit = SIGQUIT; });
   client.KeepOpen(port);

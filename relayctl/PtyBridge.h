@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "LinkNotices.h"
 #include "PseudoTerminal.h"
 #include "relay/Client.h"
 #include "relay/Writer.h"
@@ -31,23 +32,21 @@ class PtyBridge {
 
  private:
   void BeTold(const relay::Reply& reply);
-  void LinkEnded(const relay::Error& error);
   void TakeFromPort(std::string_view data);
   void TakeFromProgram();
   void GiveToProgram();
   short TerminalEvents() const;
   void Exchange(short events);
   void Offer();
-  void Say(const std::string& text);
 
   const relay::Port port;
   const std::string link;
+  LinkNotices notices;
   relay::Client client;
   relay::Writer writer;
   Loop* loop = nullptr;
   std::unique_ptr<PseudoTerminal> terminal;  // once the port was open
   std::string toProgram;
-  std::string said;  // the last message, which is not repeated
   uint64_t sent = 0;
   uint64_t received = 0;
   uint64_t overrun = 0;

@@ -11,6 +11,7 @@
 #include "Output.h"
 #include "PeerSocket.h"
 #include "RecordingFile.h"
+#include "Silence.h"
 #include "relay/Text.h"
 
 namespace {
@@ -75,9 +76,18 @@ int RecordPorts(const Settings& settings, const Options& options) {
   loop.When([&] { return notices.Due(); }, [&] { notices.Remind(); });
   const auto end = EndOf(options);
   loop.When([&] { return end; }, [] {});
-  (void)loop.Run([&] { return end && Clock::now() >= *end; });
+  const int signal = loop.Run([&] { return end && Clock::now() >= *end; });
   Report(settings, options, recording.Packets());
+  if (signal == 0) {
+    notices.MustHaveLinked();
+  }
   return kExitDone;
+}
+
+// Whether the service answers it.
+bool IsQuestion(std::string_view packet) {
+  const uint8_t command = relay::ParsePacket(packet, Direction::kToService).packet.command;
+  return command == kCommandOpen || command == kCommandClose;
 }
 
 // relayctl stands between a relay service and the service, and records what passes.
@@ -93,12 +103,16 @@ class Tap {
   int Run() {
     relay::Events events;
     events.connected = [this] {
+      if (!wasAsked) {
+        silentAt.reset();
+      }
       client.Send(firstFlight);  // again, if the link before was reset before it counted
     };
     events.packet = [this](Direction direction, std::string_view bytes) {
       if (direction == Direction::kFromService) {
         firstFlight.clear();
         somethingCame = true;
+        silentAt.reset();
         Record(direction, bytes);
         socket.Send(bytes);
       }
@@ -107,6 +121,8 @@ class Tap {
       if (client.IsOver()) {
         PrintNotice(error.what());
         Leave();
+      } else {
+        silentAt = Clock::now() + kSilence;
       }
     };
     client.SetEvents(events);
@@ -114,6 +130,7 @@ class Tap {
         socket.Listening(), [this]() -> short { return socket.Peer() == -1 ? POLLIN : 0; },
         [this](short) { Accept(); });
     PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
+    loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
     const auto end = EndOf(options);
     loop.When([end] { return end; }, [] {});
     (void)loop.Run([end] { return end && Clock::now() >= *end; });
@@ -139,6 +156,8 @@ class Tap {
     cutter.Clear();
     firstFlight.clear();
     somethingCame = false;
+    wasAsked = false;
+    silentAt = Clock::now() + kSilence;
     client.Start();
     if (client.IsOver()) {
       return;  // told already
@@ -182,6 +201,10 @@ class Tap {
     try {
       while (const auto packet = cutter.Next()) {
         Record(Direction::kToService, *packet);
+        if (!wasAsked && IsQuestion(*packet)) {
+          wasAsked = true;
+          silentAt = Clock::now() + kSilence;
+        }
       }
     } catch (const relay::Error&) {
       // No packet; where the next one begins nobody knows.
@@ -195,7 +218,13 @@ class Tap {
     recording.Commit();
   }
 
+  void TellOfSilence() {
+    silentAt.reset();
+    PrintNotice(SilenceText(static_cast<uint16_t>(settings.port)));
+  }
+
   void Leave() {
+    silentAt.reset();
     if (socket.Peer() != -1) {
       loop.Forget(socket.Peer());
     }
@@ -211,6 +240,8 @@ class Tap {
   relay::PacketCutter cutter;
   std::string firstFlight;  // what the service may never have seen
   bool somethingCame = false;
+  bool wasAsked = false;
+  std::optional<Clock::time_point> silentAt;  // when it is, unless something comes before
   relay::Client client;
   Loop loop;
 };

@@ -42,3 +42,8 @@ std::string WhyNoAnswer(const ProcessTable& processes, uint16_t port) {
   }
   return "the service does not answer; relayctl doctor tells more";
 }
+
+std::string SilenceText(uint16_t port) {
+  return "no answer from 127.0.0.1:" + std::to_string(port) +
+         " yet: " + WhyNoAnswer(ProcessTable(), port);
+}

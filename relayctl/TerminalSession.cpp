@@ -40,18 +40,19 @@ TerminalSession::TerminalSession(const relay::ClientOptions& linkOptions, relay:
                                  const TerminalOptions& terminalOptions)
     : port(std::move(servicePort)),
       options(terminalOptions),
+      notices(linkOptions.port, [this](const LinkNotices::Notice& notice) { Say(notice.text); }),
       client(Lasting(linkOptions)),
       writer(client, port),
       keys(terminalOptions.escapeKey) {
   relay::Events events;
-  events.reply = [this](const relay::Reply& reply) { BeTold(reply); };
-  events.disconnected = [this](const relay::Error& error) { LinkEnded(error); };
+  events.disconnected = [this](const relay::Error&) { LinkEnded(); };
   events.received = [this](const relay::Port& from, std::string_view data) {
     if (from == port) {
       received += data.size();
       ShowReceived(data);
     }
   };
+  notices.Attach(events);
   client.SetEvents(std::move(events));
 }
 
@@ -59,6 +60,7 @@ int TerminalSession::Run(const RawTerminal& raw, Loop& loop) {
   terminal = &raw;
   Say(port.Text() + "; " + keys.EscapeName() + " h for help, " + keys.EscapeName() + " q to leave");
   loop.Serve(client);
+  loop.When([this] { return notices.Due(); }, [this] { notices.Remind(); });
   loop.Watch(
       STDIN_FILENO, [this] { return WantedKeys(); }, [this](short) { TakeKeys(); });
   loop.When([this] { return ProgressDue(); }, [this] { ContinueFile(); });
@@ -236,28 +238,12 @@ void TerminalSession::ContinueFile() {
   }
 }
 
-void TerminalSession::BeTold(const relay::Reply& reply) {
-  if (reply.status == kStatusDone || reply.status == kStatusUnavailable) {
-    said.clear();
-    Say(port.Text() + " is open");
-    return;
-  }
-  const std::string text = "status " + std::to_string(reply.status) + ": " +
-                           relay::StatusText(reply.command, reply.status);
-  if (text != std::exchange(said, text)) {
-    Say(text);
-  }
-}
-
-void TerminalSession::LinkEnded(const relay::Error& error) {
+void TerminalSession::LinkEnded() {
   writer.Clear();
   if (file) {
     file.reset();
     Show("\n");
     Say("the file is not sent to its end");
-  }
-  if (error.what() != std::exchange(said, error.what())) {
-    Say(error.what());
   }
 }
 

@@ -9,6 +9,7 @@
 
 #include "FileSender.h"
 #include "HexView.h"
+#include "LinkNotices.h"
 #include "TerminalKeys.h"
 #include "relay/Client.h"
 #include "relay/Writer.h"
@@ -46,8 +47,7 @@ class TerminalSession {
   void Suspend() const;
   short WantedKeys() const;
   std::optional<relay::Clock::time_point> ProgressDue() const;
-  void BeTold(const relay::Reply& reply);
-  void LinkEnded(const relay::Error& error);
+  void LinkEnded();
 
   void ShowReceived(std::string_view bytes);
   void ShowSent(const std::string& typed, std::string_view bytes);
@@ -58,6 +58,7 @@ class TerminalSession {
 
   const relay::Port port;
   TerminalOptions options;
+  LinkNotices notices;
   relay::Client client;
   relay::Writer writer;
   TerminalKeys keys;
@@ -69,7 +70,6 @@ class TerminalSession {
   bool leaving = false;
   int quit = 0;  // the signal, when it was SIGQUIT
   bool atLineStart = true;
-  std::string said;  // the last trouble, which is not repeated
   uint64_t sent = 0;
   uint64_t received = 0;
 };

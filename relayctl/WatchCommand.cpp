@@ -92,9 +92,12 @@ class Watch {
     loop.Watch(
         STDIN_FILENO, [&keys]() -> short { return keys.AreThere() ? POLLIN : 0; },
         [this, &keys](short) { OnKey(keys.Next()); });
-    (void)loop.Run([this, end] { return mayEnd || (end && Clock::now() >= *end); });
+    const int signal = loop.Run([this, end] { return mayEnd || (end && Clock::now() >= *end); });
     gatherer.Flush(true);
     ShowStatistics();
+    if (signal == 0 && !mayEnd) {
+      notices.MustHaveLinked();
+    }
     return kExitDone;
   }
 

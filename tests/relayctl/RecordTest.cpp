@@ -145,6 +145,21 @@ TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
   recordsNothing("'#PhysicalPort0'");
 }
 
+TEST_F(RecordTest, RecordTellsThatAnotherPeerHoldsTheLink) {
+  StartLinked();
+  const std::string notice = "no answer from 127.0.0.1:60004 yet: another peer holds the link: ";
+  Background ports("relayctl record '#PhysicalPort0'");
+  EXPECT_TRUE(ports.Prints(notice)) << ports.Output();
+  Background between("relayctl record --listen 60005");
+  ASSERT_TRUE(between.Prints("waiting for a relay service"));
+  Background open("relayctl --port 60005 open X");
+  EXPECT_TRUE(between.Prints(notice)) << between.Output();
+}
+
+TEST_F(RecordTest, RecordThatEndsWithoutALinkIsNoSuccess) {
+  EXPECT_EQ(3, RunShell("relayctl record '#PhysicalPort0' --for 0.2").status);
+}
+
 // The relay service is replay, which takes relayctl's port for the service's.
 TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
   const std::string original = "/tmp/e2e/original";

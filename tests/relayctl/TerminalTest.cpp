@@ -20,7 +20,7 @@ class TerminalTest : public RelayctlTest {
     ASSERT_TRUE(before.find(" echo ") != std::string::npos) << before;
     window.Runs("sh -c 'echo $$ >/tmp/e2e/pid; exec relayctl terminal \"#PhysicalPort0\" " +
                 options + "'");
-    ASSERT_TRUE(window.Shows("[#PhysicalPort0 is open]")) << window.Screen();
+    ASSERT_TRUE(window.Shows("[#PhysicalPort0: open]")) << window.Screen();
     ASSERT_NE(before, window.Settings());
   }
 
@@ -162,16 +162,23 @@ TEST_F(TerminalTest, WaitsForTheServiceAndOpensThePortAgain) {
   ASSERT_NO_FATAL_FAILURE(StartTerminal());
   service->Signal(SIGKILL);
   ASSERT_EQ("signal 9", service->WaitForExit());
-  EXPECT_TRUE(window.Shows("nothing listens on 127.0.0.1:60004")) << window.Screen();
+  EXPECT_TRUE(window.Shows("waiting for the service on 127.0.0.1:60004")) << window.Screen();
   window.Types("x");
   EXPECT_TRUE(window.Shows("[not sent: the port is not open]")) << window.Screen();
   StartListening(2);
   EXPECT_TRUE(Becomes([this] {
     const std::string screen = window.Screen();
-    return screen.rfind("is open]") > screen.find("[not sent");
+    return screen.rfind(": open]") > screen.find("[not sent");
   })) << window.Screen();
   window.Types("y");
   EXPECT_EQ("y", device->Reads(1));
+}
+
+TEST_F(TerminalTest, TellsThatAnotherPeerHoldsTheLink) {
+  StartLinked();
+  window.Runs("relayctl terminal '#PhysicalPort0'");
+  EXPECT_TRUE(window.Shows("[no answer from 127.0.0.1:60004 yet: another peer holds the link: "))
+      << window.Screen();
 }
 
 TEST_F(TerminalTest, StopsAndContinuesAsAJob) {
