@@ -125,7 +125,7 @@ int LogFile::Write(int current, const LogRecord& record) {
   std::array<char, kLineSize> buffer;
   const bool wasTorn = torn.exchange(false);
   const std::size_t size = ComposeLine(buffer, wasTorn ? "\n" : "", record);
-  const WriteOutcome outcome = WriteWhole(current, {buffer.data(), size}, 0);
+  const WriteOutcome outcome = WriteWhole(current, {buffer.data(), size});
   if (outcome.error != 0 && (wasTorn || outcome.written > 0)) {
     torn.store(true);
   }

@@ -1,30 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "libKXLogger/StandardError.h"
 
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 
+#include "Linux/StreamWriter.h"
 #include "libKXLogger/EnvironmentText.h"
-#include "libKXLogger/WriteWhole.h"
 
 namespace kxlogger {
 namespace {
 
-// Milliseconds that a reader may be slow. Whoever has not read for so long costs no further wait
-// until the stream takes lines again: a log that nobody reads must not stop the service.
-constexpr int kPatience = 1000;
-
-constinit std::atomic<bool> isStalled = false;
-
-// A line is short enough for a pipe to take it whole, or to say before that it cannot.
-bool BecomesWritable(int stream, int patience) {
-  pollfd entry = {stream, POLLOUT, 0};
-  return poll(&entry, 1, patience) == 1;
-}
+constinit CStreamWriter standardOutput(STDOUT_FILENO);
+constinit CStreamWriter standardError(STDERR_FILENO);
 
 constinit EnvironmentText journalStream("JOURNAL_STREAM");
 
@@ -39,19 +28,16 @@ bool IsJournal(int stream) {
 
 void WriteStandardError(const LogRecord& record) {
   bool isJournal = IsJournal(STDERR_FILENO);
-  int stream = STDERR_FILENO;
+  CStreamWriter* writer = &standardError;
   if (!isJournal && IsJournal(STDOUT_FILENO)) {
     isJournal = true;
-    stream = STDOUT_FILENO;
-  }
-  isStalled = !BecomesWritable(stream, isStalled ? 0 : kPatience);
-  if (isStalled) {
-    return;
+    writer = &standardOutput;
   }
   std::array<char, kLineSize> buffer;
   const std::string_view prefix = isJournal ? JournalPrefix(record.level) : "";
   const std::size_t size = ComposeLine(buffer, prefix, record);
-  static_cast<void>(WriteWhole(stream, {buffer.data(), size}, kPatience));
+  writer->Unblock();
+  static_cast<void>(writer->Write({buffer.data(), size}));
 }
 
 }  // namespace kxlogger

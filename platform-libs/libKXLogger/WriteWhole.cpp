@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "libKXLogger/WriteWhole.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 
 namespace kxlogger {
-namespace {
-
-bool BecomesWritable(int descriptor, int patience) {
-  pollfd entry = {descriptor, POLLOUT, 0};
-  return patience > 0 && poll(&entry, 1, patience) > 0;
-}
-
-}  // namespace
-
-WriteOutcome WriteWhole(int descriptor, std::string_view text, int patience) {
+WriteOutcome WriteWhole(int descriptor, std::string_view text) {
   WriteOutcome outcome;
   while (outcome.written < text.size()) {
     const ssize_t count =
@@ -26,8 +16,6 @@ WriteOutcome WriteWhole(int descriptor, std::string_view text, int patience) {
     } else if (count == 0) {
       outcome.error = EIO;  // a stream that takes nothing would keep the caller here for ever
       return outcome;
-    } else if (errno == EAGAIN && BecomesWritable(descriptor, patience)) {
-      continue;
     } else if (errno != EINTR) {
       outcome.error = errno;
       return outcome;

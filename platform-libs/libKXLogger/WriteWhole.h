@@ -12,8 +12,7 @@ struct WriteOutcome {
 };
 
 // Writes `text` with one `write`; only after an interrupt or a short write are there more.
-// `patience`: milliseconds to wait at a time when a non-blocking descriptor is full.
 // Safe in a signal handler.
-WriteOutcome WriteWhole(int descriptor, std::string_view text, int patience);
+WriteOutcome WriteWhole(int descriptor, std::string_view text);
 
 }  // namespace kxlogger

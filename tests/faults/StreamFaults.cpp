@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "faults/FaultTest.h"
+#include "support/Terminal.h"
 
 namespace {
 
@@ -58,6 +59,20 @@ void ExpectAStop(FaultTest& test, const std::string& end) {
   EXPECT_EQ(end, test.StopAtOnce(SIGTERM));
 }
 
+constexpr const char* kTerminal = "/tmp/e2e/terminal";
+
+// More lines than the terminal holds, and nobody looks at it.
+void StopWhileItsLogStandsInATerminal(FaultTest& test) {
+  const Terminal terminal;
+  ASSERT_EQ(0, symlink(terminal.Node().c_str(), kTerminal));
+  StartOn(test);
+  LinkUnseen(test);
+  for (int i = 0; i < 400; ++i) {
+    ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence)) << i;
+  }
+  ExpectAStop(test, "exit 0");
+}
+
 // The pipe is full when the service starts: it listens, and cannot say so.
 void StopWhileItCannotSayThatItListens(FaultTest& test) {
   const Pipe pipe;
@@ -102,6 +117,7 @@ constexpr const char* kNoStreams = "exec \"$@\" <&- >&- 2>&-";
 constexpr const char* kFullOutput = "exec \"$@\" >/dev/full";
 constexpr const char* kFullError = "exec \"$@\" 2>/dev/full";
 constexpr const char* kPipeOutput = "exec \"$@\" >/tmp/e2e/pipe";
+constexpr const char* kTerminalLog = "unset KXLOGGER_FILE; exec \"$@\" 2>/tmp/e2e/terminal";
 constexpr const char* kPipeError = "exec \"$@\" 2>/tmp/e2e/pipe";
 
 // clang-format off
@@ -116,6 +132,7 @@ const FaultRow kRows[] = {
     {"StopWithTheOpenLine",   State::kAbsent,   kPipeOutput, nullptr, StopWhileItCannotSayThatAPortIsOpen, {},      {},  Outcome::kEndsWith0},
     {"StopWithTheHexDump",    State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotShowWhatItReceived, {},      {},  Outcome::kEndsWith0},
     {"StopWithTheExitText",   State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotWriteItsExitText,   {},      {},  Outcome::kEndsWith0},
+    {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, nullptr, StopWhileItsLogStandsInATerminal,   {},      {},  Outcome::kEndsWith0},
 };
 // clang-format on
 

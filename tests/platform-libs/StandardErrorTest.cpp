@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+// Standard error that nobody reads. Each test writes in a process of its own, which an alarm ends
+// when it waits for ever.
+#include <gmock/gmock.h>
+#include <poll.h>
+
+#include <csignal>
+#include <functional>
+
+#include "libKXLogger/StandardError.h"
+#include "platform-libs/ScratchFolder.h"
+#include "support/InChild.h"
+#include "support/Terminal.h"
+
+namespace {
+
+// What another program does between the library's look at the stream and its write.
+std::function<void()> afterLook = [] {};
+
+}  // namespace
+
+extern "C" int __real_poll(pollfd* entries, nfds_t count, int timeout);
+extern "C" int __wrap_poll(pollfd* entries, nfds_t count, int timeout);
+
+extern "C" int __wrap_poll(pollfd* entries, nfds_t count, int timeout) {
+  const int result = __real_poll(entries, count, timeout);
+  afterLook();
+  return result;
+}
+
+namespace {
+
+enum class Owner { kSelf, kOther };
+
+std::string NameOf(const testing::TestParamInfo<Owner>& owner) {
+  return owner.param == Owner::kSelf ? "OfThisUser" : "OfAnother";
+}
+
+class StalledStandardError : public testing::TestWithParam<Owner> {
+ protected:
+  static void Log(const std::string& message) {
+    kxlogger::WriteStandardError({kxlogger::LogTime(), 3, "M", "f.cpp", "1", "4", message});
+  }
+
+  // One of them finds room for its beginning only.
+  static void LogLinesOfManyLengths() {
+    for (std::size_t i = 0; i < 2000; ++i) {
+      Log(std::string(i % 100, 'x'));
+    }
+  }
+
+  static void Take(int stream) {
+    if (GetParam() == Owner::kOther) {
+      ForbidReopening(stream);
+    }
+    (void)dup2(stream, STDERR_FILENO);
+  }
+};
+
+TEST_P(StalledStandardError, TerminalHoldsUpNobody) {
+  EXPECT_EQ(0, InChild([] {
+              const Terminal terminal;
+              Take(terminal.NearEnd());
+              LogLinesOfManyLengths();
+              return 0;
+            }));
+}
+
+TEST_P(StalledStandardError, HandlerOfASignalReturns) {
+  EXPECT_EQ(0, InChild([] {
+              const Terminal terminal;
+              Take(terminal.NearEnd());
+              (void)std::signal(SIGTERM, [](int) { LogLinesOfManyLengths(); });
+              return std::raise(SIGTERM);
+            }));
+}
+
+// Writes whole pages until none is left.
+void Fill(int pipe) {
+  pollfd room = {pipe, POLLOUT, 0};
+  const std::string page(4096, '.');
+  while (__real_poll(&room, 1, 0) == 1) {
+    (void)!write(pipe, page.data(), page.size());
+  }
+}
+
+TEST_P(StalledStandardError, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
+  EXPECT_EQ(0, InChild([] {
+              int ends[2] = {-1, -1};
+              (void)!pipe2(ends, O_CLOEXEC);
+              Take(ends[1]);
+              afterLook = [] { Fill(STDERR_FILENO); };
+              for (int i = 0; i < 1000; ++i) {
+                Log("m");
+              }
+              return 0;
+            }));
+}
+
+TEST_P(StalledStandardError, StaysAsItIsForOtherPrograms) {
+  EXPECT_EQ(0, InChild([] {
+              const Terminal terminal;
+              Take(terminal.NearEnd());
+              Log("m");
+              return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
+            }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Stream, StalledStandardError, testing::Values(Owner::kSelf, Owner::kOther),
+                         NameOf);
+
+}  // namespace
