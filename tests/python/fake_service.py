@@ -56,6 +56,8 @@ class FakeService:
         elif step[0] == "<":
             link.sendall(data)
         else:
-            came = link.recv(len(data), socket.MSG_WAITALL)
+            came = b""
+            while len(came) < len(data) and (more := link.recv(len(data) - len(came))):
+                came += more
             assert came == data, f"the client sent {came.hex()}"
         return True

@@ -8,6 +8,7 @@ import pathlib
 import re
 import socket
 import threading
+import time
 import unittest
 
 from serial_port_relay import Client, LinkEnded, NoAnswer, NotListening, Port, Received, Refused
@@ -94,9 +95,39 @@ class WithService(unittest.TestCase):
         sent = bytes(range(256)) * 800  # more than a packet, and more than the line's buffers
         echo = threading.Thread(target=self.echo, args=(len(sent),))
         echo.start()
-        client.write(PHYSICAL, sent)
+        client.write(PHYSICAL, sent[:100000])
+        client.write(PHYSICAL, sent[100000:], block_size=65536)
         self.assertEqual(client.read_until(PHYSICAL, sent, PATIENCE), sent)
         echo.join()
+
+    def test_write_returns_when_the_service_has_taken_the_data(self) -> None:
+        client = self.connect()
+        client.reply_timeout = 0.5
+        client.open(PHYSICAL)
+        sent = bytes(range(256)) * 400  # more than the line's buffers, less than the link's
+        with self.assertRaises(NoAnswer) as caught:
+            client.write(PHYSICAL, sent)
+        taken = caught.exception.taken
+        self.assertTrue(1024 <= taken < len(sent), taken)
+        self.assertIn(f"took {taken} bytes, and no more", str(caught.exception))
+        self.assertEqual(self.device.receives(taken), sent[:taken])
+
+    def test_a_slow_line_is_no_failure(self) -> None:
+        client = self.connect()
+        client.reply_timeout = 2.0
+        client.open(PHYSICAL)
+        sent = bytes(range(256)) * 240
+        began = time.monotonic()
+        reader = threading.Thread(target=self.receive_slowly, args=(sent,))
+        reader.start()
+        client.write(PHYSICAL, sent)
+        self.assertGreater(time.monotonic() - began, client.reply_timeout)
+        reader.join()
+
+    def receive_slowly(self, wanted: bytes) -> None:
+        for at in range(0, len(wanted), 1024):
+            time.sleep(0.08)  # the line's speed
+            assert self.device.receives(1024) == wanted[at : at + 1024]
 
     def echo(self, count: int) -> None:
         while count > 0 and (data := self.device.receives(min(count, 256))):
@@ -105,8 +136,8 @@ class WithService(unittest.TestCase):
 
     def test_options(self) -> None:
         client = self.connect()
-        link = client._socket
-        assert link is not None
+        assert client._link is not None
+        link = client._link._socket
         self.assertNotEqual(link.getsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY), 0)
         for _ in range(10):  # by then the kernel has cleared it, unless set after each
             self.refusal(client, "X")

@@ -5,7 +5,7 @@ import unittest
 
 import serial_port_relay as relay
 from serial_port_relay import Block, Direction, Packet, Port
-from serial_port_relay.packet import CLOSE, DATA, OPEN, data_commands, max_data
+from serial_port_relay.packet import CLOSE, DATA, OPEN, block_bytes
 
 NAME = "000E 23506879736963616C506F727431"  # #PhysicalPort1
 TO, FROM = Direction.TO_SERVICE, Direction.FROM_SERVICE
@@ -57,13 +57,13 @@ class Packets(unittest.TestCase):
         with self.assertRaisesRegex(relay.MalformedPacket, "within the status"):
             relay.parse_packet(bytes.fromhex("0007 01 02 0001 58"), FROM)
 
-    def test_long_data_take_several_commands(self) -> None:
-        self.assertEqual(max_data("#PhysicalPort0"), 65511)
-        sent = bytes(range(256)) * 300
-        commands = list(data_commands("#PhysicalPort0", sent))
-        self.assertEqual([len(command) for command in commands], [65535, 76800 - 65511 + 24])
-        parsed = [relay.parse_packet(command, TO) for command in commands]
-        self.assertEqual(b"".join(packet.data for packet in parsed), sent)
+    def test_the_longest_data(self) -> None:
+        self.assertEqual(block_bytes("#PhysicalPort0", 65536), 65511)
+        self.assertEqual(block_bytes("#PhysicalPort0", 65510), 65510)
+        command = relay.data_command("#PhysicalPort0", [Block(1, bytes(65511))])
+        self.assertEqual(len(command), 65535)
+        with self.assertRaises(relay.UsageError):
+            block_bytes("#PhysicalPort0", -1)
 
     def test_what_cannot_be_built(self) -> None:
         with self.assertRaises(relay.UsageError):

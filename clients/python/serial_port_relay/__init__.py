@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The relay service's side of SerialPortHandler's link, for test benches and tools."""
 
-from .client import DEFAULT_PORT, Client, Received
+from .client import DEFAULT_PORT, Client
 from .errors import (
     LinkEnded,
     MalformedPacket,
@@ -25,12 +25,15 @@ from .packet import (
     parse_packet,
     status_text,
 )
+from .told import Change, Event, Received
 
 __all__ = [
     "DEFAULT_PORT",
     "Block",
+    "Change",
     "Client",
     "Direction",
+    "Event",
     "LinkEnded",
     "MalformedPacket",
     "NoAnswer",

@@ -5,6 +5,8 @@
 class RelayError(Exception):
     """The base of all."""
 
+    taken = 0  # raised by a write: how many bytes the service had certainly taken
+
 
 class UsageError(RelayError, ValueError):
     """The caller's own mistake, such as a port name of no length."""

@@ -4,27 +4,32 @@
 import enum
 import re
 import struct
-from collections.abc import Iterator, Sequence
+from collections.abc import Sequence
 from dataclasses import dataclass
 
 from .errors import MalformedPacket, NonsenseError, UsageError
 
 OPEN, CLOSE, DATA = 1, 2, 4
 NUMBERED, NAMED = 1, 2
+DONE, NO_PORT, OPEN_ALREADY, OPEN_FAILED, NOT_CLOSED = 0, 2, 3, 4, 5  # statuses
 RECEIVED_DATA_BLOCK = 2
 MAX_PACKET = 65535
 MAX_BLOCKS = 255
+# The parameter of an open that is sent behind data, to a port that is open, for its answer only. The
+# service does not look at it; recordings and the dissector tell by it what is no user's command.
+FENCE = 0x4645  # "FE"
 MIN_PACKET = 4  # length, command and port form
+_MOST_SHOWN = 64
 
 _COMMAND_NAMES = {OPEN: "open", CLOSE: "close", DATA: "data"}
 _STATUS_TEXTS = {
-    (OPEN, 0): "open",
-    (OPEN, 2): "this machine's configuration has no such port, or the name leads to no device",
-    (OPEN, 3): "the port is open already",
-    (OPEN, 4): "the device is missing, or cannot be opened or set up",
-    (CLOSE, 0): "closed",
-    (CLOSE, 2): "the port is not open",
-    (CLOSE, 5): "the port could not be closed, and stays open",
+    (OPEN, DONE): "open",
+    (OPEN, NO_PORT): "this machine's configuration has no such port, or the name leads to no device",
+    (OPEN, OPEN_ALREADY): "the port is open already",
+    (OPEN, OPEN_FAILED): "the device is missing, or cannot be opened or set up",
+    (CLOSE, DONE): "closed",
+    (CLOSE, NO_PORT): "the port is not open",
+    (CLOSE, NOT_CLOSED): "the port could not be closed, and stays open",
 }
 
 
@@ -54,6 +59,16 @@ class Port:
         if len(name) > MAX_PACKET - 8:
             raise UsageError("a port's name does not fit into a packet")
         return Port(name)
+
+    def as_answered(self) -> "Port":
+        """The service ends a name at its first zero byte, in its answers too."""
+        return Port(self.name.split(b"\0")[0], self.vendor_id, self.product_id)
+
+    @property
+    def shown(self) -> str:
+        """For messages, which stay short whatever the name."""
+        text = str(self)
+        return text if len(text) <= _MOST_SHOWN else f"{text[:_MOST_SHOWN]}..."
 
     @property
     def is_numbered(self) -> bool:
@@ -119,24 +134,16 @@ def close_command(port: str | Port, parameter: int | None = None) -> bytes:
     return build_packet(Packet(CLOSE, Port.from_text(port), parameter))
 
 
-def max_data(port: str | Port) -> int:
-    """How many bytes a data command of one block can carry to this port."""
-    return MAX_PACKET - len(data_command(port, [Block(1, b"")]))
-
-
 def data_command(port: str | Port, blocks: Sequence[Block]) -> bytes:
     return build_packet(Packet(DATA, Port.from_text(port), None, tuple(blocks)))
 
 
-def data_commands(port: str | Port, data: bytes, block_size: int = 0) -> Iterator[bytes]:
-    """Data of any length, each command with one block of at most `block_size` bytes (0: as many
-    as a packet holds)."""
-    most = max_data(port)
-    if block_size < 0 or most == 0:
+def block_bytes(port: str | Port, most: int) -> int:
+    """`most`, or as many bytes as a data command of one block can carry to this port."""
+    size = min(most, MAX_PACKET - len(data_command(port, [Block(1, b"")])))
+    if size <= 0:
         raise UsageError("a block cannot be that small")
-    step = min(block_size or most, most)
-    for start in range(0, len(data), step):
-        yield data_command(port, [Block(1, data[start : start + step])])
+    return size
 
 
 class _Reader:

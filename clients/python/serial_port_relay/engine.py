@@ -1,0 +1,316 @@
+# SPDX-License-Identifier: MIT
+"""What the calls of a client wait in: makes the link, keeps it, and takes what comes."""
+
+import collections
+import logging
+import time
+from collections.abc import Callable, MutableSequence
+from dataclasses import dataclass
+from typing import NamedTuple
+
+from .errors import LinkEnded, MalformedPacket, NonsenseError, NotListening, RelayError
+from .link import Link
+from .packet import (
+    DATA,
+    DONE,
+    NOT_CLOSED,
+    OPEN,
+    OPEN_ALREADY,
+    Direction,
+    Packet,
+    PacketCutter,
+    Port,
+    open_command,
+    parse_packet,
+    status_text,
+)
+from .told import Change, Event, Received
+
+_RETRY_PAUSE = 0.1  # seconds between two tries to connect
+_REOPEN_PAUSE = 0.5  # between two opens of a kept port that the service refused
+_MOST_AT_THE_END = 256  # receives: more than a socket's buffer holds
+
+_log = logging.getLogger("serial_port_relay")
+
+
+class _Question(NamedTuple):
+    command: int
+    port: Port
+    answer: Callable[[int], None]
+
+
+@dataclass
+class Kept:
+    """A port that is opened on each link."""
+
+    status: int | None = None  # of its open on this link; None: not answered yet
+    retry_at: float | None = None
+    told: int | None = None  # the status that the caller knows
+
+
+class Engine:
+    """See Client for the public attributes, and the table of states in the README."""
+
+    def __init__(self, port: int, patience: float, reconnect: bool) -> None:
+        self.port = port
+        self.patience = patience
+        self.reconnect = reconnect
+        self.on_received: Callable[[Received], None] | None = None
+        self.on_event: Callable[[Event], None] | None = None
+        self.malformed: MutableSequence[tuple[bytes, str]] = []
+        self._link: Link | None = None
+        self._number = 0  # of the link that stands, or of the last one
+        self._is_wanted = False  # with no link: it is tried again
+        self._failure: RelayError | None = None  # why there is no link
+        self._retry_at = 0.0
+        self._patience_end = 0.0
+        self._is_served = False  # something came on this link
+        self._is_cut = False  # since ENDED was told
+        self._is_raw = False  # bytes of the caller's own making were sent on this link
+        self._outgoing = bytearray()
+        self._cutter = PacketCutter()
+        self._questions: collections.deque[_Question] = collections.deque()
+        self._opened: set[Port] = set()  # on this link, as its answers say
+        self._kept: dict[Port, Kept] = {}  # in the order of their opening
+        self._incoming: collections.deque[Received] = collections.deque()
+        self._replies: collections.deque[Packet] = collections.deque()
+
+    @property
+    def is_connected(self) -> bool:
+        return self._link is not None and self._link.is_connected
+
+    def _begin_call(self) -> None:
+        self._patience_end = time.monotonic() + self.patience
+
+    def _is_on(self, number: int) -> bool:
+        """Whether it is still that link that stands."""
+        return self.is_connected and self._number == number
+
+    def _run(self, done: Callable[[], object], end: float | None) -> bool:
+        """False: the end has passed. Raises why the link ended when it is not tried again."""
+        while not done():
+            if self._link is None and not self._is_wanted:
+                failure, self._failure = self._failure, None
+                raise failure or LinkEnded("not connected to the service")
+            is_late = end is not None and time.monotonic() >= end
+            self._step(end)
+            if is_late and not done():
+                return False
+        return True
+
+    def _need_link(self, end: float | None) -> None:
+        if self.is_connected:
+            self._step(0.0)  # one that has ended meanwhile is noticed
+        if not self._run(lambda: self.is_connected, end):
+            raise self._failure or self._unlinked()
+
+    def _step(self, end: float | None) -> None:
+        """Waits until something can be done or `end`, and does it."""
+        if self._link is None:
+            time.sleep(left(_earliest(end, self._retry_at)) or 0.0)
+            if time.monotonic() >= self._retry_at:
+                self._connect()
+            return
+        was_connected = self.is_connected
+        due = [kept.retry_at for kept in self._kept.values() if self.reconnect]
+        try:
+            self._link.wait(bool(self._outgoing), left(_earliest(end, *due)))
+        except OSError as error:
+            self._end(self._unlinked(error), is_firm=False)
+            return
+        if self.is_connected and not was_connected:
+            self._be_connected()
+        elif self.is_connected:
+            self._link.send(self._outgoing)
+            self._receive()
+            self._reopen()
+
+    def _connect(self) -> None:
+        try:
+            self._link = Link(self.port)
+        except OSError as error:
+            self._end(self._unlinked(error), is_firm=False)
+        else:
+            self._is_served = self._is_raw = False
+            if self.is_connected:
+                self._be_connected()
+
+    def _be_connected(self) -> None:
+        self._number += 1
+        for port in self._kept:
+            self._open_kept(port)
+
+    def _end(self, reason: RelayError, is_firm: bool = True) -> None:
+        """`is_firm`: without `reconnect`, there is no further try."""
+        if self._link is not None:
+            self._link.close()
+            self._link = None
+        was_served, self._is_served = self._is_served, False
+        self._outgoing.clear()
+        self._cutter = PacketCutter()
+        self._questions.clear()
+        self._opened.clear()
+        for kept in self._kept.values():
+            kept.status = kept.retry_at = kept.told = None
+        now = time.monotonic()
+        self._is_wanted = self.reconnect or (not is_firm and now < self._patience_end)
+        self._retry_at = now + _RETRY_PAUSE
+        self._failure = reason
+        if was_served and self.reconnect:
+            self._is_cut = True
+            self._tell(Change.ENDED, f"{reason}; trying again")
+
+    def _leave(self) -> None:
+        """As the caller wishes: there is no further try. What has come is taken."""
+        reconnect, self.reconnect = self.reconnect, False
+        try:
+            for _ in range(_MOST_AT_THE_END):
+                if not self.is_connected or not self._receive():
+                    break
+        finally:
+            self._end(LinkEnded("not connected to the service"))
+            self.reconnect, self._is_cut = reconnect, False
+
+    def _unlinked(self, error: OSError | None = None) -> NotListening:
+        address = f"127.0.0.1:{self.port}"
+        if error is None:
+            return NotListening(f"{address} does not take the link")
+        if isinstance(error, ConnectionRefusedError):
+            return NotListening(f"nothing listens on {address}: is the service running?")
+        return NotListening(f"cannot connect to {address}: {error.strerror}")
+
+    def _ask(self, command: int, port: Port, packet: bytes, answer: Callable[[int], None]) -> None:
+        self._questions.append(_Question(command, port.as_answered(), answer))
+        self._put(packet)
+
+    def _put(self, data: bytes) -> None:
+        assert self._link is not None
+        self._outgoing += data
+        self._link.send(self._outgoing)
+
+    def _open_kept(self, port: Port) -> None:
+        kept = self._kept[port]
+        kept.status = kept.retry_at = None
+
+        def answer(status: int) -> None:
+            if self._kept.get(port) is kept:  # not closed meanwhile
+                self._take_status(port, kept, status)
+
+        self._ask(OPEN, port, open_command(port), answer)
+
+    def _take_status(self, port: Port, kept: Kept, status: int) -> None:
+        is_open = status in (DONE, OPEN_ALREADY)
+        kept.status = status
+        kept.retry_at = None if is_open else time.monotonic() + _REOPEN_PAUSE
+        if status != kept.told:
+            kept.told = status
+            text = f"{port.shown}: {'open' if is_open else status_text(OPEN, status)}"
+            self._tell(Change.OPENED if is_open else Change.REFUSED, text, port)
+
+    def _keep(self, port: Port, status: int | None) -> None:
+        """`status`: with which the caller has been answered."""
+        kept = self._kept[port] = Kept(told=status)
+        if status is not None:
+            self._take_status(port, kept, status)
+        elif self.is_connected:
+            self._open_kept(port)
+
+    def _reopen(self) -> None:
+        now = time.monotonic()
+        for port, kept in self._kept.items():
+            if kept.retry_at is not None and now >= kept.retry_at and self.reconnect:
+                self._open_kept(port)
+
+    def _receive(self) -> bool:
+        """False: nothing came."""
+        if self._link is None:
+            return False
+        try:
+            data = self._link.receive()
+        except OSError:
+            data = b""
+        if data is None:
+            return False
+        if not data:
+            # The queue of a service that is about to listen anew, as its peer has just left, is
+            # reset before anything came.
+            self._end(LinkEnded("the service ended the link"), is_firm=self._is_served)
+            return False
+        if not self._is_served:
+            self._is_served = True
+            self._tell_linked()
+        self._cutter.add(data)
+        self._take_packets()
+        return True
+
+    def _take_packets(self) -> None:
+        number = self._number
+        while self._is_on(number):
+            try:
+                raw = self._cutter.next()
+            except NonsenseError as error:
+                self._end(error)
+                return
+            if raw is None:
+                return
+            self._take_packet(raw)
+
+    def _take_packet(self, raw: bytes) -> None:
+        try:
+            packet = parse_packet(raw, Direction.FROM_SERVICE)
+        except MalformedPacket as error:
+            self.malformed.append((raw, str(error)))
+            return
+        if packet.command != DATA:
+            self._take_reply(packet)
+            return
+        piece = Received(packet.port, packet.data)
+        piece.link = self._number
+        if self.on_received is not None:
+            self.on_received(piece)
+        else:
+            self._incoming.append(piece)
+
+    def _take_reply(self, packet: Packet) -> None:
+        status = packet.number or 0
+        if packet.command == OPEN and status in (DONE, OPEN_ALREADY):
+            self._opened.add(packet.port)
+        elif packet.command != OPEN and status != NOT_CLOSED:
+            self._opened.discard(packet.port)
+        question = self._questions[0] if self._questions else None
+        if question and (question.command, question.port) == (packet.command, packet.port):
+            self._questions.popleft()
+            question.answer(status)
+        elif question and not self._is_raw:
+            self._end(
+                NonsenseError(
+                    f"the service answered for {packet.port.shown} instead of {question.port.shown}"
+                )
+            )
+        else:
+            self._replies.append(packet)
+
+    def _tell_linked(self) -> None:
+        if self._is_cut:
+            self._is_cut = False
+            self._tell(Change.LINKED, "the link stands again")
+
+    def _tell(self, what: Change, text: str, port: Port | None = None) -> None:
+        if self.on_event is not None:
+            self.on_event(Event(what, text, port))
+        else:
+            is_good = what in (Change.LINKED, Change.OPENED)
+            _log.log(logging.INFO if is_good else logging.WARNING, "%s", text)
+
+
+def deadline(timeout: float | None) -> float | None:
+    return None if timeout is None else time.monotonic() + timeout
+
+
+def left(end: float | None) -> float | None:
+    return None if end is None else max(0.0, end - time.monotonic())
+
+
+def _earliest(*ends: float | None) -> float | None:
+    return min((end for end in ends if end is not None), default=None)
+

@@ -1,0 +1,206 @@
+# SPDX-License-Identifier: MIT
+"""A client that reconnects, with the real service: SPH_SERVICE names its program."""
+
+import fcntl
+import os
+import resource
+import socket
+import struct
+import termios
+import time
+import unittest
+from collections.abc import Callable
+
+from serial_port_relay import Change, Client, Event, NotListening, Port, Received, Refused
+from workplace import PATIENCE, PHYSICAL, USB, Device, make
+
+PROGRAM = os.environ["SPH_SERVICE"]
+
+
+class WithService(unittest.TestCase):
+    def setUp(self) -> None:
+        self.service = make(PROGRAM, self.addCleanup)
+        self.device = Device("/dev/ttyS2")
+        self.addCleanup(self.device.remove)
+        self.events: list[Event] = []
+
+    def connect(self, reply_timeout: float = PATIENCE, reconnect: bool = True) -> Client:
+        client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect,
+                        reply_timeout=reply_timeout, on_event=self.events.append)
+        self.addCleanup(client.disconnect)
+        client.connect()
+        return client
+
+    def kept(self) -> Client:
+        client = self.connect()
+        client.open(PHYSICAL, keep=True)
+        return client
+
+    def restart(self) -> None:
+        self.service.kill()
+        self.service.start()
+
+    def receive_until(self, client: Client, done: Callable[[], bool]) -> None:
+        deadline = time.monotonic() + PATIENCE
+        while not done():
+            self.assertLess(time.monotonic(), deadline, f"events: {self.events}")
+            self.assertIsNone(client.receive(0.01))
+
+    def told(self) -> list[Change]:
+        return [event.what for event in self.events]
+
+
+class Restart(WithService):
+    def test_receive(self) -> None:
+        client = self.kept()
+        self.service.kill()
+        for _ in range(3):
+            self.assertIsNone(client.receive(0.1))
+        self.service.start()
+        self.receive_until(client, lambda: Change.OPENED in self.told())
+        self.device.sends(b"again")
+        piece = client.receive(PATIENCE)
+        assert piece is not None
+        self.assertEqual((piece.port, piece.data), (Port(PHYSICAL.encode()), b"again"))
+        self.assertGreater(piece.link, 1)
+        self.assertEqual(self.told(), [Change.ENDED, Change.LINKED, Change.OPENED])
+
+    def test_write(self) -> None:
+        client = self.kept()
+        for data in (b"one", b"two"):
+            self.restart()
+            client.write(PHYSICAL, data)
+            self.assertEqual(self.device.receives(3), data)
+
+    def test_open(self) -> None:
+        client = self.connect()
+        self.restart()
+        client.open(PHYSICAL)
+        self.restart()
+        client.open(PHYSICAL, keep=True)
+        self.restart()
+        with self.assertRaisesRegex(Refused, "status 2"):
+            client.open("X")
+        client.write(PHYSICAL, b"abc")
+        self.assertEqual(self.device.receives(3), b"abc")
+
+    def test_close(self) -> None:
+        client = self.kept()
+        self.restart()
+        client.close(PHYSICAL)
+        with self.assertRaisesRegex(Refused, "status 2"):
+            client.close(PHYSICAL)
+
+    def test_read_until(self) -> None:
+        client = self.kept()
+        client.on_event = self.send_when_open
+        self.restart()
+        self.assertEqual(client.read_until(PHYSICAL, b"\n", PATIENCE), b"again\n")
+
+    def send_when_open(self, event: Event) -> None:
+        if event.what is Change.OPENED:
+            self.device.sends(b"again\n")
+
+    def test_packets_of_ones_own(self) -> None:
+        client = self.connect()
+        self.restart()
+        client.send(bytes.fromhex("0007 01 02 0001 58"))
+        self.assertEqual(client.reply(PATIENCE).number, 2)
+
+
+class Limits(WithService):
+    def test_receive_takes_its_timeout(self) -> None:
+        client = self.kept()
+        self.service.kill()
+        began = time.monotonic()
+        self.assertIsNone(client.receive(0.1))
+        passed = time.monotonic() - began
+        self.assertTrue(0.1 <= passed < PATIENCE / 4, passed)
+
+    def test_commands_take_the_reply_timeout(self) -> None:
+        client = self.connect(reply_timeout=0.2)
+        client.open(PHYSICAL)
+        self.service.kill()
+        calls: list[Callable[[], None]] = [
+            lambda: client.open("X"),
+            lambda: client.close(PHYSICAL),
+            lambda: client.write(PHYSICAL, b"abc"),
+        ]
+        for call in calls:
+            began = time.monotonic()
+            with self.assertRaisesRegex(NotListening, "is the service running"):
+                call()
+            passed = time.monotonic() - began
+            self.assertTrue(0.2 <= passed < PATIENCE / 4, passed)
+        self.service.start()
+        client.reply_timeout = PATIENCE
+        client.open(PHYSICAL)
+
+    def test_a_descriptor_above_1023(self) -> None:
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(hard, 2048), hard))
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
+        taken: list[int] = []
+        while not taken or taken[-1] < 1024:
+            taken.append(os.dup(0))
+            self.addCleanup(os.close, taken[-1])
+        client = self.kept()
+        client.write(PHYSICAL, b"abc")
+        self.assertEqual(self.device.receives(3), b"abc")
+
+
+class KeptPorts(WithService):
+    def test_an_adapter_that_comes_later(self) -> None:
+        client = self.connect()
+        with self.assertRaisesRegex(Refused, "status 4"):
+            client.open(USB, keep=True)
+        usb = Device("/dev/ttyUSB0")
+        self.addCleanup(usb.remove)
+        self.receive_until(client, lambda: bool(self.events))
+        self.assertEqual(self.events, [Event(Change.OPENED, f"{USB}: open", Port(USB.encode()))])
+        client.write(USB, b"abc")
+        self.assertEqual(usb.receives(3), b"abc")
+
+    def test_an_adapter_that_is_away_after_a_restart(self) -> None:
+        usb = Device("/dev/ttyUSB0")
+        client = self.connect()
+        client.open(USB, keep=True)
+        usb.remove()
+        self.restart()
+        self.receive_until(client, lambda: Change.REFUSED in self.told())
+        with self.assertRaisesRegex(Refused, "not open"):
+            client.write(USB, b"abc")
+        usb = Device("/dev/ttyUSB0")
+        self.addCleanup(usb.remove)
+        self.receive_until(client, lambda: Change.OPENED in self.told())
+        client.write(USB, b"abc")
+        self.assertEqual(usb.receives(3), b"abc")
+
+    def test_disconnect_and_connect(self) -> None:
+        for reconnect in (True, False):
+            with self.subTest(reconnect=reconnect):
+                client = self.connect(reconnect=reconnect)
+                client.open(PHYSICAL, keep=True)
+                client.disconnect()
+                client.connect()
+                client.write(PHYSICAL, b"abc")
+                self.assertEqual(self.device.receives(3), b"abc")
+                client.disconnect()
+
+
+class Disconnect(unittest.TestCase):
+    def test_what_had_come_is_kept(self) -> None:
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            client = Client(server.getsockname()[1])
+            client.connect()
+            link, _ = server.accept()
+            with link:
+                link.sendall(bytes.fromhex("000D 04 02 0001 58 01 02 0002 4F4B"))
+                while struct.unpack("i", fcntl.ioctl(link, termios.TIOCOUTQ, b"\0" * 4)) != (0,):
+                    pass  # until the client's side has it
+                client.disconnect()
+        self.assertEqual(client.receive(0.0), Received(Port(b"X"), b"OK"))
+
+
+if __name__ == "__main__":
+    unittest.main()
