@@ -38,7 +38,7 @@ void PrintError(const std::string& text) {
 // What the machine tells beyond the library's text.
 std::string Explanation(const relay::Error& error, const Settings& settings) {
   return error.Kind() == relay::ErrorKind::kNoAnswer
-             ? ": " + WhyNoAnswer(ProcessTable(), static_cast<uint16_t>(settings.port))
+             ? ": " + WhyNoAnswer(ProcessTable(), settings.Port())
              : "";
 }
 
@@ -135,7 +135,9 @@ CommandLine::CommandLine() : parser(std::make_unique<Parser>()) {
   app.name("relayctl");
   app.option_defaults()->always_capture_default();
   app.set_version_flag("-V,--version", std::string("relayctl ") + RELAYCTL_VERSION);
-  app.add_option("-p,--port", settings.port, "TCP port of the service on 127.0.0.1")
+  app.add_option("-p,--port", settings.givenPort,
+                 "TCP port of the service on 127.0.0.1; by its configuration if not given")
+      ->default_str("")
       ->check(CLI::Range(1U, 0xFFFFU).description(""))
       ->type_name("N");
   app.add_flag("-j,--json", settings.json, "Print one JSON object per line");

@@ -5,17 +5,20 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "MachineConfiguration.h"
 #include "ProcessTable.h"
 #include "Report.h"
+#include "RunningService.h"
 #include "UdevSnapshot.h"
 
 // The machine as it is at one moment.
 struct Machine {
-  MachineConfiguration configuration;
+  RunningService service;
+  MachineConfiguration configuration;  // as the service has it
   UdevSnapshot udev{""};
   std::string udevProblem;  // why `udev` is empty
   ProcessTable processes;
@@ -23,12 +26,13 @@ struct Machine {
   std::vector<std::string> ruleFolders = {"/etc/udev/rules.d", "/run/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
 
-  static Machine Now();
+  // `port`: where the service should listen that is meant, if there are several.
+  static Machine Now(std::optional<uint16_t> port);
 };
 
 // The service: who listens, which peer is connected, and what it needs of the system. `port`: where
 // it should listen.
-Report ExamineService(const Machine& machine, uint32_t port);
+Report ExamineService(const Machine& machine, uint16_t port);
 
 // One port by its name. `mayOpen`: the line's counters are read also when nobody has the port open.
 Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen);

@@ -28,11 +28,10 @@ bool Print(const Report& report, bool asJson) {
 }
 
 int Doctor(const Settings& settings, const Arguments& arguments) {
-  const Machine machine = Machine::Now();
-  // A port that is not the usual one was asked for; else it is where this machine's service
-  // listens.
-  const uint32_t port = settings.port != relay::kDefaultPort ? uint32_t{settings.port}
-                                                             : machine.configuration.relayPort;
+  const bool isGiven = settings.givenPort != 0;
+  const Machine machine = Machine::Now(isGiven ? std::optional(settings.Port()) : std::nullopt);
+  const uint16_t port =
+      isGiven ? settings.Port() : static_cast<uint16_t>(machine.configuration.relayPort);
   bool anyFault = Print(ExamineService(machine, port), settings.json);
   std::vector<std::string> ports = arguments.ports;
   if (ports.empty()) {

@@ -14,6 +14,7 @@ constexpr uint32_t kLoopback = INADDR_LOOPBACK;
 
 // Where the service's searches dump the udev database.
 constexpr const char* kDumpFile = "/tmp/deviceinfo.txt";
+constexpr const char* kLogVariable = "KXLOGGER_FILE";
 
 void ExamineConfiguration(const MachineConfiguration& configuration, Report& report) {
   report.Fact("configuration", configuration.path);
@@ -28,6 +29,27 @@ void ExamineConfiguration(const MachineConfiguration& configuration, Report& rep
   } else if (configuration.ports.empty()) {
     report.Warning("the configuration has no port",
                    "add a section for each port to " + configuration.path);
+  }
+}
+
+// What was looked at where, as the service may see other files than the calling user.
+void ExamineView(const RunningService& service, Report& report) {
+  if (!service.process) {
+    return;
+  }
+  const std::string name = NameOf(*service.process);
+  if (!service.mayLookInto) {
+    report.Note("the environment and the files of " + name +
+                    " may not be looked at by this user: the configuration is what this user's "
+                    "environment leads to, and the service may have another",
+                "run this as root to see what the service sees");
+  }
+  const auto log = service.environment.find(kLogVariable);
+  if (log != service.environment.end()) {
+    report.Fact("log file", log->second);
+  }
+  for (const Process& other : service.others) {
+    report.Note("there is another service, " + NameOf(other), "choose by its port: -p N");
   }
 }
 
@@ -47,7 +69,7 @@ void ExamineListener(const Machine& machine, const TcpSocket& listener, Report& 
 }
 
 // One that a process has is served; those that nobody has wait in the kernel's queue.
-void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint32_t port,
+void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t port,
                   Report& report) {
   size_t waiting = 0;
   for (const TcpSocket& link : sockets) {
@@ -72,7 +94,7 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
 }
 
 // The kernel gives local ports to connections from a range that may hold the relay port.
-void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint32_t port,
+void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t port,
                       Report& report) {
   const auto borrower = std::find_if(sockets.begin(), sockets.end(), [port](const TcpSocket& one) {
     return one.localPort == port && one.localAddress == kLoopback && one.inode != 0;
@@ -86,12 +108,16 @@ void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sock
 }
 
 // The service runs as another user, in a folder where nobody may replace the file of somebody else.
-void ExamineDumpFile(Report& report) {
-  struct stat file {};
-  if (lstat(kDumpFile, &file) != 0) {
+// Nothing is said of a /tmp that need not be the service's.
+void ExamineDumpFile(const RunningService& service, Report& report) {
+  if (service.process && !service.mayLookInto) {
     return;
   }
-  const std::string name = kDumpFile;
+  const std::string name = service.process ? service.PathOf(kDumpFile) : kDumpFile;
+  struct stat file {};
+  if (lstat(name.c_str(), &file) != 0) {
+    return;
+  }
   if (!S_ISREG(file.st_mode)) {
     report.Fault(name + " is no plain file: no USB port can be found", "remove it: rm -r " + name);
   } else {
@@ -103,10 +129,11 @@ void ExamineDumpFile(Report& report) {
 
 }  // namespace
 
-Report ExamineService(const Machine& machine, uint32_t port) {
+Report ExamineService(const Machine& machine, uint16_t port) {
   Report report{"service"};
   ExamineConfiguration(machine.configuration, report);
   report.Fact("relay port", port);
+  ExamineView(machine.service, report);
   const std::vector<TcpSocket> sockets = machine.processes.TcpSockets();
   const auto listener = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& socket) {
     return socket.state == kTcpListening && socket.localPort == port &&
@@ -124,6 +151,6 @@ Report ExamineService(const Machine& machine, uint32_t port) {
     report.Fault("no USB port can be found: " + machine.udevProblem,
                  "install udev; the service runs \"udevadm info --export-db\"");
   }
-  ExamineDumpFile(report);
+  ExamineDumpFile(machine.service, report);
   return report;
 }

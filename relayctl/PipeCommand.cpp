@@ -96,7 +96,7 @@ class Pipe {
 
   [[noreturn]] void FailToOpen() const {
     throw relay::Error(relay::ErrorKind::kNoAnswer,
-                       "no answer from 127.0.0.1:" + std::to_string(settings.port));
+                       "no answer from 127.0.0.1:" + std::to_string(settings.Port()));
   }
 
   bool MayRead() const { return isOpen && !inputEnded && writer.Unsent() < kMostWaiting; }

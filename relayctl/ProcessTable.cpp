@@ -101,7 +101,7 @@ std::vector<pid_t> ProcessTable::Pids() const {
 Process ProcessTable::Describe(pid_t pid) const {
   Process process;
   process.pid = pid;
-  const std::string folder = proc + "/" + std::to_string(pid);
+  const std::string folder = FolderOf(pid);
   process.command = FirstLine(folder + "/comm");
   std::ifstream status(folder + "/status");
   for (std::string line; std::getline(status, line);) {
@@ -109,7 +109,9 @@ Process ProcessTable::Describe(pid_t pid) const {
     std::string key;
     std::string effective;
     words >> key;
-    if (key == "Uid:") {
+    if (key == "State:") {
+      words >> process.state;
+    } else if (key == "Uid:") {
       words >> effective >> process.user;  // the second number is the effective one
     } else if (key == "Gid:") {
       gid_t group = 0;
@@ -138,7 +140,7 @@ ProcessSearch ProcessTable::HoldersOf(dev_t device) const {
   };
   for (const pid_t pid : Pids()) {
     bool found = false;
-    search.complete &= AnyDescriptor(proc + "/" + std::to_string(pid) + "/fd", isDevice, found);
+    search.complete &= AnyDescriptor(FolderOf(pid) + "/fd", isDevice, found);
     if (found) {
       search.found.push_back(Describe(pid));
     }
@@ -152,7 +154,7 @@ ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
   const auto isSocket = [&text](const fs::path& descriptor) { return LinkOf(descriptor) == text; };
   for (const pid_t pid : Pids()) {
     bool found = false;
-    search.complete &= AnyDescriptor(proc + "/" + std::to_string(pid) + "/fd", isSocket, found);
+    search.complete &= AnyDescriptor(FolderOf(pid) + "/fd", isSocket, found);
     if (found) {
       search.found.push_back(Describe(pid));
     }
@@ -160,10 +162,28 @@ ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
   return search;
 }
 
+std::string ProcessTable::FolderOf(pid_t pid) const { return proc + "/" + std::to_string(pid); }
+
+std::optional<std::map<std::string, std::string>> ProcessTable::EnvironmentOf(pid_t pid) const {
+  std::ifstream file(FolderOf(pid) + "/environ");
+  std::map<std::string, std::string> environment;
+  for (std::string entry; std::getline(file, entry, '\0');) {
+    const size_t equals = std::min(entry.find('='), entry.size());
+    environment.emplace(entry.substr(0, equals), entry.substr(std::min(equals + 1, entry.size())));
+  }
+  return file.is_open() ? std::optional(environment) : std::nullopt;
+}
+
+bool ProcessTable::IsReachable(pid_t pid) const {
+  const std::string ours = LinkOf(proc + "/self/ns/net");
+  const std::string theirs = LinkOf(FolderOf(pid) + "/ns/net");
+  return Describe(pid).state != 'Z' && (theirs.empty() || ours == theirs);
+}
+
 std::vector<Process> ProcessTable::Named(const std::string& command) const {
   std::vector<Process> processes;
   for (const pid_t pid : Pids()) {
-    if (FirstLine(proc + "/" + std::to_string(pid) + "/comm") == command) {
+    if (FirstLine(FolderOf(pid) + "/comm") == command) {
       processes.push_back(Describe(pid));
     }
   }

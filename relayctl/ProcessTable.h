@@ -5,6 +5,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 struct Process {
   pid_t pid = 0;
   std::string command;  // the kernel's short name, at most 15 bytes
+  char state = 0;       // 'R', 'S', 'T' …, as in proc(5)
   uid_t user = 0;
   std::set<gid_t> groups;
   bool overridesPermissions = false;  // has the capability to open any file
@@ -57,6 +60,15 @@ class ProcessTable {
 
   // Who has this socket.
   ProcessSearch OwnersOf(uint64_t inode) const;
+
+  // "/proc/12", where it is and will be gone with the process.
+  std::string FolderOf(pid_t pid) const;
+
+  // What it was started with; nothing when this user may not see it.
+  std::optional<std::map<std::string, std::string>> EnvironmentOf(pid_t pid) const;
+
+  // False when it is known to be in another network namespace, or has ended already.
+  bool IsReachable(pid_t pid) const;
 
   // All with this short name.
   std::vector<Process> Named(const std::string& command) const;

@@ -53,7 +53,7 @@ int RecordPorts(const Settings& settings, const Options& options) {
   }
   RecordingFile recording(options.file);
   relay::Client client(settings.ForClient(true));
-  LinkNotices notices(static_cast<uint16_t>(settings.port),
+  LinkNotices notices(settings.Port(),
                       [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); });
   relay::Events events;
   events.connected = [&] { recording.Link(true); };
@@ -220,7 +220,7 @@ class Tap {
 
   void TellOfSilence() {
     silentAt.reset();
-    PrintNotice(SilenceText(static_cast<uint16_t>(settings.port)));
+    PrintNotice(SilenceText(settings.Port()));
   }
 
   void Leave() {

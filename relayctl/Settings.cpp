@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "Settings.h"
 
+#include "RunningService.h"
+
 namespace {
 
 relay::Millis FromSeconds(double seconds) {
@@ -9,9 +11,13 @@ relay::Millis FromSeconds(double seconds) {
 
 }  // namespace
 
+uint16_t Settings::Port() const {
+  return givenPort != 0 ? static_cast<uint16_t>(givenPort) : RelayPortByConfiguration();
+}
+
 relay::ClientOptions Settings::ForClient(bool reconnect) const {
   relay::ClientOptions options;
-  options.port = static_cast<uint16_t>(port);
+  options.port = Port();
   options.reconnect = reconnect;
   options.patience = FromSeconds(patience);
   options.replyTimeout = reconnect ? relay::Millis(0) : FromSeconds(timeout);

@@ -5,10 +5,13 @@
 
 // The options that every command has.
 struct Settings {
-  unsigned port = relay::kDefaultPort;
+  unsigned givenPort = 0;  // 0: none was given
   bool json = false;
   double timeout = 10;  // seconds; for an answer of the service
   double patience = 2;  // seconds; for a service that does not listen yet
+
+  // The port that was given; else that of the service's configuration, as it is now.
+  uint16_t Port() const;
 
   // Options for a client. `reconnect`: for commands that outlive the service; those wait for
   // answers without limit, as a line that takes no bytes holds up all commands behind it.

@@ -11,8 +11,8 @@
 #include "ExitStatus.h"
 #include "Loop.h"
 #include "MachineCommands.h"
-#include "MachineConfiguration.h"
 #include "Output.h"
+#include "RunningService.h"
 #include "Suggest.h"
 
 namespace {
@@ -28,6 +28,7 @@ struct Arguments {
   std::string file;
   bool once = false;
   bool places = false;
+  bool configured = false;
   unsigned count = 0;
 };
 
@@ -35,6 +36,18 @@ const char* WordOf(AdapterChange::Kind kind) {
   return kind == AdapterChange::Kind::kPresent   ? "present"
          : kind == AdapterChange::Kind::kPlugged ? "plugged"
                                                  : "unplugged";
+}
+
+MachineConfiguration ConfigurationNow() {
+  return ReadConfigurationOf(FindService(ProcessTable(), std::nullopt));
+}
+
+int ListConfigured(bool asJson) {
+  for (const ConfiguredPort& port : ConfigurationNow().ports) {
+    PrintLine(asJson ? JsonLine().Add("event", "configured").Add("port", port.name).Text()
+                     : port.name);
+  }
+  return kExitDone;
 }
 
 // The names of terminals and of raw USB devices: cheap to look at, and different after each change.
@@ -62,7 +75,7 @@ class Suggestions {
   unsigned Look(const UdevSnapshot& snapshot) {
     unsigned changes = 0;
     const MachineConfiguration configuration =
-        ownMachine ? ReadMachineConfiguration() : MachineConfiguration{};
+        ownMachine ? ConfigurationNow() : MachineConfiguration{};
     for (const AdapterChange& change : watch.Look(snapshot)) {
       Print(change, configuration);
       changes += change.kind != AdapterChange::Kind::kPresent ? 1 : 0;
@@ -159,6 +172,9 @@ int Suggest(const Settings& settings, const Arguments& arguments) {
     PrintLine(text);
     return kExitDone;
   }
+  if (arguments.configured) {
+    return ListConfigured(settings.json);
+  }
   return arguments.file.empty() ? Watch(settings.json, arguments)
                                 : ListFile(arguments.file, settings.json);
 }
@@ -174,5 +190,6 @@ void AddSuggest(CommandLine& line) {
   command.Option("--file", arguments->file, "FILE",
                  "A saved text of \"udevadm info --export-db\", also of another machine");
   command.Flag("--places", arguments->places, "List the places that have names");
+  command.Flag("--configured", arguments->configured, "List the ports that are configured");
   command.Runs([&line, arguments] { return Suggest(line.Common(), *arguments); });
 }

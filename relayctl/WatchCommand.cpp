@@ -58,8 +58,7 @@ class Watch {
         times(TimeFormOf(options.time)),
         form(ByteFormOf(options.show)),
         gatherer(Millis(options.split), [this](const Message& message) { Show(message); }),
-        notices(static_cast<uint16_t>(settings.port),
-                [this](const LinkNotices::Notice& notice) { Tell(notice); }),
+        notices(settings.Port(), [this](const LinkNotices::Notice& notice) { Tell(notice); }),
         client(WatchOptions(settings)) {}
 
   int Run() {

@@ -20,6 +20,7 @@ target_sources(relayctl_commands PRIVATE
   PtyBridge.cpp
   RawTerminal.cpp
   Report.cpp
+  RunningService.cpp
   Silence.cpp
   Suggest.cpp
   SuggestCommand.cpp

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
 # Bash completion for relayctl: commands, options and their words, files, and the names of the ports
-# that this machine's configuration has. Nothing is run but sed.
+# that the service's configuration has, which relayctl itself tells.
 
 # The options of a command, or of all commands.
 _relayctl_options() {
@@ -18,7 +18,7 @@ _relayctl_options() {
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
-    suggest) echo --once --count --file --places ;;
+    suggest) echo --once --count --file --places --configured ;;
   esac
 }
 
@@ -64,10 +64,7 @@ _relayctl_offer_words() {
 # As file names, so that bash puts a backslash before the # that would begin a comment.
 _relayctl_offer_ports() {
   compopt -o filenames 2>/dev/null
-  _relayctl_offer "$1" < <(
-    sed -n 's/^[[:blank:]]*\[\(#[^]]*\)\][[:space:]]*$/\1/p' "${VOST_CONFIG:-/etc/vost.conf}" \
-      2>/dev/null
-  )
+  _relayctl_offer "$1" < <(command "$relayctl" suggest --configured 2>/dev/null)
 }
 
 _relayctl_offer_files() {
@@ -97,7 +94,7 @@ _relayctl_look() {
 }
 
 _relayctl() {
-  local typed=$2 command='' option=''
+  local relayctl=$1 typed=$2 command='' option=''
   local -i arguments=0
   local -a words
   COMPREPLY=()

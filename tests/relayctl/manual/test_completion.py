@@ -16,7 +16,7 @@ from pathlib import Path
 
 from help_text import commands
 
-PROGRAM, COMPLETION = Path(sys.argv[1]), Path(sys.argv[2]).resolve()
+PROGRAM, COMPLETION = Path(sys.argv[1]).resolve(), Path(sys.argv[2]).resolve()
 PATIENCE = 30.0  # seconds
 
 CONFIGURATION = """\
@@ -52,7 +52,7 @@ class Completion(unittest.TestCase):
         (self.folder / "record me.txt").touch()
         (self.folder / "other").mkdir()
         self.environment = {
-            "PATH": os.environ["PATH"],
+            "PATH": f"{PROGRAM.parent}:{os.environ['PATH']}",
             "VOST_CONFIG": str(self.folder / "vost.conf"),
             "TERM": "dumb",
             "PS1": "ready> ",
