@@ -69,18 +69,19 @@ bool PeerSocket::Receive(std::string& bytes) {
 }
 
 void PeerSocket::Send(std::string_view bytes) {
-  outgoing += bytes;
+  outgoing.Add(bytes);
   Flush();
 }
 
 void PeerSocket::Flush() {
-  const ssize_t count = send(peer, outgoing.data(), outgoing.size(), MSG_NOSIGNAL);
-  outgoing.erase(0, count > 0 ? static_cast<size_t>(count) : 0);
+  const std::string_view bytes = outgoing.View();
+  const ssize_t count = send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  outgoing.Take(count > 0 ? static_cast<size_t>(count) : 0);
 }
 
 void PeerSocket::Drop() {
   if (peer != -1) {
     (void)close(std::exchange(peer, -1));
   }
-  outgoing.clear();
+  outgoing.Clear();
 }

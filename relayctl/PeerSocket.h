@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "relay/ByteQueue.h"
+
 // Listens on 127.0.0.1 in the service's place, and serves one relay service at a time, as the
 // service does. Nothing blocks.
 class PeerSocket {
@@ -17,7 +19,7 @@ class PeerSocket {
 
   int Listening() const { return listening; }
   int Peer() const { return peer; }  // -1: none
-  bool HasUnsent() const { return !outgoing.empty(); }
+  size_t Unsent() const { return outgoing.Size(); }
 
   // Takes the next peer, if there is one.
   bool Accept();
@@ -32,5 +34,5 @@ class PeerSocket {
  private:
   const int listening;
   int peer = -1;
-  std::string outgoing;
+  relay::ByteQueue outgoing;
 };

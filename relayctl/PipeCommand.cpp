@@ -23,6 +23,12 @@ using relay::Clock;
 // Input that waits for the line while more is read.
 constexpr uint64_t kMostWaiting = 2 * relay::Writer::kWindow;
 
+// Output that waits for its reader while more is taken from the link.
+constexpr size_t kMostOutput = size_t{1} << 18;
+
+// While an answer is under way the link has to be read, and a line that takes nothing delays it.
+constexpr size_t kMostAtAll = size_t{1} << 22;
+
 struct Options {
   std::string port;
   double exitAfter = 1;
@@ -68,7 +74,7 @@ class Pipe {
         input.Descriptor(), [this]() -> short { return MayRead() ? POLLIN : 0; },
         [this](short) { ReadInput(); });
     loop.Watch(
-        STDOUT_FILENO, [this]() -> short { return output.empty() ? 0 : POLLOUT; },
+        STDOUT_FILENO, [this]() -> short { return output.IsEmpty() ? 0 : POLLOUT; },
         [this](short) { WriteOutput(); });
     loop.When([this] { return End(); }, [] {});
     const auto answerBy = Clock::now() + AnswerTime();
@@ -112,8 +118,17 @@ class Pipe {
   }
 
   void Take(std::string_view data) {
-    output += data;
+    output.Add(data);
     Touch();
+    if (output.Size() >= kMostAtAll) {
+      throw relay::Error(relay::ErrorKind::kSystem,
+                         port.Text() +
+                             ": neither the line nor standard output takes anything, and " +
+                             std::to_string(kMostAtAll) + " received bytes wait");
+    }
+    if (output.Size() >= kMostOutput) {
+      client.Pause();
+    }
     if (!until.empty()) {
       seen += data;
       untilSeen = untilSeen || seen.find(until) != std::string::npos;
@@ -123,12 +138,16 @@ class Pipe {
 
   void WriteOutput() {
     // So much a pipe takes at once when poll says that it takes anything.
-    const ssize_t count =
-        write(STDOUT_FILENO, output.data(), std::min<size_t>(output.size(), PIPE_BUF));
+    const std::string_view piece = output.View().substr(0, PIPE_BUF);
+    const ssize_t count = write(STDOUT_FILENO, piece.data(), piece.size());
     if (count < 0 && errno != EAGAIN && errno != EINTR) {
       FailToPrint();
     }
-    output.erase(0, count > 0 ? static_cast<size_t>(count) : 0);
+    output.Take(count > 0 ? static_cast<size_t>(count) : 0);
+    if (client.IsPaused() && output.Size() < kMostOutput / 2) {
+      client.Resume();
+      Touch();  // nothing came because nothing was taken
+    }
   }
 
   void Touch() { lastTraffic = Clock::now(); }
@@ -155,7 +174,7 @@ class Pipe {
       Touch();
     }
     const auto end = End();
-    return output.empty() && (untilSeen || (end && Clock::now() >= *end));
+    return output.IsEmpty() && (untilSeen || (end && Clock::now() >= *end));
   }
 
   const Settings& settings;
@@ -166,7 +185,7 @@ class Pipe {
   relay::Writer writer;
   Loop loop;
   Input input{"-"};
-  std::string output;
+  relay::ByteQueue output;
   std::string seen;  // the last bytes, as many as `until` has
   bool isOpen = false;
   bool inputEnded = false;

@@ -12,9 +12,12 @@
 
 namespace {
 
-// A program that reads nothing loses what comes behind so much, as with any serial port. To stop
-// reading from the service instead would hold up its answers.
-constexpr size_t kLargestBacklog = size_t{1} << 20;
+// What waits for a program while more is taken from the link.
+constexpr size_t kMostWaiting = size_t{1} << 18;
+
+// While an answer is under way the link has to be read, and a line that takes nothing delays it:
+// behind so much, bytes are lost.
+constexpr size_t kMostAtAll = size_t{1} << 22;
 
 }  // namespace
 
@@ -53,20 +56,33 @@ void PtyBridge::TakeFromPort(std::string_view data) {
   if (terminal == nullptr || !terminal->InUse()) {
     return;
   }
-  const size_t room = kLargestBacklog - toProgram.size();
+  const size_t room = kMostAtAll - toProgram.Size();
   overrun += data.size() > room ? data.size() - room : 0;
-  toProgram += data.substr(0, room);
+  toProgram.Add(data.substr(0, room));
   GiveToProgram();
 }
 
-void PtyBridge::GiveToProgram() {
-  while (!toProgram.empty()) {
-    const size_t count = terminal->Write(toProgram.data(), toProgram.size());
-    if (count == 0) {
-      return;
-    }
-    toProgram.erase(0, count);
+void PtyBridge::Regulate() {
+  if (toProgram.Size() >= kMostWaiting) {
+    client.Pause();
+  } else if (toProgram.Size() < kMostWaiting / 2) {
+    client.Resume();
   }
+}
+
+void PtyBridge::ForgetProgram() {
+  toProgram.Clear();
+  Regulate();
+}
+
+void PtyBridge::GiveToProgram() {
+  size_t count = 1;
+  while (!toProgram.IsEmpty() && count > 0) {
+    const std::string_view bytes = toProgram.View();
+    count = terminal->Write(bytes.data(), bytes.size());
+    toProgram.Take(count);
+  }
+  Regulate();
 }
 
 void PtyBridge::TakeFromProgram() {
@@ -90,19 +106,19 @@ short PtyBridge::TerminalEvents() const {
     return 0;
   }
   return static_cast<short>((writer.Unsent() == 0 ? POLLIN : 0) |
-                            (toProgram.empty() ? 0 : POLLOUT));
+                            (toProgram.IsEmpty() ? 0 : POLLOUT));
 }
 
 void PtyBridge::Exchange(short events) {
   if ((events & POLLHUP) != 0) {
-    toProgram.clear();  // it has left; what it has written is still to be taken
+    ForgetProgram();  // it has left; what it has written is still to be taken
   }
   if (terminal->InUse()) {
     GiveToProgram();
     TakeFromProgram();
   }
   if (!terminal->InUse()) {
-    toProgram.clear();
+    ForgetProgram();
   }
 }
 

@@ -27,14 +27,16 @@ class PtyBridge {
   int Run(Loop& loop);
 
   uint64_t Sent() const { return sent; }          // bytes from programs to the port
-  uint64_t Received() const { return received; }  // bytes from the port, thrown away or not
-  uint64_t Overrun() const { return overrun; }    // of these, those that a program did not read
+  uint64_t Received() const { return received; }  // bytes from the port
+  uint64_t Overrun() const { return overrun; }    // of these, those there was no room for
 
  private:
   void BeTold(const relay::Reply& reply);
   void TakeFromPort(std::string_view data);
   void TakeFromProgram();
   void GiveToProgram();
+  void ForgetProgram();
+  void Regulate();
   short TerminalEvents() const;
   void Exchange(short events);
   void Offer();
@@ -46,7 +48,7 @@ class PtyBridge {
   relay::Writer writer;
   Loop* loop = nullptr;
   std::unique_ptr<PseudoTerminal> terminal;  // once the port was open
-  std::string toProgram;
+  relay::ByteQueue toProgram;
   uint64_t sent = 0;
   uint64_t received = 0;
   uint64_t overrun = 0;

@@ -115,6 +115,7 @@ class Tap {
         silentAt.reset();
         Record(direction, bytes);
         socket.Send(bytes);
+        Regulate();
       }
     };
     events.disconnected = [this](const relay::Error& error) {
@@ -169,13 +170,23 @@ class Tap {
   }
 
   short PeerEvents() const {
-    return static_cast<short>((client.IsConnected() ? POLLIN : 0) |
-                              (socket.HasUnsent() ? POLLOUT : 0));
+    return static_cast<short>((client.IsConnected() && client.Unsent() < kMostKept ? POLLIN : 0) |
+                              (socket.Unsent() > 0 ? POLLOUT : 0));
+  }
+
+  // One side waits for the other, as if nobody stood between.
+  void Regulate() {
+    if (socket.Unsent() < kMostKept) {
+      client.Resume();
+    } else {
+      client.Pause();
+    }
   }
 
   void OnPeer(short ready) {
     if ((ready & POLLOUT) != 0) {
       socket.Flush();
+      Regulate();
     }
     if ((ready & ~POLLOUT) == 0) {
       return;
@@ -229,6 +240,7 @@ class Tap {
       loop.Forget(socket.Peer());
     }
     socket.Drop();
+    Regulate();
     loop.ServeNoClient();
     recording.Link(false);
   }

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "relay/Socket.h"
 
@@ -60,8 +59,11 @@ void Client::CloseSocket() {
   if (socket != -1) {
     (void)close(std::exchange(socket, -1));
   }
-  outgoing.clear();
+  outgoing.Clear();
   cutter.Clear();
+  isBehind = false;
+  isBroken = false;
+  heldFences.clear();
   questions.clear();
   for (auto& entry : kept) {
     entry.second = KeptPort{};
@@ -136,7 +138,7 @@ short Client::PollEvents() const {
   if (state == State::kConnecting) {
     return POLLOUT;
   }
-  return static_cast<short>(outgoing.empty() ? POLLIN : POLLIN | POLLOUT);
+  return static_cast<short>((MayReceive() ? POLLIN : 0) | (outgoing.IsEmpty() ? 0 : POLLOUT));
 }
 
 std::optional<Clock::time_point> Client::NextDue() const {
@@ -229,7 +231,7 @@ void Client::RunUntil(const std::function<bool()>& done, std::optional<Millis> l
       }
       wait = wait ? std::min(*wait, left) : left;
     }
-    pollfd ready{socket, PollEvents(), 0};
+    pollfd ready{Descriptor(), PollEvents(), 0};
     (void)poll(&ready, 1, wait ? static_cast<int>(wait->count()) : -1);
     Process();
   }
@@ -239,31 +241,50 @@ void Client::Send(std::string_view bytes) {
   if (state != State::kConnected) {
     return;
   }
-  outgoing += bytes;
+  const bool isFirst = outgoing.IsEmpty();
+  outgoing.Add(bytes);
   // What does not go out at once goes out from Process: errors are told there too, not from within
   // the caller's own call.
-  if (outgoing.size() == bytes.size()) {
-    const long sent = link::Send(socket, outgoing);
-    if (sent > 0) {
-      outgoing.erase(0, static_cast<size_t>(sent));
-    }
+  if (isFirst) {
+    const long sent = link::Send(socket, outgoing.View());
+    outgoing.Take(sent > 0 ? static_cast<size_t>(sent) : 0);
   }
 }
 
 void Client::Flush() {
-  while (!outgoing.empty()) {
-    const long sent = link::Send(socket, outgoing);
+  while (!outgoing.IsEmpty()) {
+    const long sent = link::Send(socket, outgoing.View());
     if (sent <= 0) {
-      return;  // full, or broken: then the receiving side tells how
+      // Full, or broken: then the receiving side tells how.
+      isBroken = errno != EAGAIN && errno != EINTR;
+      return;
     }
-    outgoing.erase(0, static_cast<size_t>(sent));
+    outgoing.Take(static_cast<size_t>(sent));
+  }
+}
+
+void Client::Pause() {
+  isPaused = true;
+  isBehind = true;
+}
+
+bool Client::MayReceive() const { return !isPaused || !questions.empty() || isBroken; }
+
+// Nothing is held up in the service any more, not even half a packet.
+void Client::CatchUp() {
+  isBehind = false;
+  const std::vector<HeldFence> held = std::exchange(heldFences, {});
+  for (const HeldFence& fence : held) {
+    Fence(fence.port, fence.handler);
   }
 }
 
 void Client::Receive() {
   std::array<char, kReceiveSize> buffer;
   const uint64_t link = linkNumber;
-  for (int i = 0; i < kReceivesAtATime && state == State::kConnected && link == linkNumber; ++i) {
+  for (int i = 0;
+       i < kReceivesAtATime && state == State::kConnected && link == linkNumber && MayReceive();
+       ++i) {
     const long count = link::Receive(socket, buffer.data(), buffer.size());
     const int error = errno;
     if (count > 0) {
@@ -271,6 +292,9 @@ void Client::Receive() {
       cutter.Add(std::string_view(buffer.data(), static_cast<size_t>(count)));
       TakePackets();
     } else if (count < 0 && (error == EAGAIN || error == EINTR)) {
+      if (!isPaused && cutter.Rest().empty()) {
+        CatchUp();
+      }
       return;
     } else if (count < 0 && !somethingCame) {
       // The queue of a service that is about to listen anew, because its peer has just left.

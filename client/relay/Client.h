@@ -9,7 +9,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "relay/ByteQueue.h"
 #include "relay/Error.h"
 #include "relay/Packet.h"
 
@@ -97,7 +99,7 @@ class Client {
   uint64_t LinkNumber() const { return linkNumber; }
 
   // For poll. The descriptor changes with each link; -1: none at the moment.
-  int Descriptor() const { return socket; }
+  int Descriptor() const { return PollEvents() == 0 ? -1 : socket; }
   short PollEvents() const;
 
   // When Process wants to be called at the latest. Nothing: only when the descriptor is ready.
@@ -133,11 +135,22 @@ class Client {
   // `blockSize` bytes. Has no answer; see Writer for data that matter.
   void Data(const Port& port, std::string_view data, size_t blockSize = 0);
 
+  // Takes no more from the link until Resume: for a caller that has no room left for what comes. It
+  // begins once all commands are answered: the service then waits in the middle of a packet, with
+  // all its ports, and an answer would get into that packet. So Open and Close are not to be
+  // called while MayAsk() says no; Data is, and fences wait.
+  void Pause();
+  void Resume() { isPaused = false; }
+  bool IsPaused() const { return isPaused; }
+
+  // False from Pause until Resume, and from there until all that was held up has come.
+  bool MayAsk() const { return !isPaused && !isBehind; }
+
   // Any bytes. Answers come as `reply`.
   void Send(std::string_view bytes);
 
   // Bytes that the system has not taken yet.
-  size_t Unsent() const { return outgoing.size(); }
+  size_t Unsent() const { return outgoing.Size(); }
 
  private:
   enum class State { kOver, kWaiting, kConnecting, kConnected };
@@ -145,6 +158,10 @@ class Client {
     uint8_t command;
     ReplyHandler handler;
     Clock::time_point since;
+  };
+  struct HeldFence {
+    Port port;
+    ReplyHandler handler;
   };
   struct KeptPort {
     bool isOpen = false;
@@ -157,7 +174,9 @@ class Client {
   void Disconnect(const Error& reason, bool isFirm);
   void CloseSocket();
   void Flush();
+  bool MayReceive() const;
   void Receive();
+  void CatchUp();
   void TakePackets();
   void TakePacket(std::string_view bytes);
   void TakeReply(const Reply& reply);
@@ -176,9 +195,13 @@ class Client {
   Clock::time_point patienceEnd{};
   Clock::time_point connectingSince{};
   std::optional<Error> failure;
-  std::string outgoing;
+  ByteQueue outgoing;
   PacketCutter cutter;
-  std::deque<Question> questions;  // commands without an answer yet, in their order
+  bool isPaused = false;
+  bool isBehind = false;              // the service may be in the middle of a packet
+  bool isBroken = false;              // the link takes nothing any more
+  std::vector<HeldFence> heldFences;  // until MayAsk
+  std::deque<Question> questions;     // commands without an answer yet, in their order
   std::map<Port, KeptPort> kept;
 };
 

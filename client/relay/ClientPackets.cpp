@@ -106,6 +106,10 @@ void Client::Close(const Port& port, ReplyHandler handler) {
 }
 
 void Client::Fence(const Port& port, ReplyHandler handler) {
+  if (IsConnected() && !MayAsk()) {
+    heldFences.push_back({port, std::move(handler)});
+    return;
+  }
   Ask(kCommandOpen, OpenCommand(port, kFenceParameter), std::move(handler));
 }
 

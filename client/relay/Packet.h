@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "protocol/WireFormat.h"
+#include "relay/ByteQueue.h"
 
 namespace relay {
 
@@ -83,19 +84,18 @@ std::string BuildPacket(const Packet& packet);
 // Cuts a stream into packets.
 class PacketCutter {
  public:
-  void Add(std::string_view bytes) { stream += bytes; }
+  void Add(std::string_view bytes) { stream.Add(bytes); }
 
   // The next whole packet, or nothing as yet. Throws kNonsense for a length that no packet has;
   // there is no way to go on from there.
   std::optional<std::string> Next();
 
   // Bytes of a packet that is not whole yet.
-  std::string_view Rest() const { return std::string_view(stream).substr(at); }
-  void Clear();
+  std::string_view Rest() const { return stream.View(); }
+  void Clear() { stream.Clear(); }
 
  private:
-  std::string stream;
-  size_t at = 0;
+  ByteQueue stream;
 };
 
 }  // namespace relay

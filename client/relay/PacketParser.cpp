@@ -117,19 +117,8 @@ std::optional<std::string> PacketCutter::Next() {
     return std::nullopt;
   }
   std::string packet(rest.substr(0, length));
-  at += length;
-  if (at == stream.size()) {
-    Clear();
-  } else if (at > kMaxPacketSize) {
-    stream.erase(0, at);
-    at = 0;
-  }
+  stream.Take(length);
   return packet;
-}
-
-void PacketCutter::Clear() {
-  stream.clear();
-  at = 0;
 }
 
 }  // namespace relay

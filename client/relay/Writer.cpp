@@ -20,7 +20,7 @@ struct Writer::State {
   Client& client;
   const Port port;
   const size_t blockSize;
-  std::string waiting;
+  ByteQueue waiting;
   uint64_t sent = 0;       // since the beginning
   uint64_t fenced = 0;     // of these, those in front of the last open
   uint64_t confirmed = 0;  // of these, those in front of the last answer
@@ -31,7 +31,7 @@ Writer::Writer(Client& linkClient, const Port& port, size_t blockSize)
     : shared(std::make_shared<State>(linkClient, port, blockSize)) {}
 
 void Writer::Write(std::string_view bytes) {
-  shared->waiting += bytes;
+  shared->waiting.Add(bytes);
   shared->confirmAll = false;
   Pump(shared);
 }
@@ -42,10 +42,10 @@ void Writer::Confirm() {
 }
 
 uint64_t Writer::Pending() const {
-  return shared->sent - shared->confirmed + shared->waiting.size();
+  return shared->sent - shared->confirmed + shared->waiting.Size();
 }
 
-uint64_t Writer::Unsent() const { return shared->waiting.size(); }
+uint64_t Writer::Unsent() const { return shared->waiting.Size() + shared->client.Unsent(); }
 
 uint64_t Writer::Confirmed() const { return shared->confirmed; }
 
@@ -68,25 +68,33 @@ void Writer::SendFence(const std::shared_ptr<State>& state) {
   });
 }
 
+// A client that does not read sends no fence: then the buffers between set the pace, so that a
+// device that talks to nobody still gets what is written to it.
+bool Writer::HasRoom(const State& state) {
+  return state.sent - state.confirmed < kWindow || !state.client.MayAsk();
+}
+
+void Writer::FenceIfDue(const std::shared_ptr<State>& state) {
+  const uint64_t behind = state->sent - state->fenced;
+  const bool isDue =
+      behind >= kFenceDistance || (state->confirmAll && state->waiting.IsEmpty() && behind > 0);
+  // One that waits in the client is enough: its answer brings the next.
+  if (isDue && (state->client.MayAsk() || state->fenced == state->confirmed)) {
+    SendFence(state);
+  }
+}
+
 void Writer::Pump(const std::shared_ptr<State>& state) {
   if (!state->client.IsConnected()) {
     return;
   }
-  size_t at = 0;
-  // Without a confirmation under way the window would stay full for ever.
-  while (at < state->waiting.size() && state->sent - state->confirmed < kWindow) {
-    const size_t count = std::min(kPiece, state->waiting.size() - at);
-    state->client.Data(state->port, std::string_view(state->waiting).substr(at, count),
-                       state->blockSize);
-    state->sent += count;
-    at += count;
-    if (state->sent - state->fenced >= kFenceDistance) {
-      SendFence(state);
-    }
-  }
-  state->waiting.erase(0, at);
-  if (state->confirmAll && state->waiting.empty() && state->fenced != state->sent) {
-    SendFence(state);
+  FenceIfDue(state);
+  while (!state->waiting.IsEmpty() && HasRoom(*state)) {
+    const std::string_view piece = state->waiting.View().substr(0, kPiece);
+    state->client.Data(state->port, piece, state->blockSize);
+    state->sent += piece.size();
+    state->waiting.Take(piece.size());
+    FenceIfDue(state);
   }
 }
 

@@ -35,7 +35,8 @@ class Writer {
   // Bytes taken by Write that are not confirmed yet. Without Confirm the last ones never are.
   uint64_t Pending() const;
 
-  // Bytes taken by Write that are not sent yet: a caller that reads from somewhere stops at some.
+  // Bytes taken by Write, and others of the client, that are not sent yet: a caller that reads from
+  // somewhere stops at some.
   uint64_t Unsent() const;
 
   // Bytes that the service has handed to the line, as far as it is known.
@@ -47,6 +48,8 @@ class Writer {
  private:
   struct State;
   static void Pump(const std::shared_ptr<State>& state);
+  static bool HasRoom(const State& state);
+  static void FenceIfDue(const std::shared_ptr<State>& state);
   static void SendFence(const std::shared_ptr<State>& state);
 
   std::shared_ptr<State> shared;  // with the answers to come

@@ -24,6 +24,7 @@ sph_add_test(RelayctlTerminalTest
   PtyTest.cpp
   RelayctlTest.cpp
   Shell.cpp
+  SlowReaderTest.cpp
   TerminalTest.cpp
   TmuxWindow.cpp
   LIBRARIES e2e_support sph_warnings)

@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: MIT
+// A device that sends without end, and a reader that sleeps: relayctl holds a bounded amount, the
+// rest waits in front of the service, and nothing is lost.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "relayctl/RelayctlTest.h"
+
+namespace {
+
+constexpr const char* kLink = "/tmp/e2e/port";
+constexpr const char* kOutput = "/tmp/e2e/standard-output";
+constexpr const char* kInput = "/tmp/e2e/standard-input";
+
+// Far more than what the buffers of the line and of the link take.
+constexpr size_t kFlood = size_t{32} << 20;
+
+// Of a stream that has no period of a power of two.
+char ByteAt(size_t index) { return static_cast<char>(index % 251); }
+
+std::string BytesFrom(size_t begin, size_t count) {
+  std::string bytes(count, '\0');
+  for (size_t i = 0; i < count; ++i) {
+    bytes[i] = ByteAt(begin + i);
+  }
+  return bytes;
+}
+
+// What a program reads when it wakes up at last.
+class Reader {
+ public:
+  explicit Reader(const char* path)
+      : descriptor(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+  ~Reader() { (void)close(descriptor); }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  // Whether the first `count` bytes are those of the stream.
+  bool ReadsStream(size_t count) {
+    size_t at = 0;
+    bool isSame = true;
+    std::string buffer(65536, '\0');
+    while (at < count && isSame) {
+      ssize_t size = 0;
+      if (!Becomes([&] { return (size = read(descriptor, buffer.data(), buffer.size())) > 0; })) {
+        return false;
+      }
+      const auto length = static_cast<size_t>(size);
+      isSame = BytesFrom(at, length) == buffer.substr(0, length);
+      at += length;
+    }
+    return isSame && at == count;
+  }
+
+  // Whether `end`, which is not part of the stream, comes.
+  bool ReadsUntil(const std::string& end) const {
+    std::string last;
+    std::string buffer(65536, '\0');
+    return Becomes([&] {
+      const ssize_t size = read(descriptor, buffer.data(), buffer.size());
+      last += buffer.substr(0, size > 0 ? static_cast<size_t>(size) : 0);
+      last.erase(0, last.size() - std::min(last.size(), end.size()));
+      return last == end;
+    });
+  }
+
+  bool Writes(const std::string& bytes) const {
+    size_t sent = 0;
+    return Becomes([&] {
+      const ssize_t count = write(descriptor, bytes.data() + sent, bytes.size() - sent);
+      sent += count > 0 ? static_cast<size_t>(count) : 0;
+      return sent == bytes.size();
+    });
+  }
+
+ private:
+  int descriptor;
+};
+
+class SlowReaderTest : public RelayctlTest {
+ protected:
+  void PlugAndStart() {
+    device = std::make_unique<Device>();
+    StartListening();
+  }
+
+  // Has the device send the stream until the line takes no more, at most `most`. Gives how much it
+  // took.
+  size_t Flood(size_t most = kFlood) {
+    size_t sent = 0;
+    int halted = 0;
+    EXPECT_TRUE(Becomes([&] {
+      std::string piece = BytesFrom(sent, 4096);
+      for (ssize_t count = 0; sent < most; piece = BytesFrom(sent, 4096)) {
+        count = write(device->FarEnd(), piece.data(), piece.size());
+        if (count <= 0) {
+          break;
+        }
+        sent += static_cast<size_t>(count);
+        halted = 0;
+      }
+      halted = service->IsIdle() ? halted + 1 : 0;
+      return halted == 50;
+    }));
+    return sent;
+  }
+
+  // The most memory that the process has had so far.
+  static size_t PeakKilobytes(pid_t pid) {
+    std::istringstream status(workplace::ReadWhole("/proc/" + std::to_string(pid) + "/status"));
+    for (std::string word; status >> word;) {
+      if (word == "VmHWM:") {
+        size_t kilobytes = 0;
+        status >> kilobytes;
+        return kilobytes;
+      }
+    }
+    return 0;
+  }
+
+  void ExpectBoundedFlood(const Background& program) {
+    const size_t before = PeakKilobytes(program.Pid());
+    flood = Flood();
+    EXPECT_LT(flood, kFlood) << "bytes: nobody stopped the device";
+    EXPECT_LT(PeakKilobytes(program.Pid()) - before, 4096U) << "kB more";
+  }
+
+  // What is written still gets to the device while nobody reads what it sends.
+  void ExpectWritten(const Reader& writer) const {
+    const std::string bytes = BytesFrom(1, 300000);
+    std::thread thread([&] { EXPECT_TRUE(writer.Writes(bytes)); });
+    EXPECT_TRUE(bytes == device->Reads(bytes.size()));
+    thread.join();
+  }
+
+  size_t flood = 0;
+};
+
+TEST_F(SlowReaderTest, PipeWaitsForTheReaderOfItsOutput) {
+  ASSERT_NO_FATAL_FAILURE(PlugAndStart());
+  ASSERT_EQ(0, mkfifo(kInput, 0600));
+  ASSERT_EQ(0, mkfifo(kOutput, 0600));
+  auto writer = std::make_unique<Reader>(kInput);
+  Reader reader(kOutput);
+  Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
+  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ExpectBoundedFlood(pipe);
+  ExpectWritten(*writer);
+  EXPECT_TRUE(reader.ReadsStream(flood));
+  writer.reset();
+  EXPECT_EQ("exit 0", pipe.WaitForExit()) << pipe.Output();
+}
+
+// The answers that are under way have to be taken, and what comes with them has to be kept.
+TEST_F(SlowReaderTest, PipeEndsWhenNeitherSideTakesAnything) {
+  ASSERT_NO_FATAL_FAILURE(PlugAndStart());
+  workplace::WriteWhole(kInput, BytesFrom(1, 300000));
+  ASSERT_EQ(0, mkfifo(kOutput, 0600));
+  const Reader sleeper(kOutput);
+  Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
+  std::thread sender([&] { (void)Flood(kFlood / 4); });
+  EXPECT_EQ("exit 1", pipe.WaitForExit());
+  EXPECT_EQ(
+      "relayctl: #PhysicalPort0: neither the line nor standard output takes anything, and 4194304 "
+      "received bytes wait\n",
+      pipe.Output());
+  sender.join();
+}
+
+class SlowPtyTest : public SlowReaderTest {
+ protected:
+  void StartPty() {
+    ASSERT_NO_FATAL_FAILURE(PlugAndStart());
+    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+    ASSERT_TRUE(pty->Prints(" -> /dev/pts/")) << pty->Output();
+  }
+
+  std::unique_ptr<Background> pty;
+};
+
+TEST_F(SlowPtyTest, LosesNothing) {
+  ASSERT_NO_FATAL_FAILURE(StartPty());
+  Reader program(kLink);
+  ExpectBoundedFlood(*pty);
+  ExpectWritten(program);
+  EXPECT_TRUE(program.ReadsStream(flood));
+}
+
+TEST_F(SlowPtyTest, GoesOnWhenTheProgramLeaves) {
+  ASSERT_NO_FATAL_FAILURE(StartPty());
+  {
+    const Reader sleeper(kLink);
+    ExpectBoundedFlood(*pty);
+  }
+  EXPECT_TRUE(device->Sends(BytesFrom(0, 1 << 20)));
+  const Reader program(kLink);
+  ASSERT_TRUE(device->Sends("\xFE\xFF"));
+  EXPECT_TRUE(program.ReadsUntil("\xFE\xFF"));
+  ExpectWritten(program);
+}
+
+TEST_F(SlowReaderTest, RecordLetsOneSideWaitForTheOther) {
+  ASSERT_NO_FATAL_FAILURE(PlugAndStart());
+  Background record("relayctl record --listen 60005 --output /tmp/e2e/recording");
+  const Relay sleeper(60005);
+  sleeper.Sends(kOpenPort0);
+  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ExpectBoundedFlood(record);
+}
+
+}  // namespace
