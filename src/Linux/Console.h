@@ -15,6 +15,7 @@ void WriteStandardError(std::string_view text);
 // serial line or socket opened later would otherwise get that number, and the diagnostics with it.
 void EnsureStandardStreams();
 
-// Lets the diagnostics go through pipes and terminals without blocking, on descriptors of their
-// own: the streams themselves are shared with other programs. To be called once, before any thread.
+// Lets the diagnostics go through pipes, sockets and terminals without blocking, whoever made them;
+// the streams themselves are shared with other programs and stay as they are. To be called once,
+// before any thread.
 void UnblockStandardStreams();

@@ -11,6 +11,7 @@
 #include "Linux/Console.h"
 #include "support/InChild.h"
 #include "support/StreamCapture.h"
+#include "support/Terminal.h"
 
 namespace {
 
@@ -159,6 +160,18 @@ TEST(UnblockStandardStreamsTest, APipeThatNobodyReadsLosesTextsAndHoldsUpNobody)
               UnblockStandardStreams();
               for (int i = 0; i < 1000; ++i) {
                 WriteStandardError(std::string(12'000, 'x') + "\n");  // alarm ends a wait
+              }
+              return reader == -1 ? 1 : 0;
+            }));
+}
+
+TEST(UnblockStandardStreamsTest, APipeOfAnotherUserThatNobodyReadsHoldsUpNobody) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              ForbidReopening(STDERR_FILENO);
+              UnblockStandardStreams();
+              for (int i = 0; i < 1000; ++i) {
+                WriteStandardError(std::string(12'000, 'x') + "\n");
               }
               return reader == -1 ? 1 : 0;
             }));

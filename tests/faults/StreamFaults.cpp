@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "faults/FaultTest.h"
 #include "support/Terminal.h"
@@ -31,11 +32,15 @@ void ConverseUnseen(FaultTest& test) {
   EXPECT_EQ(Wire(kAdapterOpened), test.relay->Answer(kOpenAdapter));
 }
 
+void MakePipe() { Shell(std::string("mkfifo ") + kPipe); }
+
 // The pipe that the starter opens; the test holds its reading end and reads nothing.
 class Pipe {
  public:
   Pipe() {
-    Shell(std::string("mkfifo ") + kPipe);
+    if (!std::filesystem::exists(kPipe)) {
+      MakePipe();
+    }
     end = open(kPipe, O_RDWR | O_NONBLOCK | O_CLOEXEC);
     (void)fcntl(end, F_SETPIPE_SZ, 4096);
   }
@@ -111,6 +116,32 @@ void StopWhileItCannotWriteItsExitText(FaultTest& test) {
   ExpectAStop(test, "exit 0");
 }
 
+void ExpectForwardingAndAStop(FaultTest& test) {
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(test.device->Sends("A"));
+    ASSERT_EQ(Wire(kReceivedA), test.relay->NextPacket());
+  }
+  ExpectAStop(test, "exit 0");
+}
+
+void ForwardWhileItCannotShowWhatItReceived(FaultTest& test) {
+  const Pipe pipe;
+  StartOn(test);
+  OpenUnseen(test);
+  pipe.Fill();
+  ExpectForwardingAndAStop(test);
+}
+
+// The reader comes when the service runs, and then does not read.
+void ForwardToAReaderThatCameLate(FaultTest& test) {
+  MakePipe();
+  StartOn(test);
+  OpenUnseen(test);
+  const Pipe pipe;
+  pipe.Fill();
+  ExpectForwardingAndAStop(test);
+}
+
 constexpr const char* kNoOutput = "exec \"$@\" >&-";
 constexpr const char* kNoError = "exec \"$@\" 2>&-";
 constexpr const char* kNoStreams = "exec \"$@\" <&- >&- 2>&-";
@@ -119,6 +150,12 @@ constexpr const char* kFullError = "exec \"$@\" 2>/dev/full";
 constexpr const char* kPipeOutput = "exec \"$@\" >/tmp/e2e/pipe";
 constexpr const char* kTerminalLog = "unset KXLOGGER_FILE; exec \"$@\" 2>/tmp/e2e/terminal";
 constexpr const char* kPipeError = "exec \"$@\" 2>/tmp/e2e/pipe";
+// Open already, and with rights that do not let the service open it again: as another user's.
+constexpr const char* kForeignPipe =
+    "exec 2>/tmp/e2e/pipe; chmod 0 /tmp/e2e/pipe; "
+    "exec setpriv --bounding-set=-all --inh-caps=-all -- \"$@\"";
+constexpr const char* kPipeWithoutReader =
+    "exec 3<>/tmp/e2e/pipe 2>/tmp/e2e/pipe 3>&-; exec \"$@\"";
 
 // clang-format off
 const FaultRow kRows[] = {
@@ -133,6 +170,9 @@ const FaultRow kRows[] = {
     {"StopWithTheHexDump",    State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotShowWhatItReceived, {},      {},  Outcome::kEndsWith0},
     {"StopWithTheExitText",   State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotWriteItsExitText,   {},      {},  Outcome::kEndsWith0},
     {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, nullptr, StopWhileItsLogStandsInATerminal,   {},      {},  Outcome::kEndsWith0},
+    {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, nullptr, ForwardWhileItCannotShowWhatItReceived, {}, {}, Outcome::kEndsWith0},
+    {"ForeignPipeWithTheExitText", State::kAbsent, kForeignPipe, nullptr, StopWhileItCannotWriteItsExitText, {},   {},  Outcome::kEndsWith0},
+    {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, nullptr, ForwardToAReaderThatCameLate, {},   {},  Outcome::kEndsWith0},
 };
 // clang-format on
 
