@@ -112,6 +112,15 @@ class WithService(unittest.TestCase):
         self.assertIn(f"took {taken} bytes, and no more", str(caught.exception))
         self.assertEqual(self.device.receives(taken), sent[:taken])
 
+    def test_a_device_that_is_gone_is_told_by_the_next_open(self) -> None:
+        device = Device("/dev/ttyUSB0")
+        client = self.connect()
+        client.open(USB)
+        device.remove()
+        self.assertEqual(self.refusal(client, USB), 3)
+        client.close(USB)
+        self.assertEqual(self.refusal(client, USB), 4)
+
     def test_a_slow_line_is_no_failure(self) -> None:
         client = self.connect()
         client.reply_timeout = 2.0

@@ -119,8 +119,8 @@ class Client(Engine):
 
     def write(self, port: str | Port, data: bytes, block_size: int = 0) -> None:
         """Sends data of any length, and returns when the service has taken them; takes what comes
-        in meanwhile. What the device does with them nobody tells: one that is gone, or fails, loses
-        them without a word.
+        in meanwhile. What the device does with them nobody tells: one that fails, or is gone, may
+        lose them without a word.
 
         Raises Refused for a port that is not open; NoAnswer when the service takes nothing for
         `reply_timeout`, as a line does that its device holds up; LinkEnded when the link ends,
