@@ -42,6 +42,13 @@ std::string Explanation(const relay::Error& error, const Settings& settings) {
              : "";
 }
 
+// What the shell may have made of the line.
+std::string Hint(const CLI::ParseError& error) {
+  return std::string_view(error.what()) == "PORT is required"
+             ? "; in a shell, a name that begins with # stands in quotes"
+             : "";
+}
+
 // The word that stands where a command should, if there is one.
 std::string MisspelledCommand(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
@@ -178,7 +185,7 @@ int CommandLine::Run(int argc, char** argv) {
       return kExitUsage;
     }
     PrintError((command.empty() ? "" : command.substr(0, command.size() - 1) + ": ") +
-               error.what() + " (relayctl " + command + "--help tells more)");
+               error.what() + Hint(error) + " (relayctl " + command + "--help tells more)");
     return kExitUsage;
   }
   try {

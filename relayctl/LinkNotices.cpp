@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "Output.h"
 #include "Silence.h"
 
 LinkNotices::LinkNotices(uint16_t port, Teller noticeTeller)
@@ -78,11 +79,10 @@ void LinkNotices::OnReply(const relay::Reply& reply) {
   }
   lastStatus[reply.port] = reply.status;
   const std::string port = reply.port.Text();
-  const std::string meaning = relay::StatusText(kCommandOpen, reply.status);
   // Open already: by this very link, for it is the service's only peer.
   if (reply.status == kStatusDone || reply.status == kStatusUnavailable) {
     teller({"opened", port, port + ": open"});
   } else {
-    teller({"refused", port, port + ": status " + std::to_string(reply.status) + ": " + meaning});
+    teller({"refused", port, RefusalText(reply)});
   }
 }

@@ -6,6 +6,7 @@
 #include "ExitStatus.h"
 #include "Loop.h"
 #include "Output.h"
+#include "PortToOpen.h"
 #include "relay/Client.h"
 
 namespace {
@@ -15,12 +16,9 @@ struct Options {
   bool hold = false;
 };
 
-// Opens each port; the first status other than 0 ends the program, after all have been answered.
+// Opens each port and tells of each answer. The first status other than 0 is the program's.
 int Open(const Settings& settings, const Options& options) {
-  std::vector<relay::Port> ports;
-  for (const std::string& text : options.ports) {
-    ports.push_back(relay::Port::FromText(text));
-  }
+  const std::vector<relay::Port> ports = PortsToOpen(options.ports);
   std::vector<relay::Reply> replies;
   relay::Client client(settings.ForClient());
   relay::Events events;
@@ -39,8 +37,15 @@ int Open(const Settings& settings, const Options& options) {
   if (const int signal = loop.Run([&] { return replies.size() == ports.size(); })) {
     return kExitSignal + signal;
   }
+  int status = kExitDone;
   for (const relay::Reply& reply : replies) {
-    CheckReply(reply);
+    if (reply.status != kStatusDone) {
+      PrintNotice(RefusalText(reply));
+      status = status == kExitDone ? kExitRefused + reply.status : status;
+    }
+  }
+  if (status != kExitDone) {
+    return status;
   }
   if (options.hold) {
     (void)loop.Run([] { return false; });
@@ -53,7 +58,7 @@ int Open(const Settings& settings, const Options& options) {
 void AddOpenCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   SubCommand& command = line.Add("open", "Open ports and tell the service's answers");
-  command.Arguments("PORT", options->ports, "Names, or ids of adapters as 0403:6001");
+  command.Arguments("PORT", options->ports, "Names, as '#PhysicalPort0'");
   command.Flag("--hold", options->hold,
                "Keep them open until Ctrl-C; the service closes them when relayctl leaves");
   command.Runs([&line, options] { return Open(line.Common(), *options); });

@@ -138,11 +138,17 @@ void PrintReply(const relay::Reply& reply, bool asJson) {
   }
 }
 
+std::string RefusalText(const relay::Reply& reply) {
+  const std::string port = reply.port.Text();
+  const bool lacksHash = reply.command == kCommandOpen && reply.status == kStatusNoPort &&
+                         !reply.port.IsNumbered() && !reply.port.name.starts_with('#');
+  return port + ": status " + std::to_string(reply.status) + ": " +
+         relay::StatusText(reply.command, reply.status) +
+         (lacksHash ? "; names begin with #: '#" + port + "'" : "");
+}
+
 void CheckReply(const relay::Reply& reply) {
   if (reply.status != kStatusDone) {
-    throw relay::Error(relay::ErrorKind::kRefused,
-                       reply.port.Text() + ": status " + std::to_string(reply.status) + ": " +
-                           relay::StatusText(reply.command, reply.status),
-                       reply.status);
+    throw relay::Error(relay::ErrorKind::kRefused, RefusalText(reply), reply.status);
   }
 }

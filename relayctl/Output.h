@@ -63,5 +63,8 @@ void PrintNotice(std::string_view text);
 // Prints what became of an open or a close: `#PhysicalPort0: open`, or as JSON.
 void PrintReply(const relay::Reply& reply, bool asJson);
 
-// Throws kRefused for a status other than 0: `#X: status 2: this machine's …`.
+// Of a status other than 0: `#X: status 2: this machine's …`, and what may be wrong with the name.
+std::string RefusalText(const relay::Reply& reply);
+
+// Throws kRefused with that text.
 void CheckReply(const relay::Reply& reply);

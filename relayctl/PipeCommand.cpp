@@ -13,6 +13,7 @@
 #include "Input.h"
 #include "Loop.h"
 #include "Output.h"
+#include "PortToOpen.h"
 #include "relay/Text.h"
 #include "relay/Writer.h"
 
@@ -45,7 +46,7 @@ class Pipe {
   Pipe(const Settings& commonSettings, const Options& commandOptions)
       : settings(commonSettings),
         options(commandOptions),
-        port(relay::Port::FromText(options.port)),
+        port(PortToOpen(options.port)),
         until(relay::Unescape(options.until)),
         client(Patient(settings)),
         writer(client, port) {}

@@ -10,6 +10,7 @@
 #include "Loop.h"
 #include "Output.h"
 #include "PeerSocket.h"
+#include "PortToOpen.h"
 #include "RecordingFile.h"
 #include "Silence.h"
 #include "relay/Text.h"
@@ -47,10 +48,7 @@ void Report(const Settings& settings, const Options& options, uint64_t packets) 
 
 // relayctl is the relay service: opens ports and records what comes.
 int RecordPorts(const Settings& settings, const Options& options) {
-  std::vector<relay::Port> ports;
-  for (const std::string& text : options.ports) {
-    ports.push_back(relay::Port::FromText(text));
-  }
+  const std::vector<relay::Port> ports = PortsToOpen(options.ports);
   RecordingFile recording(options.file);
   relay::Client client(settings.ForClient(true));
   LinkNotices notices(settings.Port(),

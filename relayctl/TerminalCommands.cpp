@@ -10,6 +10,7 @@
 #include "Loop.h"
 #include "MachineCommands.h"
 #include "Output.h"
+#include "PortToOpen.h"
 #include "PtyBridge.h"
 #include "RawTerminal.h"
 #include "TerminalSession.h"
@@ -40,7 +41,7 @@ int RunTerminal(const Settings& settings, const TerminalArguments& arguments) {
     throw relay::Error(relay::ErrorKind::kUsage,
                        "--escape " + arguments.escape + ": not a control key; try Ctrl-A");
   }
-  const relay::Port port = relay::Port::FromText(arguments.port);
+  const relay::Port port = PortToOpen(arguments.port);
   TerminalOptions options;
   options.escapeKey = static_cast<char>(escape);
   options.ending = EndingOf(arguments.ending);
@@ -54,7 +55,7 @@ int RunTerminal(const Settings& settings, const TerminalArguments& arguments) {
 }
 
 int RunPty(const Settings& settings, const PtyArguments& arguments) {
-  const relay::Port port = relay::Port::FromText(arguments.port);
+  const relay::Port port = PortToOpen(arguments.port);
   Loop loop;
   PtyBridge bridge(settings.ForClient(true), port, arguments.link);
   (void)bridge.Run(loop);

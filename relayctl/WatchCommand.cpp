@@ -14,6 +14,7 @@
 #include "Loop.h"
 #include "MessageView.h"
 #include "Output.h"
+#include "PortToOpen.h"
 #include "relay/Text.h"
 
 namespace {
@@ -62,8 +63,7 @@ class Watch {
         client(WatchOptions(settings)) {}
 
   int Run() {
-    for (const std::string& text : options.ports) {
-      const relay::Port port = relay::Port::FromText(text);
+    for (const relay::Port& port : PortsToOpen(options.ports)) {
       nameWidth = std::max(nameWidth, port.Text().size());
       statistics[port];
       client.KeepOpen(port);
@@ -258,7 +258,7 @@ class Watch {
 void AddWatchCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   SubCommand& command = line.Add("watch", "Open ports and show what comes, until Ctrl-C");
-  command.Arguments("PORT", options->ports, "Names, or ids of adapters as 0403:6001");
+  command.Arguments("PORT", options->ports, "Names, as '#PhysicalPort0'");
   command.Choice("--time", options->time, {"clock", "start", "delta", "none"},
                  "Times: of the day, since the start, since the line before, or none");
   command.Choice("--show", options->show, {"both", "hex", "text"},

@@ -15,6 +15,7 @@
 #include "Input.h"
 #include "Loop.h"
 #include "Output.h"
+#include "PortToOpen.h"
 #include "Progress.h"
 #include "relay/Text.h"
 #include "relay/Writer.h"
@@ -51,7 +52,7 @@ class Write {
   Write(const Settings& commonSettings, const Options& commandOptions)
       : settings(commonSettings),
         options(commandOptions),
-        port(relay::Port::FromText(options.port)),
+        port(PortToOpen(options.port)),
         client(settings.ForClient()),
         writer(client, port, options.blocks) {}
 
@@ -191,7 +192,7 @@ class Write {
 void AddWriteCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   SubCommand& command = line.Add("write", "Open a port, write to it, and leave");
-  command.Argument("PORT", options->port, "A name, or ids of an adapter as 0403:6001");
+  command.Argument("PORT", options->port, "A name, as '#PhysicalPort0'");
   command.Arguments("TEXT", options->texts,
                     "What to write, with \\n \\r \\t \\e \\0 \\\\ \\xHH; else standard input",
                     false);

@@ -35,13 +35,25 @@ TEST_F(CommandsTest, OpenTellsTheAnswer) {
 
 TEST_F(CommandsTest, OpenOfAPortThatIsNotConfiguredIsStatus2) {
   PlugAndStart();
-  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0' X");
+  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0' '#X'");
   EXPECT_EQ(
       "#PhysicalPort0: open\n"
-      "relayctl: X: status 2: this machine's configuration has no such port, or the name leads to "
+      "relayctl: #X: status 2: this machine's configuration has no such port, or the name leads to "
       "no device\n",
       outcome.output);
   EXPECT_EQ(12, outcome.status);
+}
+
+TEST_F(CommandsTest, OpenTellsOfEachPortThatIsRefused) {
+  StartListening();
+  const Outcome outcome = RunShell("relayctl open '#PhysicalPort0' '#X'");
+  EXPECT_EQ(
+      "relayctl: #PhysicalPort0: status 4: the device could not be opened or set up, or its node "
+      "is missing\n"
+      "relayctl: #X: status 2: this machine's configuration has no such port, or the name leads to "
+      "no device\n",
+      outcome.output);
+  EXPECT_EQ(14, outcome.status);
 }
 
 TEST_F(CommandsTest, OpenTwiceIsStatus3) {
@@ -57,11 +69,6 @@ TEST_F(CommandsTest, OpenWithoutTheDeviceIsStatus4) {
       "is missing\n",
       outcome.output);
   EXPECT_EQ(14, outcome.status);
-}
-
-TEST_F(CommandsTest, OpenByIdsIsStatus2) {
-  StartListening();
-  EXPECT_EQ(12, RunShell("relayctl open 0403:6001").status);
 }
 
 TEST_F(CommandsTest, OpenAsJsonHasAnObjectPerLine) {

@@ -169,6 +169,12 @@ TEST_F(WatchTest, TellsThatAnotherPeerHoldsTheLink) {
   EXPECT_TRUE(watch->Prints(kTaken)) << watch->Output();
 }
 
+TEST_F(WatchTest, HintsAtAMissingHash) {
+  StartListening();
+  Background without("relayctl watch PhysicalPort0");
+  EXPECT_TRUE(without.Prints("names begin with #: '#PhysicalPort0'\n")) << without.Output();
+}
+
 TEST_F(WatchTest, TellsItAlsoWhenTheKernelTakesNoFurtherLink) {
   StartLinked();
   const FullQueue queue;
