@@ -12,8 +12,12 @@
 namespace kxlogger {
 namespace {
 
-constinit CStreamWriter standardOutput(STDOUT_FILENO);
-constinit CStreamWriter standardError(STDERR_FILENO);
+// Milliseconds that a line may wait for a reader who reads slowly. A line may come from the handler
+// of a stop signal, and the stop must not take long.
+constexpr int kLongestWait = 5000;
+
+constinit CStreamWriter standardOutput(STDOUT_FILENO, kLongestWait);
+constinit CStreamWriter standardError(STDERR_FILENO, kLongestWait);
 
 constinit EnvironmentText journalStream("JOURNAL_STREAM");
 

@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <limits>
+
 #include "Linux/LinuxLock.h"
 #include "Linux/LockGuard.h"
 #include "Linux/StreamWriter.h"
@@ -12,13 +14,20 @@ namespace {
 
 class CStream {
  public:
-  explicit CStream(int number) : writer(number) {}
+  explicit CStream(int number) : writer(number, std::numeric_limits<int>::max()) {}
 
   void Unblock() { writer.Unblock(); }
 
   void Write(std::string_view text) {
     const CLockGuard guard(lock);
     (void)writer.Write(text);
+  }
+
+  // Whoever holds the lock lets go of it soon.
+  void WriteLast(std::string_view text) {
+    writer.Hurry();
+    const CLockGuard guard(lock);
+    (void)writer.WriteLast(text);
   }
 
  private:
@@ -35,6 +44,8 @@ CStream error(STDERR_FILENO);
 void WriteStandardOutput(std::string_view text) { output.Write(text); }
 
 void WriteStandardError(std::string_view text) { error.Write(text); }
+
+void WriteLastStandardError(std::string_view text) { error.WriteLast(text); }
 
 void EnsureStandardStreams() {
   // open gives the lowest free number, so the loop ends at the first one above the three.

@@ -11,6 +11,10 @@
 void WriteStandardOutput(std::string_view text);
 void WriteStandardError(std::string_view text);
 
+// The last text before the process ends. Texts of other threads no longer wait from then on, so
+// that this one need not wait for them; it waits for a slow reader no longer than five seconds.
+void WriteLastStandardError(std::string_view text);
+
 // Opens /dev/null in the place of each standard stream that the process was started without: a
 // serial line or socket opened later would otherwise get that number, and the diagnostics with it.
 void EnsureStandardStreams();

@@ -3,18 +3,27 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "Linux/TimedWrite.h"
 
 namespace {
 
-constexpr int kPatience = 1000;  // milliseconds that a reader may not read
+// Milliseconds that a reader may not read. A pseudo-terminal does not show how much waits in it,
+// and tells of room only when its reader has taken four kilobytes: a slow reader is known later
+// there.
+constexpr int kPatience = 1000;
+constexpr int kBlindPatience = 3000;
+
+constexpr int kLongestLastWait = 5000;
+constexpr int kLookInterval = 100;
 constexpr int kRefusedPause = 10;
 
 constexpr int kFirstFreeDescriptor = STDERR_FILENO + 1;
@@ -44,12 +53,44 @@ int OpenAgain(int stream) {
 
 }  // namespace
 
-// How long one text waits, from its last byte that found room.
+// How long one text waits: until nobody has read for a while, or it is too long in all.
 struct CStreamWriter::Wait {
+  explicit Wait(int longest, bool last = false) : limit(longest), isLast(last) {}
+
+  void FoundNoRoom(int queuedNow) {
+    if (began == kNotYet) {
+      began = lastRead = Now();
+      queued = queuedNow;
+    }
+  }
+
+  void Looked(int queuedNow) {
+    if (queuedNow < queued) {
+      lastRead = Now();
+    }
+    queued = queuedNow;
+  }
+
+  void Wrote() {
+    hadRoom = false;
+    if (began != kNotYet) {
+      lastRead = Now();
+    }
+  }
+
+  bool IsOver() const {
+    const std::int64_t now = Now();
+    return now - lastRead >= (queued > 0 ? kPatience : kBlindPatience) || now - began >= limit;
+  }
+
   static constexpr std::int64_t kNotYet = -1;
 
-  std::int64_t began = kNotYet;
-  bool hadRoom = false;  // so `poll` said, and then nothing could be written
+  const int limit;
+  const bool isLast;
+  std::int64_t began = kNotYet;     // when it first found no room
+  std::int64_t lastRead = kNotYet;  // when somebody was last seen to read
+  int queued = 0;                   // bytes in the stream at the last look
+  bool hadRoom = false;             // so `poll` said, and then nothing could be written
 };
 
 void CStreamWriter::Unblock() {
@@ -77,22 +118,44 @@ bool CStreamWriter::OpenOwn() {
 }
 
 bool CStreamWriter::Write(std::string_view text) {
-  if (isCut.exchange(false) && !WriteWhole("\n")) {
+  Wait wait(longestWait);
+  return WriteAfterCut(text, wait);
+}
+
+bool CStreamWriter::WriteLast(std::string_view text) {
+  Wait wait(kLongestLastWait, true);
+  return WriteAfterCut(text, wait);
+}
+
+bool CStreamWriter::WriteAfterCut(std::string_view text, Wait& wait) {
+  LookAfterStall();
+  if (isCut.exchange(false) && !WriteWhole("\n", wait)) {
     isCut = true;
     return false;
   }
-  isStalled = !WriteWhole(text);
-  return !isStalled;
+  return WriteWhole(text, wait);
 }
 
-bool CStreamWriter::WriteWhole(std::string_view text) {
-  Wait wait;
+// Whoever has read since the last text found no room gets patience again.
+void CStreamWriter::LookAfterStall() {
+  if (isStalled) {
+    const int queued = Queued();
+    if (queued < queuedAtStall.exchange(queued)) {
+      isStalled = false;
+    }
+  }
+}
+
+bool CStreamWriter::WriteWhole(std::string_view text, Wait& wait) {
   const size_t whole = text.size();
   while (!text.empty()) {
     const ssize_t written = TryWrite(text);
     if (written > 0) {
       text.remove_prefix(static_cast<size_t>(written));
-      wait = Wait();
+      wait.Wrote();
+      if (isStalled && Queued() == 0) {
+        isStalled = false;  // where nothing else shows that somebody has read
+      }
     } else if (written == 0 || (errno != EINTR && (errno != EAGAIN || !WaitForRoom(wait)))) {
       isCut = isCut || text.size() != whole;
       return false;
@@ -115,20 +178,40 @@ ssize_t CStreamWriter::TryWrite(std::string_view text) const {
   return write(stream, text.data(), text.size());
 }
 
+// Any sign that somebody reads renews the patience: a pipe has room for a text only when its reader
+// has taken a whole page.
 bool CStreamWriter::WaitForRoom(Wait& wait) {
-  if (wait.began == Wait::kNotYet) {
-    wait.began = Now();
-  }
+  wait.FoundNoRoom(Queued());
   if (wait.hadRoom) {  // less than the text's next character needs
     (void)poll(nullptr, 0, kRefusedPause);
   }
   pollfd entry = {own >= 0 ? own.load() : stream, POLLOUT, 0};
   do {
-    const std::int64_t rest = wait.began + kPatience - Now();
-    if (isStalled || rest <= 0) {
+    wait.Looked(Queued());
+    if (GivesUp(wait)) {
       return false;
     }
-    wait.hadRoom = poll(&entry, 1, static_cast<int>(rest)) == 1;
+    wait.hadRoom = poll(&entry, 1, kLookInterval) == 1;
   } while (!wait.hadRoom);
   return true;
+}
+
+bool CStreamWriter::GivesUp(const Wait& wait) {
+  if (isHurried && !wait.isLast) {
+    return true;
+  }
+  if (!isStalled && wait.IsOver()) {
+    queuedAtStall = wait.queued;
+    isStalled = true;
+  }
+  return isStalled;
+}
+
+// The bytes that nobody has read yet; 0 where the stream does not show it, as a pseudo-terminal.
+int CStreamWriter::Queued() const {
+  int bytes = 0;
+  if (ioctl(stream, TIOCOUTQ, &bytes) != 0) {
+    (void)ioctl(stream, FIONREAD, &bytes);  // a pipe; of anything else, what could be read from it
+  }
+  return bytes;
 }

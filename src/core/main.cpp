@@ -52,6 +52,6 @@ int main() {
   if (!stopped) {
     return -1;
   }
-  WriteStandardError("終了\n");
+  WriteLastStandardError("終了\n");
   return 0;
 }

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <algorithm>
+#include <chrono>
 #include <string>
 #include <thread>
 
@@ -201,6 +203,26 @@ TEST(UnblockStandardStreamsTest, AReaderThatIsOnlySlowGetsEverything) {
               char byte = 0;
               while (got.size() < text.size() && read(reader, &byte, 1) == 1) {
                 got += byte;
+              }
+              writer.join();
+              return got == text ? 0 : 1;
+            }));
+}
+
+// A pipe has room again when a whole page is read, which takes longer than a second here.
+TEST(UnblockStandardStreamsTest, AReaderOfFifteenHundredBytesInASecondGetsEverything) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              UnblockStandardStreams();
+              const std::string text(9'000, 'y');
+              std::thread writer([&] { WriteStandardError(text); });
+              std::string got;
+              char piece[75];
+              ssize_t count = 1;
+              while (got.size() < text.size() && count > 0) {
+                count = read(reader, piece, sizeof piece);
+                got.append(piece, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));  // deliberate: its pace
               }
               writer.join();
               return got == text ? 0 : 1;

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "faults/FaultTest.h"
 #include "support/Terminal.h"
@@ -51,6 +53,12 @@ class Pipe {
   void Fill() const {
     while (write(end, ".", 1) == 1) {
     }
+  }
+
+  // One byte, when there is one.
+  void Read() const {
+    char byte = 0;
+    (void)!read(end, &byte, 1);
   }
 
  private:
@@ -142,6 +150,22 @@ void ForwardToAReaderThatCameLate(FaultTest& test) {
   ExpectForwardingAndAStop(test);
 }
 
+// At this pace the dump takes minutes; a stop does not wait for it.
+void StopWhileADumpIsReadSlowly(FaultTest& test) {
+  const Pipe pipe;
+  StartOn(test);
+  OpenUnseen(test);
+  pipe.Fill();
+  std::jthread reader([&pipe](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      pipe.Read();
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));  // deliberate: the reader's pace
+    }
+  });
+  ASSERT_TRUE(test.device->Sends("A"));
+  ExpectAStop(test, "exit 0");
+}
+
 constexpr const char* kNoOutput = "exec \"$@\" >&-";
 constexpr const char* kNoError = "exec \"$@\" 2>&-";
 constexpr const char* kNoStreams = "exec \"$@\" <&- >&- 2>&-";
@@ -173,6 +197,7 @@ const FaultRow kRows[] = {
     {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, nullptr, ForwardWhileItCannotShowWhatItReceived, {}, {}, Outcome::kEndsWith0},
     {"ForeignPipeWithTheExitText", State::kAbsent, kForeignPipe, nullptr, StopWhileItCannotWriteItsExitText, {},   {},  Outcome::kEndsWith0},
     {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, nullptr, ForwardToAReaderThatCameLate, {},   {},  Outcome::kEndsWith0},
+    {"StopBehindASlowReader", State::kAbsent,   kPipeError,  nullptr, StopWhileADumpIsReadSlowly,          {},      {},  Outcome::kEndsWith0},
 };
 // clang-format on
 

@@ -4,8 +4,11 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <functional>
+#include <thread>
 
 #include "libKXLogger/StandardError.h"
 #include "platform-libs/ScratchFolder.h"
@@ -94,6 +97,30 @@ TEST_P(StalledStandardError, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
                 Log("m");
               }
               return 0;
+            }));
+}
+
+// A pipe has room for a line when a whole page is read, which takes longer than a second here.
+TEST_P(StalledStandardError, ReaderOfFifteenHundredBytesInASecondGetsEveryLine) {
+  EXPECT_EQ(0, InChild([] {
+              int ends[2] = {-1, -1};
+              (void)!pipe2(ends, O_CLOEXEC);
+              (void)fcntl(ends[1], F_SETPIPE_SZ, 4096);
+              Take(ends[1]);
+              std::thread writer([] {
+                Log(std::string(3000, 'a'));
+                Log(std::string(3000, 'b'));
+                Log("end");
+              });
+              std::string text;
+              char piece[75];
+              while (!text.ends_with("end\n")) {
+                const ssize_t count = read(ends[0], piece, sizeof piece);
+                text.append(piece, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));  // deliberate: its pace
+              }
+              writer.join();
+              return text.find(std::string(3000, 'b') + "\n") == std::string::npos ? 1 : 0;
             }));
 }
 
