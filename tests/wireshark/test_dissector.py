@@ -222,7 +222,8 @@ class Dissector(unittest.TestCase):
         rows = self.shown([Segment(0, True, sent), Segment(500, False, came)],
                           ["serialrelay.status", "serialrelay.request_in",
                            "serialrelay.response_time", "serialrelay.unasked"])
-        self.assertEqual(rows[1], "0,2,2,2,2,3,0|1,1,1,1,1,1,1|" + ",".join(["0.000500000"] * 7) + "|")
+        times = ",".join(["0.000500000"] * 7)
+        self.assertEqual(rows[1], f"0,2,2,2,2,3,0|1,1,1,1,1,1,1|{times}|")
 
     def test_a_reply_without_its_request(self) -> None:
         rows = self.shown(self.segments[1:], ["frame.number"], "-Y", "serialrelay.unasked")

@@ -15,8 +15,9 @@ DONE, NO_PORT, OPEN_ALREADY, OPEN_FAILED, NOT_CLOSED = 0, 2, 3, 4, 5  # statuses
 RECEIVED_DATA_BLOCK = 2
 MAX_PACKET = 65535
 MAX_BLOCKS = 255
-# The parameter of an open that is sent behind data, to a port that is open, for its answer only. The
-# service does not look at it; recordings and the dissector tell by it what is no user's command.
+# The parameter of an open that is sent behind data, to a port that is open, for its answer only.
+# The service does not look at it; recordings and the dissector tell by it what is no user's
+# command.
 FENCE = 0x4645  # "FE"
 MIN_PACKET = 4  # length, command and port form
 _MOST_SHOWN = 64
@@ -24,7 +25,8 @@ _MOST_SHOWN = 64
 _COMMAND_NAMES = {OPEN: "open", CLOSE: "close", DATA: "data"}
 _STATUS_TEXTS = {
     (OPEN, DONE): "open",
-    (OPEN, NO_PORT): "this machine's configuration has no such port, or the name leads to no device",
+    (OPEN, NO_PORT): "this machine's configuration has no such port, or the name leads to no "
+    "device",
     (OPEN, OPEN_ALREADY): "the port is open already",
     (OPEN, OPEN_FAILED): "the device is missing, or cannot be opened or set up",
     (CLOSE, DONE): "closed",
