@@ -28,7 +28,7 @@ from .told import Change, Event, Received
 
 _RETRY_PAUSE = 0.1  # seconds between two tries to connect
 _REOPEN_PAUSE = 0.5  # between two opens of a kept port that the service refused
-_MOST_AT_THE_END = 256  # receives: more than a socket's buffer holds
+_MOST_RECEIVES = 256  # more than a socket's buffer holds, and an end of a flood
 
 _log = logging.getLogger("serial_port_relay")
 
@@ -99,8 +99,7 @@ class Engine:
         return True
 
     def _need_link(self, end: float | None) -> None:
-        if self.is_connected:
-            self._step(0.0)  # one that has ended meanwhile is noticed
+        self._drain()  # so that one that has ended meanwhile is noticed
         if not self._run(lambda: self.is_connected, end):
             raise self._failure or self._unlinked()
 
@@ -164,9 +163,7 @@ class Engine:
         """As the caller wishes: there is no further try. What has come is taken."""
         reconnect, self.reconnect = self.reconnect, False
         try:
-            for _ in range(_MOST_AT_THE_END):
-                if not self.is_connected or not self._receive():
-                    break
+            self._drain()
         finally:
             self._end(LinkEnded("not connected to the service"))
             self.reconnect, self._is_cut = reconnect, False
@@ -220,6 +217,12 @@ class Engine:
         for port, kept in self._kept.items():
             if kept.retry_at is not None and now >= kept.retry_at and self.reconnect:
                 self._open_kept(port)
+
+    def _drain(self) -> None:
+        """Takes what has come."""
+        for _ in range(_MOST_RECEIVES):
+            if not self.is_connected or not self._receive():
+                return
 
     def _receive(self) -> bool:
         """False: nothing came."""
