@@ -68,8 +68,9 @@ class Install(unittest.TestCase):
 
     def test_find_package(self) -> None:
         build = self.folder / "build"
-        run("cmake", "-S", CONSUMER, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
-            f"-DCMAKE_CXX_COMPILER={COMPILER}", f"-DCMAKE_CXX_FLAGS={' '.join(STRICT)}")
+        run("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", build,
+            f"-DCMAKE_PREFIX_PATH={self.prefix}", f"-DCMAKE_CXX_COMPILER={COMPILER}",
+            f"-DCMAKE_CXX_FLAGS={' '.join(STRICT)}")
         run("cmake", "--build", build)
         self.assertEqual(PRINTS, run(build / "consumer"))
 
