@@ -62,6 +62,18 @@ std::string Plain(const nlohmann::ordered_json& value) {
   return list;
 }
 
+// A fact as a script reads it: no key has a blank, as "held_by".
+void AddFact(nlohmann::ordered_json& object, std::string key, const nlohmann::ordered_json& value) {
+  std::replace(key.begin(), key.end(), ' ', '_');
+  if (!value.is_object()) {
+    object[key] = value;
+    return;
+  }
+  for (const auto& [name, entry] : value.items()) {
+    AddFact(object[key], name, entry);
+  }
+}
+
 }  // namespace
 
 void Report::Fact(const std::string& key, FactValue value) {
@@ -95,7 +107,7 @@ std::string Report::Text(bool colour) const {
 std::string Report::Json() const {
   nlohmann::ordered_json object = {{"subject", subject}};
   for (const auto& [key, value] : facts) {
-    object[key] = JsonOf(value);
+    AddFact(object, key, JsonOf(value));
   }
   object["findings"] = nlohmann::ordered_json::array();
   for (const Finding& finding : findings) {

@@ -272,11 +272,13 @@ TEST(ReportTest, IsOneLineOfJson) {
   Report report{"#PhysicalPort0"};
   report.Fact("row", std::int64_t{3});
   report.Fact("held by", FactList{"a", "b"});
+  report.Fact("received", FactCounts{{"frame errors", 2}});
   report.Fact("nothing", "");
   report.Fault("it is \"broken\"\xFF\n", "mend it");
   report.Good("fine");
   EXPECT_EQ(
-      "{\"subject\":\"#PhysicalPort0\",\"row\":3,\"held by\":[\"a\",\"b\"],\"findings\":["
+      "{\"subject\":\"#PhysicalPort0\",\"row\":3,\"held_by\":[\"a\",\"b\"],\"received\":{\"frame_"
+      "errors\":2},\"findings\":["
       "{\"severity\":\"fault\",\"text\":\"it is \\\"broken\\\"\xEF\xBF\xBD\\n\",\"mend\":\"mend "
       "it\"},{\"severity\":\"ok\",\"text\":\"fine\"}]}",
       report.Json());
