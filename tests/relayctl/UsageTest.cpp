@@ -28,6 +28,8 @@ constexpr WrongUse kWrongUses[] = {
     {"PortTooLarge", "--port 65536 open X", 2, "--port"},
     {"PortTooSmall", "--port 0 open X", 2, "--port"},
     {"NegativeTimeout", "--timeout -1 open X", 2, "--timeout"},
+    {"TimeoutNotANumber", "--timeout nan open X", 2, "--timeout: \"nan\" is no number from 0 to"},
+    {"PatienceWithoutEnd", "--patience inf open X", 2, "--patience: \"inf\" is no number"},
     {"OpenNothing", "open", 2, "open: PORT is required"},
     {"OpenWhatTheShellTookForAComment", "open #PhysicalPort0", 2,
      "PORT is required; in a shell, a name that begins with # stands in quotes"},
