@@ -208,5 +208,8 @@ void AddPipeCommand(CommandLine& line) {
                  "Leave when nothing has gone or come for so long, whatever the input; 0: never");
   command.Option("--until", options->until, "TEXT",
                  "Leave once this has come; escapes as in write");
-  command.Runs([&line, options] { return Pipe(line.Common(), *options).Run(); });
+  command.Runs([&line, options] {
+    line.Common().RefuseJson("pipe");
+    return Pipe(line.Common(), *options).Run();
+  });
 }

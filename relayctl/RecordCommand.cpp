@@ -35,11 +35,9 @@ std::optional<Clock::time_point> EndOf(const Options& options) {
                             std::chrono::duration<double>(options.duration));
 }
 
-void Report(const Settings& settings, const Options& options, uint64_t packets) {
+void Report(const Options& options, uint64_t packets) {
   const std::string file = relay::Escape(options.file);
-  if (settings.json && options.file != "-") {
-    PrintLine(JsonLine().Add("event", "recorded").Add("packets", packets).Text());
-  } else if (packets == 0) {
+  if (packets == 0) {
     PrintNotice("nothing recorded" + (file != "-" ? "; " + file + " is as it was" : ""));
   } else {
     PrintNotice(std::to_string(packets) + " packets recorded in " + file);
@@ -75,7 +73,7 @@ int RecordPorts(const Settings& settings, const Options& options) {
   const auto end = EndOf(options);
   loop.When([&] { return end; }, [] {});
   const int signal = loop.Run([&] { return end && Clock::now() >= *end; });
-  Report(settings, options, recording.Packets());
+  Report(options, recording.Packets());
   if (signal == 0) {
     notices.MustHaveLinked();
   }
@@ -133,7 +131,7 @@ class Tap {
     const auto end = EndOf(options);
     loop.When([end] { return end; }, [] {});
     (void)loop.Run([end] { return end && Clock::now() >= *end; });
-    Report(settings, options, recording.Packets());
+    Report(options, recording.Packets());
     return kExitDone;
   }
 
@@ -257,6 +255,7 @@ class Tap {
 };
 
 int Record(const Settings& settings, const Options& options) {
+  settings.RefuseJson("record");
   if ((options.listen != 0) == !options.ports.empty()) {
     throw relay::Error(relay::ErrorKind::kUsage, "record: give either PORT or --listen");
   }

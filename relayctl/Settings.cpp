@@ -15,6 +15,12 @@ uint16_t Settings::Port() const {
   return givenPort != 0 ? static_cast<uint16_t>(givenPort) : RelayPortByConfiguration();
 }
 
+void Settings::RefuseJson(const std::string& command) const {
+  if (json) {
+    throw relay::Error(relay::ErrorKind::kUsage, command + ": has nothing to print as JSON");
+  }
+}
+
 relay::ClientOptions Settings::ForClient(bool reconnect) const {
   relay::ClientOptions options;
   options.port = Port();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <string>
+
 #include "relay/Client.h"
 
 // The options that every command has.
@@ -12,6 +14,9 @@ struct Settings {
 
   // The port that was given; else that of the service's configuration, as it is now.
   uint16_t Port() const;
+
+  // For a command that prints none: throws kUsage when it was asked for.
+  void RefuseJson(const std::string& command) const;
 
   // Options for a client. `reconnect`: for commands that outlive the service; those wait for
   // answers without limit, as a line that takes no bytes holds up all commands behind it.

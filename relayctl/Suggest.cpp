@@ -79,10 +79,10 @@ std::string Explain(const SerialAdapter& adapter, const MachineConfiguration* co
          "\n" + NameLine(adapter, configuration);
 }
 
-std::string ExplainPlaces() {
-  std::string lines;
+std::vector<NamedPlace> NamedPlaces() {
+  std::vector<NamedPlace> places;
   for (int index = 0; index < kUsbPortCount; ++index) {
-    lines += "#USBSerialPort" + std::to_string(index) + "  " + UsbPortPlace(index) + "\n";
+    places.push_back({"#USBSerialPort" + std::to_string(index), UsbPortPlace(index)});
   }
-  return lines;
+  return places;
 }

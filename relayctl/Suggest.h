@@ -32,5 +32,10 @@ class AdapterWatch {
 // another machine's adapter.
 std::string Explain(const SerialAdapter& adapter, const MachineConfiguration* configuration);
 
-// The places of the machine that have port names, a line each.
-std::string ExplainPlaces();
+struct NamedPlace {
+  std::string port;
+  std::string place;
+};
+
+// The places of the machine that have port names.
+std::vector<NamedPlace> NamedPlaces();

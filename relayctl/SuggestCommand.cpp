@@ -165,12 +165,21 @@ int Watch(bool asJson, const Arguments& arguments) {
   return kExitDone;  // a signal is its usual end
 }
 
+int ListPlaces(bool asJson) {
+  for (const NamedPlace& named : NamedPlaces()) {
+    PrintLine(asJson ? JsonLine()
+                           .Add("event", "place")
+                           .Add("port", named.port)
+                           .Add("place", named.place)
+                           .Text()
+                     : named.port + "  " + named.place);
+  }
+  return kExitDone;
+}
+
 int Suggest(const Settings& settings, const Arguments& arguments) {
   if (arguments.places) {
-    std::string text = ExplainPlaces();
-    text.pop_back();
-    PrintLine(text);
-    return kExitDone;
+    return ListPlaces(settings.json);
   }
   if (arguments.configured) {
     return ListConfigured(settings.json);

@@ -36,6 +36,7 @@ LineEnding EndingOf(const std::string& word) {
 
 // The loop is made first and goes last: until then, a signal ends nothing half way.
 int RunTerminal(const Settings& settings, const TerminalArguments& arguments) {
+  settings.RefuseJson("terminal");
   const int escape = ControlByte(arguments.escape);
   if (escape < 0) {
     throw relay::Error(relay::ErrorKind::kUsage,
@@ -55,6 +56,7 @@ int RunTerminal(const Settings& settings, const TerminalArguments& arguments) {
 }
 
 int RunPty(const Settings& settings, const PtyArguments& arguments) {
+  settings.RefuseJson("pty");
   const relay::Port port = PortToOpen(arguments.port);
   Loop loop;
   PtyBridge bridge(settings.ForClient(true), port, arguments.link);

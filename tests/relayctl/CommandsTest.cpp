@@ -2,6 +2,7 @@
 // open, close, write, raw and decode against the real service.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "relayctl/RelayctlTest.h"
@@ -255,6 +256,14 @@ TEST_F(CommandsTest, DecodeReadsRecordingsAndLinesOfHex) {
       "< from X: \"\\n\"\n"
       "> close X\n",
       RunShell("relayctl decode --brief --file /tmp/e2e/lines").output);
+}
+
+TEST_F(CommandsTest, PlacesAsJson) {
+  const Outcome outcome = RunShell("relayctl suggest --places --json");
+  EXPECT_TRUE(outcome.output.starts_with(
+      "{\"event\":\"place\",\"port\":\"#USBSerialPort0\",\"place\":\"/devices/"))
+      << outcome.output;
+  EXPECT_EQ(6, std::count(outcome.output.begin(), outcome.output.end(), '\n')) << outcome.output;
 }
 
 TEST_F(CommandsTest, DecodeAsJson) {
