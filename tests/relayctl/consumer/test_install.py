@@ -79,7 +79,7 @@ class Install(unittest.TestCase):
         flags = run("pkg-config", "--cflags", "--libs", "relayclient", PKG_CONFIG_PATH=str(folder))
         program = self.folder / "consumer"
         source = CONSUMER / "main.cpp"
-        run(COMPILER, "-std=c++20", *STRICT, source, "-o", program, *flags.split())
+        run(COMPILER, *STRICT, source, "-o", program, *flags.split())
         self.assertEqual(PRINTS, run(program))
 
 
