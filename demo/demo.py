@@ -149,7 +149,7 @@ class Story:
         heading("A recorder between a relay service and the service")
         self.wait_for_service()
         tap = free_port()
-        recorder = self.session.begin(f"{self.relayctl} record session.txt --listen {tap} &")
+        recorder = self.session.begin(f"{self.relayctl} record --output session.txt --listen {tap} &")
         recorder.prints(f"waiting for a relay service on 127.0.0.1:{tap}\n")
         self.session.run(f"echo '2^10' | relayctl --port {tap} pipe '{PORT}'", "1024\n")
         recorder.prints("the relay service left\n")
