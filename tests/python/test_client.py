@@ -102,8 +102,8 @@ class WithService(unittest.TestCase):
 
     def test_write_returns_when_the_service_has_taken_the_data(self) -> None:
         client = self.connect()
-        client.reply_timeout = 0.5
         client.open(PHYSICAL)
+        client.reply_timeout = 2.0
         sent = bytes(range(256)) * 400  # more than the line's buffers, less than the link's
         with self.assertRaises(NoAnswer) as caught:
             client.write(PHYSICAL, sent)
@@ -123,8 +123,8 @@ class WithService(unittest.TestCase):
 
     def test_a_slow_line_is_no_failure(self) -> None:
         client = self.connect()
-        client.reply_timeout = 2.0
         client.open(PHYSICAL)
+        client.reply_timeout = 2.0
         sent = bytes(range(256)) * 240
         began = time.monotonic()
         reader = threading.Thread(target=self.receive_slowly, args=(sent,))

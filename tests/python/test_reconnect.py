@@ -24,9 +24,9 @@ class WithService(unittest.TestCase):
         self.addCleanup(self.device.remove)
         self.events: list[Event] = []
 
-    def connect(self, reply_timeout: float = PATIENCE, reconnect: bool = True) -> Client:
+    def connect(self, reconnect: bool = True) -> Client:
         client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect,
-                        reply_timeout=reply_timeout, on_event=self.events.append)
+                        reply_timeout=PATIENCE, on_event=self.events.append)
         self.addCleanup(client.disconnect)
         client.connect()
         return client
@@ -118,9 +118,10 @@ class Limits(WithService):
         self.assertTrue(0.1 <= passed < PATIENCE / 4, passed)
 
     def test_commands_take_the_reply_timeout(self) -> None:
-        client = self.connect(reply_timeout=0.2)
+        client = self.connect()
         client.open(PHYSICAL)
         self.service.kill()
+        client.reply_timeout = 0.2
         calls: list[Callable[[], None]] = [
             lambda: client.open("X"),
             lambda: client.close(PHYSICAL),
