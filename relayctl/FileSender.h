@@ -9,7 +9,7 @@
 #include "relay/Writer.h"
 
 // Sends a file to a port at the pace of its line, and tells how far it is. Bytes count as sent when
-// the service has handed them to the line.
+// the service has taken them.
 class FileSender {
  public:
   // Throws relay::Error (kUsage) when it cannot be read. `lineWriter` must outlive the object.

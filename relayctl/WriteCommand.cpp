@@ -15,6 +15,7 @@
 #include "Input.h"
 #include "Loop.h"
 #include "Output.h"
+#include "PortDevice.h"
 #include "PortToOpen.h"
 #include "Progress.h"
 #include "relay/Text.h"
@@ -64,6 +65,20 @@ class Write {
     client.Start();
     loop.Serve(client);
     WatchInput();
+    int signal = 0;
+    try {
+      signal = RunToTheEnd();
+    } catch (const relay::Error& error) {
+      HideProgress();
+      throw isOpen ? WithProgress(error) : error;
+    }
+    Report();
+    return signal == 0 ? kExitDone : kExitSignal + signal;
+  }
+
+ private:
+  // Gives the signal that ended it, or 0.
+  int RunToTheEnd() {
     int signal = loop.Run([this] { return IsWritten(); });
     HideProgress();
     if (signal == 0) {
@@ -71,11 +86,52 @@ class Write {
       loop.When([end] { return end; }, [] {});
       signal = loop.Run([end] { return Clock::now() >= end; });
     }
-    Report();
-    return signal == 0 ? kExitDone : kExitSignal + signal;
+    return signal == 0 ? CheckDevice() : signal;
   }
 
- private:
+  // Behind the pause, as the service's close throws away what the line has not sent.
+  int CheckDevice() {
+    switch (lineDevice->Now()) {
+      case PortDevice::State::kSame:
+        return 0;
+      case PortDevice::State::kGone:
+        throw relay::Error(relay::ErrorKind::kRefused, port.Text() + ": the device is gone",
+                           kStatusOpenFailed);
+      case PortDevice::State::kOther:
+        throw relay::Error(relay::ErrorKind::kRefused,
+                           port.Text() + ": the device was away meanwhile", kStatusOpenFailed);
+      case PortDevice::State::kUnknown:
+        break;
+    }
+    return OpenAgain();
+  }
+
+  // Only where the device cannot be seen from here, as this moves its modem lines.
+  int OpenAgain() {
+    bool isAnswered = false;
+    client.Close(port, CheckReply);
+    client.Open(port, [&isAnswered](const relay::Reply& reply) {
+      CheckReply(reply);
+      isAnswered = true;
+    });
+    return loop.Run([&isAnswered] { return isAnswered; });
+  }
+
+  // "4096 of 10000 bytes"
+  std::string Taken() const {
+    return std::to_string(writer.Confirmed()) +
+           (total > 0 ? " of " + std::to_string(total) : std::string()) + " bytes";
+  }
+
+  relay::Error WithProgress(const relay::Error& error) const {
+    const std::string reason = error.Kind() == relay::ErrorKind::kNoAnswer
+                                   ? port.Text() + ": no progress within " +
+                                         std::to_string(settings.ForClient().replyTimeout.count()) +
+                                         " ms"
+                                   : error.what();
+    return {error.Kind(), reason + "; the service had taken " + Taken(), error.Code()};
+  }
+
   void ReadArguments() {
     const int sources = (options.texts.empty() ? 0 : 1) + (options.hex.empty() ? 0 : 1) +
                         (options.file.empty() ? 0 : 1);
@@ -104,6 +160,7 @@ class Write {
 
   void BeginWriting() {
     isOpen = true;
+    lineDevice.emplace(options.port);
     began = Clock::now();
     writer.Write(given);
   }
@@ -166,8 +223,8 @@ class Write {
     const uint64_t bytes = writer.Confirmed();
     PrintLine(
         settings.json
-            ? JsonLine().Add("event", "written").Add("port", port.Text()).Add("bytes", bytes).Text()
-            : port.Text() + ": " + std::to_string(bytes) + " bytes written");
+            ? JsonLine().Add("event", "taken").Add("port", port.Text()).Add("bytes", bytes).Text()
+            : port.Text() + ": " + std::to_string(bytes) + " bytes taken by the service");
   }
 
   const Settings& settings;
@@ -183,6 +240,7 @@ class Write {
   bool inputEnded = false;
   bool confirming = false;
   bool progressShown = false;
+  std::optional<PortDevice> lineDevice;  // as it was when the port was open
   Clock::time_point began{};
   std::optional<Clock::time_point> nextProgress;
 };

@@ -14,6 +14,7 @@ target_sources(relayctl_commands PRIVATE
   LastWill.cpp
   LibraryLog.cpp
   MachineConfiguration.cpp
+  PortDevice.cpp
   Printable.cpp
   ProcessTable.cpp
   PseudoTerminal.cpp

@@ -7,9 +7,11 @@ namespace relay {
 
 namespace {
 
-// Bytes behind which a confirmation is asked for: a part of the window, so that the line never
-// waits for it.
-constexpr uint64_t kFenceDistance = Writer::kWindow / 4;
+// Bytes behind which a confirmation is asked for: a small part of the window, so that the line
+// never waits for it; and of what the line has taken so far, so that a slow one is seen to go on.
+uint64_t FenceDistance(uint64_t confirmed) {
+  return std::clamp<uint64_t>(confirmed / 32, Writer::kWindow / 128, Writer::kWindow / 16);
+}
 
 }  // namespace
 
@@ -76,8 +78,8 @@ bool Writer::HasRoom(const State& state) {
 
 void Writer::FenceIfDue(const std::shared_ptr<State>& state) {
   const uint64_t behind = state->sent - state->fenced;
-  const bool isDue =
-      behind >= kFenceDistance || (state->confirmAll && state->waiting.IsEmpty() && behind > 0);
+  const bool isDue = behind >= FenceDistance(state->confirmed) ||
+                     (state->confirmAll && state->waiting.IsEmpty() && behind > 0);
   // One that waits in the client is enough: its answer brings the next.
   if (isDue && (state->client.MayAsk() || state->fenced == state->confirmed)) {
     SendFence(state);
@@ -90,7 +92,8 @@ void Writer::Pump(const std::shared_ptr<State>& state) {
   }
   FenceIfDue(state);
   while (!state->waiting.IsEmpty() && HasRoom(*state)) {
-    const std::string_view piece = state->waiting.View().substr(0, kPiece);
+    const size_t size = std::min<size_t>(kPiece, FenceDistance(state->confirmed));
+    const std::string_view piece = state->waiting.View().substr(0, size);
     state->client.Data(state->port, piece, state->blockSize);
     state->sent += piece.size();
     state->waiting.Take(piece.size());

@@ -15,9 +15,15 @@ namespace relay {
 // A data command has no answer, and the buffers between take megabytes that a slow line needs
 // minutes for. So the writer sends commands of at most kPiece bytes, each followed from time to
 // time by an open of the same port: the port is open already, stays as it is, and the answer says
-// that all data before it have been handed to the line. At most kWindow bytes are on their way.
+// that the service has taken all data before it. At most kWindow bytes are on their way.
 //
-// Must not outlive its client. When the link ends, what was not confirmed is lost: Clear drops it.
+// Taken is not delivered. The service has written them to the line, whose buffer may hold the last
+// of them for a while and loses them at a close; or it has dropped them, as it does without a word
+// while the device is unplugged. A close and an open of the port, both answered with 0, show that
+// the device is there at the end; that it was there all the time nobody tells.
+//
+// Must not outlive its client. When the link ends, what was not confirmed may be taken or not:
+// Clear forgets it.
 class Writer {
  public:
   static constexpr size_t kPiece = 4096;
@@ -39,7 +45,7 @@ class Writer {
   // somewhere stops at some.
   uint64_t Unsent() const;
 
-  // Bytes that the service has handed to the line, as far as it is known.
+  // Bytes that the service has taken, as far as it is known.
   uint64_t Confirmed() const;
 
   // Drops what is not sent. Called when the link has ended.

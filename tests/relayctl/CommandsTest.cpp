@@ -1,10 +1,18 @@
 // SPDX-License-Identifier: MIT
 // open, close, write, raw and decode against the real service.
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
+#include <thread>
 
+#include "relay/Client.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
@@ -106,7 +114,7 @@ TEST_F(CommandsTest, CloseByIdsOfNoAdapterShowsThatTheServiceEnded) {
 TEST_F(CommandsTest, WriteUnderstandsEscapes) {
   PlugAndStart();
   const Outcome outcome = RunShell("relayctl write '#PhysicalPort0' '*IDN?\\r\\n\\x00\\xfe\\\\'");
-  EXPECT_EQ("#PhysicalPort0: 10 bytes written\n", outcome.output);
+  EXPECT_EQ("#PhysicalPort0: 10 bytes taken by the service\n", outcome.output);
   EXPECT_EQ(std::string("*IDN?\r\n\0\xFE\\", 10), device->Reads(10));
 }
 
@@ -134,8 +142,7 @@ TEST_F(CommandsTest, WriteOfALongFileArrivesUnchanged) {
   Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long --json");
   EXPECT_TRUE(bytes == device->Reads(bytes.size()));
   EXPECT_EQ("exit 0", write.WaitForExit());
-  EXPECT_EQ("{\"event\":\"written\",\"port\":\"#PhysicalPort0\",\"bytes\":300000}\n",
-            write.Output());
+  EXPECT_EQ("{\"event\":\"taken\",\"port\":\"#PhysicalPort0\",\"bytes\":300000}\n", write.Output());
 }
 
 // It leaves at once behind the last byte that the line has taken, so that what it has said before
@@ -153,7 +160,185 @@ TEST_F(CommandsTest, WriteWaitsUntilTheLineHasTakenEverything) {
     return !write.Output().empty();
   }));
   EXPECT_EQ("exit 0", write.WaitForExit());
-  EXPECT_EQ("#PhysicalPort0: 200000 bytes written\n", write.Output());
+  EXPECT_EQ("#PhysicalPort0: 200000 bytes taken by the service\n", write.Output());
+}
+
+// The data come in two parts; what befalls the device between them is the case.
+class DepartureTest : public CommandsTest {
+ protected:
+  void StartWriting(const std::string& command) {
+    PlugAndStart();
+    ASSERT_EQ(0, mkfifo(kInput, 0600));
+    write = std::make_unique<Background>(command + " <" + kInput);
+    input.open(kInput);
+    input << "begin" << std::flush;
+    ASSERT_EQ("begin", device->Reads(5)) << write->Output();
+  }
+
+  void Unplug() {
+    device->Unplug();
+    ASSERT_TRUE(Service::Prints("port close"));
+  }
+
+  static bool Logged(const std::string& text) {
+    return LogFile::Text().find(text) != std::string::npos;
+  }
+
+  // Gives it the second part, which the device reads if it is there, and the end.
+  std::string EndOfWriting() {
+    input << ManyBytes(50001) << std::flush;
+    input.close();
+    (void)Becomes([this] {
+      (void)device->ReadsWaiting();
+      return !write->Output().empty();
+    });
+    return write->WaitForExit();
+  }
+
+  void ExpectSuccess() {
+    EXPECT_EQ("exit 0", EndOfWriting());
+    EXPECT_EQ("#PhysicalPort0: 50006 bytes taken by the service\n", write->Output());
+  }
+
+  static constexpr const char* kInput = "/tmp/e2e/input";
+  static constexpr const char* kWrite = "relayctl write '#PhysicalPort0' --linger 0";
+
+  // Where it cannot see the machine's devices.
+  static constexpr const char* kBlindWrite =
+      "unshare --mount sh -c 'mount -t tmpfs none /dev && "
+      "exec relayctl write \\#PhysicalPort0 --linger 0'";
+
+  std::unique_ptr<Background> write;
+  std::ofstream input;
+};
+
+TEST_F(DepartureTest, WhatIsDroppedIsNoSuccess) {
+  ASSERT_NO_FATAL_FAILURE(StartWriting(kWrite));
+  ASSERT_NO_FATAL_FAILURE(Unplug());
+  EXPECT_EQ("exit 14", EndOfWriting());
+  EXPECT_TRUE(Logged("Serial Device Send Error."));
+  EXPECT_EQ("relayctl: #PhysicalPort0: the device is gone; the service had taken 50006 bytes\n",
+            write->Output());
+}
+
+TEST_F(DepartureTest, ADeviceThatCameBackIsNoSuccess) {
+  ASSERT_NO_FATAL_FAILURE(StartWriting(kWrite));
+  ASSERT_NO_FATAL_FAILURE(Unplug());
+  device->Plug();
+  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]", 2));
+  EXPECT_EQ("exit 14", EndOfWriting());
+  EXPECT_EQ(
+      "relayctl: #PhysicalPort0: the device was away meanwhile; the service had taken 50006 "
+      "bytes\n",
+      write->Output());
+}
+
+TEST_F(DepartureTest, TheServiceIsAskedWhereTheDeviceCannotBeSeen) {
+  ASSERT_NO_FATAL_FAILURE(StartWriting(kBlindWrite));
+  ASSERT_NO_FATAL_FAILURE(Unplug());
+  EXPECT_EQ("exit 14", EndOfWriting());
+  EXPECT_EQ(
+      "relayctl: #PhysicalPort0: status 4: the device could not be opened or set up, or its node "
+      "is missing; the service had taken 50006 bytes\n",
+      write->Output());
+}
+
+// That would move its modem lines, which resets some devices.
+TEST_F(DepartureTest, ADeviceThatIsSeenToBeThereIsNotOpenedAgain) {
+  ASSERT_NO_FATAL_FAILURE(StartWriting(kWrite));
+  ExpectSuccess();
+  EXPECT_FALSE(Logged("close command proc."));
+}
+
+TEST_F(DepartureTest, ADeviceThatTheServiceOpensAgainIsThere) {
+  ASSERT_NO_FATAL_FAILURE(StartWriting(kBlindWrite));
+  ExpectSuccess();
+  EXPECT_TRUE(Logged("close command proc."));
+}
+
+// In the service's place, with a line that takes a byte in a millisecond and has no buffer, as no
+// pseudo-terminal can be had. Serves one peer.
+class SlowService {
+ public:
+  SlowService() : listening(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(relay::kDefaultPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(0, bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, listen(listening, 1));
+    thread = std::thread([this] { Serve(); });
+  }
+  ~SlowService() {
+    thread.join();
+    (void)close(listening);
+  }
+  SlowService(const SlowService&) = delete;
+  SlowService& operator=(const SlowService&) = delete;
+
+ private:
+  void Serve() const {
+    const int peer = accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+    relay::PacketCutter cutter;
+    std::string buffer(65536, '\0');
+    for (ssize_t count = 0; (count = recv(peer, buffer.data(), buffer.size(), 0)) > 0;) {
+      cutter.Add(std::string_view(buffer).substr(0, static_cast<size_t>(count)));
+      while (const auto packet = cutter.Next()) {
+        Take(peer, relay::ParsePacket(*packet, relay::Direction::kToService).packet);
+      }
+    }
+    (void)close(peer);
+  }
+
+  // Every open is answered with 0.
+  static void Take(int peer, const relay::Packet& packet) {
+    const std::string reply("\x00\x16\x01\x02\x00\x0E#PhysicalPort0\x00\x00", 22);
+    if (packet.command == kCommandOpen) {
+      (void)send(peer, reply.data(), reply.size(), MSG_NOSIGNAL);
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(packet.Data().size()));
+    }
+  }
+
+  const int listening;
+  std::thread thread;
+};
+
+TEST_F(CommandsTest, WriteToASlowLineIsNoFailure) {
+  device = std::make_unique<Device>();
+  const SlowService slowService;
+  workplace::WriteWhole("/tmp/e2e/slow", ManyBytes(6000));
+  const Outcome outcome =
+      RunShell("relayctl --timeout 3 write '#PhysicalPort0' --linger 0 --file /tmp/e2e/slow");
+  EXPECT_EQ("#PhysicalPort0: 6000 bytes taken by the service\n", outcome.output);
+  EXPECT_EQ(0, outcome.status);
+}
+
+TEST_F(CommandsTest, WriteToALineThatTakesNothingTellsOfNoProgress) {
+  PlugAndStart();
+  workplace::WriteWhole("/tmp/e2e/stuck", ManyBytes(60000));
+  Background write("relayctl --timeout 0.5 write '#PhysicalPort0' --file /tmp/e2e/stuck");
+  EXPECT_EQ("exit 4", write.WaitForExit());
+  EXPECT_TRUE(write.Output().starts_with(
+      "relayctl: #PhysicalPort0: no progress within 500 ms; the service had taken "))
+      << write.Output();
+  EXPECT_NE(std::string::npos, write.Output().find(" of 60000 bytes")) << write.Output();
+}
+
+TEST_F(CommandsTest, WriteTellsHowFarItCameWhenTheServiceEnds) {
+  PlugAndStart();
+  workplace::WriteWhole("/tmp/e2e/long", ManyBytes(60000));
+  Background write("relayctl write '#PhysicalPort0' --file /tmp/e2e/long");
+  ASSERT_EQ(5000U, device->Reads(5000).size());
+  Settle();
+  service->Signal(SIGKILL);
+  EXPECT_EQ("exit 5", write.WaitForExit());
+  const std::string text =
+      "relayctl: the service at 127.0.0.1:60004 ended the link; the service had taken ";
+  ASSERT_TRUE(write.Output().starts_with(text)) << write.Output();
+  const size_t taken = std::stoul(write.Output().substr(text.size()));
+  EXPECT_GE(taken, 4096U);
+  EXPECT_LT(taken, 60000U);
 }
 
 TEST_F(CommandsTest, WriteStaysAsLongAsItIsAskedTo) {
