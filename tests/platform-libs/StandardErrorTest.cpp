@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <functional>
+#include <string_view>
 #include <thread>
 
 #include "libKXLogger/StandardError.h"
@@ -41,14 +42,16 @@ std::string NameOf(const testing::TestParamInfo<Owner>& owner) {
 
 class StalledStandardError : public testing::TestWithParam<Owner> {
  protected:
-  static void Log(const std::string& message) {
+  static void Log(std::string_view message) {
     kxlogger::WriteStandardError({kxlogger::LogTime(), 3, "M", "f.cpp", "1", "4", message});
   }
 
-  // One of them finds room for its beginning only.
+  // One of them finds room for its beginning only. Nothing is allocated: a handler calls it.
   static void LogLinesOfManyLengths() {
+    constexpr std::string_view kText =
+        "................................................................";
     for (std::size_t i = 0; i < 2000; ++i) {
-      Log(std::string(i % 100, 'x'));
+      Log(kText.substr(0, i % kText.size()));
     }
   }
 
