@@ -18,8 +18,9 @@ class CAbstractSerial {
 
   // Opens and configures the device at `path`: 0, -1 when that fails (the device is then closed
   // again), -2 when one is open already (which is left alone). Blocks, and cannot be cancelled, as
-  // long as the driver waits for a carrier or for an adapter's answer. "OPEN[path]" on standard
-  // output on success.
+  // long as the driver waits for a carrier or for an adapter's answer. A Close
+  // meanwhile ends it with -1 and leaves the line as it is. "OPEN[path]" on standard output on
+  // success.
   virtual int Open(const std::string& path, const SerialSettings& settings) = 0;
 
   // Drops DTR, discards what is pending and closes: 0, also when nothing is open, or -1 when the

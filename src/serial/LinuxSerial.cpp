@@ -56,8 +56,13 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   // A cancellation that meets an open acts on its way out, also when it has succeeded: the
   // descriptor would be lost, and the node stay busy.
   const CCancellationShield shield;
+  const unsigned closesBefore = closes;
   const int opened = open(path.c_str(), O_RDWR);
   if (opened < 0) {
+    return -1;
+  }
+  if (closes != closesBefore) {
+    (void)close(opened);  // its settings and queues may be another port's by now
     return -1;
   }
   (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
@@ -81,6 +86,7 @@ int CLinuxSerial::Configure(const SerialSettings& settings) {
 
 int CLinuxSerial::Close() {
   const CCancellationShield shield;
+  ++closes;
   CSharedDescriptor::CUse taken = fd.TakeOut();
   if (taken.Number() == -1) {
     return 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <atomic>
+
 #include "serial/AbstractSerial.h"
 #include "serial/SharedDescriptor.h"
 
@@ -23,5 +25,6 @@ class CLinuxSerial final : public CAbstractSerial {
 
  private:
   CSharedDescriptor fd;
-  std::string devicePath;  // last opened; nobody reads it but a debugger
+  std::atomic<unsigned> closes{0};  // counted by whoever closes, read by whoever opens
+  std::string devicePath;           // last opened; nobody reads it but a debugger
 };
