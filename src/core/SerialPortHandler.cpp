@@ -31,6 +31,7 @@ constexpr const char* kLogFile = "SerialPortHandler.cpp";
 
 constexpr unsigned kSupervisionMilliseconds = 250;
 constexpr unsigned kThreadsEndMilliseconds = 5000;
+constexpr unsigned kCommandsLookMilliseconds = 100;
 
 // The process's exit statuses, for a way out that does not lead through main.
 constexpr int kExitStopped = 0;
@@ -57,6 +58,17 @@ bool LookUpWords(const std::string& name, KX_SERIAL& words) {
   return Libvost().getSerialByPortID(words, portId.data()) != 0;
 }
 
+// A thread that waits for a command goes on when that has ended, perhaps to the next one.
+bool AllThreadsEnd() {
+  for (unsigned waited = 0; waited < kThreadsEndMilliseconds; waited += kCommandsLookMilliseconds) {
+    EndCommand();
+    if (CLinuxThread::WaitUntilNoneRuns(kCommandsLookMilliseconds)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 SerialPortHandler* SerialPortHandler::GetInstance() {
@@ -74,10 +86,9 @@ SerialPortHandler::~SerialPortHandler() {
   if (relay != nullptr) {
     (void)relay->Close();
   }
-  EndCommand();
   // A thread that a bounded stop gave up on still uses this object until its cancellation has
   // taken effect. One that the kernel does not let go cannot be waited for, nor destroyed under.
-  if (!CLinuxThread::WaitUntilNoneRuns(kThreadsEndMilliseconds)) {
+  if (!AllThreadsEnd()) {
     std::_Exit(stoppedOrderly ? kExitStopped : kExitNoLink);
   }
 }
@@ -126,7 +137,7 @@ bool SerialPortHandler::OpenRelayConnection() {
 // seconds to stop; the others are left to the way out. One that comes when the ports are gone is
 // held back until the new connection accepts, and ends that.
 bool SerialPortHandler::ReopenRelayConnection() {
-  while (!stopRequested && ports.RemoveFirst()) {
+  while (!stopRequested && DropOnePort()) {
   }
   const CStopSignalsHeld held;
   if (stopRequested) {
@@ -137,6 +148,12 @@ bool SerialPortHandler::ReopenRelayConnection() {
   (void)relay->Close();
   SetRelay(nullptr);
   return OpenRelayConnection();
+}
+
+// Stopping a thread takes locks of the C library's own, and so does the handler of a stop signal.
+bool SerialPortHandler::DropOnePort() {
+  const CStopSignalsHeld held;
+  return ports.RemoveFirst();
 }
 
 void SerialPortHandler::SetRelay(std::shared_ptr<CCommSocketExport> connection) {

@@ -50,6 +50,7 @@ class SerialPortHandler {
 
   bool OpenRelayConnection();
   bool ReopenRelayConnection();
+  bool DropOnePort();
   void SetRelay(std::shared_ptr<CCommSocketExport> connection);
   void SendToRelay(const std::vector<uint8_t>& packet);
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <future>
 
 #include "core/Fakes.h"
@@ -141,6 +142,10 @@ TEST_F(LifeCycleTest, AStopWhileTheLinkIsRebuiltEndsRunWithoutListeningAgain) {
   std::atomic<int> released = 0;
   world.prepare = [&](FakePort& port) {
     port.whenReleased = [&] {
+      // The C library's own locks are not for a handler that stops a thread, too.
+      sigset_t held{};
+      EXPECT_EQ(0, pthread_sigmask(SIG_BLOCK, nullptr, &held));
+      EXPECT_EQ(1, sigismember(&held, SIGTERM));
       if (++released == 1) {
         Stop();
       }
