@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "Linux/CancellationShield.h"
@@ -97,6 +98,18 @@ std::vector<pid_t> DescendantsSince(Ticks began) {
   return found;
 }
 
+void Send(int signal, const std::vector<pid_t>& processes) {
+  for (const pid_t process : processes) {
+    (void)kill(process, signal);
+  }
+}
+
+// A /proc of another PID namespace has other numbers.
+bool KnowsOurNumbers() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self", error) == std::to_string(getpid());
+}
+
 }  // namespace
 
 int RunCommand(const std::string& command) {
@@ -108,10 +121,15 @@ int RunCommand(const std::string& command) {
 
 void EndCommand() {
   const Ticks began = commandBegan;
-  if (began == kNothingRuns) {
+  if (began == kNothingRuns || !KnowsOurNumbers()) {
     return;
   }
-  for (const pid_t process : DescendantsSince(began)) {
-    (void)kill(process, SIGKILL);
+  // Halted first: what runs could start another one between the look and the end.
+  std::vector<pid_t> halted;
+  for (std::vector<pid_t> found = DescendantsSince(began); found != halted;
+       found = DescendantsSince(began)) {
+    Send(SIGSTOP, found);
+    halted = std::move(found);
   }
+  Send(SIGKILL, halted);
 }

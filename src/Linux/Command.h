@@ -9,6 +9,7 @@
 // the C library would end the shell alone, and leave behind what the shell has started.
 int RunCommand(const std::string& command);
 
-// Ends what a RunCommand on another thread is running at the moment. Without /proc it finds nothing
-// to end. Not for signal handlers: it allocates.
+// Ends what a RunCommand on another thread is running at the moment, with all that it has started.
+// Without a /proc of its own PID namespace it finds nothing to end. Not for signal handlers: it
+// allocates.
 void EndCommand();

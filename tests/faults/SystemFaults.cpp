@@ -157,14 +157,16 @@ void StopWhileDumpIsAFifo(FaultTest& test) {
   ASSERT_TRUE(Becomes([&] { return test.service->IsIdle(); }));
 }
 
-// A start script's helper became the service's child with the script's last command.
+// A start script's helper became the service's child with the script's last command. The tool has a
+// name that looks like the fields behind it.
 void StopDuringASearchWithAnOlderChild(FaultTest& test) {
-  ToolIs("sleep 300");
+  ToolIs("cp /bin/sleep '/tmp/e2e/) S 1' && '/tmp/e2e/) S 1' 300");
   test.relay->Sends(kOpenAdapter);
   ASSERT_TRUE(Becomes(DumpIsThere));
   EXPECT_EQ("exit 0", test.StopAtOnce(SIGTERM));
   EXPECT_FALSE(DumpIsThere());
   Shell("kill $(cat /tmp/e2e/older)");
+  EXPECT_TRUE(Becomes([&] { return kill(-test.service->Pid(), 0) == -1; })) << "the tool is left";
 }
 
 void LogGoesToStandardError(FaultTest& test) {
