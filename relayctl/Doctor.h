@@ -13,6 +13,7 @@
 #include "ProcessTable.h"
 #include "Report.h"
 #include "RunningService.h"
+#include "ServiceActivity.h"
 #include "UdevSnapshot.h"
 
 // The machine as it is at one moment.
@@ -27,8 +28,13 @@ struct Machine {
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
 
   // `port`: where the service should listen that is meant, if there are several.
+  ServiceActivity activity;  // nothing when no service runs
+
   static Machine Now(std::optional<uint16_t> port);
 };
+
+// The node that a name leads to on this machine; empty: none.
+std::string NodeOf(const Machine& machine, const std::string& name);
 
 // The service: who listens, which peer is connected, and what it needs of the system. `port`: where
 // it should listen.

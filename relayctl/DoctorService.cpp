@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "Doctor.h"
+#include "DoctorHang.h"
 
 namespace {
 
@@ -71,25 +73,23 @@ void ExamineListener(const Machine& machine, const TcpSocket& listener, Report& 
 // One that a process has is served; those that nobody has wait in the kernel's queue.
 void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t port,
                   Report& report) {
-  size_t waiting = 0;
-  for (const TcpSocket& link : sockets) {
-    if (link.localPort != port || link.state != kTcpEstablished) {
-      continue;
-    }
-    if (link.inode == 0) {
-      ++waiting;
-      continue;
-    }
-    const TcpSocket* const peer = PeerOf(link, sockets);
-    const std::string who =
-        peer != nullptr ? NamesOf(machine.processes.OwnersOf(peer->inode)) : "a peer";
+  std::vector<TcpSocket> links;
+  std::copy_if(sockets.begin(), sockets.end(), std::back_inserter(links),
+               [port](const TcpSocket& socket) {
+                 return socket.localPort == port && socket.state == kTcpEstablished;
+               });
+  const auto served = std::stable_partition(links.begin(), links.end(),
+                                            [](const TcpSocket& link) { return link.inode != 0; });
+  for (auto link = links.begin(); link != served; ++link) {
+    const std::string who = machine.processes.NamesOfPeer(*link, sockets);
     report.Fact("peer", who);
     report.Note("the relay port is taken by " + who + ": the service has one peer at a time",
                 "end it before you use another relay; relayctl's commands would wait");
   }
-  if (waiting > 0) {
-    report.Warning(std::to_string(waiting) + " more connected and wait for ever in the queue",
-                   "end these; the queue is reset when the service listens anew");
+  for (auto link = served; link != links.end() && served != links.begin(); ++link) {
+    report.Warning(machine.processes.NamesOfPeer(*link, sockets) +
+                       " is connected as well, and waits for ever in the queue",
+                   "end it; the queue is reset when the service listens anew");
   }
 }
 
@@ -147,6 +147,7 @@ Report ExamineService(const Machine& machine, uint16_t port) {
                  "start the service: systemctl start serial-port-handler");
     ExamineBorrowers(machine, sockets, port, report);
   }
+  ExamineActivity(machine, report);
   if (!machine.udevProblem.empty()) {
     report.Fault("no USB port can be found: " + machine.udevProblem,
                  "install udev; the service runs \"udevadm info --export-db\"");

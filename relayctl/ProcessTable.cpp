@@ -162,6 +162,13 @@ ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
   return search;
 }
 
+std::string ProcessTable::NamesOfPeer(const TcpSocket& link,
+                                      const std::vector<TcpSocket>& sockets) const {
+  const TcpSocket* const peer = PeerOf(link, sockets);
+  return peer != nullptr && peer->inode != 0 ? NamesOf(OwnersOf(peer->inode))
+                                             : "a peer that is gone";
+}
+
 std::string ProcessTable::FolderOf(pid_t pid) const { return proc + "/" + std::to_string(pid); }
 
 std::optional<std::map<std::string, std::string>> ProcessTable::EnvironmentOf(pid_t pid) const {
@@ -204,6 +211,8 @@ std::vector<TcpSocket> ProcessTable::TcpSockets() const {
     ReadEndpoint(local, socket.localAddress, socket.localPort);
     ReadEndpoint(remote, socket.remoteAddress, socket.remotePort);
     socket.state = NumberFrom<unsigned>(state, 16);
+    socket.unsent = NumberFrom<uint64_t>(queues.substr(0, queues.find(':')), 16);
+    socket.unread = NumberFrom<uint64_t>(queues.substr(queues.find(':') + 1), 16);
     sockets.push_back(socket);
   }
   return sockets;

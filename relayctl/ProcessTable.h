@@ -41,7 +41,9 @@ struct TcpSocket {
   uint32_t remoteAddress = 0;
   uint16_t remotePort = 0;
   unsigned state = 0;
-  uint64_t inode = 0;  // 0: no process has it yet, or any more
+  uint64_t unread = 0;  // bytes that wait for whoever has the socket
+  uint64_t unsent = 0;  // bytes that the other end has not taken yet
+  uint64_t inode = 0;   // 0: no process has it yet, or any more
 };
 constexpr unsigned kTcpEstablished = 1;
 constexpr unsigned kTcpPeerHasLeft = 8;
@@ -60,6 +62,9 @@ class ProcessTable {
 
   // Who has this socket.
   ProcessSearch OwnersOf(uint64_t inode) const;
+
+  // The names of those who have the other end of a connection, or that there is nobody.
+  std::string NamesOfPeer(const TcpSocket& link, const std::vector<TcpSocket>& sockets) const;
 
   // "/proc/12", where it is and will be gone with the process.
   std::string FolderOf(pid_t pid) const;

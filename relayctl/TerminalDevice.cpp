@@ -108,3 +108,18 @@ std::optional<LineCounters> ReadCounters(const std::string& path) {
   return LineCounters{counts.rx,  counts.tx,      counts.frame,      counts.parity,
                       counts.brk, counts.overrun, counts.buf_overrun};
 }
+
+std::optional<LineProgress> ReadProgress(const std::string& path) {
+  const int terminal = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  if (terminal == -1) {
+    return std::nullopt;
+  }
+  LineProgress progress;
+  serial_icounter_struct counts{};
+  (void)ioctl(terminal, TIOCOUTQ, &progress.waiting);
+  if (ioctl(terminal, TIOCGICOUNT, &counts) == 0) {
+    progress.sent = counts.tx;
+  }
+  (void)close(terminal);
+  return progress;
+}

@@ -52,6 +52,17 @@ struct LineCounters {
   int bufferOverrun = 0;  // the kernel lost bytes that nobody read in time
 };
 
+// How far the line has come. Two different ones: it has sent something.
+struct LineProgress {
+  int waiting = 0;  // bytes in the driver
+  int sent = 0;     // 0 when the driver does not count
+
+  bool operator==(const LineProgress&) const = default;
+};
+
+// Opens the node for a moment, without waiting; for a node that somebody has open.
+std::optional<LineProgress> ReadProgress(const std::string& path);
+
 // Opens the node for a moment, without waiting, which raises DTR and RTS when nobody else has it
 // open. Nothing when it cannot be opened or the driver does not count.
 std::optional<LineCounters> ReadCounters(const std::string& path);

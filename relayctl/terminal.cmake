@@ -6,6 +6,7 @@ find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp REQUIRED)
 target_sources(relayctl_commands PRIVATE
   Doctor.cpp
   DoctorCommand.cpp
+  DoctorHang.cpp
   DoctorLine.cpp
   DoctorPort.cpp
   DoctorService.cpp
@@ -22,6 +23,7 @@ target_sources(relayctl_commands PRIVATE
   RawTerminal.cpp
   Report.cpp
   RunningService.cpp
+  ServiceActivity.cpp
   Silence.cpp
   Suggest.cpp
   SuggestCommand.cpp

@@ -248,7 +248,7 @@ TEST_F(DoctorTest, SaysWhoListensAndWhoIsConnected) {
                                    row("0100007F:9C40", "0100007F:EA64", "01", 222) +
                                    row("0100007F:EA64", "0100007F:9C41", "01", 0));
   EXPECT_HAS(Service(), "the relay port is taken by python3 (process 31)");
-  EXPECT_HAS(Service(), "1 more connected and wait");
+  EXPECT_HAS(Service(), "a peer that is gone is connected as well, and waits");
   Process(32, "nc", "socket:[333]");
   WriteFile(proc + "/net/tcp", kHeadings + row("00000000:EA64", "00000000:0000", "0A", 333));
   EXPECT_HAS(Service(), "nc (process 32) listens on 127.0.0.1:60004, which is not the service");
