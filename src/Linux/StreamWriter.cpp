@@ -55,7 +55,7 @@ int OpenAgain(int stream) {
 
 // How long one text waits: until nobody has read for a while, or it is too long in all.
 struct CStreamWriter::Wait {
-  explicit Wait(int longest, bool last = false) : limit(longest), isLast(last) {}
+  explicit Wait(bool last) : isLast(last) {}
 
   void FoundNoRoom(int queuedNow) {
     if (began == kNotYet) {
@@ -78,14 +78,13 @@ struct CStreamWriter::Wait {
     }
   }
 
-  bool IsOver() const {
+  bool IsOver(int limit) const {
     const std::int64_t now = Now();
     return now - lastRead >= (queued > 0 ? kPatience : kBlindPatience) || now - began >= limit;
   }
 
-  static constexpr std::int64_t kNotYet = -1;
+  static constexpr std::int64_t kNotYet = 0;
 
-  const int limit;
   const bool isLast;
   std::int64_t began = kNotYet;     // when it first found no room
   std::int64_t lastRead = kNotYet;  // when somebody was last seen to read
@@ -117,18 +116,11 @@ bool CStreamWriter::OpenOwn() {
   return own >= 0;
 }
 
-bool CStreamWriter::Write(std::string_view text) {
-  Wait wait(longestWait);
-  return WriteAfterCut(text, wait);
-}
-
-bool CStreamWriter::WriteLast(std::string_view text) {
-  Wait wait(kLongestLastWait, true);
-  return WriteAfterCut(text, wait);
-}
-
-bool CStreamWriter::WriteAfterCut(std::string_view text, Wait& wait) {
-  LookAfterStall();
+bool CStreamWriter::Write(std::string_view text, bool isLast) {
+  if (isStalled) {
+    LookAfterStall();
+  }
+  Wait wait(isLast);
   if (isCut.exchange(false) && !WriteWhole("\n", wait)) {
     isCut = true;
     return false;
@@ -138,11 +130,9 @@ bool CStreamWriter::WriteAfterCut(std::string_view text, Wait& wait) {
 
 // Whoever has read since the last text found no room gets patience again.
 void CStreamWriter::LookAfterStall() {
-  if (isStalled) {
-    const int queued = Queued();
-    if (queued < queuedAtStall.exchange(queued)) {
-      isStalled = false;
-    }
+  const int queued = Queued();
+  if (queued < queuedAtStall.exchange(queued)) {
+    isStalled = false;
   }
 }
 
@@ -200,7 +190,7 @@ bool CStreamWriter::GivesUp(const Wait& wait) {
   if (isHurried && !wait.isLast) {
     return true;
   }
-  if (!isStalled && wait.IsOver()) {
+  if (!isStalled && wait.IsOver(wait.isLast ? kLongestLastWait : longestWait)) {
     queuedAtStall = wait.queued;
     isStalled = true;
   }

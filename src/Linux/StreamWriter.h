@@ -23,20 +23,20 @@ class CStreamWriter {
   // Writes the whole text, with one system call when there is room. On false the stream has none of
   // it, or its beginning; then the next text starts on a line of its own.
   // Whoever has not read for a second costs no further wait until he reads again.
-  bool Write(std::string_view text);
+  bool Write(std::string_view text) { return Write(text, false); }
 
   // For the way out of the process: from now on no text waits, not even one that waits already...
   void Hurry() { isHurried = true; }
 
   // ...but the last one: five seconds at most.
-  bool WriteLast(std::string_view text);
+  bool WriteLast(std::string_view text) { return Write(text, true); }
 
  private:
   enum class Way : int { kPlain, kSend, kOwn, kTimed };
   struct Wait;
 
   bool OpenOwn();
-  bool WriteAfterCut(std::string_view text, Wait& wait);
+  bool Write(std::string_view text, bool isLast);
   void LookAfterStall();
   bool WriteWhole(std::string_view text, Wait& wait);
   ssize_t TryWrite(std::string_view text) const;
