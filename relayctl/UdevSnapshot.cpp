@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "UdevSnapshot.h"
 
+#include <poll.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <utility>
@@ -15,8 +20,12 @@
 
 namespace {
 
-constexpr const char* kDumpCommand = "exec udevadm info --export-db";
+// The first line is udevadm's process number.
+constexpr const char* kDumpCommand = "echo $$; exec udevadm info --export-db";
 constexpr const char* kUsbPortName = "#USBSerialPort";
+
+// It takes a fraction of a second, also on a slow board.
+constexpr std::chrono::seconds kPatience{5};
 
 // A real database has tens of kilobytes. What prints without end is none.
 constexpr size_t kLargestDump = size_t{64} << 20;
@@ -82,6 +91,26 @@ std::vector<UdevDevice> Parse(const std::string& text) {
   return devices;
 }
 
+// Reads to the end, or as much as a database may have. False when that takes too long.
+bool ReadDump(int descriptor, std::string& dump) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  std::array<char, 65536> buffer;
+  while (dump.size() < kLargestDump) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    pollfd ready{descriptor, POLLIN, 0};
+    if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0) {
+      return false;
+    }
+    const ssize_t count = read(descriptor, buffer.data(), buffer.size());
+    if (count <= 0) {
+      break;
+    }
+    dump.append(buffer.data(), static_cast<size_t>(count));
+  }
+  return true;
+}
+
 bool IsSerialAdapter(const UdevDevice& device) {
   return device.node.starts_with("/dev/tty") && device.Property("ID_BUS") == "usb";
 }
@@ -116,13 +145,18 @@ UdevSnapshot UdevSnapshot::Take(std::string& error) {
     return UdevSnapshot("");
   }
   std::string dump;
-  std::array<char, 65536> buffer{};
-  size_t count = 0;
-  while (dump.size() < kLargestDump &&
-         (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
-    dump.append(buffer.data(), count);
+  const bool inTime = ReadDump(fileno(pipe), dump);
+  const size_t lineEnd = std::min(dump.find('\n'), dump.size());
+  const pid_t tool = std::atoi(dump.substr(0, lineEnd).c_str());
+  dump.erase(0, lineEnd + 1);
+  if (!inTime && tool > 0) {
+    (void)kill(tool, SIGKILL);
   }
   const int status = pclose(pipe);
+  if (!inTime) {
+    error = "\"udevadm info --export-db\" does not end";
+    return UdevSnapshot("");
+  }
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || dump.empty()) {
     error = WIFEXITED(status) && WEXITSTATUS(status) == 127
                 ? "udevadm is not installed, or not on PATH"

@@ -39,8 +39,8 @@ class UdevSnapshot {
   // `dump`: what `udevadm info --export-db` prints.
   explicit UdevSnapshot(std::string dump);
 
-  // The machine's own. On failure `error` says why, and the snapshot is empty. Waits for udevadm;
-  // does not touch the file that the service dumps to.
+  // The machine's own. On failure `error` says why, and the snapshot is empty. Waits some seconds
+  // for udevadm; does not touch the file that the service dumps to.
   static UdevSnapshot Take(std::string& error);
 
   const std::vector<UdevDevice>& Devices() const { return devices; }

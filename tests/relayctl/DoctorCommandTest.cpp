@@ -302,12 +302,21 @@ TEST_F(HangTest, NamesTheSearchThatHangs) {
   UdevDatabase::Does("mkdir /tmp/e2e/first 2>/dev/null && sleep 1000");
   StartLinked();
   relay->Sends("0015 01 02 000F '#USBSerialPort0'");
+  ASSERT_TRUE(Becomes([] { return std::filesystem::exists("/tmp/e2e/first"); }));
   std::string said;
   EXPECT_TRUE(Becomes([&] {
     said = RunShell("relayctl doctor").output;
     return said.find("the service waits for udevadm (process ") != std::string::npos;
   })) << said;
   EXPECT_EQ(7, RunShell("relayctl doctor").status);
+}
+
+// Then doctor's own search hangs as well.
+TEST_F(HangTest, EndsAlsoWhenUdevadmNeverDoes) {
+  UdevDatabase::WaitsFor("/tmp/e2e/never");
+  StartLinked();
+  ExpectHas(Doctor(7),
+            "fault          no USB port can be found: \"udevadm info --export-db\" does not end\n");
 }
 
 }  // namespace
