@@ -124,8 +124,9 @@ class WithService(unittest.TestCase):
     def test_a_slow_line_is_no_failure(self) -> None:
         client = self.connect()
         client.open(PHYSICAL)
-        client.reply_timeout = 2.0
-        sent = bytes(range(256)) * 240
+        # A full line is offered more when it has room for some 20 kB, and not before.
+        client.reply_timeout = 5.0
+        sent = bytes(range(256)) * 800
         began = time.monotonic()
         reader = threading.Thread(target=self.receive_slowly, args=(sent,))
         reader.start()
@@ -135,7 +136,7 @@ class WithService(unittest.TestCase):
 
     def receive_slowly(self, wanted: bytes) -> None:
         for at in range(0, len(wanted), 1024):
-            time.sleep(0.08)  # the line's speed
+            time.sleep(0.04)  # the line's speed
             assert self.device.receives(1024) == wanted[at : at + 1024]
 
     def echo(self, count: int) -> None:

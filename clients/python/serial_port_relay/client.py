@@ -28,9 +28,10 @@ from .packet import (
 from .told import Change, Event, Received
 
 DEFAULT_PORT = 60004
-# A write sends so many bytes in front of each fence: few, so that the slowest line, of 2400 baud,
-# takes them well within the reply timeout; and so many before the first of them are taken: enough
-# to keep the fastest line busy.
+# A full line takes more when all but 256 of the kernel's 4096 bytes are sent: at 2400 baud, 16 s.
+_REPLY_TIMEOUT = 20.0
+# A write sends so many bytes in front of each fence: few, so that a slow line answers some often;
+# and so many before the first of them are taken: enough to keep the fastest line busy.
 _PIECE, _WINDOW = 1024, 32768
 
 
@@ -58,7 +59,7 @@ class Client(Engine):
         port: int = DEFAULT_PORT,
         *,
         patience: float = 1.0,
-        reply_timeout: float | None = 10.0,
+        reply_timeout: float | None = _REPLY_TIMEOUT,
         reconnect: bool = False,
         on_received: Callable[[Received], None] | None = None,
         on_event: Callable[[Event], None] | None = None,
