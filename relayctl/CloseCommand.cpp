@@ -32,7 +32,8 @@ void AddCloseCommand(CommandLine& line) {
   SubCommand& command = line.Add("close", "Send a close and tell the service's answer");
   command.Argument("PORT", *port, "A name, or ids of an adapter as 0403:6001");
   command.Footer(
-      "The service closes all ports when a peer leaves, so this close finds none open (status 2).\n"
+      "The service closes all ports when a peer leaves, so this close finds none open\n"
+      "(status 2).\n"
       "By ids of an adapter that is not plugged in it ends the service.");
   command.Runs([&line, port] { return Close(line.Common(), *port); });
 }

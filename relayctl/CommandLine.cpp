@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <sstream>
 #include <utility>
 
 #include "ExitStatus.h"
@@ -70,6 +71,21 @@ std::string MisspelledCommand(int argc, char** argv) {
   return "";
 }
 
+// Behind the 30 columns that options take, on a terminal of 80: the parsing library breaks no line.
+std::string Wrapped(const std::string& help) {
+  constexpr size_t kWidth = 50;
+  std::string text;
+  size_t column = 0;
+  std::istringstream words(help);
+  for (std::string word; words >> word;) {
+    const bool fits = column + 1 + word.size() <= kWidth;
+    text += column == 0 ? "" : fits ? " " : "\n";
+    column = (column == 0 || !fits ? 0 : column + 1) + word.size();
+    text += word;
+  }
+  return text;
+}
+
 }  // namespace
 
 struct SubCommand::Parser {
@@ -80,17 +96,17 @@ SubCommand::SubCommand(std::unique_ptr<Parser> commandParser) : parser(std::move
 SubCommand::~SubCommand() = default;
 
 void SubCommand::Flag(const std::string& names, bool& target, const std::string& help) {
-  parser->app->add_flag(names, target, help);
+  parser->app->add_flag(names, target, Wrapped(help));
 }
 
 void SubCommand::Option(const std::string& names, std::string& target,
                         const std::string& placeholder, const std::string& help) {
-  parser->app->add_option(names, target, help)->type_name(placeholder);
+  parser->app->add_option(names, target, Wrapped(help))->type_name(placeholder);
 }
 
 void SubCommand::Option(const std::string& names, double& target, const std::string& placeholder,
                         const std::string& help) {
-  CLI::Option* const option = parser->app->add_option(names, target, help);
+  CLI::Option* const option = parser->app->add_option(names, target, Wrapped(help));
   if (std::isnan(target)) {
     option->default_str("");  // the command finds one by itself
   }
@@ -99,7 +115,7 @@ void SubCommand::Option(const std::string& names, double& target, const std::str
 
 void SubCommand::Option(const std::string& names, unsigned& target, const std::string& placeholder,
                         const std::string& help, unsigned least, unsigned most) {
-  parser->app->add_option(names, target, help)
+  parser->app->add_option(names, target, Wrapped(help))
       ->check(CLI::Range(least, most).description(""))
       ->type_name(placeholder);
 }
@@ -110,27 +126,28 @@ void SubCommand::Choice(const std::string& names, std::string& target,
   for (const std::string& word : words) {
     all += (all.empty() ? "" : "|") + word;
   }
-  parser->app->add_option(names, target, help)
+  parser->app->add_option(names, target, Wrapped(help))
       ->check(CLI::IsMember(words).description(""))
       ->type_name(all);
 }
 
 void SubCommand::Argument(const std::string& name, std::string& target, const std::string& help,
                           bool isRequired) {
-  parser->app->add_option(name, target, help)->type_name("")->required(isRequired);
+  parser->app->add_option(name, target, Wrapped(help))->type_name("")->required(isRequired);
 }
 
 void SubCommand::Arguments(const std::string& name, std::vector<std::string>& target,
                            const std::string& help, bool isRequired) {
-  parser->app->add_option(name, target, help)->type_name("")->default_str("")->required(isRequired);
+  parser->app->add_option(name, target, Wrapped(help))
+      ->type_name("")
+      ->default_str("")
+      ->required(isRequired);
 }
 
 void SubCommand::Footer(const std::string& text) { parser->app->footer(text); }
 
 struct CommandLine::Parser {
-  CLI::App app{
-      "Plays the relay service: opens serial ports through SerialPortHandler and talks "
-      "to them."};
+  CLI::App app{"Plays the relay service: opens SerialPortHandler's ports and talks to them."};
   std::function<int()> chosen;
 };
 
@@ -151,7 +168,7 @@ CommandLine::CommandLine() : parser(std::make_unique<Parser>()) {
   app.option_defaults()->always_capture_default();
   app.set_version_flag("-V,--version", std::string("relayctl ") + RELAYCTL_VERSION);
   app.add_option("-p,--port", settings.givenPort,
-                 "TCP port of the service on 127.0.0.1; by its configuration if not given")
+                 Wrapped("TCP port of the service on 127.0.0.1; by its configuration if not given"))
       ->default_str("")
       ->check(CLI::Range(1U, 0xFFFFU).description(""))
       ->type_name("N");

@@ -52,8 +52,9 @@ uint64_t FileSender::Sent() const {
 
 bool FileSender::IsDone() const { return atEnd && writer.Pending() == 0; }
 
-std::string FileSender::Progress() const {
+std::string FileSender::Progress(size_t columns) const {
   const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - begin);
-  return name + ": " + ProgressText(Sent(), size, elapsed);
+  const std::string text = name + ": " + ProgressText(Sent(), size, elapsed);
+  return text.size() <= columns ? text : ProgressText(Sent(), size, elapsed, columns);
 }

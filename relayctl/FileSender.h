@@ -25,8 +25,8 @@ class FileSender {
   bool IsDone() const;
   uint64_t Size() const { return size; }
 
-  // "NAME: 4096 of 10000 bytes, 40 %, 11.4 kB/s, 0:01 left"
-  std::string Progress() const;
+  // "NAME: 4096 of 10000 bytes, 40 %, 11.4 kB/s, 0:01 left", or less of it in fewer columns.
+  std::string Progress(size_t columns) const;
 
  private:
   uint64_t Sent() const;

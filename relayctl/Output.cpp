@@ -2,6 +2,7 @@
 #include "Output.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,6 +44,11 @@ bool MayColor(int descriptor) {
   const char* const terminal = getenv("TERM");
   return isatty(descriptor) == 1 && !IsSet("NO_COLOR") && terminal != nullptr &&
          std::string_view(terminal) != "dumb";
+}
+
+size_t ColumnsOf(int descriptor) {
+  winsize size{};
+  return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 std::string Paint(std::string_view text, Color color, bool isColored) {

@@ -15,6 +15,9 @@ enum class Color { kNone, kToService, kFromService, kGood, kBad, kDim };
 // unset or empty.
 bool MayColor(int descriptor);
 
+// How many columns the descriptor's terminal has; 80 when nobody knows.
+size_t ColumnsOf(int descriptor);
+
 // `text` in the colour when `isColored`, else as it is.
 std::string Paint(std::string_view text, Color color, bool isColored);
 

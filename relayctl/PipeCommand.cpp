@@ -199,8 +199,7 @@ class Pipe {
 
 void AddPipeCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command =
-      line.Add("pipe", "Standard input to a port, and the port to standard output");
+  SubCommand& command = line.Add("pipe", "Join standard input and output to a port");
   command.Argument("PORT", options->port, "A name");
   command.Option("--exit-after", options->exitAfter, "SECONDS",
                  "Behind the end of the input: leave when nothing has come for so long");

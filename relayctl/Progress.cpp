@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <initializer_list>
 
 namespace {
 
@@ -36,21 +37,34 @@ std::string Clock(uint64_t seconds) {
   return text.data();
 }
 
-}  // namespace
-
-std::string ProgressText(uint64_t done, uint64_t total, std::chrono::milliseconds elapsed) {
-  const double seconds = static_cast<double>(elapsed.count()) / 1000;
-  const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
-  std::string text = std::to_string(done);
-  if (total > 0) {
-    text += " of " + std::to_string(total) + " bytes, " + std::to_string(done * 100 / total) + " %";
-  } else {
-    text += " bytes";
-  }
-  text += rate > 0 ? ", " + Rate(rate) : "";
-  if (rate > 0 && total > done) {
-    const double left = static_cast<double>(total - done) / rate;
-    text += ", " + Clock(static_cast<uint64_t>(std::round(left))) + " left";
+std::string Joined(std::initializer_list<std::string> parts) {
+  std::string text;
+  for (const std::string& part : parts) {
+    text += (text.empty() || part.empty() ? "" : ", ") + part;
   }
   return text;
+}
+
+}  // namespace
+
+std::string ProgressText(uint64_t done, uint64_t total, std::chrono::milliseconds elapsed,
+                         size_t columns) {
+  const double seconds = static_cast<double>(elapsed.count()) / 1000;
+  const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
+  const std::string count =
+      std::to_string(done) + (total > 0 ? " of " + std::to_string(total) : "") + " bytes";
+  const std::string percent = total > 0 ? std::to_string(done * 100 / total) + " %" : "";
+  const std::string pace = rate > 0 ? Rate(rate) : "";
+  std::string left;
+  if (rate > 0 && total > done) {
+    const double time = static_cast<double>(total - done) / rate;
+    left = Clock(static_cast<uint64_t>(std::round(time))) + " left";
+  }
+  for (const std::string& text :
+       {Joined({count, percent, pace, left}), Joined({count, percent, left})}) {
+    if (text.size() <= columns) {
+      return text;
+    }
+  }
+  return total > 0 ? Joined({percent, left}) : count;
 }

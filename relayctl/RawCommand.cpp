@@ -60,7 +60,7 @@ int Raw(const Settings& settings, const Options& options) {
 
 void AddRawCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("raw", "Send exactly these bytes, and decode what comes back");
+  SubCommand& command = line.Add("raw", "Send exactly these bytes, decode what comes back");
   command.Arguments("HEX", options->hex, "The bytes: 0007 02 02 0001 58");
   command.Option("--wait", options->wait, "SECONDS", "Stay until nothing has come for so long");
   command.Flag("--fields", options->fields, "Show the fields of what comes back");

@@ -234,8 +234,7 @@ int RunReplay(const Settings& settings, const Options& options) {
 
 void AddReplayCommand(CommandLine& line) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command =
-      line.Add("replay", "Play a recording's relay service, and compare what comes");
+  SubCommand& command = line.Add("replay", "Play a recording, and compare what comes");
   command.Argument("FILE", options->file, "The recording");
   command.Option("--speed", options->speed, "FACTOR", "So many times as fast as recorded");
   command.Flag("--fast", options->fast, "Without the recorded pauses");

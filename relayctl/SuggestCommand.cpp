@@ -192,8 +192,7 @@ int Suggest(const Settings& settings, const Arguments& arguments) {
 
 void AddSuggest(CommandLine& line) {
   const auto arguments = std::make_shared<Arguments>();
-  SubCommand& command =
-      line.Add("suggest", "Tell which port name reaches the adapter that is plugged in");
+  SubCommand& command = line.Add("suggest", "Tell which port name reaches an adapter");
   command.Flag("--once", arguments->once, "Tell of the adapters that are there, and leave");
   command.Option("--count", arguments->count, "N", "Leave after so many are plugged in or out");
   command.Option("--file", arguments->file, "FILE",

@@ -82,7 +82,7 @@ void AddTerminal(CommandLine& line) {
 
 void AddPty(CommandLine& line) {
   const auto arguments = std::make_shared<PtyArguments>();
-  SubCommand& command = line.Add("pty", "Offer a port as a pseudo-terminal to other programs");
+  SubCommand& command = line.Add("pty", "Offer a port to programs as a pseudo-terminal");
   command.Argument("PORT", arguments->port, "The port's name");
   command.Option("--link", arguments->link, "PATH", "A symbolic link to it, removed at the end");
   command.Runs([&line, arguments] { return RunPty(line.Common(), *arguments); });

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Loop.h"
+#include "Output.h"
 #include "Printable.h"
 #include "RawTerminal.h"
 
@@ -228,7 +229,7 @@ void TerminalSession::ContinueFile() {
   if (done || now - progressShown >= kProgressPause) {
     progressShown = now;
     // The rest of the line is cleared: the text may have become shorter.
-    Show("\r" + Printable(file->Progress()) + "\033[K");
+    Show("\r" + Printable(file->Progress(ColumnsOf(STDOUT_FILENO) - 1)) + "\033[K");
   }
   if (done) {
     sent += file->Size();

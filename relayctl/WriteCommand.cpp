@@ -200,8 +200,9 @@ class Write {
     nextProgress = Clock::now() + kProgressPause;
     if (isOpen) {
       const auto elapsed = std::chrono::duration_cast<Millis>(Clock::now() - began);
-      (void)std::fprintf(stderr, "\r%s\x1B[K",
-                         ProgressText(writer.Confirmed(), total, elapsed).c_str());
+      (void)std::fprintf(
+          stderr, "\r%s\x1B[K",
+          ProgressText(writer.Confirmed(), total, elapsed, ColumnsOf(STDERR_FILENO) - 1).c_str());
       progressShown = true;
     }
   }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "relay/Client.h"
@@ -339,6 +340,23 @@ TEST_F(CommandsTest, WriteTellsHowFarItCameWhenTheServiceEnds) {
   const size_t taken = std::stoul(write.Output().substr(text.size()));
   EXPECT_GE(taken, 4096U);
   EXPECT_LT(taken, 60000U);
+}
+
+// The device reads nothing until there is some progress to look at.
+TEST_F(CommandsTest, WriteKeepsItsProgressOnOneLineOfTheTerminal) {
+  PlugAndStart();
+  workplace::WriteWhole("/tmp/e2e/long", ManyBytes(300000));
+  Background write(
+      "script -qefc 'stty cols 40; relayctl write \"#PhysicalPort0\" --file /tmp/e2e/long' "
+      "/dev/null");
+  EXPECT_EQ(200000U, device->Reads(200000).size());
+  ASSERT_TRUE(write.Prints(" left\x1B[K")) << write.Output();
+  EXPECT_EQ(100000U, device->Reads(100000).size());
+  EXPECT_EQ("exit 0", write.WaitForExit());
+  std::istringstream shown(write.Output());
+  for (std::string line; std::getline(shown, line, '\r');) {
+    EXPECT_LT(line.substr(0, line.find('\x1B')).size(), 40U) << line;
+  }
 }
 
 TEST_F(CommandsTest, WriteStaysAsLongAsItIsAskedTo) {

@@ -146,4 +146,14 @@ TEST(ProgressTest, TellsBytesRateAndTimeLeft) {
             ProgressText(1, 999999999999, milliseconds(1000)));
 }
 
+TEST(ProgressTest, LeavesOutWhatHasNoRoom) {
+  const auto within = [](size_t columns) {
+    return ProgressText(188416, 300000, std::chrono::milliseconds(10000), columns);
+  };
+  EXPECT_EQ("188416 of 300000 bytes, 62 %, 18.8 kB/s, 0:06 left", within(50));
+  EXPECT_EQ("188416 of 300000 bytes, 62 %, 0:06 left", within(49));
+  EXPECT_EQ("62 %, 0:06 left", within(38));
+  EXPECT_EQ("5000000 bytes", ProgressText(5000000, 0, std::chrono::milliseconds(1000), 20));
+}
+
 }  // namespace

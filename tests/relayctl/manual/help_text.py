@@ -23,6 +23,13 @@ def _help(program: Path, *command: str) -> str:
     ).stdout
 
 
+def too_long(program: Path) -> list[str]:
+    """The lines of all help that a terminal of 80 columns would wrap."""
+    names = ["", *(command.name for command in commands(program) if command.name)]
+    lines = [line for name in names for line in _help(program, *name.split()).splitlines()]
+    return [line for line in lines if len(line) > 80]
+
+
 def _section(text: str, heading: str) -> list[str]:
     """The lines below the heading, up to the next empty one."""
     found = re.search(rf"^{heading}:\n(.*?)(?:\n\n|\Z)", text, re.DOTALL | re.MULTILINE)

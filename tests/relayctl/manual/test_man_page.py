@@ -9,7 +9,7 @@ import sys
 import unittest
 from pathlib import Path
 
-from help_text import Command, commands
+from help_text import Command, commands, too_long
 
 PROGRAM, PAGE = Path(sys.argv[1]), Path(sys.argv[2])
 
@@ -78,6 +78,9 @@ class ManPage(unittest.TestCase):
         values = (values - {10}) | {12, 13, 14, 15}  # 10 + the service's status
         documented = re.findall(r"^\*\*(\d+)\*\*", self.page["Exit status"], re.MULTILINE)
         self.assertEqual(sorted(values), [int(value) for value in documented])
+
+    def test_help_fits_a_terminal(self) -> None:
+        self.assertEqual([], too_long(PROGRAM))
 
     def test_ports_stand_first(self) -> None:
         for command in self.commands:
