@@ -28,7 +28,7 @@ constexpr uint64_t kMostWaiting = 2 * relay::Writer::kWindow;
 constexpr size_t kMostOutput = size_t{1} << 18;
 
 // While an answer is under way the link has to be read, and a line that takes nothing delays it.
-constexpr size_t kMostAtAll = size_t{1} << 22;
+constexpr size_t kMostAtAll = size_t{1} << 24;
 
 struct Options {
   std::string port;

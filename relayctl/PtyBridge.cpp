@@ -17,7 +17,7 @@ constexpr size_t kMostWaiting = size_t{1} << 18;
 
 // While an answer is under way the link has to be read, and a line that takes nothing delays it:
 // behind so much, bytes are lost.
-constexpr size_t kMostAtAll = size_t{1} << 22;
+constexpr size_t kMostAtAll = size_t{1} << 24;
 
 }  // namespace
 

@@ -178,7 +178,8 @@ class DepartureTest : public CommandsTest {
 
   void Unplug() {
     device->Unplug();
-    ASSERT_TRUE(Service::Prints("port close"));
+    ASSERT_TRUE(LogFile::Shows(
+        "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]"));
   }
 
   static bool Logged(const std::string& text) {
