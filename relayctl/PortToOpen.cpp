@@ -15,6 +15,7 @@ relay::Port PortToOpen(const std::string& text) {
 
 std::vector<relay::Port> PortsToOpen(const std::vector<std::string>& texts) {
   std::vector<relay::Port> ports;
+  ports.reserve(texts.size());
   for (const std::string& text : texts) {
     ports.push_back(PortToOpen(text));
   }

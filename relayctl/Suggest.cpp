@@ -81,6 +81,7 @@ std::string Explain(const SerialAdapter& adapter, const MachineConfiguration* co
 
 std::vector<NamedPlace> NamedPlaces() {
   std::vector<NamedPlace> places;
+  places.reserve(kUsbPortCount);
   for (int index = 0; index < kUsbPortCount; ++index) {
     places.push_back({"#USBSerialPort" + std::to_string(index), UsbPortPlace(index)});
   }
