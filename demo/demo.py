@@ -118,7 +118,7 @@ class Story:
     def calculate(self) -> None:
         heading("Opening, writing, reading")
         self.run(f"{self.relayctl} open '{PORT}'", f"{PORT}: open\n")
-        self.run(f"{self.relayctl} write '{PORT}' '6*7\\n'", f"{PORT}: 4 bytes written\n")
+        self.run(f"{self.relayctl} write '{PORT}' '6*7\\n'", f"{PORT}: 4 bytes taken by the service\n")
         self.run(
             "printf 'scale=15\\n4*a(1)\\n2^64\\n' | "
             f"{self.relayctl} pipe '{PORT}' --until '616\\n'",

@@ -22,7 +22,7 @@ std::string Bytes(uint64_t count) {
   return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
-// "/dev/ttyS2 (#PhysicalPort0)"
+// "/dev/ttyUSB0 (#USBSerialPort3)"
 std::string TerminalOf(const Machine& machine, const ThreadActivity& thread) {
   for (const ConfiguredPort& port : machine.configuration.ports) {
     const std::string node = NodeOf(machine, port.name);
