@@ -177,7 +177,9 @@ void LogGoesToStandardError(FaultTest& test) {
 
 const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
-constexpr const char* kWithOlderChild = "sleep 300 & echo $! >/tmp/e2e/older; exec \"$@\"";
+// The kernel tells in hundredths of a second when a process began: older is what is older by that.
+constexpr const char* kWithOlderChild =
+    "sleep 300 & echo $! >/tmp/e2e/older; sleep 0.05; exec \"$@\"";
 constexpr const char* kWithoutTools =
     "ln -s /bin/rm /tmp/e2e/bin/rm; PATH=/tmp/e2e/bin; exec \"$@\"";
 #ifdef SPH_WITHOUT_CHILDREN
