@@ -83,7 +83,7 @@ std::vector<Process> AllProcesses() {
 }
 
 // What descends from this process since then. A start script that has become this process may have
-// left it older children, which are none of its business.
+// left it older children, which are none of its business; ages are known in ticks only.
 std::vector<pid_t> DescendantsSince(Ticks began) {
   const std::vector<Process> processes = AllProcesses();
   std::vector<pid_t> found = {getpid()};
