@@ -29,7 +29,6 @@ constexpr std::chrono::milliseconds kPause{50};
 constexpr double kLongSearchSeconds = 5;
 
 struct ThreadLook {
-  char state = 0;
   uint64_t ticks = 0;
   uint64_t waits = 0;
   long call = -1;      // of the system call that it waits in
@@ -78,7 +77,6 @@ uint64_t WaitsOf(const std::string& folder) {
 ThreadLook LookAtThread(const std::string& process, const std::string& folder) {
   ThreadLook look;
   const std::vector<std::string> fields = StatFields(folder);
-  look.state = fields.empty() ? '\0' : fields.front().front();
   look.ticks = NumberAt(fields, 14) + NumberAt(fields, 15);
   look.waits = WaitsOf(folder);
   std::istringstream call(TextOf(folder + "/syscall"));
@@ -137,8 +135,6 @@ std::optional<ThreadActivity> ThreadOver(const std::vector<Look>& looks, pid_t i
       return std::nullopt;
     }
     const ThreadLook& seen = found->second;
-    thread.wantsToRun &= seen.state == 'R';
-    thread.hasWaited |= seen.waits != first.waits;
     if (WritesToTerminal(seen)) {
       thread.wroteAlways &= thread.terminal.empty() || thread.terminal == seen.target;
       thread.terminal = seen.target;
@@ -148,12 +144,13 @@ std::optional<ThreadActivity> ThreadOver(const std::vector<Look>& looks, pid_t i
     }
   }
   const ThreadLook& last = looks.back().threads.at(id);
+  thread.waits = last.waits - first.waits;
   const auto ticksASecond = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
   thread.processorMillis = (last.ticks - first.ticks) * 1000 / ticksASecond;
   struct stat status {};
   if (!thread.terminal.empty() && stat(descriptor.c_str(), &status) == 0) {
     thread.terminalNumber = status.st_rdev;
-    thread.terminalMoves = thread.hasWaited || LineMoved(looks, thread.terminal);
+    thread.terminalMoves = thread.waits != 0 || LineMoved(looks, thread.terminal);
   }
   return thread;
 }

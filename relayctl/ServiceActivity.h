@@ -15,8 +15,7 @@
 struct ThreadActivity {
   pid_t id = 0;
   uint64_t processorMillis = 0;
-  bool hasWaited = false;   // it has waited for something, and gone on, at least once
-  bool wantsToRun = true;   // at each look
+  uint64_t waits = 0;       // how often it has waited for something
   std::string waitChannel;  // the kernel's function that it waits in; empty: not shown
   std::string terminal;     // the device that it was writing to at a look; empty: none
   bool wroteAlways = true;  // at each look

@@ -257,8 +257,8 @@ TEST_F(HangTest, NamesTheProcessorThatAWriteTakesWhichIsOfferedAgain) {
   const std::string said = Doctor(7);
   ExpectHas(said, " ms of a processor in 1.");
   ExpectHas(said,
-            " and never waited, and no command is read: a write is offered again and again; "
-            "configured and without a device: #PhysicalPort0\n");
+            ", and no command is read: a write is offered again and again; configured and "
+            "without a device: #PhysicalPort0\n");
 }
 
 TEST_F(HangTest, SaysThatTheServiceIsStopped) {

@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "Doctor.h"
+#include "DoctorHang.h"
 #include "e2e/support/Device.h"
 #include "e2e/support/Workplace.h"
 
@@ -252,6 +253,28 @@ TEST_F(DoctorTest, SaysWhoListensAndWhoIsConnected) {
   Process(32, "nc", "socket:[333]");
   WriteFile(proc + "/net/tcp", kHeadings + row("00000000:EA64", "00000000:0000", "0A", 333));
   EXPECT_HAS(Service(), "nc (process 32) listens on 127.0.0.1:60004, which is not the service");
+}
+
+// A thread that runs all the time waits for another one's lock now and then; one that lives on
+// events waits behind each.
+TEST_F(DoctorTest, TellsAThreadThatSpinsFromOneThatHasMuchToDo) {
+  machine.activity.moment = std::chrono::milliseconds(1050);
+  machine.activity.callsAreShown = true;
+  ThreadActivity thread;
+  thread.id = 22;
+  thread.processorMillis = 420;
+  thread.wroteAlways = false;
+  machine.activity.threads = {thread};
+  const auto said = [this](uint64_t waits) {
+    machine.activity.threads.front().waits = waits;
+    Report report{"service"};
+    ExamineActivity(machine, report);
+    return report.Text(false);
+  };
+  EXPECT_HAS(said(0), "thread 22 has taken 420 ms of a processor in 1.1 s and never waited\n");
+  EXPECT_HAS(said(1), " in 1.1 s and waited once\n");
+  EXPECT_HAS(said(2), " in 1.1 s and waited 2 times\n");
+  EXPECT_EQ("service\n", said(400));
 }
 
 TEST_F(DoctorTest, SaysWhatIsWrongWithTheSystem) {
