@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A udevadm of the test's own, first on PATH, and a folder that is gone afterwards. Tests that use
-// it need the RESOURCE_LOCK "deviceinfo": the file that the database is dumped into is always the
-// same one.
+// it need the sandbox: the file that the database is dumped into is always the same one.
 #pragma once
 
 #include <string>
