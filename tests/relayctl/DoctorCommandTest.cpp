@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <stop_token>
 #include <thread>
 #include <utility>
@@ -175,10 +176,11 @@ class HangTest : public RelayctlTest {
   std::string Process() const { return "/proc/" + std::to_string(service->Pid()); }
 
   // Doctor's words; its status must be `status`.
+  // How long it has looked depends on the machine: "N s".
   std::string Doctor(int status, const std::string& prefix = "") {
     const Outcome outcome = RunShell(prefix + "relayctl doctor");
     EXPECT_EQ(status, outcome.status) << outcome.output;
-    return outcome.output;
+    return std::regex_replace(outcome.output, std::regex("[0-9]+\\.[0-9] s"), "N s");
   }
 };
 
@@ -199,10 +201,10 @@ TEST_F(HangTest, NamesThePortWhoseWriteIsStuckAndWhatWaitsBehindIt) {
   relay->Sends(kFence);
   const std::string said = Doctor(7);
   ExpectHas(said, "fault          the write to " + device->Node() +
-                      " (#PhysicalPort0) has not moved for 1.");
+                      " (#PhysicalPort0) has not moved for N s");
   ExpectHas(said, ": the device takes no bytes (thread ");
   ExpectHas(said, "fault          7 bytes of RelayctlDoctorT (process " + std::to_string(getpid()) +
-                      ") wait to be read, and none was in 1.");
+                      ") wait to be read, and none was in N s");
   ExpectHas(said, ": the service hangs\n");
 }
 
@@ -211,8 +213,8 @@ TEST_F(HangTest, NamesThePeerThatHasLeft) {
   relay->Sends(kFence);
   relay->Leaves();
   const std::string said = Doctor(7);
-  ExpectHas(said, "fault          the peer has left, which the service has not noticed for 1.");
-  ExpectHas(said, "; 7 bytes of it wait to be read, and none was in 1.");
+  ExpectHas(said, "fault          the peer has left, which the service has not noticed for N s");
+  ExpectHas(said, "; 7 bytes of it wait to be read, and none was in N s");
 }
 
 // The far end reads 16 kB a second; a pseudo-terminal takes more in steps of 4 kB.
@@ -231,7 +233,7 @@ TEST_F(HangTest, ALineThatMovesIsNoFault) {
   const auto hasBoth = [&](const std::string& said) {
     return said.find("note           a write to " + device->Node() +
                      " (#PhysicalPort0) is under way, and moves") != std::string::npos &&
-           said.find(" wait to be read, and none was in 1.") != std::string::npos;
+           said.find(" wait to be read, and none was in N s") != std::string::npos;
   };
   // A look at the moment between two packets shows less.
   EXPECT_TRUE(Becomes([&] { return HasFailure() || hasBoth(Doctor(0)); }));
@@ -243,7 +245,7 @@ TEST_F(HangTest, WithoutRightsSaysThatThePortCannotBeNamed) {
   const std::string said = Doctor(0, "setpriv --bounding-set -all ");
   ExpectHas(said,
             "warning        7 bytes of a process that this user may not look into wait to be "
-            "read, and none was in 1.");
+            "read, and none was in N s");
   ExpectHas(said, ": the service hangs, or writes to a slow line\n");
   ExpectHas(said, "the port of a write that is stuck cannot be named\n");
   ExpectHasNot(said, "the write to");
@@ -255,7 +257,7 @@ TEST_F(HangTest, NamesTheProcessorThatAWriteTakesWhichIsOfferedAgain) {
   device->Unplug();
   ASSERT_TRUE(Becomes([this] { return !service->IsIdle(); }));
   const std::string said = Doctor(7);
-  ExpectHas(said, " ms of a processor in 1.");
+  ExpectHas(said, " ms of a processor in N s");
   ExpectHas(said,
             ", and no command is read: a write is offered again and again; configured and "
             "without a device: #PhysicalPort0\n");
@@ -269,7 +271,7 @@ TEST_F(HangTest, SaysThatTheServiceIsStopped) {
   ExpectHas(said, "fault          the service is stopped by a signal, and does nothing\n");
   ExpectHas(said, "-> let it go on: kill -CONT " + std::to_string(service->Pid()) + "\n");
   ExpectHas(said, " bytes of RelayctlDoctorT (process " + std::to_string(getpid()) +
-                      ") wait to be read, and none was in 1.");
+                      ") wait to be read, and none was in N s");
 }
 
 TEST_F(HangTest, NamesAPeerThatIsNotAccepted) {
@@ -277,7 +279,7 @@ TEST_F(HangTest, NamesAPeerThatIsNotAccepted) {
   StopService();
   relay = std::make_unique<Relay>();
   ExpectHas(Doctor(7), "fault          RelayctlDoctorT (process " + std::to_string(getpid()) +
-                           ") is connected and has not been accepted for 1.");
+                           ") is connected and has not been accepted for N s");
 }
 
 TEST_F(HangTest, NamesASecondPeerThatWaits) {
@@ -294,7 +296,7 @@ TEST_F(HangTest, NamesThePeerThatDoesNotRead) {
   const std::string said = Doctor(7);
   ExpectHas(said, "fault          RelayctlDoctorT (process " + std::to_string(getpid()) +
                       ") does not read: ");
-  ExpectHas(said, " bytes wait for it, and none went in 1.");
+  ExpectHas(said, " bytes wait for it, and none went in N s");
 }
 
 TEST_F(HangTest, NamesTheSearchThatHangs) {
