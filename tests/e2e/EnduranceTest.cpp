@@ -83,6 +83,8 @@ TEST_F(EnduranceTest, TwoHundredRelaysLeaveNothingBehind) {
     }
   };
   relink(10);
+  // An answer comes from the link's thread: it has begun.
+  EXPECT_EQ(Wire("0016 02 02 000E '#PhysicalPort0' 0002"), relay->Answer(kClosePort0));
   const Holdings before = Held();
   relink(200);
   ExpectNoGrowth(before);

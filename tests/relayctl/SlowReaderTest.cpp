@@ -167,7 +167,7 @@ TEST_F(SlowReaderTest, PipeEndsWhenNeitherSideTakesAnything) {
   ASSERT_EQ(0, mkfifo(kOutput, 0600));
   const Reader sleeper(kOutput);
   Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
-  std::thread sender([&] { (void)Flood(); });
+  std::thread sender([&] { (void)Flood(size_t{17} << 20); });
   EXPECT_EQ("exit 1", pipe.WaitForExit());
   EXPECT_EQ(
       "relayctl: #PhysicalPort0: neither the line nor standard output takes anything, and 16777216 "
