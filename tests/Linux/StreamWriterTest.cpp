@@ -171,7 +171,9 @@ TEST_P(StreamWriterTest, InAHurryOnlyTheLastTextWaits) {
               const Pipe pipe;
               CStreamWriter& writer = WriterTo(pipe.ends[1]);
               (void)writer.Write(std::string(4096, '.'));
-              std::thread([&] { (void)ReadSlowly(pipe.ends[0], 100'000); }).detach();
+              // A page in a fifth of a second: the last text waits for one, five seconds at most.
+              const milliseconds pace(5);
+              std::thread([&] { (void)ReadSlowly(pipe.ends[0], 1'000'000, pace); }).detach();
               std::thread waits([&] { (void)writer.Write(std::string(1'000'000, 'y')); });
               while (writer.Write("more\n")) {  // until there is no room at once
                 writer.Hurry();
