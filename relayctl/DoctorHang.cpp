@@ -151,10 +151,10 @@ void ExamineLink(const Machine& machine, const LinkActivity& link, Report& repor
   if (IsUnread(link)) {
     ExamineUnread(machine, link, report);
   }
-  if (link.socket.inode != 0 && link.wasUnsent && !link.wasSentFrom) {
+  if (link.socket.inode != 0 && link.wasUnsent && !link.peerHasRead) {
     const std::string peer = PeerNameOf(machine, link);
     report.Fault(peer + " does not read: " + Bytes(link.socket.unsent) +
-                     " wait for it, and none went in " + SecondsOf(activity) +
+                     " wait for it, and it took none in " + SecondsOf(activity) +
                      "; that holds up answers and what the ports receive",
                  "mend or restart " + peer);
   }

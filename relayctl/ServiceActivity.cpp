@@ -172,10 +172,18 @@ bool IsWaitedFor(const Look& look, const TcpSocket& socket) {
   });
 }
 
+// What the peer has to read: the bytes at its own end, if that can be seen. Some of what waits at
+// the service's end the kernel may move there although nobody reads.
+uint64_t ToReadFrom(const Look& look, const TcpSocket& socket) {
+  const TcpSocket* const peer = PeerOf(socket, look.sockets);
+  return peer != nullptr ? peer->unread : socket.unsent;
+}
+
 std::optional<LinkActivity> LinkOver(const std::vector<Look>& looks, const TcpSocket& socket) {
   LinkActivity link;
   link.socket = socket;
   TcpSocket before = socket;
+  uint64_t toReadBefore = 0;
   for (const Look& look : looks) {
     const TcpSocket* const now = FindAgain(look, socket);
     if (now == nullptr) {
@@ -184,7 +192,9 @@ std::optional<LinkActivity> LinkOver(const std::vector<Look>& looks, const TcpSo
     link.wasUnread &= now->unread > 0;
     link.wasUnsent &= now->unsent > 0;
     link.wasTakenFrom |= now->unread < before.unread;
-    link.wasSentFrom |= now->unsent < before.unsent;
+    const uint64_t toRead = ToReadFrom(look, *now);
+    link.peerHasRead |= toRead < toReadBefore;
+    toReadBefore = toRead;
     link.isWaitedFor |= IsWaitedFor(look, socket);
     before = *now;
   }

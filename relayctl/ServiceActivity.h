@@ -30,7 +30,7 @@ struct LinkActivity {
   bool wasTakenFrom = false;  // and became fewer at least once
   bool isWaitedFor = false;   // a thread waits for bytes from it
   bool wasUnsent = true;      // bytes waited for the peer at each look
-  bool wasSentFrom = false;   // and became fewer at least once
+  bool peerHasRead = false;   // at least once
 };
 
 struct ServiceActivity {

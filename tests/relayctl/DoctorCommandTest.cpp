@@ -296,7 +296,7 @@ TEST_F(HangTest, NamesThePeerThatDoesNotRead) {
   const std::string said = Doctor(7);
   ExpectHas(said, "fault          RelayctlDoctorT (process " + std::to_string(getpid()) +
                       ") does not read: ");
-  ExpectHas(said, " bytes wait for it, and none went in N s");
+  ExpectHas(said, " bytes wait for it, and it took none in N s");
 }
 
 TEST_F(HangTest, NamesTheSearchThatHangs) {
