@@ -31,7 +31,7 @@ int ConnectTo(uint16_t port) {
       return connection;
     }
     (void)close(connection);
-    (void)usleep(20);
+    (void)usleep(20);  // nothing listens there yet
   }
 }
 
