@@ -212,7 +212,7 @@ bool Gives(int descriptor, const std::string& text) {
 }
 
 // Standard output is a pipe that holds the first line and not the second: the service waits in the
-// middle of Listen, with its peer accepted, for as long as the test likes.
+// middle of Listen, with its peer accepted, until the test reads. It gives a reader a second.
 TEST_F(ServiceTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
   int pipe[2] = {};
   ASSERT_EQ(0, pipe2(pipe, O_CLOEXEC));
