@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
@@ -51,6 +52,8 @@ void Bridge::Start(const std::vector<std::string>& words, const std::string& err
     pointers.push_back(const_cast<char*>(word.c_str()));
   }
   pointers.push_back(nullptr);
+  int refusal[2] = {};  // says why the program could not be run; closed when it runs
+  Checked(pipe2(refusal, O_CLOEXEC), "pipe2");
   const pid_t pid = Checked(fork(), "fork");
   if (pid == 0) {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL);  // no bridge outlives its measurement
@@ -58,9 +61,17 @@ void Bridge::Start(const std::vector<std::string>& words, const std::string& err
     Redirect(STDOUT_FILENO, "/dev/null", O_WRONLY);
     Redirect(STDERR_FILENO, errorPath.c_str(), O_WRONLY | O_CREAT | O_APPEND);
     (void)execvp(pointers[0], pointers.data());
+    (void)!write(refusal[1], &errno, sizeof errno);
     _exit(127);
   }
   pids.push_back(pid);
+  (void)close(refusal[1]);
+  int reason = 0;
+  const ssize_t count = read(refusal[0], &reason, sizeof reason);
+  (void)close(refusal[0]);
+  if (count != 0) {
+    throw std::system_error(reason, std::generic_category(), "cannot run " + words[0]);
+  }
 }
 
 double Bridge::CpuMicroseconds() const {
