@@ -25,8 +25,7 @@ def takes_rules(machine: Machine, shown: str, real: str) -> None:
     text = "".join(block for block in blocks if shown in block).replace(shown, real)
     machine.run(f"cat >{RULES} <<'END'\n{text}END\n"
                 "udevadm control --reload\n"
-                "udevadm trigger --action=add --subsystem-match=tty\n"
-                "udevadm settle")
+                "udevadm trigger --action=add --subsystem-match=tty --settle")
 
 
 @pytest.fixture
