@@ -9,7 +9,6 @@
 namespace {
 
 constexpr uint16_t kLengthBytes = 2;
-constexpr const char* kConnectError = "ConnectError";
 
 // A length field of 0 or 1 wraps round to 65534 or 65535 bytes behind the two of the length, so
 // that is how many the buffer must hold.

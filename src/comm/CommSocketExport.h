@@ -5,6 +5,9 @@
 #include <memory>
 #include <string>
 
+// The text of an error that ends the stream; there is no other one.
+constexpr const char* kConnectError = "ConnectError";
+
 // What a relay connection tells its owner. Both functions run on the connection's receive thread,
 // either may be null, their results are ignored, and neither may Close its own connection.
 struct CommCallbacks {
@@ -12,7 +15,7 @@ struct CommCallbacks {
   // are overwritten when the call returns; `length` is what the packet's length field says.
   int (*onReceive)(const uint8_t* packet, uint32_t length, void* context) = nullptr;
 
-  // The stream has ended: `text` is "ConnectError", `result` is -1. Once per stream at most; never
+  // The stream has ended: `text` is kConnectError, `result` is -1. Once per stream at most; never
   // after Close.
   int (*onError)(const std::string& text, int result, void* context) = nullptr;
 

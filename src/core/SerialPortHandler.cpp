@@ -11,9 +11,9 @@
 #include "Linux/Command.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
+#include "Linux/LogSource.h"
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
-#include "core/Callbacks.h"
 #include "core/RelayPort.h"
 #include "core/ResultStatus.h"
 #include "platform/Libvost.h"
@@ -38,7 +38,7 @@ constexpr int kExitStopped = 0;
 constexpr int kExitNoLink = 255;
 
 void LogLine(LogLevel level, const char* message, int line = __builtin_LINE()) {
-  SerialPortHandler::Log(kLogFile, line, level, message);
+  WriteLog(logModule.c_str(), kLogFile, line, logTag.c_str(), level, message);
 }
 
 // The platform library's texts are fixed buffers; one without a terminating zero ends at its end.
@@ -69,6 +69,8 @@ bool AllThreadsEnd() {
   return false;
 }
 
+SerialPortHandler& HandlerOf(void* context) { return *static_cast<SerialPortHandler*>(context); }
+
 }  // namespace
 
 SerialPortHandler* SerialPortHandler::GetInstance() {
@@ -76,10 +78,7 @@ SerialPortHandler* SerialPortHandler::GetInstance() {
   return &instance;
 }
 
-SerialPortHandler::SerialPortHandler() {
-  relayCallbackLock = std::make_shared<CLinuxLock>();
-  serialCallbackLock = std::make_shared<CLinuxLock>();
-}
+SerialPortHandler::SerialPortHandler() = default;
 
 SerialPortHandler::~SerialPortHandler() {
   ports.Clear();
@@ -172,6 +171,33 @@ void SerialPortHandler::SendToRelay(const std::vector<uint8_t>& packet) {
   if (current != nullptr) {
     (void)current->Send(packet.data(), static_cast<int>(packet.size()));
   }
+}
+
+int SerialPortHandler::OnRelayPacket(const uint8_t* packet, uint32_t length, void* context) {
+  SerialPortHandler& handler = HandlerOf(context);
+  const CLockGuard guard(handler.relayCallbackLock);
+  handler.DispatchCommand(packet, length);
+  return 0;
+}
+
+int SerialPortHandler::OnRelayError(const std::string& text, int /*result*/, void* context) {
+  SerialPortHandler& handler = HandlerOf(context);
+  const CLockGuard guard(handler.relayCallbackLock);
+  if (text == kConnectError) {
+    handler.reconnectRequested = true;
+  }
+  return 0;
+}
+
+void SerialPortHandler::OnSerialData(const std::string& portName, const uint8_t* data, int length,
+                                     void* context) {
+  SerialPortHandler& handler = HandlerOf(context);
+  const CLockGuard guard(handler.serialCallbackLock);
+  handler.ForwardSerialData(portName, data, length);
+}
+
+void SerialPortHandler::OnSerialEvent(void* context) {
+  const CLockGuard guard(HandlerOf(context).serialCallbackLock);
 }
 
 void SerialPortHandler::DispatchCommand(const uint8_t* bytes, uint32_t count) {
@@ -301,8 +327,4 @@ void SerialPortHandler::ForwardSerialData(const std::string& portName, const uin
   // A refused block leaves the header, which is sent all the same.
   (void)notification->AddBlock(bytes, kReceivedDataBlock, static_cast<uint16_t>(count));
   SendToRelay(notification->Bytes());
-}
-
-void SerialPortHandler::Log(const char* file, int line, LogLevel level, const char* message) {
-  WriteLog(logModule.c_str(), file, line, logTag.c_str(), level, message);
 }

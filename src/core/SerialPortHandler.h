@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "Linux/LinuxLock.h"
-#include "Linux/LogSource.h"
 #include "comm/CommSocketExport.h"
 #include "core/PortTable.h"
 #include "core/SettingWords.h"
@@ -29,24 +28,19 @@ class SerialPortHandler {
   // on the main thread: it allocates and frees nothing and takes none of this program's locks.
   void RequestStop();
 
-  // Asks Run to drop all ports and to open the relay link anew. Any thread.
-  void RequestReconnect() { reconnectRequested = true; }
-
-  // Carries out one packet from the relay service. Under relayCallbackLock.
-  void DispatchCommand(const uint8_t* bytes, uint32_t count);
-
-  // Sends what a port has read to the relay service; drops it when no such port is open (any
-  // more). Only the low 16 bits of `count` are used. Under serialCallbackLock.
-  void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
-
-  // Writes one line to the machine's log.
-  static void Log(const char* file, int line, LogLevel level, const char* message);
-
  private:
   SerialPortHandler();
   ~SerialPortHandler();
   SerialPortHandler(const SerialPortHandler&) = delete;
   SerialPortHandler& operator=(const SerialPortHandler&) = delete;
+
+  // Where the relay connection and the ports enter, on their receive threads. `context` is the
+  // handler.
+  static int OnRelayPacket(const uint8_t* packet, uint32_t length, void* context);
+  static int OnRelayError(const std::string& text, int result, void* context);
+  static void OnSerialData(const std::string& portName, const uint8_t* data, int length,
+                           void* context);
+  static void OnSerialEvent(void* context);  // only waits for its turn: a hook kept free
 
   bool OpenRelayConnection();
   bool ReopenRelayConnection();
@@ -54,6 +48,8 @@ class SerialPortHandler {
   void SetRelay(std::shared_ptr<CCommSocketExport> connection);
   void SendToRelay(const std::vector<uint8_t>& packet);
 
+  // One packet from the relay service.
+  void DispatchCommand(const uint8_t* bytes, uint32_t count);
   void HandleOpenCommand(const CommandPacket& command);
   void HandleCloseCommand(const CommandPacket& command);
   void HandleDataCommand(const CommandPacket& command);
@@ -63,9 +59,18 @@ class SerialPortHandler {
   int ClosePort(const std::string& name);
   int ClosePortById(uint16_t portId1, uint16_t portId2);
 
+  // Sends what a port has read to the relay service; drops it when no such port is open (any
+  // more). Only the low 16 bits of `count` are used.
+  void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
+
+  // What the relay connection calls, and what the ports call, one at a time each. The two locks are
+  // independent: a command and received data are handled at the same time.
+  CLinuxLock relayCallbackLock;
+  CLinuxLock serialCallbackLock;
+
   bool stoppedOrderly = false;                 // what Run returned; main thread only
   std::atomic<bool> stopRequested{false};      // set by RequestStop, cleared and read by Run
-  std::atomic<bool> reconnectRequested{true};  // set by RequestReconnect, cleared and read by Run
+  std::atomic<bool> reconnectRequested{true};  // set by OnRelayError, cleared and read by Run
 
   // Null between a drop and the next creation. Only the main thread changes it, under the lock and
   // with the stop signals held back: so its own signal handlers may read it without the lock, and

@@ -7,7 +7,6 @@
 #include <future>
 #include <stdexcept>
 
-#include "core/Callbacks.h"
 #include "core/Fakes.h"
 #include "core/SerialPortHandler.h"
 #include "support/Hex.h"
@@ -36,6 +35,10 @@ class CommandHandlingTest : public testing::Test {
   std::string Answer(const std::string& packet) {
     relay->Sends(packet);
     return relay->sent.empty() ? "nothing" : relay->sent.back();
+  }
+  // On the thread that calls, in the place of a port's receive thread.
+  void PortReads(const std::vector<uint8_t>& bytes) {
+    world.receive.onData("A", bytes.data(), static_cast<int>(bytes.size()), world.receive.context);
   }
   bool IsReleased(size_t index) { return world.ports.at(index).expired(); }
   FakePort& Port(size_t index) {
@@ -206,8 +209,7 @@ TEST_F(CommandHandlingTest, CommandCode3IsLoggedAsAParseFailure) {
 
 TEST_F(CommandHandlingTest, ReceivedDataOfANamedPortNameThePort) {
   (void)Answer(kOpenA);
-  const auto bytes = FromHex("0D0A");
-  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  PortReads(FromHex("0D0A"));
   EXPECT_EQ(Packed("000D 04 02 0001 41 01 02 0002 0D0A"), relay->sent.back());
 }
 
@@ -218,8 +220,7 @@ TEST_F(CommandHandlingTest, ReceivedDataOfAPortOpenedByIdsCarryTheIds) {
     port.productId = 2;
   };
   (void)Answer(kOpenA);
-  const auto bytes = FromHex("0D0A");
-  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  PortReads(FromHex("0D0A"));
   EXPECT_EQ(Packed("000E 04 01 0001 0002 01 02 0002 0D0A"), relay->sent.back());
 }
 
@@ -242,52 +243,49 @@ TEST_F(CommandHandlingTest, AnOpenPortThatIsOpenedAgainDoesNotBeginToReceiveAgai
 TEST_F(CommandHandlingTest, DataThatComeAfterAFailedOpenAreDropped) {
   world.prepare = [](FakePort& port) { port.openResult = -2; };
   (void)Answer(kOpenA);
-  const auto bytes = FromHex("0D0A");
-  OnSerialData("A", bytes.data(), 2, SerialPortHandler::GetInstance());
+  PortReads(FromHex("0D0A"));
   EXPECT_EQ(1U, relay->sent.size());
 }
 
 TEST_F(CommandHandlingTest, ACountOf65536BytesLeavesTheBareHeader) {
   (void)Answer(kOpenA);
-  const std::vector<uint8_t> bytes(65536);
-  OnSerialData("A", bytes.data(), 65536, SerialPortHandler::GetInstance());
+  PortReads(std::vector<uint8_t>(65536));
   EXPECT_EQ(Packed("0007 04 02 0001 41"), relay->sent.back());
 }
 
-TEST_F(CommandHandlingTest, DataOfANameWithoutAPortLeaveAnEntryThatCountsAsNoOpenPort) {
-  const auto bytes = FromHex("61");
-  OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
-  OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
-  EXPECT_TRUE(relay->sent.empty());
+TEST_F(CommandHandlingTest, DataOfAClosedPortLeaveAnEntryThatCountsAsNoOpenPort) {
+  (void)Answer(kOpenA);
+  (void)Answer(kCloseA);
+  PortReads(FromHex("61"));
+  PortReads(FromHex("61"));
   relay->Sends("000C 04 02 0001 41 01 01 0001 61");
-  EXPECT_TRUE(relay->sent.empty());
+  EXPECT_EQ(2U, relay->sent.size()) << "the answers to the open and the close";
   EXPECT_EQ(Packed("0009 02 02 0001 41 0002"), Answer(kCloseA));
   EXPECT_EQ(Packed("0009 01 02 0001 41 0000"), Answer(kOpenA));
 }
 
 TEST_F(CommandHandlingTest, ACommandIsHandledWhileAPortsDataAreBeingHandled) {
-  relayCallbackLock->Lock();
-  const auto bytes = FromHex("61");
-  auto data = std::async(std::launch::async, [&] {
-    OnSerialData("A", bytes.data(), 1, SerialPortHandler::GetInstance());
-  });
-  EXPECT_EQ(std::future_status::ready, data.wait_for(std::chrono::seconds(20)));
-  relayCallbackLock->Unlock();
-
-  serialCallbackLock->Lock();
-  auto command = std::async(std::launch::async, [&] { return Answer(kOpenA); });
-  EXPECT_EQ(std::future_status::ready, command.wait_for(std::chrono::seconds(20)));
-  serialCallbackLock->Unlock();
+  (void)Answer(kOpenA);
+  relay->whenSending = [this] {
+    auto command = std::async(std::launch::async,
+                              [this] { relay->Sends("000C 04 02 0001 41 01 01 0001 62"); });
+    EXPECT_EQ(std::future_status::ready, command.wait_for(std::chrono::seconds(20)));
+  };
+  PortReads(FromHex("61"));
+  EXPECT_EQ(std::vector<std::string>{"62"}, Port(0).writes);
 }
 
 TEST_F(CommandHandlingTest, TheSerialEventHookOnlyWaitsForItsTurn) {
-  serialCallbackLock->Lock();
-  auto event =
-      std::async(std::launch::async, [] { OnSerialEvent(SerialPortHandler::GetInstance()); });
-  EXPECT_EQ(std::future_status::timeout, event.wait_for(std::chrono::milliseconds(50)));
-  serialCallbackLock->Unlock();
+  (void)Answer(kOpenA);
+  std::future<void> event;
+  relay->whenSending = [&] {
+    event =
+        std::async(std::launch::async, [this] { world.receive.onEvent(world.receive.context); });
+    EXPECT_EQ(std::future_status::timeout, event.wait_for(std::chrono::milliseconds(50)));
+  };
+  PortReads(FromHex("61"));
   EXPECT_EQ(std::future_status::ready, event.wait_for(std::chrono::seconds(20)));
-  EXPECT_TRUE(relay->sent.empty());
+  EXPECT_EQ(2U, relay->sent.size());
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ bool World::Logged(const std::string& line) { return TimesLogged(line) != 0; }
 int FakePort::Open(const std::string& name, const ReceiveCallback& given,
                    const SerialSettings& settings) {
   portName = name;
-  callback = given;
+  callback = World::Get().receive = given;
   openedWith = settings;
   if (!receivingDeferred) {
     BeginReceiving();
@@ -81,6 +81,9 @@ int FakeRelay::Listen(uint32_t port, const CommCallbacks* given) {
 }
 
 int FakeRelay::Send(const uint8_t* data, int length) {
+  if (whenSending) {
+    whenSending();
+  }
   const std::lock_guard guard(World::Get().mutex);
   sent.push_back(ToHex(data, static_cast<size_t>(length)));
   return length;

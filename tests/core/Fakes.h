@@ -71,6 +71,7 @@ class FakeRelay final : public CCommSocketExport {
   uint32_t listenedOn = 0;
   std::vector<std::string> sent;        // hex, in order
   std::function<void()> whenListening;  // runs inside Listen
+  std::function<void()> whenSending;    // runs inside Send, before the packet is out
   int listenResult = 0;
   std::atomic<int> closes = 0;
 };
@@ -96,7 +97,8 @@ class World {
   // The five setting words by port name, and the relay port's text; null: no record.
   std::map<std::string, std::vector<std::string>> configuration;
   std::unique_ptr<std::string> relayPort;
-  int cancelState = -1;  // of the thread that looked up a port, meanwhile
+  ReceiveCallback receive;  // what the last open was given
+  int cancelState = -1;     // of the thread that looked up a port, meanwhile
 
   std::vector<std::string> log;  // "LEVEL FILE MESSAGE"
   bool Logged(const std::string& line);
