@@ -15,10 +15,8 @@
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
 #include "core/RelayPort.h"
-#include "core/ResultStatus.h"
 #include "platform/Libvost.h"
 #include "protocol/PacketBuilder.h"
-#include "protocol/WireFormat.h"
 #include "serial/SerialPort.h"
 
 namespace {
@@ -56,6 +54,20 @@ bool LookUpWords(const std::string& name, KX_SERIAL& words) {
   std::string portId = name;
   const CCancellationShield shield;
   return Libvost().getSerialByPortID(words, portId.data()) != 0;
+}
+
+// A result that no port gives counts as done.
+Status StatusOf(int openResult) {
+  switch (openResult) {
+    case kNoDevice:
+      return kStatusNoPort;
+    case kOpenFailed:
+      return kStatusOpenFailed;
+    case kAlreadyOpen:
+      return kStatusUnavailable;
+    default:
+      return kStatusDone;
+  }
 }
 
 // A thread that waits for a command goes on when that has ended, perhaps to the next one.
@@ -225,8 +237,7 @@ void SerialPortHandler::HandleOpenCommand(const CommandPacket& command) {
   // Pinned by ServiceTest.ANumberedOpenIsAnsweredWithStatus2AndOpensNothing.
   Status status = kStatusNoPort;
   if (command.portForm == kNamedPort) {
-    status =
-        StatusOf(kOpenStatuses, OpenPort(command.portName, {OnSerialData, OnSerialEvent, this}));
+    status = OpenPort(command.portName, {OnSerialData, OnSerialEvent, this});
   }
   Reply(command, status);
   // Only now: a relay service makes its record of a port when its open is answered.
@@ -235,14 +246,14 @@ void SerialPortHandler::HandleOpenCommand(const CommandPacket& command) {
   }
 }
 
-int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& callback) {
+Status SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& callback) {
   if (ports.Find(name) != nullptr) {
-    return kAlreadyOpen;
+    return kStatusUnavailable;
   }
   const std::shared_ptr<CSerialPortExport> port = CreateSerialPort(logModule, logTag);
   KX_SERIAL words{};
   if (!LookUpWords(name, words)) {
-    return kNoSuchPort;
+    return kStatusNoPort;
   }
   SerialSettings settings;
   settings.baudRate = baudRates[TextOf(words.baud)];
@@ -255,37 +266,37 @@ int SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallback& 
   if (result == kOpened) {
     ports.Store(port);
   }
-  return result;
+  return StatusOf(result);
 }
 
 void SerialPortHandler::HandleCloseCommand(const CommandPacket& command) {
   LogLine(LogLevel::kProgress, "close command proc.");
   Status status = kStatusNoPort;
   if (command.portForm == kNumberedPort) {
-    status = StatusOf(kCloseStatuses, ClosePortById(command.portId1, command.portId2));
+    status = ClosePortById(command.portId1, command.portId2);
   } else if (command.portForm == kNamedPort) {
-    status = StatusOf(kCloseStatuses, ClosePort(command.portName));
+    status = ClosePort(command.portName);
   }
   Reply(command, status);
 }
 
 // Ports are kept under their symbolic names, and ids lead to a device path: this never finds one.
-int SerialPortHandler::ClosePortById(uint16_t portId1, uint16_t portId2) {
+Status SerialPortHandler::ClosePortById(uint16_t portId1, uint16_t portId2) {
   std::string path;
   CSerialPort::LookupUsbDevicePath(portId1, portId2, path);
   return ClosePort(path);
 }
 
-int SerialPortHandler::ClosePort(const std::string& name) {
+Status SerialPortHandler::ClosePort(const std::string& name) {
   const std::shared_ptr<CSerialPortExport> port = ports.Find(name);
   if (port == nullptr) {
-    return kNotOpen;
+    return kStatusNoPort;
   }
-  if (port->Close() == -1) {
-    return kCloseFailed;
+  if (port->Close() == kCloseFailed) {
+    return kStatusCloseFailed;
   }
   ports.Remove(name);
-  return kClosed;
+  return kStatusDone;
 }
 
 void SerialPortHandler::HandleDataCommand(const CommandPacket& command) {

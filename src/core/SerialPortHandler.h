@@ -12,6 +12,7 @@
 #include "core/PortTable.h"
 #include "core/SettingWords.h"
 #include "protocol/CommandPacket.h"
+#include "protocol/WireFormat.h"
 #include "serial/SerialPortExport.h"
 
 // The whole service: the relay link, the open ports, and what a command does to them.
@@ -55,9 +56,9 @@ class SerialPortHandler {
   void HandleDataCommand(const CommandPacket& command);
   void Reply(const CommandPacket& command, uint16_t status);
 
-  int OpenPort(const std::string& name, const ReceiveCallback& callback);
-  int ClosePort(const std::string& name);
-  int ClosePortById(uint16_t portId1, uint16_t portId2);
+  Status OpenPort(const std::string& name, const ReceiveCallback& callback);
+  Status ClosePort(const std::string& name);
+  Status ClosePortById(uint16_t portId1, uint16_t portId2);
 
   // Sends what a port has read to the relay service; drops it when no such port is open (any
   // more). Only the low 16 bits of `count` are used.

@@ -6,6 +6,13 @@
 
 #include "serial/SerialSettings.h"
 
+// Results of Open.
+enum DeviceResult : int {
+  kDeviceOpened = 0,
+  kDeviceNotOpened = -1,  // it cannot be opened or configured, and is closed again
+  kDeviceIsOpen = -2,     // one is open already, which is left alone
+};
+
 // One serial device, and the search for devices.
 //
 // Nothing here goes to the log, and only FindUsbDevice throws.
@@ -16,11 +23,9 @@ class CAbstractSerial {
  public:
   virtual ~CAbstractSerial() = default;
 
-  // Opens and configures the device at `path`: 0, -1 when that fails (the device is then closed
-  // again), -2 when one is open already (which is left alone). Blocks, and cannot be cancelled, as
-  // long as the driver waits for a carrier or for an adapter's answer. A Close
-  // meanwhile ends it with -1 and leaves the line as it is. "OPEN[path]" on standard output on
-  // success.
+  // Opens and configures the device at `path`: a DeviceResult. Blocks, and cannot be cancelled,
+  // as long as the driver waits for a carrier or for an adapter's answer. A Close meanwhile ends it
+  // with kDeviceNotOpened and leaves the line as it is. "OPEN[path]" on standard output on success.
   virtual int Open(const std::string& path, const SerialSettings& settings) = 0;
 
   // Drops DTR, discards what is pending and closes: 0, also when nothing is open, or -1 when the

@@ -51,7 +51,7 @@ CLinuxSerial::~CLinuxSerial() { (void)CLinuxSerial::Close(); }
 
 int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) {
   if (fd.IsOpen()) {
-    return -2;
+    return kDeviceIsOpen;
   }
   // A cancellation that meets an open acts on its way out, also when it has succeeded: the
   // descriptor would be lost, and the node stay busy.
@@ -59,11 +59,11 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   const unsigned closesBefore = closes;
   const int opened = open(path.c_str(), O_RDWR);
   if (opened < 0) {
-    return -1;
+    return kDeviceNotOpened;
   }
   if (closes != closesBefore) {
     (void)close(opened);  // its settings and queues may be another port's by now
-    return -1;
+    return kDeviceNotOpened;
   }
   (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
   devicePath = path;
@@ -71,13 +71,13 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
       tcflush(opened, TCIOFLUSH) != 0) {
     fd.Set(opened);
     (void)Close();
-    return -1;
+    return kDeviceNotOpened;
   }
   // Only now: a write that waits for the device must not meet it at the wrong speed, nor have its
   // bytes flushed.
   fd.Set(opened);
   WriteStandardOutput("OPEN[" + path + "]\n");
-  return 0;
+  return kDeviceOpened;
 }
 
 int CLinuxSerial::Configure(const SerialSettings& settings) {

@@ -20,15 +20,6 @@ namespace {
 constexpr int kBufferBytes = 4096;
 constexpr unsigned kReopenPauseMilliseconds = 500;
 
-// Results of the opens.
-constexpr int kOpened = 0;
-constexpr int kNoDevice = -1;
-constexpr int kOpenFailed = -2;
-constexpr int kAlreadyOpen = -3;
-
-// Result of CAbstractSerial::Open for a device object that is open.
-constexpr int kDeviceIsOpen = -2;
-
 void LogPath(const CLogSource& log, const char* before, const std::string& path,
              int line = __builtin_LINE()) {
   log.Log(LogLevel::kError, (before + path + "]").c_str(), line);
@@ -123,7 +114,7 @@ bool CSerialPort::CLine::Reopen() {
   if (isOpen || devicePath.empty() || reopening.exchange(true)) {
     return false;
   }
-  bool opened = device->Open(devicePath, settings) == 0;
+  bool opened = device->Open(devicePath, settings) == kDeviceOpened;
   if (opened && stopRequested) {
     (void)device->Close();  // the port's Close came while the device was not open yet
     opened = false;
@@ -200,7 +191,7 @@ void CSerialPort::ReplaceLine() {
 
 int CSerialPort::Start(const ReceiveCallback& callback, const SerialSettings& settings) {
   const int result = line->device->Open(line->devicePath, settings);
-  if (result < 0) {
+  if (result != kDeviceOpened) {
     LogPath(log, kCannotOpen, line->devicePath);
     return result == kDeviceIsOpen ? kAlreadyOpen : kOpenFailed;
   }

@@ -19,6 +19,17 @@ struct ReceiveCallback {
   void* context = nullptr;
 };
 
+// Results of the opens.
+enum OpenResult : int {
+  kOpened = 0,        // and receiving, or ready to, see DeferReceiving
+  kNoDevice = -1,     // the name or the ids lead to no device node
+  kOpenFailed = -2,   // the device could not be opened or configured
+  kAlreadyOpen = -3,  // the device object was open already
+};
+
+// Result of a close that has left the port open.
+constexpr int kCloseFailed = -1;
+
 // How a port was opened.
 enum OpenKind : uint32_t { kOpenedByIds = 0, kOpenedByName = 1, kNeverOpened = 2 };
 
@@ -28,18 +39,15 @@ enum OpenKind : uint32_t { kOpenedByIds = 0, kOpenedByName = 1, kNeverOpened = 2
 // Threads: the operations belong to one controlling thread; the getters may be called by any
 // thread once Open has returned. Destruction closes, and must not happen on the port's own
 // receive thread.
-// Results of both opens: 0 opened and receiving (or ready to, see DeferReceiving), -1 the name or
-// the ids lead to no device node, -2 the device could not be opened or configured, -3 the device
-// object was open already.
 class CSerialPortExport {
  public:
   virtual ~CSerialPortExport() = default;
 
-  // By the ids of a USB adapter. Throws std::logic_error when no adapter has them.
+  // By the ids of a USB adapter: an OpenResult. Throws std::logic_error when no adapter has them.
   virtual int OpenUsb(uint16_t vendorId, uint16_t productId, const ReceiveCallback& callback,
                       const SerialSettings& settings) = 0;
 
-  // By symbolic name.
+  // By symbolic name: an OpenResult.
   virtual int Open(const std::string& portName, const ReceiveCallback& callback,
                    const SerialSettings& settings) = 0;
 
