@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "ExitStatus.h"
-#include "Silence.h"
+#include "link/Silence.h"
 #include "relay/Text.h"
 
 namespace {

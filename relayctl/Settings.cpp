@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Settings.h"
 
-#include "RunningService.h"
+#include "machine/RunningService.h"
 
 namespace {
 

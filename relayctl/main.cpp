@@ -4,7 +4,7 @@
 
 #include "Commands.h"
 #include "ExitStatus.h"
-#include "Output.h"
+#include "show/Output.h"
 
 int main(int argc, char** argv) {
   try {

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Doctor.h"
-#include "DoctorHang.h"
+#include "doctor/Doctor.h"
+#include "doctor/DoctorHang.h"
 #include "e2e/support/Device.h"
 #include "e2e/support/Workplace.h"
 

@@ -10,9 +10,9 @@
 #include <fstream>
 #include <system_error>
 
-#include "PseudoTerminal.h"
 #include "e2e/support/Wait.h"
 #include "e2e/support/Workplace.h"
+#include "pty/PseudoTerminal.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <sstream>
 
-#include "MachineConfiguration.h"
-#include "Suggest.h"
-#include "UdevSnapshot.h"
+#include "machine/MachineConfiguration.h"
+#include "machine/Suggest.h"
+#include "machine/UdevSnapshot.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 // Keys, hex rows and progress of the interactive terminal.
 #include <gtest/gtest.h>
 
-#include "HexView.h"
-#include "Progress.h"
-#include "TerminalKeys.h"
+#include "pty/TerminalKeys.h"
+#include "show/HexView.h"
+#include "show/Progress.h"
 
 namespace {
 

@@ -5,7 +5,7 @@ sph_add_test(RelayctlPartsTest
   PseudoTerminalTest.cpp
   SuggestTest.cpp
   TerminalPartsTest.cpp
-  LIBRARIES relayctl_commands e2e_support sph_warnings)
+  LIBRARIES relayctl_parts e2e_support sph_warnings)
 target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 

@@ -1,5 +1,0 @@
-// SPDX-License-Identifier: MIT
-// For a libvost of the device's own, which may have no file at all.
-#include "ConfigurationFile.h"
-
-ConfigurationFile LookAtConfigurationFile() { return {}; }

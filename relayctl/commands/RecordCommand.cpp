@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: MIT
+#include <poll.h>
+
+#include <memory>
+#include <vector>
+
+#include "Commands.h"
+#include "ExitStatus.h"
+#include "link/LinkNotices.h"
+#include "link/Loop.h"
+#include "link/PeerSocket.h"
+#include "link/PortToOpen.h"
+#include "link/RecordingFile.h"
+#include "link/Silence.h"
+#include "relay/Text.h"
+#include "show/Output.h"
+
+namespace {
+
+using relay::Clock;
+using relay::Direction;
+
+struct Options {
+  std::string file = "-";
+  std::vector<std::string> ports;
+  unsigned listen = 0;
+  double duration = 0;
+};
+
+std::optional<Clock::time_point> EndOf(const Options& options) {
+  if (options.duration <= 0) {
+    return std::nullopt;
+  }
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                            std::chrono::duration<double>(options.duration));
+}
+
+void Report(const Options& options, uint64_t packets) {
+  const std::string file = relay::Escape(options.file);
+  if (packets == 0) {
+    PrintNotice("nothing recorded" + (file != "-" ? "; " + file + " is as it was" : ""));
+  } else {
+    PrintNotice(std::to_string(packets) + " packets recorded in " + file);
+  }
+}
+
+// relayctl is the relay service: opens ports and records what comes.
+int RecordPorts(const Settings& settings, const Options& options) {
+  const std::vector<relay::Port> ports = PortsToOpen(options.ports);
+  RecordingFile recording(options.file);
+  relay::Client client(settings.ForClient(true));
+  LinkNotices notices(settings.Port(),
+                      [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); });
+  relay::Events events;
+  events.connected = [&] { recording.Link(true); };
+  events.packet = [&](Direction direction, std::string_view bytes) {
+    recording.Packet(direction, bytes);
+    // The kernel takes links that the service never does: one counts once something has come.
+    if (direction == Direction::kFromService) {
+      recording.Commit();
+    }
+  };
+  events.disconnected = [&](const relay::Error&) { recording.Link(false); };
+  notices.Attach(events);
+  client.SetEvents(events);
+  for (const relay::Port& port : ports) {
+    client.KeepOpen(port);
+  }
+  client.Start();
+  Loop loop;
+  loop.Serve(client);
+  loop.When([&] { return notices.Due(); }, [&] { notices.Remind(); });
+  const auto end = EndOf(options);
+  loop.When([&] { return end; }, [] {});
+  const int signal = loop.Run([&] { return end && Clock::now() >= *end; });
+  Report(options, recording.Packets());
+  if (signal == 0) {
+    notices.MustHaveLinked();
+  }
+  return kExitDone;
+}
+
+// Whether the service answers it.
+bool IsQuestion(std::string_view packet) {
+  const uint8_t command = relay::ParsePacket(packet, Direction::kToService).packet.command;
+  return command == kCommandOpen || command == kCommandClose;
+}
+
+// relayctl stands between a relay service and the service, and records what passes.
+class Tap {
+ public:
+  Tap(const Settings& commonSettings, const Options& commandOptions)
+      : settings(commonSettings),
+        options(commandOptions),
+        socket(static_cast<uint16_t>(options.listen)),
+        recording(options.file),
+        client(Patient(settings)) {}
+
+  int Run() {
+    relay::Events events;
+    events.connected = [this] {
+      if (!wasAsked) {
+        silentAt.reset();
+      }
+      client.Send(firstFlight);  // again, if the link before was reset before it counted
+    };
+    events.packet = [this](Direction direction, std::string_view bytes) {
+      if (direction == Direction::kFromService) {
+        firstFlight.clear();
+        somethingCame = true;
+        silentAt.reset();
+        Record(direction, bytes);
+        socket.Send(bytes);
+        Regulate();
+      }
+    };
+    events.disconnected = [this](const relay::Error& error) {
+      if (client.IsOver()) {
+        PrintNotice(error.what());
+        Leave();
+      } else {
+        silentAt = Clock::now() + kSilence;
+      }
+    };
+    client.SetEvents(events);
+    loop.Watch(
+        socket.Listening(), [this]() -> short { return socket.Peer() == -1 ? POLLIN : 0; },
+        [this](short) { Accept(); });
+    PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
+    loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
+    const auto end = EndOf(options);
+    loop.When([end] { return end; }, [] {});
+    (void)loop.Run([end] { return end && Clock::now() >= *end; });
+    Report(options, recording.Packets());
+    return kExitDone;
+  }
+
+ private:
+  static constexpr size_t kMostKept = 1U << 20;
+
+  static relay::ClientOptions Patient(const Settings& settings) {
+    relay::ClientOptions result = settings.ForClient();
+    result.replyTimeout = relay::Millis(0);  // the relay service's own business
+    return result;
+  }
+
+  void Accept() {
+    if (!socket.Accept()) {
+      return;
+    }
+    PrintNotice("a relay service is there");
+    recording.Link(true);
+    cutter.Clear();
+    firstFlight.clear();
+    somethingCame = false;
+    wasAsked = false;
+    silentAt = Clock::now() + kSilence;
+    client.Start();
+    if (client.IsOver()) {
+      return;  // told already
+    }
+    loop.Serve(client);
+    const int peer = socket.Peer();
+    loop.Watch(
+        peer, [this]() -> short { return PeerEvents(); }, [this](short ready) { OnPeer(ready); });
+  }
+
+  short PeerEvents() const {
+    return static_cast<short>((client.IsConnected() && client.Unsent() < kMostKept ? POLLIN : 0) |
+                              (socket.Unsent() > 0 ? POLLOUT : 0));
+  }
+
+  // One side waits for the other, as if nobody stood between.
+  void Regulate() {
+    if (socket.Unsent() < kMostKept) {
+      client.Resume();
+    } else {
+      client.Pause();
+    }
+  }
+
+  void OnPeer(short ready) {
+    if ((ready & POLLOUT) != 0) {
+      socket.Flush();
+      Regulate();
+    }
+    if ((ready & ~POLLOUT) == 0) {
+      return;
+    }
+    const int peer = socket.Peer();
+    std::string bytes;
+    const bool isThere = socket.Receive(bytes);
+    Note(bytes);
+    client.Send(bytes);
+    if (!somethingCame && firstFlight.size() < kMostKept) {
+      firstFlight += bytes;
+    }
+    if (!isThere) {
+      loop.Forget(peer);
+      PrintNotice("the relay service left");
+      client.Stop();
+      Leave();
+    }
+  }
+
+  void Note(std::string_view bytes) {
+    cutter.Add(bytes);
+    try {
+      while (const auto packet = cutter.Next()) {
+        Record(Direction::kToService, *packet);
+        if (!wasAsked && IsQuestion(*packet)) {
+          wasAsked = true;
+          silentAt = Clock::now() + kSilence;
+        }
+      }
+    } catch (const relay::Error&) {
+      // No packet; where the next one begins nobody knows.
+      Record(Direction::kToService, cutter.Rest());
+      cutter.Clear();
+    }
+  }
+
+  void Record(Direction direction, std::string_view bytes) {
+    recording.Packet(direction, bytes);
+    recording.Commit();
+  }
+
+  void TellOfSilence() {
+    silentAt.reset();
+    PrintNotice(SilenceText(settings.Port()));
+  }
+
+  void Leave() {
+    silentAt.reset();
+    if (socket.Peer() != -1) {
+      loop.Forget(socket.Peer());
+    }
+    socket.Drop();
+    Regulate();
+    loop.ServeNoClient();
+    recording.Link(false);
+  }
+
+  const Settings& settings;
+  const Options& options;
+  PeerSocket socket;
+  RecordingFile recording;
+  relay::PacketCutter cutter;
+  std::string firstFlight;  // what the service may never have seen
+  bool somethingCame = false;
+  bool wasAsked = false;
+  std::optional<Clock::time_point> silentAt;  // when it is, unless something comes before
+  relay::Client client;
+  Loop loop;
+};
+
+int Record(const Settings& settings, const Options& options) {
+  settings.RefuseJson("record");
+  if ((options.listen != 0) == !options.ports.empty()) {
+    throw relay::Error(relay::ErrorKind::kUsage, "record: give either PORT or --listen");
+  }
+  return options.listen != 0 ? Tap(settings, options).Run() : RecordPorts(settings, options);
+}
+
+}  // namespace
+
+void AddRecordCommand(CommandLine& line) {
+  const auto options = std::make_shared<Options>();
+  SubCommand& command = line.Add("record", "Write what goes over the link to a file");
+  command.Arguments("PORT", options->ports, "Open these ports, and record what comes", false);
+  command.Option("-o,--output", options->file, "FILE", "The recording; - is standard output");
+  command.Option("--listen", options->listen, "N",
+                 "Stand between: take a relay service on this TCP port, and pass everything on", 1);
+  command.Option("--for", options->duration, "SECONDS", "End after so long; 0: never");
+  command.Runs([&line, options] { return Record(line.Common(), *options); });
+}

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include "Commands.h"
+#include "ExitStatus.h"
+#include "MachineCommands.h"
+#include "link/Loop.h"
+#include "machine/RunningService.h"
+#include "machine/Suggest.h"
+#include "show/Output.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// How often the names of the machine's device nodes are looked at, and how long after a change
+// there the database is: udev writes it after the node has appeared.
+constexpr std::chrono::milliseconds kPause{500};
+constexpr std::chrono::seconds kSettling{10};
+
+struct Arguments {
+  std::string file;
+  bool once = false;
+  bool places = false;
+  bool configured = false;
+  unsigned count = 0;
+};
+
+const char* WordOf(AdapterChange::Kind kind) {
+  return kind == AdapterChange::Kind::kPresent   ? "present"
+         : kind == AdapterChange::Kind::kPlugged ? "plugged"
+                                                 : "unplugged";
+}
+
+MachineConfiguration ConfigurationNow() {
+  return ReadConfigurationOf(FindService(ProcessTable(), std::nullopt));
+}
+
+int ListConfigured(bool asJson) {
+  for (const ConfiguredPort& port : ConfigurationNow().ports) {
+    PrintLine(asJson ? JsonLine().Add("event", "configured").Add("port", port.name).Text()
+                     : port.name);
+  }
+  return kExitDone;
+}
+
+// The names of terminals and of raw USB devices: cheap to look at, and different after each change.
+std::string NodeNames() {
+  std::string names;
+  std::error_code error;
+  fs::directory_iterator entry("/dev", error);
+  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    names += name.starts_with("tty") ? name + " " : "";
+  }
+  fs::recursive_directory_iterator raw("/dev/bus/usb", error);
+  for (const fs::recursive_directory_iterator end; !error && raw != end; raw.increment(error)) {
+    names += raw->path().string() + " ";
+  }
+  return names;
+}
+
+class Suggestions {
+ public:
+  // `isOwn`: of the machine that this runs on, whose configuration then counts.
+  Suggestions(bool printJson, bool isOwn) : asJson(printJson), ownMachine(isOwn) {}
+
+  // Prints what has changed; gives how many adapters were plugged in or out.
+  unsigned Look(const UdevSnapshot& snapshot) {
+    unsigned changes = 0;
+    const MachineConfiguration configuration =
+        ownMachine ? ConfigurationNow() : MachineConfiguration{};
+    for (const AdapterChange& change : watch.Look(snapshot)) {
+      Print(change, configuration);
+      changes += change.kind != AdapterChange::Kind::kPresent ? 1 : 0;
+    }
+    return changes;
+  }
+
+ private:
+  void Print(const AdapterChange& change, const MachineConfiguration& configuration) const {
+    const SerialAdapter& adapter = change.adapter;
+    if (!asJson) {
+      PrintLine(change.kind == AdapterChange::Kind::kUnplugged
+                    ? "- " + adapter.node + " is unplugged"
+                    : (change.kind == AdapterChange::Kind::kPlugged ? "+ " : "") +
+                          Explain(adapter, ownMachine ? &configuration : nullptr));
+      return;
+    }
+    JsonLine line;
+    line.Add("event", WordOf(change.kind)).Add("node", adapter.node).Add("place", adapter.place);
+    line.Add("vendorId", adapter.vendorId).Add("productId", adapter.productId);
+    line.Add("vendor", adapter.vendor).Add("model", adapter.model);
+    line.Add("serialNumber", adapter.serialNumber).Add("driver", adapter.driver);
+    line.Add("port", adapter.portName);
+    if (ownMachine) {
+      line.Add("configured", configuration.Find(adapter.portName) != nullptr);
+    }
+    PrintLine(line.Text());
+  }
+
+  const bool asJson;
+  const bool ownMachine;
+  AdapterWatch watch;
+};
+
+int ListFile(const std::string& path, bool asJson) {
+  const std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  if (!file || !text) {
+    throw relay::Error(relay::ErrorKind::kUsage, path + ": cannot be read");
+  }
+  const UdevSnapshot snapshot(text.str());
+  if (snapshot.Devices().empty()) {
+    throw relay::Error(relay::ErrorKind::kUsage,
+                       path + ": not the text of \"udevadm info --export-db\"");
+  }
+  (void)Suggestions(asJson, false).Look(snapshot);
+  if (snapshot.Adapters().empty()) {
+    PrintNotice("no USB serial adapter in " + path);
+  }
+  return kExitDone;
+}
+
+int Watch(bool asJson, const Arguments& arguments) {
+  Suggestions suggestions(asJson, true);
+  Loop loop;
+  std::string error;
+  std::string names = NodeNames();
+  const UdevSnapshot first = UdevSnapshot::Take(error);
+  if (!error.empty()) {
+    throw relay::Error(relay::ErrorKind::kSystem, error);
+  }
+  (void)suggestions.Look(first);
+  if (arguments.once) {
+    return kExitDone;
+  }
+  PrintNotice(first.Adapters().empty() ? "no USB serial adapter yet; plug one in"
+                                       : "waiting for the next one");
+  unsigned changes = 0;
+  auto settled = relay::Clock::now() + kSettling;  // what came while the first look was taken
+  auto next = relay::Clock::now() + kPause;
+  loop.When([&] { return std::optional(next); },
+            [&] {
+              const std::string now = NodeNames();
+              if (now != names) {
+                names = now;
+                settled = relay::Clock::now() + kSettling;
+              }
+              if (relay::Clock::now() < settled) {
+                std::string failure;
+                const UdevSnapshot snapshot = UdevSnapshot::Take(failure);
+                changes += failure.empty() ? suggestions.Look(snapshot) : 0;
+              }
+              next = relay::Clock::now() + kPause;
+            });
+  (void)loop.Run([&] { return arguments.count > 0 && changes >= arguments.count; });
+  return kExitDone;  // a signal is its usual end
+}
+
+int ListPlaces(bool asJson) {
+  for (const NamedPlace& named : NamedPlaces()) {
+    PrintLine(asJson ? JsonLine()
+                           .Add("event", "place")
+                           .Add("port", named.port)
+                           .Add("place", named.place)
+                           .Text()
+                     : named.port + "  " + named.place);
+  }
+  return kExitDone;
+}
+
+int Suggest(const Settings& settings, const Arguments& arguments) {
+  if (arguments.places) {
+    return ListPlaces(settings.json);
+  }
+  if (arguments.configured) {
+    return ListConfigured(settings.json);
+  }
+  return arguments.file.empty() ? Watch(settings.json, arguments)
+                                : ListFile(arguments.file, settings.json);
+}
+
+}  // namespace
+
+void AddSuggest(CommandLine& line) {
+  const auto arguments = std::make_shared<Arguments>();
+  SubCommand& command = line.Add("suggest", "Tell which port name reaches an adapter");
+  command.Flag("--once", arguments->once, "Tell of the adapters that are there, and leave");
+  command.Option("--count", arguments->count, "N", "Leave after so many are plugged in or out");
+  command.Option("--file", arguments->file, "FILE",
+                 "A saved text of \"udevadm info --export-db\", also of another machine");
+  command.Flag("--places", arguments->places, "List the places that have names");
+  command.Flag("--configured", arguments->configured, "List the ports that are configured");
+  command.Runs([&line, arguments] { return Suggest(line.Common(), *arguments); });
+}

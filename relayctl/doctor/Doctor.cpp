@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#include "doctor/Doctor.h"
+
+#include "serial/PortNameResolver.h"
+
+Machine Machine::Now(std::optional<uint16_t> port) {
+  Machine machine;
+  machine.service = FindService(machine.processes, port);
+  machine.configuration = ReadConfigurationOf(machine.service);
+  machine.udev = UdevSnapshot::Take(machine.udevProblem);
+  if (machine.service.process) {
+    machine.activity =
+        WatchService(machine.processes, *machine.service.process,
+                     port.value_or(static_cast<uint16_t>(machine.configuration.relayPort)));
+  }
+  return machine;
+}
+
+std::string NodeOf(const Machine& machine, const std::string& name) {
+  const std::optional<int> index = UsbPortIndexOf(name);
+  return index ? machine.udev.NodeOfPort(*index) : ResolvePortName(name);
+}

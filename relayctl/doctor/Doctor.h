@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// Looks at everything between a port's name and its line, and says what is wrong and how to mend
+// it. Nothing here opens a port that nobody has open, unless it is told to: that would move the
+// port's modem lines, which resets some devices.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "doctor/Report.h"
+#include "machine/MachineConfiguration.h"
+#include "machine/ProcessTable.h"
+#include "machine/RunningService.h"
+#include "machine/ServiceActivity.h"
+#include "machine/UdevSnapshot.h"
+
+// The machine as it is at one moment.
+struct Machine {
+  RunningService service;
+  MachineConfiguration configuration;  // as the service has it
+  UdevSnapshot udev{""};
+  std::string udevProblem;  // why `udev` is empty
+  ProcessTable processes;
+  std::string sys = "/sys";
+  std::vector<std::string> ruleFolders = {"/etc/udev/rules.d", "/run/udev/rules.d",
+                                          "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
+
+  // `port`: where the service should listen that is meant, if there are several.
+  ServiceActivity activity;  // nothing when no service runs
+
+  static Machine Now(std::optional<uint16_t> port);
+};
+
+// The node that a name leads to on this machine; empty: none.
+std::string NodeOf(const Machine& machine, const std::string& name);
+
+// The service: who listens, which peer is connected, and what it needs of the system. `port`: where
+// it should listen.
+Report ExamineService(const Machine& machine, uint16_t port);
+
+// One port by its name. `mayOpen`: the line's counters are read also when nobody has the port open.
+Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen);

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+#include "doctor/DoctorHang.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "machine/TerminalDevice.h"
+
+namespace {
+
+constexpr const char* kRestart = "restart the service: systemctl restart serial-port-handler";
+
+std::string SecondsOf(const ServiceActivity& activity) {
+  std::array<char, 32> text{};
+  (void)std::snprintf(text.data(), text.size(), "%.1f s",
+                      static_cast<double>(activity.moment.count()) / 1000);
+  return text.data();
+}
+
+std::string Bytes(uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
+// "/dev/ttyUSB0 (#USBSerialPort3)"
+std::string TerminalOf(const Machine& machine, const ThreadActivity& thread) {
+  for (const ConfiguredPort& port : machine.configuration.ports) {
+    const std::string node = NodeOf(machine, port.name);
+    if (!node.empty() && InspectNode(node).number == thread.terminalNumber) {
+      return thread.terminal + " (" + port.name + ")";
+    }
+  }
+  return thread.terminal;
+}
+
+std::string PortsWithoutDevice(const Machine& machine) {
+  std::string names;
+  for (const ConfiguredPort& port : machine.configuration.ports) {
+    const std::string node = NodeOf(machine, port.name);
+    if (node.empty() || !InspectNode(node).exists) {
+      names += (names.empty() ? "" : ", ") + port.name;
+    }
+  }
+  return names.empty() ? "" : "; configured and without a device: " + names;
+}
+
+bool IsStuck(const ThreadActivity& thread) { return thread.wroteAlways && !thread.terminalMoves; }
+
+bool IsMovingWrite(const ThreadActivity& thread) {
+  return !thread.terminal.empty() && thread.terminalMoves;
+}
+
+// What a thread that is driven by events does in one go takes less than a millisecond. One that
+// offers the same write again and again waits as well now and then: for a lock of another thread.
+bool Spins(const ThreadActivity& thread) {
+  constexpr uint64_t kMillisAtATime = 20;
+  return thread.processorMillis >= kMillisAtATime * (thread.waits + 1);
+}
+
+std::string WaitsOf(const ThreadActivity& thread) {
+  return thread.waits == 0   ? "never waited"
+         : thread.waits == 1 ? "waited once"
+                             : "waited " + std::to_string(thread.waits) + " times";
+}
+
+// Nobody has read it, as far as can be seen. The end that the peer has sent counts as a byte.
+bool IsUnread(const LinkActivity& link) {
+  return link.socket.inode != 0 && link.wasUnread && !link.wasTakenFrom;
+}
+
+// Whether the service may be busy with a line that is slow, which is no fault.
+bool MayBeSlowLine(const ServiceActivity& activity) {
+  return !activity.callsAreShown ||
+         std::any_of(activity.threads.begin(), activity.threads.end(), IsMovingWrite);
+}
+
+void ExamineState(const Machine& machine, Report& report) {
+  const pid_t pid = machine.service.process->pid;
+  if (machine.activity.state == 'T') {
+    report.Fault("the service is stopped by a signal, and does nothing",
+                 "let it go on: kill -CONT " + std::to_string(pid));
+  } else if (machine.activity.state == 't') {
+    report.Fault("a debugger holds the service, and it does nothing", "end the debugger");
+  }
+}
+
+void ExamineThread(const Machine& machine, const ThreadActivity& thread, Report& report) {
+  const ServiceActivity& activity = machine.activity;
+  if (IsStuck(thread)) {
+    const bool isShown = !thread.waitChannel.empty() && thread.waitChannel != "0";
+    report.Fault("the write to " + TerminalOf(machine, thread) + " has not moved for " +
+                     SecondsOf(activity) + ": the device takes no bytes" +
+                     (isShown ? " (thread " + std::to_string(thread.id) + " waits in " +
+                                    thread.waitChannel + ")"
+                              : ""),
+                 "wake the device up, or set flow = none if it has no flow control; then restart "
+                 "the service");
+  } else if (IsMovingWrite(thread)) {
+    report.Note("a write to " + TerminalOf(machine, thread) +
+                " is under way, and moves: what the peer sends waits behind it");
+  }
+}
+
+// A write that is offered again and again. A thread that has more work than time hardly
+// waits either, but then somebody reads.
+void ExamineSpinning(const Machine& machine, const ThreadActivity& thread, Report& report) {
+  const ServiceActivity& activity = machine.activity;
+  const bool nobodyReads =
+      std::any_of(activity.links.begin(), activity.links.end(), [&](const LinkActivity& link) {
+        return IsUnread(link) || (activity.callsAreShown && link.socket.inode != 0 &&
+                                  !link.isWaitedFor && !link.wasTakenFrom);
+      });
+  const std::string text = "thread " + std::to_string(thread.id) + " has taken " +
+                           std::to_string(thread.processorMillis) + " ms of a processor in " +
+                           SecondsOf(activity) + " and " + WaitsOf(thread);
+  if (nobodyReads) {
+    report.Fault(text + ", and no command is read: a write is offered again and again" +
+                     PortsWithoutDevice(machine),
+                 "plug the adapter in again at the same place, or " + std::string(kRestart));
+  } else {
+    report.Warning(text, "look again: a write that is offered again and again does that");
+  }
+}
+
+std::string PeerNameOf(const Machine& machine, const LinkActivity& link) {
+  return machine.processes.NamesOfPeer(link.socket, machine.processes.TcpSockets());
+}
+
+void ExamineUnread(const Machine& machine, const LinkActivity& link, Report& report) {
+  const ServiceActivity& activity = machine.activity;
+  const bool hasLeft = link.socket.state == kTcpPeerHasLeft;
+  const uint64_t count = link.socket.unread - (hasLeft ? 1 : 0);
+  const std::string who = hasLeft ? "the peer has left, which the service has not noticed for " +
+                                        SecondsOf(activity) + "; "
+                                  : "";
+  const std::string what = who + Bytes(count) + " of " +
+                           (hasLeft ? "it" : PeerNameOf(machine, link)) +
+                           " wait to be read, and none was in " + SecondsOf(activity);
+  if (!MayBeSlowLine(activity)) {
+    report.Fault(what + ": the service hangs", kRestart);
+  } else if (activity.callsAreShown) {
+    report.Note(what);
+  } else {
+    report.Warning(what + ": the service hangs, or writes to a slow line",
+                   "run this as root to see which");
+  }
+}
+
+void ExamineLink(const Machine& machine, const LinkActivity& link, Report& report) {
+  const ServiceActivity& activity = machine.activity;
+  if (IsUnread(link)) {
+    ExamineUnread(machine, link, report);
+  }
+  if (link.socket.inode != 0 && link.wasUnsent && !link.peerHasRead) {
+    const std::string peer = PeerNameOf(machine, link);
+    report.Fault(peer + " does not read: " + Bytes(link.socket.unsent) +
+                     " wait for it, and it took none in " + SecondsOf(activity) +
+                     "; that holds up answers and what the ports receive",
+                 "mend or restart " + peer);
+  }
+}
+
+// One that nobody has accepted: the service takes one peer at a time.
+void ExamineQueue(const Machine& machine, Report& report) {
+  const std::vector<LinkActivity>& links = machine.activity.links;
+  const bool isServed = std::any_of(
+      links.begin(), links.end(), [](const LinkActivity& link) { return link.socket.inode != 0; });
+  for (const LinkActivity& link : links) {
+    if (link.socket.inode == 0 && link.socket.state == kTcpEstablished && !isServed) {
+      report.Fault(PeerNameOf(machine, link) + " is connected and has not been accepted for " +
+                       SecondsOf(machine.activity) + ": the service hangs",
+                   kRestart);
+    }
+  }
+}
+
+}  // namespace
+
+void ExamineActivity(const Machine& machine, Report& report) {
+  const ServiceActivity& activity = machine.activity;
+  if (activity.moment.count() == 0) {
+    return;
+  }
+  ExamineState(machine, report);
+  for (const Process& search : activity.searches) {
+    report.Fault("the service waits for " + NameOf(search) + ", which has run for long",
+                 "end it: kill " + std::to_string(search.pid) +
+                     "; the adapter then counts as "
+                     "not found. Then see why: systemctl status systemd-udevd");
+  }
+  for (const ThreadActivity& thread : activity.threads) {
+    ExamineThread(machine, thread, report);
+    if (Spins(thread)) {
+      ExamineSpinning(machine, thread, report);
+    }
+  }
+  for (const LinkActivity& link : activity.links) {
+    ExamineLink(machine, link, report);
+  }
+  ExamineQueue(machine, report);
+  if (!activity.callsAreShown) {
+    report.Note("what the threads of " + NameOf(*machine.service.process) +
+                    " wait for may not be looked at by this user: the port of a write that is "
+                    "stuck cannot be named",
+                "run this as root");
+  }
+}

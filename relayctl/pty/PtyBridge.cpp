@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: MIT
+#include "pty/PtyBridge.h"
+
+#include <poll.h>
+
+#include <array>
+#include <csignal>
+#include <utility>
+
+#include "link/Loop.h"
+#include "show/Output.h"
+
+namespace {
+
+// What waits for a program while more is taken from the link.
+constexpr size_t kMostWaiting = size_t{1} << 18;
+
+// While an answer is under way the link has to be read, and a line that takes nothing delays it:
+// behind so much, bytes are lost.
+constexpr size_t kMostAtAll = size_t{1} << 24;
+
+}  // namespace
+
+PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path)
+    : port(std::move(servicePort)),
+      link(std::move(path)),
+      // Standard output has the pseudo-terminal's path alone.
+      notices(options.port, [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); }),
+      client([&] {
+        relay::ClientOptions lasting = options;
+        lasting.reconnect = true;
+        return lasting;
+      }()),
+      writer(client, port) {
+  relay::Events events;
+  events.reply = [this](const relay::Reply& reply) { BeTold(reply); };
+  events.disconnected = [this](const relay::Error&) { writer.Clear(); };
+  events.received = [this](const relay::Port& from, std::string_view data) {
+    if (from == port) {
+      TakeFromPort(data);
+    }
+  };
+  notices.Attach(events);
+  client.SetEvents(std::move(events));
+}
+
+void PtyBridge::BeTold(const relay::Reply& reply) {
+  const bool isOpen = reply.status == kStatusDone || reply.status == kStatusUnavailable;
+  if (isOpen && terminal == nullptr) {
+    Offer();
+  }
+}
+
+void PtyBridge::TakeFromPort(std::string_view data) {
+  received += data.size();
+  if (terminal == nullptr || !terminal->InUse()) {
+    return;
+  }
+  const size_t room = kMostAtAll - toProgram.Size();
+  overrun += data.size() > room ? data.size() - room : 0;
+  toProgram.Add(data.substr(0, room));
+  GiveToProgram();
+}
+
+void PtyBridge::Regulate() {
+  if (toProgram.Size() >= kMostWaiting) {
+    client.Pause();
+  } else if (toProgram.Size() < kMostWaiting / 2) {
+    client.Resume();
+  }
+}
+
+void PtyBridge::ForgetProgram() {
+  toProgram.Clear();
+  Regulate();
+}
+
+void PtyBridge::GiveToProgram() {
+  size_t count = 1;
+  while (!toProgram.IsEmpty() && count > 0) {
+    const std::string_view bytes = toProgram.View();
+    count = terminal->Write(bytes.data(), bytes.size());
+    toProgram.Take(count);
+  }
+  Regulate();
+}
+
+void PtyBridge::TakeFromProgram() {
+  std::array<char, 4096> buffer;
+  while (writer.Unsent() == 0) {
+    const size_t count = terminal->Read(buffer.data(), buffer.size());
+    if (count == 0) {
+      break;
+    }
+    if (client.IsOpen(port)) {
+      sent += count;
+      writer.Write(std::string_view(buffer.data(), count));
+    }
+  }
+}
+
+// 0: nothing to wait for there. A pseudo-terminal without a program is always ready to say so, thus
+// it is not asked while nothing is read anyway.
+short PtyBridge::TerminalEvents() const {
+  if (terminal == nullptr || !terminal->InUse()) {
+    return 0;
+  }
+  return static_cast<short>((writer.Unsent() == 0 ? POLLIN : 0) |
+                            (toProgram.IsEmpty() ? 0 : POLLOUT));
+}
+
+void PtyBridge::Exchange(short events) {
+  if ((events & POLLHUP) != 0) {
+    ForgetProgram();  // it has left; what it has written is still to be taken
+  }
+  if (terminal->InUse()) {
+    GiveToProgram();
+    TakeFromProgram();
+  }
+  if (!terminal->InUse()) {
+    ForgetProgram();
+  }
+}
+
+void PtyBridge::Offer() {
+  terminal = std::make_unique<PseudoTerminal>(link);
+  loop->Watch(
+      terminal->Openings(), [] { return short{POLLIN}; },
+      [this](short) {
+        (void)terminal->Look();
+        Exchange(0);
+      });
+  loop->Watch(
+      terminal->Bytes(), [this] { return TerminalEvents(); },
+      [this](short events) { Exchange(events); });
+  PrintLine(link.empty() ? terminal->Node() : link + " -> " + terminal->Node());
+}
+
+int PtyBridge::Run(Loop& ownLoop) {
+  loop = &ownLoop;
+  loop->Serve(client);
+  loop->When([this] { return notices.Due(); }, [this] { notices.Remind(); });
+  int quit = 0;
+  loop->OnSignal(SIGQUIT, [&quit] { quit = SIGQUIT; });
+  client.KeepOpen(port);
+  client.Start();
+  const int signal = loop->Run([&quit] { return quit != 0; });
+  client.Stop();
+  return signal != 0 ? signal : quit;
+}
