@@ -2,13 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "Linux/AbstractSocket.h"
 #include "Linux/LinuxLock.h"
 #include "comm/CommSocketExport.h"
+#include "protocol/PacketFramer.h"
 
 // What a connection shares with one receive thread. Both hold it: a thread that the bounded stop
 // gave up on may outlive its connection.
@@ -26,16 +25,14 @@ class CCommReceiver {
   void SetCallbacks(const CommCallbacks& replacement);
 
  private:
-  bool ReceivePart(uint32_t position, uint16_t count);
-  void Deliver(uint32_t packetLength);
+  void Deliver(const PacketFramer& framer);
   void ReportBrokenStream(int result);
   CommCallbacks Callbacks();
 
   std::shared_ptr<CAbstractSocket> socket;
-  std::atomic<bool> stopFlag{false};  // written by the owner and by the receive thread
+  std::atomic<bool> stopFlag{false};  // written by the owner, read by the receive thread
   CLinuxLock callbacksLock;           // guards `callbacks`; never held during a callback
   CommCallbacks callbacks;
-  std::vector<uint8_t> buffer;  // the receive thread's
 };
 
 // The routine of the receive thread. `receiver` is a std::shared_ptr<CCommReceiver> on the heap,

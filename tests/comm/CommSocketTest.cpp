@@ -24,14 +24,6 @@ constexpr const char* kFence = "0004 AB CD";
 constexpr const char* kFenceEvent = "packet 4: 0004ABCD";
 constexpr const char* kErrorEvent = "error ConnectError -1";
 
-std::string Repeated(const std::string& text, int count) {
-  std::string result;
-  for (int i = 0; i < count; ++i) {
-    result += text;
-  }
-  return result;
-}
-
 class CommSocketTest : public ConnectionFixture {
  protected:
   void TearDown() override {
@@ -48,23 +40,6 @@ TEST_F(CommSocketTest, APacketOfLength10InOnePieceIsDeliveredOnceLengthBytesFirs
   peer.Sends(kFence);
   ASSERT_TRUE(recorder.WaitForEvents(2));
   EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent, kFenceEvent));
-}
-
-TEST_F(CommSocketTest, APacketArrivingByteByByteIsDeliveredOnce) {
-  ASSERT_EQ(0, Link());
-  for (const char* byte : {"00", "0A", "02", "01", "00", "03", "00", "07", "00", "05"}) {
-    peer.Sends(byte);
-  }
-  peer.Sends(kFence);
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent, kFenceEvent));
-}
-
-TEST_F(CommSocketTest, TwoPacketsInOneSegmentAreDeliveredAsTwoCallsInOrder) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0005 01 02 03  0003 FF");
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 5: 0005010203", "packet 3: 0003FF"));
 }
 
 TEST_F(CommSocketTest, APacketCutAcrossTwoSegmentsWithTheNextBehindItIsDeliveredWhole) {
@@ -105,29 +80,6 @@ TEST_F(CommSocketTest, APacketWithLengthField2EndsTheConnectionWithConnectError)
   peer.Sends("0002");  // the peer stays
   ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
-}
-
-TEST_F(CommSocketTest, LengthField3IsTheShortestPacketDelivered) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0003 7F");
-  ASSERT_TRUE(recorder.WaitForEvents(1));
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 3: 00037F"));
-}
-
-TEST_F(CommSocketTest, LengthField0Takes65534FurtherBytesAndTheLinkStaysUp) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0000 " + Repeated("5A", 65534));
-  peer.Sends(kFence);
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 0: 0000", kFenceEvent));
-}
-
-TEST_F(CommSocketTest, LengthField1Takes65535FurtherBytesAndTheLinkStaysUp) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0001 " + Repeated("5A", 65535));
-  peer.Sends(kFence);
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 1: 0001", kFenceEvent));
 }
 
 TEST_F(CommSocketTest, ThePacketOf65535BytesIsDeliveredWhole) {

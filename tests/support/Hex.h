@@ -50,3 +50,11 @@ inline std::string Packed(const std::string& text) {
   const std::vector<uint8_t> bytes = FromHex(text);
   return ToHex(bytes.data(), bytes.size());
 }
+
+inline std::string Repeated(const std::string& text, int count) {
+  std::string result;
+  for (int i = 0; i < count; ++i) {
+    result += text;
+  }
+  return result;
+}
