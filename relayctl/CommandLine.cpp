@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <utility>
 
@@ -45,9 +46,9 @@ void PrintError(const std::string& text) {
 }
 
 // What the machine tells beyond the library's text.
-std::string Explanation(const relay::Error& error, const Settings& settings) {
+std::string Explanation(const relay::Error& error, const CommonOptions& common) {
   return error.Kind() == relay::ErrorKind::kNoAnswer
-             ? ": " + WhyNoAnswer(ProcessTable(), settings.Port())
+             ? ": " + WhyNoAnswer(ProcessTable(), common.RelayPort())
              : "";
 }
 
@@ -148,10 +149,17 @@ void SubCommand::Footer(const std::string& text) { parser->app->footer(text); }
 
 struct CommandLine::Parser {
   CLI::App app{"Plays the relay service: opens SerialPortHandler's ports and talks to them."};
-  std::function<int()> chosen;
 };
 
 namespace {
+
+using Registrations = std::map<std::string_view, const Registration*>;
+
+// Made by the first command, before main begins; in which order they come nobody knows.
+Registrations& Registered() {
+  static Registrations all;
+  return all;
+}
 
 // Set while CommandLine::Run parses: the action of the command that was named.
 std::function<int()> chosenAction;
@@ -162,37 +170,45 @@ void SubCommand::Runs(std::function<int()> action) {
   parser->app->callback([action = std::move(action)] { chosenAction = action; });
 }
 
+Registration::Registration(const char* commandName, const char* commandHelp, Adder adder)
+    : name(commandName), help(commandHelp), add(adder) {
+  Registered()[name] = this;
+}
+
 CommandLine::CommandLine() : parser(std::make_unique<Parser>()) {
   CLI::App& app = parser->app;
   app.name("relayctl");
   app.option_defaults()->always_capture_default();
   app.set_version_flag("-V,--version", std::string("relayctl ") + RELAYCTL_VERSION);
-  app.add_option("-p,--port", settings.givenPort,
+  app.add_option("-p,--port", common.givenRelayPort,
                  Wrapped("TCP port of the service on 127.0.0.1; by its configuration if not given"))
       ->default_str("")
       ->check(CLI::Range(1U, 0xFFFFU).description(""))
       ->type_name("N");
-  app.add_flag("-j,--json", settings.json, "Print one JSON object per line");
-  app.add_option("--timeout", settings.timeout, "How long to wait for an answer; 0: for ever")
+  app.add_flag("-j,--json", common.json, "Print one JSON object per line");
+  app.add_option("--timeout", common.timeout, "How long to wait for an answer; 0: for ever")
       ->check(CheckNumber)
       ->type_name("SECONDS");
-  app.add_option("--patience", settings.patience,
+  app.add_option("--patience", common.patience,
                  "How long to try a service that does not listen yet")
       ->check(CheckNumber)
       ->type_name("SECONDS");
   app.require_subcommand(1);
   app.footer(kExitTable);
+  for (const auto& entry : Registered()) {
+    Add(*entry.second);
+  }
 }
 
 CommandLine::~CommandLine() = default;
 
-SubCommand& CommandLine::Add(const std::string& name, const std::string& help) {
-  CLI::App* const app = parser->app.add_subcommand(name, help);
+void CommandLine::Add(const Registration& command) {
+  CLI::App* const app = parser->app.add_subcommand(command.name, command.help);
   app->fallthrough();  // the common options may stand behind the command too
   app->option_defaults()->always_capture_default();
   commands.push_back(
       std::make_unique<SubCommand>(std::make_unique<SubCommand::Parser>(SubCommand::Parser{app})));
-  return *commands.back();
+  command.add(*commands.back(), common);
 }
 
 int CommandLine::Run(int argc, char** argv) {
@@ -216,7 +232,7 @@ int CommandLine::Run(int argc, char** argv) {
   try {
     return std::exchange(chosenAction, nullptr)();
   } catch (const relay::Error& error) {
-    PrintError(error.what() + Explanation(error, settings));
+    PrintError(error.what() + Explanation(error, common));
     return ExitStatusOf(error);
   }
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Settings.h"
+#include "CommonOptions.h"
 
 // One command with its options and arguments. Targets must outlive CommandLine::Run; they keep
 // their value when the option is not given, and help shows it.
@@ -52,6 +52,19 @@ class SubCommand {
   std::unique_ptr<Parser> parser;
 };
 
+// One command, made in the command's own file, which nothing else knows. `add` gives it its options
+// and what it does.
+struct Registration {
+  using Adder = void (*)(SubCommand& command, const CommonOptions& common);
+
+  Registration(const char* commandName, const char* commandHelp, Adder adder);
+
+  const char* const name;
+  const char* const help;
+  const Adder add;
+};
+
+// All commands that have registered themselves, by name.
 class CommandLine {
  public:
   CommandLine();
@@ -59,18 +72,15 @@ class CommandLine {
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  // What stands for all commands; complete when a command runs.
-  const Settings& Common() const { return settings; }
-
-  SubCommand& Add(const std::string& name, const std::string& help);
-
   // Parses, runs the command, and gives the exit status.
   int Run(int argc, char** argv);
 
  private:
   struct Parser;
 
-  Settings settings;
+  void Add(const Registration& command);
+
+  CommonOptions common;
   std::unique_ptr<Parser> parser;
   std::vector<std::unique_ptr<SubCommand>> commands;
 };

@@ -2,25 +2,14 @@
 #include <cstdio>
 #include <exception>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "show/Output.h"
 
 int main(int argc, char** argv) {
   try {
     OccupyClosedStreams();
-    CommandLine line;
-    AddOpenCommand(line);
-    AddCloseCommand(line);
-    AddWriteCommand(line);
-    AddWatchCommand(line);
-    AddPipeCommand(line);
-    AddRecordCommand(line);
-    AddReplayCommand(line);
-    AddRawCommand(line);
-    AddDecodeCommand(line);
-    AddTerminalCommands(line);
-    const int status = line.Run(argc, argv);
+    const int status = CommandLine().Run(argc, argv);
     FlushOutput();
     return status;
   } catch (const std::exception& error) {

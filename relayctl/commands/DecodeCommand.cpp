@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "Input.h"
 #include "relay/Recording.h"
@@ -25,8 +25,8 @@ struct Options {
 
 class Decoder {
  public:
-  Decoder(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings), options(commandOptions), isColored(MayColor(STDOUT_FILENO)) {}
+  Decoder(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions), options(commandOptions), isColored(MayColor(STDOUT_FILENO)) {}
 
   // Whether all were well-formed packets.
   bool AreWellFormed() const { return allWell; }
@@ -107,11 +107,11 @@ class Decoder {
   void Show(std::string_view bytes, std::optional<Direction> given) {
     const Direction direction = given ? *given : GuessDirection(bytes);
     allWell = allWell && relay::ParsePacket(bytes, direction).problem.empty();
-    PrintLine(settings.json ? ExplainPacketAsJson(bytes, direction)
-                            : ExplainPacket(bytes, direction, !options.brief, isColored));
+    PrintLine(common.json ? ExplainPacketAsJson(bytes, direction)
+                          : ExplainPacket(bytes, direction, !options.brief, isColored));
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   const bool isColored;
   bool allWell = true;
@@ -126,11 +126,11 @@ std::string ReadAll(const std::string& path) {
   return all;
 }
 
-int Decode(const Settings& settings, const Options& options) {
+int Decode(const CommonOptions& common, const Options& options) {
   if (!options.hex.empty() && !options.file.empty()) {
     throw relay::Error(relay::ErrorKind::kUsage, "decode: give HEX or --file, not both");
   }
-  Decoder decoder(settings, options);
+  Decoder decoder(common, options);
   if (!options.hex.empty()) {
     std::string bytes;
     for (const std::string& part : options.hex) {
@@ -144,11 +144,8 @@ int Decode(const Settings& settings, const Options& options) {
   return decoder.AreWellFormed() ? kExitDone : kExitNonsense;
 }
 
-}  // namespace
-
-void AddDecodeCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("decode", "Explain packets given as hex or as a recording");
   command.Arguments("HEX", options->hex, "Packets, one behind the other; else standard input",
                     false);
   command.Option("-f,--file", options->file, "FILE",
@@ -156,5 +153,9 @@ void AddDecodeCommand(CommandLine& line) {
   command.Choice("--direction", options->direction, {"guess", "to", "from"},
                  "Whether hex without > or < goes to the service or comes from it");
   command.Flag("--brief", options->brief, "One line for each packet, without its fields");
-  command.Runs([&line, options] { return Decode(line.Common(), *options); });
+  command.Runs([&common, options] { return Decode(common, *options); });
 }
+
+const Registration kRegistration("decode", "Explain packets given as hex or as a recording", Add);
+
+}  // namespace

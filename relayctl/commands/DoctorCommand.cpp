@@ -5,15 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
-#include "MachineCommands.h"
 #include "doctor/Doctor.h"
 #include "show/Output.h"
 
 namespace {
 
-struct Arguments {
+struct Options {
   std::vector<std::string> ports;
   bool open = false;
 };
@@ -27,32 +26,32 @@ bool Print(const Report& report, bool asJson) {
   return report.HasFault();
 }
 
-int Doctor(const Settings& settings, const Arguments& arguments) {
-  const bool isGiven = settings.givenPort != 0;
-  const Machine machine = Machine::Now(isGiven ? std::optional(settings.Port()) : std::nullopt);
-  const uint16_t port =
-      isGiven ? settings.Port() : static_cast<uint16_t>(machine.configuration.relayPort);
-  bool anyFault = Print(ExamineService(machine, port), settings.json);
-  std::vector<std::string> ports = arguments.ports;
+int Doctor(const CommonOptions& common, const Options& options) {
+  const bool isGiven = common.givenRelayPort != 0;
+  const Machine machine = Machine::Now(isGiven ? std::optional(common.RelayPort()) : std::nullopt);
+  const uint16_t relayPort =
+      isGiven ? common.RelayPort() : static_cast<uint16_t>(machine.configuration.relayPort);
+  bool anyFault = Print(ExamineService(machine, relayPort), common.json);
+  std::vector<std::string> ports = options.ports;
   if (ports.empty()) {
     for (const ConfiguredPort& configured : machine.configuration.ports) {
       ports.push_back(configured.name);
     }
   }
   for (const std::string& name : ports) {
-    anyFault |= Print(ExaminePort(machine, name, arguments.open), settings.json);
+    anyFault |= Print(ExaminePort(machine, name, options.open), common.json);
   }
   return anyFault ? kExitDifferent : kExitDone;
 }
 
-}  // namespace
-
-void AddDoctor(CommandLine& line) {
-  const auto arguments = std::make_shared<Arguments>();
-  SubCommand& command = line.Add("doctor", "Say what is wrong with the service and its ports");
-  command.Arguments("PORT", arguments->ports, "Ports to look at; all configured ones without",
-                    false);
-  command.Flag("--open", arguments->open,
+void Add(SubCommand& command, const CommonOptions& common) {
+  const auto options = std::make_shared<Options>();
+  command.Arguments("PORT", options->ports, "Ports to look at; all configured ones without", false);
+  command.Flag("--open", options->open,
                "Read the line counters also of ports that nobody has open; this moves their DTR");
-  command.Runs([&line, arguments] { return Doctor(line.Common(), *arguments); });
+  command.Runs([&common, options] { return Doctor(common, *options); });
 }
+
+const Registration kRegistration("doctor", "Say what is wrong with the service and its ports", Add);
+
+}  // namespace

@@ -2,7 +2,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "link/PortToOpen.h"
@@ -17,15 +17,15 @@ struct Options {
 };
 
 // Opens each port and tells of each answer. The first status other than 0 is the program's.
-int Open(const Settings& settings, const Options& options) {
+int Open(const CommonOptions& common, const Options& options) {
   const std::vector<relay::Port> ports = PortsToOpen(options.ports);
   std::vector<relay::Reply> replies;
-  relay::Client client(settings.ForClient());
+  relay::Client client(common.ForClient());
   relay::Events events;
   events.connected = [&] {
     for (const relay::Port& port : ports) {
       client.Open(port, [&](const relay::Reply& reply) {
-        PrintReply(reply, settings.json);
+        PrintReply(reply, common.json);
         replies.push_back(reply);
       });
     }
@@ -53,13 +53,14 @@ int Open(const Settings& settings, const Options& options) {
   return kExitDone;
 }
 
-}  // namespace
-
-void AddOpenCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("open", "Open ports and tell the service's answers");
   command.Arguments("PORT", options->ports, "Names, as '#PhysicalPort0'");
   command.Flag("--hold", options->hold,
                "Keep them open until Ctrl-C; the service closes them when relayctl leaves");
-  command.Runs([&line, options] { return Open(line.Common(), *options); });
+  command.Runs([&common, options] { return Open(common, *options); });
 }
+
+const Registration kRegistration("open", "Open ports and tell the service's answers", Add);
+
+}  // namespace

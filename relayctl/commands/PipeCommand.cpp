@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "Input.h"
 #include "link/Loop.h"
@@ -43,12 +43,12 @@ Clock::duration FromSeconds(double seconds) {
 
 class Pipe {
  public:
-  Pipe(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings),
+  Pipe(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions),
         options(commandOptions),
         port(PortToOpen(options.port)),
         until(relay::Unescape(options.until)),
-        client(Patient(settings)),
+        client(Patient(common)),
         writer(client, port) {}
 
   int Run() {
@@ -87,14 +87,14 @@ class Pipe {
  private:
   // A line that takes nothing because of its flow control holds up the answers behind its data, and
   // that may last: only the open has a limit.
-  static relay::ClientOptions Patient(const Settings& settings) {
-    relay::ClientOptions result = settings.ForClient();
+  static relay::ClientOptions Patient(const CommonOptions& common) {
+    relay::ClientOptions result = common.ForClient();
     result.replyTimeout = relay::Millis(0);
     return result;
   }
 
   Clock::duration AnswerTime() const {
-    return FromSeconds(settings.timeout > 0 ? settings.timeout + settings.patience : 1e6);
+    return FromSeconds(common.timeout > 0 ? common.timeout + common.patience : 1e6);
   }
 
   std::optional<Clock::time_point> OpenBy(Clock::time_point limit) const {
@@ -103,7 +103,7 @@ class Pipe {
 
   [[noreturn]] void FailToOpen() const {
     throw relay::Error(relay::ErrorKind::kNoAnswer,
-                       "no answer from 127.0.0.1:" + std::to_string(settings.Port()));
+                       "no answer from 127.0.0.1:" + std::to_string(common.RelayPort()));
   }
 
   bool MayRead() const { return isOpen && !inputEnded && writer.Unsent() < kMostWaiting; }
@@ -178,7 +178,7 @@ class Pipe {
     return output.IsEmpty() && (untilSeen || (end && Clock::now() >= *end));
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   const relay::Port port;
   const std::string until;
@@ -195,11 +195,8 @@ class Pipe {
   Clock::time_point lastTraffic = Clock::now();
 };
 
-}  // namespace
-
-void AddPipeCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("pipe", "Join standard input and output to a port");
   command.Argument("PORT", options->port, "A name");
   command.Option("--exit-after", options->exitAfter, "SECONDS",
                  "Behind the end of the input: leave when nothing has come for so long");
@@ -207,8 +204,12 @@ void AddPipeCommand(CommandLine& line) {
                  "Leave when nothing has gone or come for so long, whatever the input; 0: never");
   command.Option("--until", options->until, "TEXT",
                  "Leave once this has come; escapes as in write");
-  command.Runs([&line, options] {
-    line.Common().RefuseJson("pipe");
-    return Pipe(line.Common(), *options).Run();
+  command.Runs([&common, options] {
+    common.RefuseJson("pipe");
+    return Pipe(common, *options).Run();
   });
 }
+
+const Registration kRegistration("pipe", "Join standard input and output to a port", Add);
+
+}  // namespace

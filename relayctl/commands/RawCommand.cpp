@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "relay/Text.h"
@@ -26,7 +26,7 @@ struct Options {
 
 // The bytes go out as they are; nothing tells how many packets they are, or whether any is
 // answered. So what comes back is shown until nothing has come for a while.
-int Raw(const Settings& settings, const Options& options) {
+int Raw(const CommonOptions& common, const Options& options) {
   std::string bytes;
   for (const std::string& part : options.hex) {
     bytes += relay::FromHex(part);
@@ -35,7 +35,7 @@ int Raw(const Settings& settings, const Options& options) {
   const auto wait =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.wait));
   std::optional<Clock::time_point> end;
-  relay::Client client(settings.ForClient());
+  relay::Client client(common.ForClient());
   relay::Events events;
   events.connected = [&] {
     client.Send(bytes);
@@ -43,8 +43,8 @@ int Raw(const Settings& settings, const Options& options) {
   };
   events.disconnected = [&](const relay::Error&) { end.reset(); };
   events.packet = [&](relay::Direction direction, std::string_view packet) {
-    PrintLine(settings.json ? ExplainPacketAsJson(packet, direction)
-                            : ExplainPacket(packet, direction, options.fields, isColored));
+    PrintLine(common.json ? ExplainPacketAsJson(packet, direction)
+                          : ExplainPacket(packet, direction, options.fields, isColored));
     end = Clock::now() + wait;
   };
   client.SetEvents(events);
@@ -56,13 +56,14 @@ int Raw(const Settings& settings, const Options& options) {
   return signal == 0 ? kExitDone : kExitSignal + signal;
 }
 
-}  // namespace
-
-void AddRawCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("raw", "Send exactly these bytes, decode what comes back");
   command.Arguments("HEX", options->hex, "The bytes: 0007 02 02 0001 58");
   command.Option("--wait", options->wait, "SECONDS", "Stay until nothing has come for so long");
   command.Flag("--fields", options->fields, "Show the fields of what comes back");
-  command.Runs([&line, options] { return Raw(line.Common(), *options); });
+  command.Runs([&common, options] { return Raw(common, *options); });
 }
+
+const Registration kRegistration("raw", "Send exactly these bytes, decode what comes back", Add);
+
+}  // namespace

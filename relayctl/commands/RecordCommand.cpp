@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "link/LinkNotices.h"
 #include "link/Loop.h"
@@ -45,11 +45,11 @@ void Report(const Options& options, uint64_t packets) {
 }
 
 // relayctl is the relay service: opens ports and records what comes.
-int RecordPorts(const Settings& settings, const Options& options) {
+int RecordPorts(const CommonOptions& common, const Options& options) {
   const std::vector<relay::Port> ports = PortsToOpen(options.ports);
   RecordingFile recording(options.file);
-  relay::Client client(settings.ForClient(true));
-  LinkNotices notices(settings.Port(),
+  relay::Client client(common.ForClient(true));
+  LinkNotices notices(common.RelayPort(),
                       [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); });
   relay::Events events;
   events.connected = [&] { recording.Link(true); };
@@ -89,12 +89,12 @@ bool IsQuestion(std::string_view packet) {
 // relayctl stands between a relay service and the service, and records what passes.
 class Tap {
  public:
-  Tap(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings),
+  Tap(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions),
         options(commandOptions),
         socket(static_cast<uint16_t>(options.listen)),
         recording(options.file),
-        client(Patient(settings)) {}
+        client(Patient(common)) {}
 
   int Run() {
     relay::Events events;
@@ -138,8 +138,8 @@ class Tap {
  private:
   static constexpr size_t kMostKept = 1U << 20;
 
-  static relay::ClientOptions Patient(const Settings& settings) {
-    relay::ClientOptions result = settings.ForClient();
+  static relay::ClientOptions Patient(const CommonOptions& common) {
+    relay::ClientOptions result = common.ForClient();
     result.replyTimeout = relay::Millis(0);  // the relay service's own business
     return result;
   }
@@ -227,7 +227,7 @@ class Tap {
 
   void TellOfSilence() {
     silentAt.reset();
-    PrintNotice(SilenceText(settings.Port()));
+    PrintNotice(SilenceText(common.RelayPort()));
   }
 
   void Leave() {
@@ -241,7 +241,7 @@ class Tap {
     recording.Link(false);
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   PeerSocket socket;
   RecordingFile recording;
@@ -254,23 +254,24 @@ class Tap {
   Loop loop;
 };
 
-int Record(const Settings& settings, const Options& options) {
-  settings.RefuseJson("record");
+int Record(const CommonOptions& common, const Options& options) {
+  common.RefuseJson("record");
   if ((options.listen != 0) == !options.ports.empty()) {
     throw relay::Error(relay::ErrorKind::kUsage, "record: give either PORT or --listen");
   }
-  return options.listen != 0 ? Tap(settings, options).Run() : RecordPorts(settings, options);
+  return options.listen != 0 ? Tap(common, options).Run() : RecordPorts(common, options);
 }
 
-}  // namespace
-
-void AddRecordCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("record", "Write what goes over the link to a file");
   command.Arguments("PORT", options->ports, "Open these ports, and record what comes", false);
   command.Option("-o,--output", options->file, "FILE", "The recording; - is standard output");
   command.Option("--listen", options->listen, "N",
                  "Stand between: take a relay service on this TCP port, and pass everything on", 1);
   command.Option("--for", options->duration, "SECONDS", "End after so long; 0: never");
-  command.Runs([&line, options] { return Record(line.Common(), *options); });
+  command.Runs([&common, options] { return Record(common, *options); });
 }
+
+const Registration kRegistration("record", "Write what goes over the link to a file", Add);
+
+}  // namespace

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "relay/Recording.h"
@@ -30,11 +30,11 @@ struct Options {
 // and the replies the recorded ones in their order; between ports and replies there is no order.
 class Replay {
  public:
-  Replay(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings),
+  Replay(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions),
         options(commandOptions),
         events(relay::ReadRecordingFile(options.file)),
-        client(settings.ForClient()) {}
+        client(common.ForClient()) {}
 
   int Run() {
     relay::Events told;
@@ -120,13 +120,13 @@ class Replay {
     if (event.kind == RecordedEvent::Kind::kData) {
       std::string& bytes = received[event.port];
       const std::string_view wanted = event.bytes;
-      const size_t common = std::min(bytes.size(), wanted.size());
-      if (std::string_view(bytes).substr(0, common) != wanted.substr(0, common)) {
+      const size_t shared = std::min(bytes.size(), wanted.size());
+      if (std::string_view(bytes).substr(0, shared) != wanted.substr(0, shared)) {
         Differ(event, event.port.Text() + " sent " + relay::Quote(bytes.substr(0, wanted.size())));
         return false;
       }
-      if (common == wanted.size()) {
-        bytes.erase(0, common);
+      if (shared == wanted.size()) {
+        bytes.erase(0, shared);
         ++came;
         return true;
       }
@@ -151,7 +151,7 @@ class Replay {
     return line.substr(line.find(' ') + 1);
   }
 
-  Clock::time_point AnswerTime() const { return lastProgress + FromSeconds(settings.timeout); }
+  Clock::time_point AnswerTime() const { return lastProgress + FromSeconds(common.timeout); }
 
   bool CheckRest() {
     for (const auto& [port, bytes] : received) {
@@ -171,7 +171,7 @@ class Replay {
 
   void Tell(const std::string& difference) {
     ++differences;
-    if (settings.json) {
+    if (common.json) {
       PrintLine(JsonLine().Add("event", "difference").Add("text", difference).Text());
     } else {
       PrintLine("different: " + difference);
@@ -194,7 +194,7 @@ class Replay {
   }
 
   void Report() const {
-    if (settings.json) {
+    if (common.json) {
       PrintLine(JsonLine()
                     .Add("event", "replayed")
                     .Add("sent", sent)
@@ -208,7 +208,7 @@ class Replay {
     }
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   const std::vector<RecordedEvent> events;
   relay::Client client;
@@ -223,22 +223,23 @@ class Replay {
   uint64_t differences = 0;
 };
 
-int RunReplay(const Settings& settings, const Options& options) {
+int RunReplay(const CommonOptions& common, const Options& options) {
   if (options.speed <= 0) {
     throw relay::Error(relay::ErrorKind::kUsage, "replay: --speed is more than 0");
   }
-  return Replay(settings, options).Run();
+  return Replay(common, options).Run();
 }
 
-}  // namespace
-
-void AddReplayCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("replay", "Play a recording, and compare what comes");
   command.Argument("FILE", options->file, "The recording");
   command.Option("--speed", options->speed, "FACTOR", "So many times as fast as recorded");
   command.Flag("--fast", options->fast, "Without the recorded pauses");
   command.Option("--wait", options->wait, "SECONDS",
                  "At the end, look so long for bytes that were not recorded");
-  command.Runs([&line, options] { return RunReplay(line.Common(), *options); });
+  command.Runs([&common, options] { return RunReplay(common, *options); });
 }
+
+const Registration kRegistration("replay", "Play a recording, and compare what comes", Add);
+
+}  // namespace

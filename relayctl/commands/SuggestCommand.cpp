@@ -7,9 +7,8 @@
 #include <sstream>
 #include <string>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
-#include "MachineCommands.h"
 #include "link/Loop.h"
 #include "machine/RunningService.h"
 #include "machine/Suggest.h"
@@ -24,7 +23,7 @@ namespace fs = std::filesystem;
 constexpr std::chrono::milliseconds kPause{500};
 constexpr std::chrono::seconds kSettling{10};
 
-struct Arguments {
+struct Options {
   std::string file;
   bool once = false;
   bool places = false;
@@ -129,7 +128,7 @@ int ListFile(const std::string& path, bool asJson) {
   return kExitDone;
 }
 
-int Watch(bool asJson, const Arguments& arguments) {
+int Watch(bool asJson, const Options& options) {
   Suggestions suggestions(asJson, true);
   Loop loop;
   std::string error;
@@ -139,7 +138,7 @@ int Watch(bool asJson, const Arguments& arguments) {
     throw relay::Error(relay::ErrorKind::kSystem, error);
   }
   (void)suggestions.Look(first);
-  if (arguments.once) {
+  if (options.once) {
     return kExitDone;
   }
   PrintNotice(first.Adapters().empty() ? "no USB serial adapter yet; plug one in"
@@ -161,7 +160,7 @@ int Watch(bool asJson, const Arguments& arguments) {
               }
               next = relay::Clock::now() + kPause;
             });
-  (void)loop.Run([&] { return arguments.count > 0 && changes >= arguments.count; });
+  (void)loop.Run([&] { return options.count > 0 && changes >= options.count; });
   return kExitDone;  // a signal is its usual end
 }
 
@@ -177,27 +176,27 @@ int ListPlaces(bool asJson) {
   return kExitDone;
 }
 
-int Suggest(const Settings& settings, const Arguments& arguments) {
-  if (arguments.places) {
-    return ListPlaces(settings.json);
+int Suggest(const CommonOptions& common, const Options& options) {
+  if (options.places) {
+    return ListPlaces(common.json);
   }
-  if (arguments.configured) {
-    return ListConfigured(settings.json);
+  if (options.configured) {
+    return ListConfigured(common.json);
   }
-  return arguments.file.empty() ? Watch(settings.json, arguments)
-                                : ListFile(arguments.file, settings.json);
+  return options.file.empty() ? Watch(common.json, options) : ListFile(options.file, common.json);
 }
+
+void Add(SubCommand& command, const CommonOptions& common) {
+  const auto options = std::make_shared<Options>();
+  command.Flag("--once", options->once, "Tell of the adapters that are there, and leave");
+  command.Option("--count", options->count, "N", "Leave after so many are plugged in or out");
+  command.Option("--file", options->file, "FILE",
+                 "A saved text of \"udevadm info --export-db\", also of another machine");
+  command.Flag("--places", options->places, "List the places that have names");
+  command.Flag("--configured", options->configured, "List the ports that are configured");
+  command.Runs([&common, options] { return Suggest(common, *options); });
+}
+
+const Registration kRegistration("suggest", "Tell which port name reaches an adapter", Add);
 
 }  // namespace
-
-void AddSuggest(CommandLine& line) {
-  const auto arguments = std::make_shared<Arguments>();
-  SubCommand& command = line.Add("suggest", "Tell which port name reaches an adapter");
-  command.Flag("--once", arguments->once, "Tell of the adapters that are there, and leave");
-  command.Option("--count", arguments->count, "N", "Leave after so many are plugged in or out");
-  command.Option("--file", arguments->file, "FILE",
-                 "A saved text of \"udevadm info --export-db\", also of another machine");
-  command.Flag("--places", arguments->places, "List the places that have names");
-  command.Flag("--configured", arguments->configured, "List the ports that are configured");
-  command.Runs([&line, arguments] { return Suggest(line.Common(), *arguments); });
-}

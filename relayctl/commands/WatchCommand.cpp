@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "Keys.h"
 #include "link/LinkNotices.h"
@@ -52,15 +52,15 @@ struct Statistics {
 
 class Watch {
  public:
-  Watch(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings),
+  Watch(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions),
         options(commandOptions),
         isColored(MayColor(STDOUT_FILENO)),
         times(TimeFormOf(options.time)),
         form(ByteFormOf(options.show)),
         gatherer(Millis(options.split), [this](const Message& message) { Show(message); }),
-        notices(settings.Port(), [this](const LinkNotices::Notice& notice) { Tell(notice); }),
-        client(WatchOptions(settings)) {}
+        notices(common.RelayPort(), [this](const LinkNotices::Notice& notice) { Tell(notice); }),
+        client(WatchOptions(common)) {}
 
   int Run() {
     for (const relay::Port& port : PortsToOpen(options.ports)) {
@@ -101,8 +101,8 @@ class Watch {
   }
 
  private:
-  static relay::ClientOptions WatchOptions(const Settings& settings) {
-    relay::ClientOptions result = settings.ForClient(true);
+  static relay::ClientOptions WatchOptions(const CommonOptions& common) {
+    relay::ClientOptions result = common.ForClient(true);
     result.reopenPause = Millis(1000);  // each try may search all devices of the machine
     return result;
   }
@@ -166,7 +166,7 @@ class Watch {
 
   void Show(const Message& message) {
     ++statistics[message.port].messages;
-    if (settings.json) {
+    if (common.json) {
       const std::string line = JsonLine()
                                    .Add("event", "data")
                                    .Add("time", times.UnixTime(message.began))
@@ -189,7 +189,7 @@ class Watch {
 
   void Tell(const LinkNotices::Notice& notice) {
     gatherer.Flush(true);  // what came before stands before
-    if (settings.json) {
+    if (common.json) {
       JsonLine line;
       line.Add("event", notice.event).Add("time", times.UnixTime(Clock::now()));
       if (!notice.port.empty()) {
@@ -211,7 +211,7 @@ class Watch {
     const double seconds = std::chrono::duration<double>(Clock::now() - began).count();
     for (const auto& [port, count] : statistics) {
       const double silence = std::chrono::duration<double>(count.longestSilence).count();
-      if (settings.json) {
+      if (common.json) {
         const std::string line = JsonLine()
                                      .Add("event", "statistics")
                                      .Add("port", port.Text())
@@ -237,7 +237,7 @@ class Watch {
     }
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   const bool isColored;
   TimeView times;
@@ -253,11 +253,8 @@ class Watch {
   Loop loop;
 };
 
-}  // namespace
-
-void AddWatchCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("watch", "Open ports and show what comes, until Ctrl-C");
   command.Arguments("PORT", options->ports, "Names, as '#PhysicalPort0'");
   command.Choice("--time", options->time, {"clock", "start", "delta", "none"},
                  "Times: of the day, since the start, since the line before, or none");
@@ -270,5 +267,9 @@ void AddWatchCommand(CommandLine& line) {
   command.Footer(
       "Waits for the service, links again when it has left, and opens the ports again.\n"
       "Keys: s statistics, q quit, h help.");
-  command.Runs([&line, options] { return Watch(line.Common(), *options).Run(); });
+  command.Runs([&common, options] { return Watch(common, *options).Run(); });
 }
+
+const Registration kRegistration("watch", "Open ports and show what comes, until Ctrl-C", Add);
+
+}  // namespace

@@ -10,7 +10,7 @@
 #include <optional>
 #include <vector>
 
-#include "Commands.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "Input.h"
 #include "link/Loop.h"
@@ -50,11 +50,11 @@ Millis LingerFor(uint64_t written) {
 
 class Write {
  public:
-  Write(const Settings& commonSettings, const Options& commandOptions)
-      : settings(commonSettings),
+  Write(const CommonOptions& commonOptions, const Options& commandOptions)
+      : common(commonOptions),
         options(commandOptions),
         port(PortToOpen(options.port)),
-        client(settings.ForClient()),
+        client(common.ForClient()),
         writer(client, port, options.blocks) {}
 
   int Run() {
@@ -126,7 +126,7 @@ class Write {
   relay::Error WithProgress(const relay::Error& error) const {
     const std::string reason = error.Kind() == relay::ErrorKind::kNoAnswer
                                    ? port.Text() + ": no progress within " +
-                                         std::to_string(settings.ForClient().replyTimeout.count()) +
+                                         std::to_string(common.ForClient().replyTimeout.count()) +
                                          " ms"
                                    : error.what();
     return {error.Kind(), reason + "; the service had taken " + Taken(), error.Code()};
@@ -223,12 +223,12 @@ class Write {
   void Report() const {
     const uint64_t bytes = writer.Confirmed();
     PrintLine(
-        settings.json
+        common.json
             ? JsonLine().Add("event", "taken").Add("port", port.Text()).Add("bytes", bytes).Text()
             : port.Text() + ": " + std::to_string(bytes) + " bytes taken by the service");
   }
 
-  const Settings& settings;
+  const CommonOptions& common;
   const Options& options;
   const relay::Port port;
   relay::Client client;
@@ -246,11 +246,8 @@ class Write {
   std::optional<Clock::time_point> nextProgress;
 };
 
-}  // namespace
-
-void AddWriteCommand(CommandLine& line) {
+void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  SubCommand& command = line.Add("write", "Open a port, write to it, and leave");
   command.Argument("PORT", options->port, "A name, as '#PhysicalPort0'");
   command.Arguments("TEXT", options->texts,
                     "What to write, with \\n \\r \\t \\e \\0 \\\\ \\xHH; else standard input",
@@ -262,5 +259,9 @@ void AddWriteCommand(CommandLine& line) {
   command.Option("--linger", options->linger, "SECONDS",
                  "Stay so long after the last byte, as leaving closes the port and drops what the "
                  "line has not sent yet; else what the line needs at 9600 baud");
-  command.Runs([&line, options] { return Write(line.Common(), *options).Run(); });
+  command.Runs([&common, options] { return Write(common, *options).Run(); });
 }
+
+const Registration kRegistration("write", "Open a port, write to it, and leave", Add);
+
+}  // namespace

@@ -3,15 +3,15 @@
 
 #include "serial/PortNameResolver.h"
 
-Machine Machine::Now(std::optional<uint16_t> port) {
+Machine Machine::Now(std::optional<uint16_t> relayPort) {
   Machine machine;
-  machine.service = FindService(machine.processes, port);
+  machine.service = FindService(machine.processes, relayPort);
   machine.configuration = ReadConfigurationOf(machine.service);
   machine.udev = UdevSnapshot::Take(machine.udevProblem);
   if (machine.service.process) {
     machine.activity =
         WatchService(machine.processes, *machine.service.process,
-                     port.value_or(static_cast<uint16_t>(machine.configuration.relayPort)));
+                     relayPort.value_or(static_cast<uint16_t>(machine.configuration.relayPort)));
   }
   return machine;
 }

@@ -27,18 +27,18 @@ struct Machine {
   std::vector<std::string> ruleFolders = {"/etc/udev/rules.d", "/run/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
 
-  // `port`: where the service should listen that is meant, if there are several.
+  // `relayPort`: where the service should listen that is meant, if there are several.
   ServiceActivity activity;  // nothing when no service runs
 
-  static Machine Now(std::optional<uint16_t> port);
+  static Machine Now(std::optional<uint16_t> relayPort);
 };
 
 // The node that a name leads to on this machine; empty: none.
 std::string NodeOf(const Machine& machine, const std::string& name);
 
-// The service: who listens, which peer is connected, and what it needs of the system. `port`: where
-// it should listen.
-Report ExamineService(const Machine& machine, uint16_t port);
+// The service: who listens, which peer is connected, and what it needs of the system. `relayPort`:
+// where it should listen.
+Report ExamineService(const Machine& machine, uint16_t relayPort);
 
 // One port by its name. `mayOpen`: the line's counters are read also when nobody has the port open.
 Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen);

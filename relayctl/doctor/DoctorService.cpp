@@ -71,12 +71,12 @@ void ExamineListener(const Machine& machine, const TcpSocket& listener, Report& 
 }
 
 // One that a process has is served; those that nobody has wait in the kernel's queue.
-void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t port,
+void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t relayPort,
                   Report& report) {
   std::vector<TcpSocket> links;
   std::copy_if(sockets.begin(), sockets.end(), std::back_inserter(links),
-               [port](const TcpSocket& socket) {
-                 return socket.localPort == port && socket.state == kTcpEstablished;
+               [relayPort](const TcpSocket& socket) {
+                 return socket.localPort == relayPort && socket.state == kTcpEstablished;
                });
   const auto served = std::stable_partition(links.begin(), links.end(),
                                             [](const TcpSocket& link) { return link.inode != 0; });
@@ -94,13 +94,14 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
 }
 
 // The kernel gives local ports to connections from a range that may hold the relay port.
-void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sockets, uint16_t port,
-                      Report& report) {
-  const auto borrower = std::find_if(sockets.begin(), sockets.end(), [port](const TcpSocket& one) {
-    return one.localPort == port && one.localAddress == kLoopback && one.inode != 0;
-  });
+void ExamineBorrowers(const Machine& machine, const std::vector<TcpSocket>& sockets,
+                      uint16_t relayPort, Report& report) {
+  const auto borrower =
+      std::find_if(sockets.begin(), sockets.end(), [relayPort](const TcpSocket& one) {
+        return one.localPort == relayPort && one.localAddress == kLoopback && one.inode != 0;
+      });
   if (borrower != sockets.end()) {
-    const std::string text = std::to_string(port);
+    const std::string text = std::to_string(relayPort);
     report.Fault("the service cannot listen: the kernel has given port " + text +
                      " to a connection of " + NamesOf(machine.processes.OwnersOf(borrower->inode)),
                  "end that, and reserve the port: sysctl net.ipv4.ip_local_reserved_ports=" + text);
@@ -129,23 +130,23 @@ void ExamineDumpFile(const RunningService& service, Report& report) {
 
 }  // namespace
 
-Report ExamineService(const Machine& machine, uint16_t port) {
+Report ExamineService(const Machine& machine, uint16_t relayPort) {
   Report report{"service"};
   ExamineConfiguration(machine.configuration, report);
-  report.Fact("relay port", port);
+  report.Fact("relay port", relayPort);
   ExamineView(machine.service, report);
   const std::vector<TcpSocket> sockets = machine.processes.TcpSockets();
   const auto listener = std::find_if(sockets.begin(), sockets.end(), [&](const TcpSocket& socket) {
-    return socket.state == kTcpListening && socket.localPort == port &&
+    return socket.state == kTcpListening && socket.localPort == relayPort &&
            (socket.localAddress == kLoopback || socket.localAddress == INADDR_ANY);
   });
   if (listener != sockets.end()) {
     ExamineListener(machine, *listener, report);
-    ExaminePeers(machine, sockets, port, report);
+    ExaminePeers(machine, sockets, relayPort, report);
   } else {
-    report.Fault("nothing listens on 127.0.0.1:" + std::to_string(port),
+    report.Fault("nothing listens on 127.0.0.1:" + std::to_string(relayPort),
                  "start the service: systemctl start serial-port-handler");
-    ExamineBorrowers(machine, sockets, port, report);
+    ExamineBorrowers(machine, sockets, relayPort, report);
   }
   ExamineActivity(machine, report);
   if (!machine.udevProblem.empty()) {

@@ -6,8 +6,8 @@
 #include "link/Silence.h"
 #include "show/Output.h"
 
-LinkNotices::LinkNotices(uint16_t port, Teller noticeTeller)
-    : servicePort(port), teller(std::move(noticeTeller)) {}
+LinkNotices::LinkNotices(uint16_t servicePort, Teller noticeTeller)
+    : relayPort(servicePort), teller(std::move(noticeTeller)) {}
 
 void LinkNotices::Attach(relay::Events& events) {
   silentAt = relay::Clock::now() + kSilence;
@@ -36,7 +36,7 @@ void LinkNotices::OnConnected() { trouble.reset(); }
 
 void LinkNotices::Remind() {
   silentAt.reset();
-  const std::string text = SilenceText(servicePort);
+  const std::string text = SilenceText(relayPort);
   if (text != std::exchange(silence, text)) {
     teller({"silent", "", text});
   }
@@ -46,7 +46,7 @@ void LinkNotices::MustHaveLinked() const {
   if (!wasLinked) {
     throw trouble ? *trouble
                   : relay::Error(relay::ErrorKind::kNoAnswer,
-                                 "no answer from 127.0.0.1:" + std::to_string(servicePort));
+                                 "no answer from 127.0.0.1:" + std::to_string(relayPort));
   }
 }
 
@@ -57,7 +57,7 @@ void LinkNotices::OnDisconnected(const relay::Error& reason) {
     teller({"lost", "", reason.what()});
   }
   if (isLinked || !waitsAlready) {
-    teller({"waiting", "", "waiting for the service on 127.0.0.1:" + std::to_string(servicePort)});
+    teller({"waiting", "", "waiting for the service on 127.0.0.1:" + std::to_string(relayPort)});
   }
   isLinked = false;
   waitsAlready = true;
@@ -70,7 +70,7 @@ void LinkNotices::OnReply(const relay::Reply& reply) {
     isLinked = true;
     wasLinked = true;
     silence.clear();
-    teller({"linked", "", "linked to 127.0.0.1:" + std::to_string(servicePort)});
+    teller({"linked", "", "linked to 127.0.0.1:" + std::to_string(relayPort)});
   }
   const auto known = lastStatus.find(reply.port);
   if (reply.command != kCommandOpen ||

@@ -19,7 +19,7 @@ class LinkNotices {
   };
   using Teller = std::function<void(const Notice&)>;
 
-  LinkNotices(uint16_t port, Teller noticeTeller);
+  LinkNotices(uint16_t servicePort, Teller noticeTeller);
 
   // Adds its own to what the events do already. Comes right in front of the client's Start.
   void Attach(relay::Events& events);
@@ -36,7 +36,7 @@ class LinkNotices {
   void OnDisconnected(const relay::Error& reason);
   void OnReply(const relay::Reply& reply);
 
-  const uint16_t servicePort;
+  const uint16_t relayPort;
   const Teller teller;
   bool isLinked = false;
   bool waitsAlready = false;

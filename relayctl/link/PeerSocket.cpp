@@ -18,20 +18,20 @@ namespace {
 
 constexpr size_t kPiece = 65536;
 
-int Listen(uint16_t port) {
+int Listen(uint16_t tcpPort) {
   const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   const int on = 1;
   (void)setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_port = htons(port);
+  address.sin_port = htons(tcpPort);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (socket == -1 || bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) ||
       listen(socket, 1) != 0) {
     const int error = errno;
     (void)close(socket);
     throw relay::Error(relay::ErrorKind::kSystem,
-                       "cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
+                       "cannot listen on 127.0.0.1:" + std::to_string(tcpPort) + ": " +
                            std::generic_category().message(error),
                        error);
   }
@@ -40,7 +40,7 @@ int Listen(uint16_t port) {
 
 }  // namespace
 
-PeerSocket::PeerSocket(uint16_t port) : listening(Listen(port)) {}
+PeerSocket::PeerSocket(uint16_t tcpPort) : listening(Listen(tcpPort)) {}
 
 PeerSocket::~PeerSocket() {
   Drop();

@@ -12,7 +12,7 @@
 class PeerSocket {
  public:
   // Throws relay::Error when the port cannot be had.
-  explicit PeerSocket(uint16_t port);
+  explicit PeerSocket(uint16_t tcpPort);
   ~PeerSocket();
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;

@@ -10,9 +10,9 @@
 namespace {
 
 // A link that the service has taken. One that it has not taken yet has no inode.
-bool IsLink(const TcpSocket& socket, uint16_t port) {
-  return socket.localPort == port && socket.localAddress == INADDR_LOOPBACK && socket.inode != 0 &&
-         (socket.state == kTcpEstablished || socket.state == kTcpPeerHasLeft);
+bool IsLink(const TcpSocket& socket, uint16_t relayPort) {
+  return socket.localPort == relayPort && socket.localAddress == INADDR_LOOPBACK &&
+         socket.inode != 0 && (socket.state == kTcpEstablished || socket.state == kTcpPeerHasLeft);
 }
 
 // Who has the other end, unless it is the calling process, or nobody any more.
@@ -30,10 +30,10 @@ std::optional<ProcessSearch> HolderOf(const TcpSocket& link, const std::vector<T
 
 }  // namespace
 
-std::string WhyNoAnswer(const ProcessTable& processes, uint16_t port) {
+std::string WhyNoAnswer(const ProcessTable& processes, uint16_t relayPort) {
   const std::vector<TcpSocket> sockets = processes.TcpSockets();
   for (const TcpSocket& socket : sockets) {
-    if (!IsLink(socket, port)) {
+    if (!IsLink(socket, relayPort)) {
       continue;
     }
     if (const std::optional<ProcessSearch> holder = HolderOf(socket, sockets, processes)) {
@@ -43,7 +43,7 @@ std::string WhyNoAnswer(const ProcessTable& processes, uint16_t port) {
   return "the service does not answer; relayctl doctor tells more";
 }
 
-std::string SilenceText(uint16_t port) {
-  return "no answer from 127.0.0.1:" + std::to_string(port) +
-         " yet: " + WhyNoAnswer(ProcessTable(), port);
+std::string SilenceText(uint16_t relayPort) {
+  return "no answer from 127.0.0.1:" + std::to_string(relayPort) +
+         " yet: " + WhyNoAnswer(ProcessTable(), relayPort);
 }

@@ -33,9 +33,9 @@ class VariableScope {
   std::optional<std::string> before;
 };
 
-bool ListensOn(const ProcessTable& processes, const Process& process, uint16_t port) {
+bool ListensOn(const ProcessTable& processes, const Process& process, uint16_t relayPort) {
   for (const TcpSocket& socket : processes.TcpSockets()) {
-    if (socket.state == kTcpListening && socket.localPort == port) {
+    if (socket.state == kTcpListening && socket.localPort == relayPort) {
       const std::vector<Process> owners = processes.OwnersOf(socket.inode).found;
       return std::any_of(owners.begin(), owners.end(),
                          [&](const Process& owner) { return owner.pid == process.pid; });
@@ -69,16 +69,16 @@ std::string RunningService::PathOf(const std::string& path) const {
   return isSame ? path : through;
 }
 
-RunningService FindService(const ProcessTable& processes, std::optional<uint16_t> port) {
+RunningService FindService(const ProcessTable& processes, std::optional<uint16_t> relayPort) {
   RunningService service;
   std::vector<Process> all = processes.Named(kServiceShortName);
   std::erase_if(all, [&](const Process& one) { return !processes.IsReachable(one.pid); });
   if (all.empty()) {
     return service;
   }
-  if (port && all.size() > 1) {
+  if (relayPort && all.size() > 1) {
     const auto asked = std::find_if(all.begin(), all.end(), [&](const Process& one) {
-      return ListensOn(processes, one, *port);
+      return ListensOn(processes, one, *relayPort);
     });
     std::rotate(all.begin(), asked != all.end() ? asked : all.begin(), all.end());
   }

@@ -23,9 +23,9 @@ struct RunningService {
   std::string PathOf(const std::string& path) const;
 };
 
-// Of several, the one that listens on `port`, else the oldest. Those of other network namespaces do
-// not count, where that can be seen: nobody reaches them from here.
-RunningService FindService(const ProcessTable& processes, std::optional<uint16_t> port);
+// Of several, the one that listens on `relayPort`, else the oldest. Those of other network
+// namespaces do not count, where that can be seen: nobody reaches them from here.
+RunningService FindService(const ProcessTable& processes, std::optional<uint16_t> relayPort);
 
 // What libvost tells the service; what it tells the calling process when no service runs, or none
 // that may be looked into.

@@ -224,7 +224,8 @@ std::vector<Process> LongSearches(const ProcessTable& processes, pid_t service) 
 
 }  // namespace
 
-ServiceActivity WatchService(const ProcessTable& processes, const Process& service, uint16_t port) {
+ServiceActivity WatchService(const ProcessTable& processes, const Process& service,
+                             uint16_t relayPort) {
   const std::string folder = processes.FolderOf(service.pid);
   const auto begin = Clock::now();
   std::vector<Look> looks = {LookAt(processes, folder)};
@@ -244,7 +245,7 @@ ServiceActivity WatchService(const ProcessTable& processes, const Process& servi
     }
   }
   for (const TcpSocket& socket : looks.front().sockets) {
-    if (socket.localPort != port || socket.localAddress != INADDR_LOOPBACK ||
+    if (socket.localPort != relayPort || socket.localAddress != INADDR_LOOPBACK ||
         socket.state == kTcpListening) {
       continue;
     }

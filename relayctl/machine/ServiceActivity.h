@@ -43,4 +43,5 @@ struct ServiceActivity {
 };
 
 // Takes a second.
-ServiceActivity WatchService(const ProcessTable& processes, const Process& service, uint16_t port);
+ServiceActivity WatchService(const ProcessTable& processes, const Process& service,
+                             uint16_t relayPort);

@@ -21,8 +21,8 @@ constexpr size_t kMostAtAll = size_t{1} << 24;
 
 }  // namespace
 
-PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path)
-    : port(std::move(servicePort)),
+PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path)
+    : port(std::move(portToOpen)),
       link(std::move(path)),
       // Standard output has the pseudo-terminal's path alone.
       notices(options.port, [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); }),

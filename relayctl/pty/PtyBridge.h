@@ -20,7 +20,7 @@ class Loop;
 class PtyBridge {
  public:
   // `path`: PseudoTerminal's link.
-  PtyBridge(const relay::ClientOptions& options, relay::Port servicePort, std::string path);
+  PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path);
 
   // Until a signal asks for the end, which it gives. Throws what PseudoTerminal throws. `loop` must
   // outlive the object, and serves nothing else.

@@ -37,9 +37,9 @@ void WriteWhole(std::string_view text) {
 
 }  // namespace
 
-TerminalSession::TerminalSession(const relay::ClientOptions& linkOptions, relay::Port servicePort,
+TerminalSession::TerminalSession(const relay::ClientOptions& linkOptions, relay::Port portToOpen,
                                  const TerminalOptions& terminalOptions)
-    : port(std::move(servicePort)),
+    : port(std::move(portToOpen)),
       options(terminalOptions),
       notices(linkOptions.port, [this](const LinkNotices::Notice& notice) { Say(notice.text); }),
       client(Lasting(linkOptions)),

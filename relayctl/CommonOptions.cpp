@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Settings.h"
+#include "CommonOptions.h"
 
 #include "machine/RunningService.h"
 
@@ -11,19 +11,19 @@ relay::Millis FromSeconds(double seconds) {
 
 }  // namespace
 
-uint16_t Settings::Port() const {
-  return givenPort != 0 ? static_cast<uint16_t>(givenPort) : RelayPortByConfiguration();
+uint16_t CommonOptions::RelayPort() const {
+  return givenRelayPort != 0 ? static_cast<uint16_t>(givenRelayPort) : RelayPortByConfiguration();
 }
 
-void Settings::RefuseJson(const std::string& command) const {
+void CommonOptions::RefuseJson(const std::string& command) const {
   if (json) {
     throw relay::Error(relay::ErrorKind::kUsage, command + ": has nothing to print as JSON");
   }
 }
 
-relay::ClientOptions Settings::ForClient(bool reconnect) const {
+relay::ClientOptions CommonOptions::ForClient(bool reconnect) const {
   relay::ClientOptions options;
-  options.port = Port();
+  options.port = RelayPort();
   options.reconnect = reconnect;
   options.patience = FromSeconds(patience);
   options.replyTimeout = reconnect ? relay::Millis(0) : FromSeconds(timeout);

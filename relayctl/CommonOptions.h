@@ -6,14 +6,14 @@
 #include "relay/Client.h"
 
 // The options that every command has.
-struct Settings {
-  unsigned givenPort = 0;  // 0: none was given
+struct CommonOptions {
+  unsigned givenRelayPort = 0;  // 0: none was given
   bool json = false;
   double timeout = 10;  // seconds; for an answer of the service
   double patience = 2;  // seconds; for a service that does not listen yet
 
   // The port that was given; else that of the service's configuration, as it is now.
-  uint16_t Port() const;
+  uint16_t RelayPort() const;
 
   // For a command that prints none: throws kUsage when it was asked for.
   void RefuseJson(const std::string& command) const;
