@@ -6,20 +6,15 @@ from __future__ import annotations
 import dataclasses
 import os
 import pathlib
+import re
 
 SCRATCH = pathlib.Path("/tmp/bench")  # in the sandbox's own /tmp, which is kept in memory
 FIRST_TCP_PORT = 60004
 SIX_PORTS = 6
 
 # Where the service looks for the adapter of each USB port.
-PLACES = (
-    "0000:00:1d.2/usb4/4-1",
-    "0000:00:1d.2/usb4/4-2",
-    "0000:00:1d.1/usb3/3-2",
-    "0000:00:1d.0/usb2/2-2",
-    "0000:00:1d.1/usb3/3-1",
-    "0000:00:1d.0/usb2/2-1",
-)
+CHECKOUT = pathlib.Path(__file__).resolve().parents[2]
+PLACES = re.findall(r'"(/devices/.+)"', (CHECKOUT / "src/serial/UsbPlaces.h").read_text())
 
 
 @dataclasses.dataclass(frozen=True)
@@ -82,9 +77,9 @@ def six_adapters() -> str:
     ids = ("E: ID_BUS=usb\nE: ID_MODEL=USB_SERIAL\nE: ID_MODEL_ID=6001\nE: ID_VENDOR=MAKER\n"
            "E: ID_VENDOR_ID=0403\n\n")
     return "".join(
-        f"P: /devices/pci0000:00/{place}/{place[-3:]}:1.0/ttyUSB{index}/tty/ttyUSB{index}\n"
+        f"P: {place}/{place[-3:]}:1.0/ttyUSB{index}/tty/ttyUSB{index}\n"
         f"N: ttyUSB{index}\nE: DEVNAME=/dev/ttyUSB{index}\n{ids}"
-        for index, place in enumerate(PLACES))
+        for index, place in enumerate(PLACES[:SIX_PORTS]))
 
 
 def use_database(path: pathlib.Path) -> None:

@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "serial/UdevScanner.h"
+
 DatabaseInMemory::DatabaseInMemory(const std::string& text)
     : content(text), stream(fmemopen(content.data(), content.size(), "r")) {
   if (stream == nullptr) {
@@ -41,7 +43,7 @@ namespace {
 
 std::string GeneratedRecord(int number) {
   const std::string name = "event" + std::to_string(number);
-  return "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1/4-1." + std::to_string(number) + "/input/" +
+  return std::string("P: ") + UsbPortPlace(0) + "/4-1." + std::to_string(number) + "/input/" +
          name + "\nN: input/" + name + "\nL: 0\nE: DEVPATH=/devices/" + name +
          "\nE: DEVNAME=/dev/input/" + name +
          "\nE: MAJOR=13\nE: MINOR=64\nE: SUBSYSTEM=input\nE: USEC_INITIALIZED=1234567\n"

@@ -57,6 +57,10 @@ void DescribeAdapter(const Machine& machine, const std::string& node, Report& re
   }
 }
 
+std::string UsbNames() {
+  return "#USBSerialPort0 to #USBSerialPort" + std::to_string(kUsbPortCount - 1);
+}
+
 // The node that the name leads to; empty when there is none, which is then reported.
 std::string Resolve(const Machine& machine, Report& report) {
   const std::optional<int> index = UsbPortIndexOf(report.subject);
@@ -64,14 +68,14 @@ std::string Resolve(const Machine& machine, Report& report) {
     std::string node = ResolvePortName(report.subject);
     if (node.empty()) {
       report.Fault("the name leads to no device: an open is answered with status 2",
-                   "names are #PhysicalPort0 and #USBSerialPort0 to #USBSerialPort5");
+                   "names are #PhysicalPort0 and " + UsbNames());
     }
     return node;
   }
   const char* const place = UsbPortPlace(*index);
   if (place == nullptr) {
     report.Fault("there is no such place: an open is answered with status 2",
-                 "names are #USBSerialPort0 to #USBSerialPort" + std::to_string(kUsbPortCount - 1));
+                 "names are " + UsbNames());
     return "";
   }
   report.Fact("row", *index);

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -26,13 +25,6 @@ constexpr std::string_view kUsbBus = "usb";
 
 // Longer lines are read in pieces of this size, each taken for a line.
 constexpr size_t kLineSize = 1022;
-
-// Port number to the path of the USB connector that it stands for.
-constexpr std::array<const char*, kUsbPortCount> kTopology = {
-    "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/devices/pci0000:00/0000:00:1d.2/usb4/4-2",
-    "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/devices/pci0000:00/0000:00:1d.0/usb2/2-2",
-    "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/devices/pci0000:00/0000:00:1d.0/usb2/2-1",
-};
 
 struct PropertyKey {
   std::string_view key;
@@ -213,7 +205,7 @@ int FindDeviceByPortIndex(FILE* database, int index, char* devName) {
 }
 
 const char* UsbPortPlace(int index) {
-  return index >= 0 && index < kUsbPortCount ? kTopology[static_cast<size_t>(index)] : nullptr;
+  return index >= 0 && index < kUsbPortCount ? kUsbPlaces[static_cast<size_t>(index)] : nullptr;
 }
 
 int FindDeviceByIds(unsigned vendorId, unsigned productId, UdevRecord* record) {

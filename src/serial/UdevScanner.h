@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "serial/UsbPlaces.h"
+
 constexpr int kDeviceFound = 1;
 constexpr int kDeviceNotFound = 0;
 constexpr int kDeviceSearchInvalid = -1;
@@ -41,7 +43,7 @@ class CDeviceDatabase {
   CDeviceDatabase& operator=(const CDeviceDatabase&) = delete;
 };
 
-// The node of the adapter at the fixed place in the USB topology that is port `index`, 0 to 5.
+// The node of the adapter at the fixed place in the USB topology that is port `index`.
 // kDeviceFound and the node in `devName`, which holds kDevNameSize bytes; kDeviceNotFound, also
 // when the node's name is too long for that; kDeviceSearchInvalid for an index outside the
 // topology or a null `devName`.
@@ -51,9 +53,7 @@ int FindDeviceByPortIndex(int index, char* devName);
 // tools that look beside the running service, whose file they must not touch.
 int FindDeviceByPortIndex(std::FILE* database, int index, char* devName);
 
-// How many places of the USB topology are ports, and the place of port `index`, 0 to 5, as a device
-// path ("/devices/..."); nullptr outside the topology.
-constexpr int kUsbPortCount = 6;
+// The place of port `index` as a device path ("/devices/..."); nullptr outside the topology.
 const char* UsbPortPlace(int index);
 
 // The first adapter with these USB ids. kDeviceFound and its record in `record`; kDeviceNotFound;

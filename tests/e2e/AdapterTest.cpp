@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "e2e/ServiceTest.h"
+#include "serial/UsbPlaces.h"
 
 namespace {
 
@@ -12,7 +13,7 @@ class TopologyTest : public ServiceTest, public testing::WithParamInterface<unsi
 TEST_P(TopologyTest, EachUsbPortLeadsToTheAdapterAtItsPlace) {
   const std::string number = std::to_string(GetParam());
   configuration.Port("#USBSerialPort" + number, "9600 8 none 1 none");
-  for (unsigned port = 0; port < 6; ++port) {
+  for (unsigned port = 0; port < kUsbPortCount; ++port) {
     udev.AddAdapterAtPort(port, "/dev/ttyUSB" + std::to_string(9 - port));
   }
   device = std::make_unique<Device>("/dev/ttyUSB" + std::to_string(9 - GetParam()));
@@ -25,7 +26,7 @@ TEST_P(TopologyTest, EachUsbPortLeadsToTheAdapterAtItsPlace) {
   EXPECT_EQ(1U, UdevDatabase::Runs());
 }
 
-INSTANTIATE_TEST_SUITE_P(Ports, TopologyTest, testing::Range(0U, 6U));
+INSTANTIATE_TEST_SUITE_P(Ports, TopologyTest, testing::Range(0U, unsigned{kUsbPortCount}));
 
 TEST_F(ServiceTest, AnAdapterPluggedInLaterIsFoundByTheNextOpen) {
   configuration.Port("#USBSerialPort0", "9600 8 none 1 none");

@@ -80,14 +80,14 @@ TEST_F(ServiceTest, OpeningAPortWithAnIncompleteConfigurationIsAnsweredWithStatu
 TEST_F(ServiceTest, OpeningANameThatLeadsToNoDeviceIsAnsweredWithStatus2) {
   configuration.Port("#PhysicalPort1", "9600 8 none 1 none");
   configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
-  configuration.Port("#USBSerialPort6", "9600 8 none 1 none");
+  configuration.Port("#USBSerialPort99", "9600 8 none 1 none");
   StartLinked();
   EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort1' 0002"),
             relay->Answer("0014 01 02 000E '#PhysicalPort1'"));
   EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0002"),
             relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
-  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort6' 0002"),
-            relay->Answer("0015 01 02 000F '#USBSerialPort6'"));
+  EXPECT_EQ(Wire("0018 01 02 0010 '#USBSerialPort99' 0002"),
+            relay->Answer("0016 01 02 0010 '#USBSerialPort99'"));
   EXPECT_EQ(3U, LogFile::Count(kNoPath));
 }
 

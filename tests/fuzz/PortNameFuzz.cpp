@@ -6,20 +6,16 @@
 #include "Check.h"
 #include "DatabaseInMemory.h"
 #include "serial/PortNameResolver.h"
+#include "serial/UdevScanner.h"
 
 namespace {
 
-constexpr const char* kPaths[] = {
-    "0000:00:1d.2/usb4/4-1", "0000:00:1d.2/usb4/4-2", "0000:00:1d.1/usb3/3-2",
-    "0000:00:1d.0/usb2/2-2", "0000:00:1d.1/usb3/3-1", "0000:00:1d.0/usb2/2-1",
-};
-
-std::string SixAdapters() {
+std::string AllAdapters() {
   std::string text;
-  for (int i = 0; i < 6; ++i) {
-    text += "P: /devices/pci0000:00/" + std::string(kPaths[i]) + "/tty/ttyUSB" + std::to_string(i) +
-            "\nN: ttyUSB" + std::to_string(i) + "\nE: DEVNAME=/dev/ttyUSB" + std::to_string(i) +
-            "\nE: ID_BUS=usb\n\n";
+  for (int i = 0; i < kUsbPortCount; ++i) {
+    const std::string name = "ttyUSB" + std::to_string(i);
+    text += std::string("P: ") + UsbPortPlace(i) + "/tty/" + name + "\nN: " + name +
+            "\nE: DEVNAME=/dev/" + name + "\nE: ID_BUS=usb\n\n";
   }
   return text;
 }
@@ -37,7 +33,7 @@ std::string Expected(const std::string& name) {
     return number == 0 ? "/dev/ttyS2" : "";
   }
   if (Matches("#USBSerialPort%u%n", name, number)) {
-    return number < 6 ? "/dev/ttyUSB" + std::to_string(number) : "";
+    return number < kUsbPortCount ? "/dev/ttyUSB" + std::to_string(number) : "";
   }
   return "";
 }
@@ -45,7 +41,7 @@ std::string Expected(const std::string& name) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const std::string database = SixAdapters();
+  static const std::string database = AllAdapters();
   SetDatabase(reinterpret_cast<const uint8_t*>(database.data()), database.size());
   const std::string text(data, data + size);
   const bool overflows = text.find_first_of("0123456789") != std::string::npos &&

@@ -198,7 +198,7 @@ class Machine:
 
     def start_service(self, ports: dict[str, str] | None = None, prefix: str = "") -> None:
         """Under its supervisor, a shell loop. `ports`: the lines of a section for each name."""
-        names = [f"#USBSerialPort{n}" for n in range(6)] + ["#PhysicalPort0"]
+        names = [f"#USBSerialPort{n}" for n in range(len(PLACES))] + ["#PhysicalPort0"]
         self.configure({name: settings() for name in names} | (ports or {}))
         self.run(f"PREFIX='{prefix}' setsid supervise >/dev/null 2>&1 &")
         self.waits_for_listen(1)

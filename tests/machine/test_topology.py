@@ -31,7 +31,7 @@ def test_each_name_leads_to_its_place_in_whatever_order_adapters_came(
     for name, adapter in zip(USB_PORTS, ADAPTERS):
         leads_to(relay, name, machine, adapter)
     nodes = machine.service_out("OPEN")
-    assert sorted(nodes) == [f"[/dev/ttyUSB{number}]" for number in range(6)]
+    assert sorted(nodes) == [f"[/dev/ttyUSB{number}]" for number in range(len(PLACES))]
 
 
 def test_a_name_leads_to_an_adapter_behind_a_hub_at_its_place(machine: Machine) -> None:

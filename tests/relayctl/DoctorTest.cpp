@@ -13,6 +13,7 @@
 #include "doctor/DoctorHang.h"
 #include "e2e/support/Device.h"
 #include "e2e/support/Workplace.h"
+#include "serial/UsbPlaces.h"
 
 namespace {
 
@@ -134,7 +135,7 @@ TEST_F(DoctorTest, SaysWhichSettingIsMissingOrUnknown) {
 TEST_F(DoctorTest, SaysThatANameLeadsNowhere) {
   EXPECT_HAS(Port("COM1"), "the name leads to no device");
   EXPECT_HAS(Port("#PhysicalPort1"), "the name leads to no device");
-  EXPECT_HAS(Port("#USBSerialPort6"), "there is no such place");
+  EXPECT_HAS(Port("#USBSerialPort" + std::to_string(kUsbPortCount)), "there is no such place");
   EXPECT_HAS(Port("#USBSerialPort99999999999"), "there is no such place");
 }
 

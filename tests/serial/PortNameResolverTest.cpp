@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(
                     NameCase{"Port3", "#USBSerialPort3", "/dev/ttyUSB1"},
                     NameCase{"Port4", "#USBSerialPort4", "/dev/ttyUSB2"},
                     NameCase{"Port5", "#USBSerialPort5", "/dev/ttyUSB0"},
-                    NameCase{"Port6IsOutOfRange", "#USBSerialPort6", ""},
+                    NameCase{"Port99IsOutOfRange", "#USBSerialPort99", ""},
                     NameCase{"Minus1IsOutOfRange", "#USBSerialPort-1", ""},
                     NameCase{"Port4294967296LeadsNowhere", "#USBSerialPort4294967296", ""},
                     NameCase{"Port4294967295LeadsNowhere", "#USBSerialPort4294967295", ""},

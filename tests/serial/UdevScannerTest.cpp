@@ -44,6 +44,16 @@ struct Place {
   const char* realNode;  // in the database of six adapters
 };
 
+constexpr Place kPlaces[] = {
+    {0, "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/dev/ttyUSB4"},
+    {1, "/devices/pci0000:00/0000:00:1d.2/usb4/4-2", "/dev/ttyUSB5"},
+    {2, "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/dev/ttyUSB3"},
+    {3, "/devices/pci0000:00/0000:00:1d.0/usb2/2-2", "/dev/ttyUSB1"},
+    {4, "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/dev/ttyUSB2"},
+    {5, "/devices/pci0000:00/0000:00:1d.0/usb2/2-1", "/dev/ttyUSB0"},
+};
+static_assert(std::size(kPlaces) == kUsbPortCount, "each place has its row here");
+
 void PrintTo(const Place& test, std::ostream* stream) { *stream << test.path; }
 
 class UdevTopologyTest : public UdevScannerTest, public testing::WithParamInterface<Place> {};
@@ -51,7 +61,7 @@ class UdevTopologyTest : public UdevScannerTest, public testing::WithParamInterf
 TEST_P(UdevTopologyTest, IsTheAdapterBelowItsConnectorAlone) {
   const std::string elsewhere = Record("/devices/pci0000:00/0000:00:1d.9/usb9/9-1", "/dev/other");
   Dump(elsewhere + Record(std::string(GetParam().path) + "/tty/ttyUSB9", "/dev/ttyUSB9"));
-  for (int index = 0; index < 6; ++index) {
+  for (int index = 0; index < kUsbPortCount; ++index) {
     EXPECT_EQ(index == GetParam().index ? "1 /dev/ttyUSB9" : "0 ", ByPlace(index)) << index;
   }
 }
@@ -77,20 +87,14 @@ TEST_P(UdevTopologyTest, IsFoundInADatabaseOfSixAdapters) {
   EXPECT_EQ(std::string("1 ") + GetParam().realNode, ByPlace(GetParam().index));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Port, UdevTopologyTest,
-    testing::Values(Place{0, "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/dev/ttyUSB4"},
-                    Place{1, "/devices/pci0000:00/0000:00:1d.2/usb4/4-2", "/dev/ttyUSB5"},
-                    Place{2, "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/dev/ttyUSB3"},
-                    Place{3, "/devices/pci0000:00/0000:00:1d.0/usb2/2-2", "/dev/ttyUSB1"},
-                    Place{4, "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/dev/ttyUSB2"},
-                    Place{5, "/devices/pci0000:00/0000:00:1d.0/usb2/2-1", "/dev/ttyUSB0"}),
-    [](const auto& test) { return "Connector" + std::to_string(test.param.index); });
+INSTANTIATE_TEST_SUITE_P(Port, UdevTopologyTest, testing::ValuesIn(kPlaces), [](const auto& test) {
+  return "Connector" + std::to_string(test.param.index);
+});
 
 TEST_F(UdevScannerTest, AnIndexOutsideTheTopologyIsInvalid) {
   Dump(RealDatabase("udev-db-six-adapters.txt"));
   EXPECT_EQ("-1 ", ByPlace(-1));
-  EXPECT_EQ("-1 ", ByPlace(6));
+  EXPECT_EQ("-1 ", ByPlace(kUsbPortCount));
 }
 
 TEST_F(UdevScannerTest, NoPlaceForTheNameOrTheRecordIsInvalid) {
@@ -201,7 +205,7 @@ TEST_F(UdevScannerTest, TheWholeRecordIsHandedOut) {
 
 TEST_F(UdevScannerTest, AnArmBoardsAdaptersAreAtNoKnownPlace) {
   Dump(RealDatabase("udev-db-arm-board.txt"));
-  for (int index = 0; index < 6; ++index) {
+  for (int index = 0; index < kUsbPortCount; ++index) {
     EXPECT_EQ("0 ", ByPlace(index)) << index;
   }
   EXPECT_EQ("1 /dev/ttyUSB0", ByIds(0x0403, 0x6001));

@@ -5,17 +5,12 @@
 #include <filesystem>
 
 #include "e2e/support/Workplace.h"
+#include "serial/UsbPlaces.h"
 
 namespace {
 
 constexpr const char* kDatabase = "/tmp/e2e/udev-database";
 constexpr const char* kRuns = "/tmp/e2e/udevadm-runs";
-
-constexpr const char* kPlaces[] = {
-    "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/devices/pci0000:00/0000:00:1d.2/usb4/4-2",
-    "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/devices/pci0000:00/0000:00:1d.0/usb2/2-2",
-    "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/devices/pci0000:00/0000:00:1d.0/usb2/2-1",
-};
 
 constexpr const char* kRootHub =
     "P: /devices/pci0000:00/0000:00:1d.0/usb2\n"
@@ -57,7 +52,7 @@ void UdevDatabase::AddAdapter(const std::string& place, const std::string& vendo
 
 void UdevDatabase::AddAdapterAtPort(unsigned port, const std::string& node,
                                     const std::string& vendorId, const std::string& productId) {
-  AddAdapter(kPlaces[port], vendorId, productId, node);
+  AddAdapter(kUsbPlaces.at(port), vendorId, productId, node);
 }
 
 void UdevDatabase::Clear() { Text(kRootHub); }

@@ -14,7 +14,7 @@ class UdevDatabase {
   void AddAdapter(const std::string& place, const std::string& vendorId,
                   const std::string& productId, const std::string& node);
 
-  // The same at the connector of #USBSerialPort`port`, 0 to 5.
+  // The same at the connector of #USBSerialPort`port`.
   void AddAdapterAtPort(unsigned port, const std::string& node,
                         const std::string& vendorId = "0403",
                         const std::string& productId = "6001");
