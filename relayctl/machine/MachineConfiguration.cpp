@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "core/RelayPort.h"
+#include "core/MachineSettings.h"
 #include "core/SettingWords.h"
 #include "machine/ConfigurationFile.h"
 #include "machine/LibraryLog.h"

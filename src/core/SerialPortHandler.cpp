@@ -2,20 +2,16 @@
 #include "core/SerialPortHandler.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <utility>
 
-#include "Linux/CancellationShield.h"
 #include "Linux/Command.h"
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
 #include "Linux/LogSource.h"
 #include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
-#include "core/RelayPort.h"
-#include "platform/Libvost.h"
 #include "protocol/PacketBuilder.h"
 #include "serial/SerialPort.h"
 
@@ -37,23 +33,6 @@ constexpr int kExitNoLink = 255;
 
 void LogLine(LogLevel level, const char* message, int line = __builtin_LINE()) {
   WriteLog(logModule.c_str(), kLogFile, line, logTag.c_str(), level, message);
-}
-
-// The platform library's texts are fixed buffers; one without a terminating zero ends at its end.
-std::string TextOf(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
-
-// What the platform library says, or the default when it says nothing.
-uint32_t RelayPort() {
-  KX_CONNECT_INFO info{};
-  return Libvost().getSystemConnectInfo(info) == 0 ? kDefaultRelayPort
-                                                   : RelayPortOf(TextOf(info.port));
-}
-
-// What the platform library says of a port; false: it knows none of that name.
-bool LookUpWords(const std::string& name, KX_SERIAL& words) {
-  std::string portId = name;
-  const CCancellationShield shield;
-  return Libvost().getSerialByPortID(words, portId.data()) != 0;
 }
 
 // A result that no port gives counts as done.
@@ -132,7 +111,7 @@ void SerialPortHandler::RequestStop() {
 }
 
 bool SerialPortHandler::OpenRelayConnection() {
-  const uint32_t port = RelayPort();
+  const uint32_t port = MachineSettings::RelayPort();
   SetRelay(CreateCommSocket(logModule, logTag));
   // Cleared before Listen, not after: a peer that leaves at once is reported before Listen returns.
   const bool requestedBefore = reconnectRequested.exchange(false);
@@ -251,18 +230,12 @@ Status SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallbac
     return kStatusUnavailable;
   }
   const std::shared_ptr<CSerialPortExport> port = CreateSerialPort(logModule, logTag);
-  KX_SERIAL words{};
-  if (!LookUpWords(name, words)) {
+  const std::optional<SerialSettings> settings = machine.SettingsOf(name);
+  if (!settings) {
     return kStatusNoPort;
   }
-  SerialSettings settings;
-  settings.baudRate = baudRates[TextOf(words.baud)];
-  settings.dataBits = dataBitsWords[TextOf(words.data)];
-  settings.parity = parityWords[TextOf(words.parity)];
-  settings.stopBits = stopBitsWords[TextOf(words.stop)];
-  settings.flowControl = flowControlWords[TextOf(words.flow)];
   port->DeferReceiving();
-  const int result = port->Open(name, callback, settings);
+  const int result = port->Open(name, callback, *settings);
   if (result == kOpened) {
     ports.Store(port);
   }

@@ -9,8 +9,8 @@
 
 #include "Linux/LinuxLock.h"
 #include "comm/CommSocketExport.h"
+#include "core/MachineSettings.h"
 #include "core/PortTable.h"
-#include "core/SettingWords.h"
 #include "protocol/CommandPacket.h"
 #include "protocol/WireFormat.h"
 #include "serial/SerialPortExport.h"
@@ -81,10 +81,5 @@ class SerialPortHandler {
 
   PortTable ports;
 
-  // Only for command handling, one command at a time.
-  WordTable baudRates = BaudRateWords();
-  WordTable dataBitsWords = DataBitsWords();
-  WordTable parityWords = ParityWords();
-  WordTable stopBitsWords = StopBitsWords();
-  WordTable flowControlWords = FlowControlWords();
+  MachineSettings machine;  // only for command handling, one command at a time
 };

@@ -2,7 +2,6 @@
 // What the service does with each command and with received data, between a relay and ports that
 // the test plays. Ports are named "A" and "B".
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <future>
 #include <stdexcept>
@@ -121,13 +120,6 @@ TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnope
   EXPECT_TRUE(IsReleased(0));
 }
 
-// The stop cancels a thread that does not end. Inside the library it would leave a file open, or
-// end the process from a destructor.
-TEST_F(CommandHandlingTest, APortIsLookedUpWithCancellationPutOff) {
-  (void)Answer(kOpenA);
-  EXPECT_EQ(PTHREAD_CANCEL_DISABLE, world.cancelState);
-}
-
 TEST_F(CommandHandlingTest, ASecondOpenIsStatus3AndTheFirstPortStaysUnchanged) {
   (void)Answer(kOpenA);
   EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
@@ -148,17 +140,6 @@ TEST_F(CommandHandlingTest, SettingWordsReachThePort) {
   EXPECT_EQ(2U, settings.parity);
   EXPECT_EQ(2U, settings.stopBits);
   EXPECT_EQ(1U, settings.flowControl);
-}
-
-TEST_F(CommandHandlingTest, UnknownSettingWordsAreUsedAs0) {
-  world.configuration["A"] = {"9600 ", "5", "None", "3", "xonxoff"};
-  (void)Answer(kOpenA);
-  const SerialSettings settings = Port(0).openedWith;
-  EXPECT_EQ(0U, settings.baudRate);
-  EXPECT_EQ(0U, settings.dataBits);
-  EXPECT_EQ(0U, settings.parity);
-  EXPECT_EQ(0U, settings.stopBits);
-  EXPECT_EQ(0U, settings.flowControl);
 }
 
 TEST_F(CommandHandlingTest, DataBlocksAreWrittenInOrderWhateverTheirType) {

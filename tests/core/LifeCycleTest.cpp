@@ -167,29 +167,4 @@ TEST_F(LifeCycleTest, AStopWhileTheLinkIsRebuiltEndsRunWithoutListeningAgain) {
   }
 }
 
-struct PortCase {
-  const char* text;
-  uint32_t port;
-};
-
-void PrintTo(const PortCase& row, std::ostream* out) { *out << '"' << row.text << '"'; }
-
-class RelayPortTest : public LifeCycleTest, public testing::WithParamInterface<PortCase> {};
-
-TEST_P(RelayPortTest, TextDecidesThePort) {
-  world.relayPort = std::make_unique<std::string>(GetParam().text);
-  auto run = Run();
-  EXPECT_EQ(GetParam().port, world.RelayNumber(1)->listenedOn);
-  while (run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
-    Stop();
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, RelayPortTest,
-                         testing::Values(PortCase{"1025", 1025}, PortCase{"1024", 60004},
-                                         PortCase{"0", 60004}, PortCase{"relay", 60004},
-                                         PortCase{"", 60004}, PortCase{"-5", 60004},
-                                         PortCase{" 2000x", 2000}, PortCase{"70000", 70000},
-                                         PortCase{"99999999999999", 2147483647}));
-
 }  // namespace
