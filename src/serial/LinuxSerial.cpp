@@ -81,29 +81,29 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
 }
 
 int CLinuxSerial::Configure(const SerialSettings& settings) {
-  return ApplySettings(fd.Use().Number(), settings) ? 0 : -1;
+  return ApplySettings(fd.Use()->Number(), settings) ? 0 : -1;
 }
 
 int CLinuxSerial::Close() {
   const CCancellationShield shield;
   ++closes;
-  CSharedDescriptor::CUse taken = fd.TakeOut();
-  if (taken.Number() == -1) {
+  std::shared_ptr<CSharedDescriptor::CFile> taken = fd.TakeOut();
+  if (taken->Number() == -1) {
     return 0;
   }
   const int dtr = TIOCM_DTR;
   // Both fail where the device is gone, the first also where there are no modem lines.
-  (void)ioctl(taken.Number(), TIOCMBIC, &dtr);
-  (void)tcflush(taken.Number(), TCIOFLUSH);
+  (void)ioctl(taken->Number(), TIOCMBIC, &dtr);
+  (void)tcflush(taken->Number(), TCIOFLUSH);
   return fd.Close(std::move(taken));
 }
 
 int CLinuxSerial::Reserved() { return -1; }
 
 int CLinuxSerial::Write(const uint8_t* data, int length) {
-  const CSharedDescriptor::CUse use = fd.Use();
+  const std::shared_ptr<CSharedDescriptor::CFile> use = fd.Use();
   for (int done = 0; done < length;) {
-    const ssize_t written = write(use.Number(), data + done, static_cast<size_t>(length - done));
+    const ssize_t written = write(use->Number(), data + done, static_cast<size_t>(length - done));
     if (written <= 0) {
       return 0;
     }
@@ -113,9 +113,9 @@ int CLinuxSerial::Write(const uint8_t* data, int length) {
 }
 
 int CLinuxSerial::Read(uint8_t* buffer, int capacity) {
-  const CSharedDescriptor::CUse use = fd.Use();
-  const ssize_t count = read(use.Number(), buffer, static_cast<size_t>(capacity));
-  if (count == 0 && IsHungUp(use.Number())) {
+  const std::shared_ptr<CSharedDescriptor::CFile> use = fd.Use();
+  const ssize_t count = read(use->Number(), buffer, static_cast<size_t>(capacity));
+  if (count == 0 && IsHungUp(use->Number())) {
     errno = EIO;
     return -1;
   }

@@ -8,48 +8,36 @@
 #include "Linux/CancellationShield.h"
 #include "Linux/LockGuard.h"
 
-CSharedDescriptor::CUse::CFile::~CFile() {
+CSharedDescriptor::CFile::~CFile() {
   if (number != -1) {
     const CCancellationShield shield;
     (void)close(number);
   }
 }
 
-CSharedDescriptor::CUse::CUse(std::shared_ptr<CFile> used) : file(std::move(used)) {
-  if (file != nullptr) {
-    ++file->uses;
-  }
-}
-
-CSharedDescriptor::CUse::~CUse() {
-  if (file != nullptr) {
-    --file->uses;
-  }
-}
-
-CSharedDescriptor::CUse CSharedDescriptor::Use() {
+std::shared_ptr<CSharedDescriptor::CFile> CSharedDescriptor::Use() {
   const CLockGuard guard(lock);
-  return CUse(current);
+  return current;
 }
 
 void CSharedDescriptor::Set(int number) {
-  auto file = std::make_shared<CUse::CFile>(number);
+  auto file = std::make_shared<CFile>(number);
   const CLockGuard guard(lock);
   current.swap(file);  // the earlier one is released after the lock
 }
 
-CSharedDescriptor::CUse CSharedDescriptor::TakeOut() {
+std::shared_ptr<CSharedDescriptor::CFile> CSharedDescriptor::TakeOut() {
   const CLockGuard guard(lock);
-  return CUse(std::exchange(current, nullptr));
+  return std::exchange(current, none);
 }
 
-int CSharedDescriptor::Close(CUse taken) {
+int CSharedDescriptor::Close(std::shared_ptr<CFile> taken) {
   // Nobody can begin to use it any more. A use that ends between this look and the end of ours
   // leaves the closing to our release.
-  if (taken.file == nullptr || taken.file->uses > 1) {
+  if (taken->number == -1 || taken.use_count() > 1) {
     return 0;
   }
-  const int number = std::exchange(taken.file->number, -1);
+  const int number = taken->number.exchange(-1);
   if (close(number) < 0) {
     Set(number);
     return -1;

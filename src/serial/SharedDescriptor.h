@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <memory>
-#include <utility>
 
 #include "Linux/LinuxLock.h"
 
@@ -15,46 +14,38 @@
 // for another one's read, write or close.
 class CSharedDescriptor {
  public:
-  // Keeps the number for the time of a call.
-  class CUse {
+  // One open descriptor. Whoever holds it keeps the number; the last one closes it.
+  class CFile {
    public:
-    CUse(CUse&& other) noexcept = default;
-    CUse& operator=(CUse&& other) = delete;
-    ~CUse();
+    explicit CFile(int open) : number(open) {}
+    ~CFile();
+    CFile(const CFile&) = delete;
+    CFile& operator=(const CFile&) = delete;
 
-    int Number() const { return file != nullptr ? file->number : -1; }
+    int Number() const { return number; }
 
    private:
     friend class CSharedDescriptor;
-    struct CFile {
-      explicit CFile(int openNumber) : number(openNumber) {}
-      ~CFile();  // closes
-      CFile(const CFile&) = delete;
-      CFile& operator=(const CFile&) = delete;
-
-      std::atomic<int> uses{0};
-      int number;  // -1 once it is closed; changed by the last use
-    };
-    explicit CUse(std::shared_ptr<CFile> used);
-
-    std::shared_ptr<CFile> file;
+    std::atomic<int> number;  // -1: none, or closed already
   };
 
-  CUse Use();
-  bool IsOpen() { return Use().Number() != -1; }
+  // To be held for the time of a call; never null.
+  std::shared_ptr<CFile> Use();
+  bool IsOpen() { return Use()->Number() != -1; }
 
   // Takes the number over.
   void Set(int number);
 
-  // From now on there is no descriptor for others. The returned use belongs to the one thread that
-  // closes it; for every other one, and when nothing is open, it is -1.
-  CUse TakeOut();
+  // From now on there is no descriptor for others. What is returned belongs to the one thread that
+  // closes it; for every other one, and when nothing is open, its number is -1.
+  std::shared_ptr<CFile> TakeOut();
 
   // Closes what TakeOut gave: 0, or -1 when the system reports a failure; it then stays open as
   // before. While another thread is still in a call on it: 0, and that thread closes it.
-  int Close(CUse taken);
+  int Close(std::shared_ptr<CFile> taken);
 
  private:
-  CLinuxLock lock;
-  std::shared_ptr<CUse::CFile> current;
+  const std::shared_ptr<CFile> none = std::make_shared<CFile>(-1);
+  CLinuxLock lock;  // guards `current`
+  std::shared_ptr<CFile> current = none;
 };

@@ -15,7 +15,7 @@ bool IsOpen(int number) { return fcntl(number, F_GETFD) != -1; }
 TEST(SharedDescriptorTest, NothingIsOpenAtFirst) {
   CSharedDescriptor descriptor;
   EXPECT_FALSE(descriptor.IsOpen());
-  EXPECT_EQ(-1, descriptor.Use().Number());
+  EXPECT_EQ(-1, descriptor.Use()->Number());
   EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
 }
 
@@ -23,7 +23,7 @@ TEST(SharedDescriptorTest, CloseGivesTheNumberBack) {
   CSharedDescriptor descriptor;
   const int number = OpenNull();
   descriptor.Set(number);
-  EXPECT_EQ(number, descriptor.Use().Number());
+  EXPECT_EQ(number, descriptor.Use()->Number());
   EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
   EXPECT_FALSE(IsOpen(number));
   EXPECT_FALSE(descriptor.IsOpen());
@@ -36,8 +36,8 @@ TEST(SharedDescriptorTest, ANumberThatIsInUseIsGivenBackByItsLastUser) {
   {
     const auto use = descriptor.Use();
     EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
-    EXPECT_EQ(-1, descriptor.Use().Number()) << "nobody can begin to use it any more";
-    EXPECT_EQ(number, use.Number());
+    EXPECT_EQ(-1, descriptor.Use()->Number()) << "nobody can begin to use it any more";
+    EXPECT_EQ(number, use->Number());
     EXPECT_TRUE(IsOpen(number)) << "no other device can get the number meanwhile";
   }
   EXPECT_FALSE(IsOpen(number));
@@ -49,7 +49,7 @@ TEST(SharedDescriptorTest, OnlyOneOfTwoClosersGetsTheNumber) {
   descriptor.Set(number);
   auto first = descriptor.TakeOut();
   auto second = descriptor.TakeOut();
-  EXPECT_EQ(-1, second.Number());
+  EXPECT_EQ(-1, second->Number());
   EXPECT_EQ(0, descriptor.Close(std::move(second)));
   EXPECT_TRUE(IsOpen(number));
   EXPECT_EQ(0, descriptor.Close(std::move(first)));
