@@ -1,25 +1,23 @@
 # SPDX-License-Identifier: MIT
 # Tests of the commands terminal, pty, doctor and suggest.
-sph_add_test(RelayctlPartsTest
+sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
   TerminalPartsTest.cpp
-  LIBRARIES relayctl_parts e2e_support sph_warnings)
+  LIBRARIES relayctl_parts sph_warnings)
 target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 
 # The real doctor, and the real service.
-sph_add_test(RelayctlDoctorTest
-  ../e2e/ServiceTest.cpp
+sph_add_test(RelayctlDoctorTest SANDBOX
   DoctorCommandTest.cpp
   RelayctlTest.cpp
   Shell.cpp
-  LIBRARIES e2e_support sph_warnings)
-add_dependencies(RelayctlDoctorTest SerialPortHandler relayctl)
+  LIBRARIES sph_warnings)
+add_dependencies(RelayctlDoctorTest relayctl)
 
-sph_add_test(RelayctlTerminalTest
-  ../e2e/ServiceTest.cpp
+sph_add_test(RelayctlTerminalTest SANDBOX
   OtherProgramsTest.cpp
   PtyTest.cpp
   RelayctlTest.cpp
@@ -27,19 +25,18 @@ sph_add_test(RelayctlTerminalTest
   SlowReaderTest.cpp
   TerminalTest.cpp
   TmuxWindow.cpp
-  LIBRARIES e2e_support sph_warnings)
-add_dependencies(RelayctlTerminalTest SerialPortHandler relayctl)
+  LIBRARIES sph_warnings)
+add_dependencies(RelayctlTerminalTest relayctl)
 
 # The library is the machine's own: there is none for another architecture.
 if(NOT CMAKE_CROSSCOMPILING)
   find_path(MODBUS_INCLUDE_DIR modbus/modbus.h REQUIRED)
   find_library(MODBUS_LIBRARY modbus REQUIRED)
-  sph_add_test(RelayctlModbusTest
-    ../e2e/ServiceTest.cpp
+  sph_add_test(RelayctlModbusTest SANDBOX
     ModbusTest.cpp
     RelayctlTest.cpp
     Shell.cpp
-    LIBRARIES e2e_support ${MODBUS_LIBRARY} sph_warnings)
+    LIBRARIES ${MODBUS_LIBRARY} sph_warnings)
   target_include_directories(RelayctlModbusTest SYSTEM PRIVATE ${MODBUS_INCLUDE_DIR})
-  add_dependencies(RelayctlModbusTest SerialPortHandler relayctl)
+  add_dependencies(RelayctlModbusTest relayctl)
 endif()
