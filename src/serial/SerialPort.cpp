@@ -1,24 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "serial/SerialPort.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <utility>
-#include <vector>
 
 #include "Linux/CancellationShield.h"
-#include "Linux/Console.h"
 #include "Linux/LinuxThread.h"
-#include "Linux/Sleep.h"
-#include "serial/HexDump.h"
+#include "serial/Line.h"
 #include "serial/LinuxSerial.h"
 
 namespace {
-
-constexpr int kBufferBytes = 4096;
-constexpr unsigned kReopenPauseMilliseconds = 500;
 
 void LogPath(const CLogSource& log, const char* before, const std::string& path,
              int line = __builtin_LINE()) {
@@ -29,107 +19,6 @@ constexpr const char* kCannotOpen = "Cannot open serial device. [Port ";
 constexpr const char* kDeviceClosed = "Close serial device. [Port ";
 
 }  // namespace
-
-// The open device of a port, as the port and its receive thread share it. Both hold it: a thread
-// that the bounded stop gave up on may outlive its port.
-class CSerialPort::CLine {
- public:
-  explicit CLine(const CLogSource& portLog)
-      : device(std::make_shared<CLinuxSerial>()), log(portLog) {}
-
-  // The routine of the receive thread. `line` is a std::shared_ptr<CLine> on the heap, which the
-  // routine takes over.
-  static void* Receive(void* line);
-
-  // Opens the device again unless it is open: true when this call did.
-  bool Reopen();
-
-  // The receive thread ends at its next look; the device is closed.
-  void Stop();
-
-  // Set by the port before the receive thread starts, unchanged afterwards.
-  const std::shared_ptr<CAbstractSerial> device;
-  std::string devicePath;
-  std::string portName;
-  ReceiveCallback callback;
-  SerialSettings settings;
-
-  std::atomic<bool> isOpen{false};         // set by whoever opens, cleared by whoever closes
-  std::atomic<bool> stopRequested{false};  // set by the port, never cleared
-
- private:
-  void ReceiveUntilStopped();
-  void CloseAfter(int readError);
-  void Deliver(const uint8_t* data, int length);
-
-  const CLogSource log;
-  std::atomic<bool> reopening{false};  // the port's Send and the receive thread may meet there
-  std::string dump;                    // the receive thread's
-};
-
-void* CSerialPort::CLine::Receive(void* line) {
-  const std::unique_ptr<std::shared_ptr<CLine>> owned(static_cast<std::shared_ptr<CLine>*>(line));
-  (*owned)->ReceiveUntilStopped();
-  return nullptr;
-}
-
-void CSerialPort::CLine::ReceiveUntilStopped() {
-  std::vector<uint8_t> buffer(kBufferBytes);
-  while (!stopRequested) {
-    if (!isOpen && !Reopen()) {
-      (void)SleepMilliseconds(kReopenPauseMilliseconds);
-      continue;
-    }
-    const int count = device->Read(buffer.data(), kBufferBytes);
-    if (count < 0) {
-      CloseAfter(errno);
-    } else if (count > 0 && callback.onData != nullptr) {
-      Deliver(buffer.data(), count);
-      std::fill_n(buffer.begin(), count, uint8_t{0});  // the rest is still 0
-    }
-  }
-}
-
-void CSerialPort::CLine::CloseAfter(int readError) {
-  WriteStandardError("recv error:" + std::string(std::strerror(readError)) + "\n");
-  if (stopRequested) {
-    return;  // the port has closed the device under the read
-  }
-  if (isOpen) {
-    WriteStandardOutput("(" + devicePath + ")port close\n");
-    (void)device->Close();
-    isOpen = false;
-  }
-  LogPath(log, kDeviceClosed, devicePath);
-}
-
-void CSerialPort::CLine::Deliver(const uint8_t* data, int length) {
-  FormatHexDump(data, static_cast<size_t>(length), dump);
-  WriteStandardError(dump);
-  const std::string name = portName;
-  callback.onData(name, data, length, callback.context);
-}
-
-bool CSerialPort::CLine::Reopen() {
-  if (isOpen || devicePath.empty() || reopening.exchange(true)) {
-    return false;
-  }
-  bool opened = device->Open(devicePath, settings) == kDeviceOpened;
-  if (opened && stopRequested) {
-    (void)device->Close();  // the port's Close came while the device was not open yet
-    opened = false;
-  }
-  if (opened) {
-    isOpen = true;
-  }
-  reopening = false;
-  return opened;
-}
-
-void CSerialPort::CLine::Stop() {
-  stopRequested = true;
-  (void)device->Close();
-}
 
 std::shared_ptr<CSerialPortExport> CreateSerialPort(const std::string& moduleName,
                                                     const std::string& logTag) {
@@ -181,7 +70,9 @@ void CSerialPort::LookupUsbDevicePath(unsigned vendor, unsigned product, std::st
 
 // A new device object for a new open. A port that was stopped stays stopped.
 void CSerialPort::ReplaceLine() {
-  auto fresh = std::make_shared<CLine>(log);
+  auto fresh = std::make_shared<CLine>(
+      std::make_shared<CLinuxSerial>(),
+      [copy = log](const std::string& path) { LogPath(copy, kDeviceClosed, path); });
   if (line != nullptr) {
     fresh->stopRequested = line->stopRequested.load();
     line->Stop();

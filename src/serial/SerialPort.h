@@ -3,8 +3,9 @@
 
 #include "Linux/AbstractThread.h"
 #include "Linux/LogSource.h"
-#include "serial/AbstractSerial.h"
 #include "serial/SerialPortExport.h"
+
+class CLine;
 
 class CSerialPort final : public CSerialPortExport {
  public:
@@ -31,8 +32,6 @@ class CSerialPort final : public CSerialPortExport {
   static void LookupUsbDevicePath(unsigned vendorId, unsigned productId, std::string& path);
 
  private:
-  class CLine;
-
   void ReplaceLine();
   int Start(const ReceiveCallback& callback, const SerialSettings& settings);
 
