@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <stdexcept>
-#include <utility>
 
 #include "Linux/CancellationShield.h"
 #include "Linux/Console.h"
@@ -87,7 +86,7 @@ int CLinuxSerial::Configure(const SerialSettings& settings) {
 int CLinuxSerial::Close() {
   const CCancellationShield shield;
   ++closes;
-  std::shared_ptr<CSharedDescriptor::CFile> taken = fd.TakeOut();
+  const auto taken = fd.TakeOut();
   if (taken->Number() == -1) {
     return 0;
   }
@@ -95,13 +94,13 @@ int CLinuxSerial::Close() {
   // Both fail where the device is gone, the first also where there are no modem lines.
   (void)ioctl(taken->Number(), TIOCMBIC, &dtr);
   (void)tcflush(taken->Number(), TCIOFLUSH);
-  return fd.Close(std::move(taken));
+  return fd.Close(taken);
 }
 
 int CLinuxSerial::Reserved() { return -1; }
 
 int CLinuxSerial::Write(const uint8_t* data, int length) {
-  const std::shared_ptr<CSharedDescriptor::CFile> use = fd.Use();
+  const auto use = fd.Use();
   for (int done = 0; done < length;) {
     const ssize_t written = write(use->Number(), data + done, static_cast<size_t>(length - done));
     if (written <= 0) {
@@ -113,7 +112,7 @@ int CLinuxSerial::Write(const uint8_t* data, int length) {
 }
 
 int CLinuxSerial::Read(uint8_t* buffer, int capacity) {
-  const std::shared_ptr<CSharedDescriptor::CFile> use = fd.Use();
+  const auto use = fd.Use();
   const ssize_t count = read(use->Number(), buffer, static_cast<size_t>(capacity));
   if (count == 0 && IsHungUp(use->Number())) {
     errno = EIO;

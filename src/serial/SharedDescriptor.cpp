@@ -31,7 +31,7 @@ std::shared_ptr<CSharedDescriptor::CFile> CSharedDescriptor::TakeOut() {
   return std::exchange(current, none);
 }
 
-int CSharedDescriptor::Close(std::shared_ptr<CFile> taken) {
+int CSharedDescriptor::Close(const std::shared_ptr<CFile>& taken) {
   // Nobody can begin to use it any more. A use that ends between this look and the end of ours
   // leaves the closing to our release.
   if (taken->number == -1 || taken.use_count() > 1) {

@@ -42,7 +42,7 @@ class CSharedDescriptor {
 
   // Closes what TakeOut gave: 0, or -1 when the system reports a failure; it then stays open as
   // before. While another thread is still in a call on it: 0, and that thread closes it.
-  int Close(std::shared_ptr<CFile> taken);
+  int Close(const std::shared_ptr<CFile>& taken);
 
  private:
   const std::shared_ptr<CFile> none = std::make_shared<CFile>(-1);

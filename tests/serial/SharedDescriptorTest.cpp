@@ -47,12 +47,12 @@ TEST(SharedDescriptorTest, OnlyOneOfTwoClosersGetsTheNumber) {
   CSharedDescriptor descriptor;
   const int number = OpenNull();
   descriptor.Set(number);
-  auto first = descriptor.TakeOut();
-  auto second = descriptor.TakeOut();
+  const auto first = descriptor.TakeOut();
+  const auto second = descriptor.TakeOut();
   EXPECT_EQ(-1, second->Number());
-  EXPECT_EQ(0, descriptor.Close(std::move(second)));
+  EXPECT_EQ(0, descriptor.Close(second));
   EXPECT_TRUE(IsOpen(number));
-  EXPECT_EQ(0, descriptor.Close(std::move(first)));
+  EXPECT_EQ(0, descriptor.Close(first));
   EXPECT_FALSE(IsOpen(number));
 }
 
