@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include "recordings/Player.h"
+
+#include <algorithm>
+#include <csignal>
+#include <sstream>
+#include <stdexcept>
+
+#include "e2e/support/Wait.h"
+#include "relay/Text.h"
+
+namespace {
+
+using relay::Direction;
+using relay::RecordedEvent;
+using Kind = RecordedEvent::Kind;
+
+constexpr std::string_view kMark = ";; ";  // in front of an instruction
+
+// An answered command that changes nothing. Behind it nothing comes of what was sent before.
+const RecordedEvent kFence = *relay::FromLine("0 > the-end close", {});
+const RecordedEvent kFenceReply = *relay::FromLine("0 < the-end close 2", {});
+constexpr const char* kFenceLogged = "3 close command proc.\n";
+
+void Check(bool condition, const std::string& otherwise) {
+  if (!condition) {
+    throw std::runtime_error(otherwise);
+  }
+}
+
+size_t CountIn(const std::vector<std::string>& lines, const std::string& line) {
+  return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
+size_t OpensOf(const std::string& port) {
+  return CountIn(OutputLines(), "OPEN[" + Machine::NodeOf(port) + "]");
+}
+
+size_t HangUpsOf(const std::string& port) {
+  return CountIn(LogLines(), "1 Close serial device. [Port " + Machine::NodeOf(port) + "]");
+}
+
+}  // namespace
+
+const Player::Instruction Player::kInstructions[] = {
+    {"plug", &Player::Plug},           {"unplug", &Player::Unplug},
+    {"configure", &Player::Configure}, {"sends", &Player::SendUnheard},
+    {"bytes", &Player::SendBytes},     {"signal", &Player::Signal},
+    {"closed", &Player::ExpectClosed}, {"ends", &Player::ExpectEnd},
+    {"log", &Player::ExpectLog},       {"out", &Player::ExpectOutput},
+    {"err", &Player::ExpectError},
+};
+
+Player::Words::Words(const std::string& text) : all(text) {
+  std::istringstream words(text);
+  words >> port >> std::ws;
+  std::getline(words, more);
+}
+
+std::string Player::Play(const std::string& text, const std::string& name) {
+  size_t number = 0;
+  std::string line = "the whole";
+  try {
+    PlugWhatIsOpened(relay::ReadRecording(text, name), text);
+    for (std::istringstream lines(text); std::getline(lines, line);) {
+      ++number;
+      PlayLine(line);
+    }
+    line = "the end";
+    ExpectNothingMore();
+  } catch (const std::exception& problem) {
+    return name + ":" + std::to_string(number) + ": " + line + ": " + problem.what();
+  }
+  return "";
+}
+
+// So that a recording from elsewhere plays as it is: what could be opened there is plugged in,
+// unless the recording tells when it is.
+void Player::PlugWhatIsOpened(const std::vector<RecordedEvent>& events, const std::string& text) {
+  constexpr uint16_t kOpened = 0;
+  constexpr uint16_t kNoNode = 4;
+  for (const RecordedEvent& event : events) {
+    const std::string& port = event.port.name;
+    if (event.kind != Kind::kOpen || event.direction != Direction::kFromService ||
+        machine.At(port) != nullptr || text.find("plug " + port) != std::string::npos) {
+      continue;
+    }
+    if (event.number == kOpened) {
+      machine.Plug(port);
+    } else if (event.number == kNoNode && port.starts_with("#USB")) {
+      machine.PlugWithoutNode(port);
+    }
+  }
+}
+
+void Player::PlayLine(const std::string& line) {
+  if (line.starts_with(kMark)) {
+    Follow(line.substr(kMark.size()));
+  } else if (const auto event = relay::FromLine(line, time)) {
+    time = event->time;
+    PlayEvent(*event);
+  }
+}
+
+void Player::Follow(const std::string& instruction) {
+  const Words words(instruction);
+  const auto* const row =
+      std::find_if(std::begin(kInstructions), std::end(kInstructions),
+                   [&words](const Instruction& candidate) { return words.port == candidate.word; });
+  Check(row != std::end(kInstructions), "there is no such instruction");
+  (this->*row->follow)(Words(words.more));
+}
+
+void Player::PlayEvent(const RecordedEvent& event) {
+  if (event.kind == Kind::kLinkDown) {
+    relay->Leaves();
+    opens.clear();
+    return;
+  }
+  if (event.kind == Kind::kLinkUp || links == 0) {
+    Link();
+  }
+  if (event.IsPacket() && event.direction == Direction::kToService) {
+    SendToService(event.ToPacket());
+  } else if (event.IsPacket()) {
+    TakeFromService(event);
+  }
+}
+
+void Player::Link() {
+  if (!machine.HasStarted()) {
+    machine.Start();
+  }
+  ++links;
+  Check(Service::Prints("[LISTEN]IP:", links), "the service does not listen");
+  relay = std::make_unique<Relay>();
+  Check(relay->IsConnected(), "no connection");
+  Check(Service::Prints("[ACCEPT]IP:", links), "the service does not accept");
+}
+
+// What goes to an open port comes to its device.
+void Player::SendToService(const std::string& packet) {
+  relay->SendsBytes(packet);
+  const relay::ParsedPacket parsed = relay::ParsePacket(packet, Direction::kToService);
+  const std::string& port = parsed.packet.port.name;
+  const Device* const device = machine.At(port);
+  if (parsed.problem.empty() && parsed.packet.command == kCommandData && device != nullptr &&
+      opens.contains(port)) {
+    const std::string wanted = parsed.packet.Data();
+    const std::string came = device->Reads(wanted.size());
+    Check(came == wanted, "to the device came " + relay::Quote(came));
+  }
+}
+
+void Player::TakeFromService(const RecordedEvent& event) {
+  const std::string& port = event.port.name;
+  if (event.kind == Kind::kData) {
+    SendFromDevice(port, event.bytes);
+  }
+  const std::string instead = arrivals.Take(*relay, event);
+  Check(instead.empty(), "came " + instead);
+  if (event.kind == Kind::kOpen && event.number == 0) {
+    opens[port] = OpensOf(port);
+  } else if (event.kind == Kind::kClose) {
+    opens.erase(port);
+  }
+}
+
+// Once the port has opened the device, which throws away what came before.
+void Player::SendFromDevice(const std::string& port, const std::string& bytes) {
+  const Device* const device = machine.At(port);
+  Check(device != nullptr && opens.contains(port), "that port is not open, or has no device");
+  Check(Becomes([&] { return OpensOf(port) >= opens[port]; }), "it is not opened again");
+  Check(device->Sends(bytes), "the line takes nothing");
+}
+
+// Neither for the relay service, nor for a device, nor in a place where lines were wanted.
+void Player::ExpectNothingMore() {
+  std::string logged;
+  if (!hasEnded) {
+    if (relay->IsConnected()) {
+      PlayEvent(kFence);
+      PlayEvent(kFenceReply);
+      logged = kFenceLogged;
+    }
+    Check(machine.TheService().State() == "still running", "the service has ended");
+  }
+  for (const auto& [port, device] : machine.Devices()) {
+    Check(device->ReadsWaiting().empty(), "there is more for the device of " + port);
+  }
+  Check(arrivals.Rest().empty(), "there is more:" + arrivals.Rest());
+  Check(!log.AreWanted() || log.Rest() == logged, "there is more in the log: " + log.Rest());
+  Check(!output.AreWanted() || output.Rest().empty(), "there is more output: " + output.Rest());
+  Check(!errors.AreWanted() || errors.Rest().empty(), "there are more errors: " + errors.Rest());
+}
+
+// A port that is open opens the new device by itself.
+void Player::Plug(const Words& words) {
+  machine.Plug(words.port, words.more.empty() ? "0403:6001" : words.more);
+  if (opens.contains(words.port)) {
+    opens[words.port] = OpensOf(words.port) + 1;
+  }
+}
+
+// What is written before the port knows is offered again and again until the device is back.
+void Player::Unplug(const Words& words) {
+  const size_t before = HangUpsOf(words.port);
+  machine.Unplug(words.port);
+  Check(!opens.contains(words.port) || Becomes([&] { return HangUpsOf(words.port) > before; }),
+        "the port does not notice");
+}
+
+void Player::SendUnheard(const Words& words) {
+  Check(machine.At(words.port)->Sends(relay::FromHex(words.more)), "the line takes nothing");
+}
+
+void Player::SendBytes(const Words& words) { relay->SendsBytes(relay::FromHex(words.all)); }
+
+void Player::Signal(const Words& words) {
+  constexpr std::pair<const char*, int> kSignals[] = {
+      {"INT", SIGINT}, {"HUP", SIGHUP}, {"TERM", SIGTERM}};
+  Check(Becomes([this] { return machine.TheService().IsIdle(); }), "the service is not idle");
+  for (const auto& [name, number] : kSignals) {
+    if (words.all == name) {
+      machine.TheService().Signal(number);
+    }
+  }
+}
+
+void Player::ExpectClosed(const Words& /*words*/) {
+  const std::string came = relay->NextPacket();
+  Check(came == "closed", "came " + came);
+  relay->Leaves();
+  opens.clear();
+}
+
+void Player::ExpectEnd(const Words& words) {
+  const std::string end = machine.TheService().WaitForExit();
+  Check(end == words.all, end);
+  hasEnded = true;
+}
+
+void Player::Expect(Lines& lines, const std::string& wanted) {
+  const std::string came = lines.Next();
+  Check(came == wanted, "came " + came);
+}
