@@ -213,7 +213,7 @@ void SerialPortHandler::DispatchCommand(const uint8_t* bytes, uint32_t count) {
 void SerialPortHandler::HandleOpenCommand(const CommandPacket& command) {
   LogLine(LogLevel::kProgress, "open command proc.");
   // Deliberate: only names can be opened, although close and data take ids too.
-  // Pinned by ServiceTest.ANumberedOpenIsAnsweredWithStatus2AndOpensNothing.
+  // Pinned by tests/recordings/open/by-ids.rec.
   Status status = kStatusNoPort;
   if (command.portForm == kNamedPort) {
     status = OpenPort(command.portName, {OnSerialData, OnSerialEvent, this});

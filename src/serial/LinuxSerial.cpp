@@ -129,7 +129,7 @@ std::string CLinuxSerial::FindUsbDevice(unsigned vendorId, unsigned productId) {
   }();
   if (found != kDeviceFound) {
     // Deliberate: nothing catches this, so naming an adapter that is not plugged in ends the
-    // process. Pinned by ServiceTest.ANumberedCloseOfAnAbsentAdapterEndsTheProcess.
+    // process. Pinned by tests/recordings/adapters/close-by-absent-ids.rec.
     throw std::logic_error("no USB serial adapter has the ids that were asked for");
   }
   return record.devName;

@@ -6,34 +6,6 @@
 
 namespace {
 
-TEST_F(ServiceTest, StandardOutputShowsTheLinkAndThePorts) {
-  StartWithOpenPort();
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints(")port close\n"));
-  EXPECT_EQ(
-      "[LISTEN]IP:127.0.0.1(PORT:60004)\n"
-      "[ACCEPT]IP:127.0.0.1\n"
-      "OPEN[/dev/ttyS2]\n"
-      "(/dev/ttyS2)port close\n",
-      Service::Output());
-}
-
-TEST_F(ServiceTest, StandardErrorShowsReceivedBytesInHexAndTheReadError) {
-  StartWithOpenPort();
-  ASSERT_TRUE(device->Sends("AB\r"));
-  EXPECT_EQ(Wire("001B 04 02 000E '#PhysicalPort0' 01 02 0003 41420D"), relay->NextPacket());
-  EXPECT_EQ("Received(3):41 42 0D \n", Service::Errors());
-  ASSERT_TRUE(device->Sends("\xFF"));
-  EXPECT_EQ(Wire("0019 04 02 000E '#PhysicalPort0' 01 02 0001 FF"), relay->NextPacket());
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints(")port close\n"));
-  EXPECT_EQ(
-      "Received(3):41 42 0D \n"
-      "Received(1):FF \n"
-      "recv error:Input/output error\n",
-      Service::Errors());
-}
-
 TEST_F(ServiceTest, TheExitTextIsSevenBytesInUtf8) {
   StartLinked();
   EXPECT_EQ("exit 0", Stop(SIGTERM));
@@ -67,13 +39,6 @@ TEST_F(ServiceTest, TheLogTellsTheWholeStory) {
                 "3 " + core + "Serial Port Handler stop.",
             }),
             LogFile::Lines());
-}
-
-TEST_F(ServiceTest, AHangUpIsLoggedWithThePathOfThePort) {
-  StartWithOpenPort();
-  device->Unplug();
-  EXPECT_TRUE(LogFile::Shows(
-      "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]"));
 }
 
 }  // namespace

@@ -55,6 +55,7 @@ TEST_F(RealUdevTest, AnAdapterBehindTheWholeRealDatabaseIsFoundByItsIds) {
   Wrap();
   StartLinked();
   EXPECT_EQ(Wire("000A 02 01 0000 FFFE 0002"), relay->Answer("0008 02 01 0000 FFFE"));
+  EXPECT_FALSE(std::filesystem::exists("/tmp/deviceinfo.txt"));
   EXPECT_NE(std::string::npos, Dump().find("P: /devices/")) << Dump().substr(0, 400);
 }
 

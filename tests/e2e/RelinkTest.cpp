@@ -70,15 +70,6 @@ TEST_F(ServiceTest, ListensAgainAboutAQuarterOfASecondAfterTheRelayHasLeft) {
   EXPECT_LT(taken, milliseconds(2000));
 }
 
-TEST_F(ServiceTest, ARelayThatLeavesInTheMiddleOfAPacketIsLikeAnyThatLeaves) {
-  StartLinked();
-  relay->Sends("0014 01 02 000E '#Phys");
-  relay->Leaves();
-  Link();
-  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
-  EXPECT_EQ(0U, LogFile::Count(kRefused));
-}
-
 TEST_F(ServiceTest, RelaysThatLeaveAtOnceDoNoHarm) {
   StartService();
   for (int round = 0; round < 50; ++round) {

@@ -45,15 +45,6 @@ TEST_F(UnplugTest, TheDescriptorIsLetGoWithinHalfASecond) {
   EXPECT_LT(taken, milliseconds(500));
 }
 
-TEST_F(UnplugTest, AReplugReopensThePortAndDataFlowAgain) {
-  StartWithOpenPort();
-  Unplug();
-  device->Plug();
-  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
-  ExpectDataBothWays();
-  EXPECT_EQ(1U, LogFile::Count(kDeviceClosed));
-}
-
 // The port looks for its device every 500 ms.
 TEST_F(UnplugTest, AReplugIsNoticedAboutHalfASecondLater) {
   StartWithOpenPort();
@@ -73,61 +64,6 @@ TEST_F(UnplugTest, TwentyReplugsAreAllSurvived) {
     ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", round + 1));
     ExpectDataBothWays();
   }
-}
-
-TEST_F(UnplugTest, AnUnpluggedUsbAdapterComesBackAtItsPath) {
-  configuration.Port("#USBSerialPort3", "9600 8 none 1 none");
-  udev.AddAdapterAtPort(3, "/dev/ttyUSB1");
-  device = std::make_unique<Device>("/dev/ttyUSB1");
-  StartLinked();
-  ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort3' 0000"),
-            relay->Answer("0015 01 02 000F '#USBSerialPort3'"));
-  device->Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyUSB1)port close\n"));
-  device->Plug();
-  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyUSB1]\n", 2));
-  ASSERT_TRUE(device->Sends("A"));
-  EXPECT_EQ(Wire("001A 04 02 000F '#USBSerialPort3' 01 02 0001 'A'"), relay->NextPacket());
-  EXPECT_EQ(1U, UdevDatabase::Runs());
-}
-
-TEST_F(UnplugTest, OnlyTheUnpluggedPortIsLost) {
-  configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
-  udev.AddAdapterAtPort(0, "/dev/ttyUSB0");
-  Device adapter("/dev/ttyUSB0");
-  StartWithOpenPort();
-  ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0000"),
-            relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
-  adapter.Unplug();
-  ASSERT_TRUE(Service::Prints("(/dev/ttyUSB0)port close\n"));
-  ExpectDataBothWays();
-}
-
-// A send looks for the device itself; what does not find one ends the command.
-TEST_F(UnplugTest, DataForAnUnpluggedPortAreLoggedOnceAndLaterBlocksAreSkipped) {
-  StartWithOpenPort();
-  Unplug();
-  relay->Sends("0021 04 02 000E '#PhysicalPort0' 03  01 0001 'A'  01 0001 'B'  01 0001 'C'");
-  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
-  EXPECT_EQ(1U, LogFile::Count(kCannotOpen));
-  EXPECT_EQ(1U, LogFile::Count(kSendFailed));
-}
-
-TEST_F(UnplugTest, DataRightAfterTheReplugReachTheNewDevice) {
-  StartWithOpenPort();
-  Unplug();
-  device->Plug();
-  relay->Sends("0019 04 02 000E '#PhysicalPort0' 01 01 0001 'B'");  // need not wait for the look
-  EXPECT_EQ("B", device->Reads(1));
-  EXPECT_EQ(0U, LogFile::Count(kSendFailed));
-}
-
-TEST_F(UnplugTest, AnUnpluggedPortIsStillOpenForItsCommands) {
-  StartWithOpenPort();
-  Unplug();
-  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0003"), relay->Answer(kOpenPort0));
-  EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
-  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0004"), relay->Answer(kOpenPort0));
 }
 
 // The line takes no more while the far end does not read, so the write hangs when it is unplugged.

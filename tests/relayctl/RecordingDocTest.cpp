@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The examples of docs/recording.md: read by the client library, and played through the real
-// service by all that read the format: the tests' relay and device, and relayctl.
+// service by all that read the format: the tests, and relayctl.
 #include <fstream>
 #include <sstream>
 #include <vector>
 
 #include "e2e/support/RecordedDevice.h"
-#include "e2e/support/RecordedRelay.h"
+#include "recordings/Player.h"
 #include "relay/Error.h"
 #include "relay/Recording.h"
 #include "relayctl/RelayctlTest.h"
@@ -76,14 +76,6 @@ class RecordingPlayTest : public RelayctlTest, public testing::WithParamInterfac
   }
 };
 
-TEST_P(RecordingPlayTest, TheTestsRelayAndDevicePlayItWithEachOther) {
-  StartLinked();
-  RecordedDevice far(*device, "#PhysicalPort0", kFile);
-  EXPECT_EQ("", PlayRecording(*relay, kFile));
-  EXPECT_EQ("", far.Finish());
-  EXPECT_FALSE(relay->IsConnected());
-}
-
 TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
   StartListening();
   RecordedDevice far(*device, "#PhysicalPort0", kFile);
@@ -93,32 +85,10 @@ TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
 
 INSTANTIATE_TEST_SUITE_P(Examples, RecordingPlayTest, testing::Values(size_t{0}, size_t{1}));
 
-class RecordedRelayTest : public RelayctlTest {};
-
-TEST_F(RecordedRelayTest, TellsAReplyThatIsDifferent) {
-  workplace::WriteWhole(kFile, "0 > X close\n0.5 < X close 0\n");
-  StartLinked();
-  EXPECT_EQ("0.500000 < X close 0: came 00 09 02 02 00 01 58 00 02", PlayRecording(*relay, kFile));
-}
-
-TEST_F(RecordedRelayTest, TellsThatTheServiceEndedTheLink) {
-  workplace::WriteWhole(kFile, "0 > - packet 0002\n0.5 < X close 0\n");
-  StartLinked();
-  EXPECT_EQ("0.500000 < X close 0: came closed", PlayRecording(*relay, kFile));
-}
-
-// However the service cuts the bytes.
-TEST_F(RecordedRelayTest, PutsTheBytesOfAPortTogether) {
-  workplace::WriteWhole(kFile,
-                        "0 < #PhysicalPort0 data 4142\n"
-                        "0 < #PhysicalPort0 data 43\n"
-                        "0 < #PhysicalPort0 data 44\n");
-  StartWithOpenPort();
-  ASSERT_TRUE(device->Sends("A"));
-  EXPECT_NE("nothing", relay->NextPacket());
-  ASSERT_TRUE(device->Sends("A"));
-  ASSERT_TRUE(device->Sends("BCX"));
-  EXPECT_EQ("0.000000 < #PhysicalPort0 data 44  ; \"D\": came 58", PlayRecording(*relay, kFile));
+TEST(RecordingDocTest, TheTestsPlayEachExample) {
+  for (const std::string& example : Blocks("recording")) {
+    EXPECT_EQ("", Player().Play(example, "example"));
+  }
 }
 
 }  // namespace
