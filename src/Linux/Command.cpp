@@ -114,7 +114,7 @@ bool KnowsOurNumbers() {
 
 int RunCommand(const std::string& command) {
   const CCancellationShield shield;
-  const CAllSignalsAdmitted inherited;
+  const CAllSignalsAdmitted inherited;  // see SignalMask.h
   const CRunning running;
   return std::system(command.c_str());
 }

@@ -81,8 +81,8 @@ int CLinuxSocket::AcceptPeer() {
   sockaddr_in peer{};
   socklen_t length = sizeof peer;
   {
-    // A stop signal closes the listening descriptor under us. Whether it comes before or inside
-    // accept, accept then fails: no retry, or the stop would be lost.
+    // A stop (see SignalMask.h) closes the listening descriptor under us. Whether it comes before
+    // or inside accept, accept then fails: no retry, or it would be lost.
     const CStopSignalsAdmitted admitted;
     connectionDescriptor = accept(listenDescriptor, reinterpret_cast<sockaddr*>(&peer), &length);
   }

@@ -73,7 +73,8 @@ int CLinuxThread::Start(ThreadRoutine routine, void* argument) {
   LoadUnwinder();
   auto call = std::make_unique<RoutineCall>(RoutineCall{routine, argument});
   ++runningRoutines;
-  const CSignalMask blocked(CSignalMask::AllSignals());  // the new thread inherits it
+  // The new thread inherits it; stops are main's, see SignalMask.h.
+  const CSignalMask blocked(CSignalMask::AllSignals());
   if (pthread_create(&handle, nullptr, RunRoutine, call.get()) != 0) {
     --runningRoutines;
     handle = 0;  // the C library leaves a stale one behind

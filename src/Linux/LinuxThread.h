@@ -5,8 +5,7 @@
 
 #include "Linux/AbstractThread.h"
 
-// A POSIX thread. It starts with all signals blocked, so that the signals that stop the service
-// always interrupt the main thread.
+// A POSIX thread. It starts with all signals blocked, see SignalMask.h.
 class CLinuxThread final : public CAbstractThread {
  public:
   CLinuxThread();

@@ -1,4 +1,17 @@
 // SPDX-License-Identifier: MIT
+// SIGINT, SIGHUP and SIGTERM ask the service to stop. Their handler notes that and closes the relay
+// link, between any two statements of the main thread. So that it always meets that thread, and
+// never anything half changed:
+//  - main unblocks them once the handler stands, whatever its starter had blocked, and blocks them
+//    for good before the objects that the handler uses go (AdmitStopSignals, HoldStopSignals).
+//  - Every other thread starts with all signals blocked (CSignalMask). Only the tools that it runs
+//    are to have none blocked, so that an operator can end them (CAllSignalsAdmitted); a stop that
+//    meets the thread itself then is handed on to main.
+//  - main holds them back while it changes what the handler uses, the link and its thread, and
+//    while it stops a port's thread: that takes locks of the C library's own, and so does the
+//    handler (CStopSignalsHeld). Held signals are not lost.
+//  - Waiting for the relay service, also inside such a hold, main lets them in: accept must be
+//    interrupted (CStopSignalsAdmitted).
 #pragma once
 
 #include <csignal>
@@ -13,15 +26,14 @@ class CSignalMask {
 
   static sigset_t AllSignals();
 
-  // SIGINT, SIGHUP and SIGTERM: those that ask the service to stop.
   static sigset_t StopSignals();
 
  private:
   sigset_t earlier;
 };
 
-// Lets every signal through to the calling thread for a scope, for the sake of the programs that it
-// starts: they inherit what it blocks. A stop signal that lands here is main's to handle.
+// Lets every signal through to the calling thread for a scope: programs that it starts inherit what
+// it blocks.
 class CAllSignalsAdmitted {
  public:
   CAllSignalsAdmitted();
@@ -33,8 +45,8 @@ class CAllSignalsAdmitted {
   sigset_t earlier;
 };
 
-// Holds the stop signals back from the main thread while it changes what their handler uses.
-// Held signals are not lost: they are delivered at the end, or inside a CStopSignalsAdmitted.
+// Holds the stop signals back from the calling thread for a scope. They are delivered at its end, or
+// inside a CStopSignalsAdmitted.
 class CStopSignalsHeld {
  public:
   CStopSignalsHeld();
@@ -59,9 +71,6 @@ class CStopSignalsAdmitted {
   int holds;
 };
 
-// Unblocks the stop signals in the calling thread: whoever started the process may have blocked
-// them, and then nothing but SIGKILL would end it.
+// Unblock and block the stop signals in the calling thread, for good.
 void AdmitStopSignals();
-
-// Blocks the stop signals in the calling thread for good, for the way out of the process.
 void HoldStopSignals();

@@ -32,7 +32,7 @@ int CCommSocket::Opened(int result, uint32_t openedPort, const CommCallbacks* ca
     log.Log(LogLevel::kFatal, "Failed to open the Socket connection for RelayService.");
     return result;
   }
-  const CStopSignalsHeld held;
+  const CStopSignalsHeld held;  // their handler closes, see SignalMask.h
   port = openedPort;
   const CommCallbacks wanted = callbacks != nullptr ? *callbacks : CommCallbacks{};
   if (thread != nullptr) {

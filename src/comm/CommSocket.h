@@ -27,8 +27,7 @@ class CCommSocket final : public CCommSocketExport {
   CLogSource log;
   uint32_t port = 0;  // of the last successful open, for reference only
   std::shared_ptr<CAbstractSocket> socket;
-  // The controlling thread changes these two with the stop signals held back, because its signal
-  // handler closes.
+  // The controlling thread changes these two with the stop signals held back.
   std::shared_ptr<CCommReceiver> receiver;
   std::shared_ptr<CAbstractThread> thread;
   // What Close has emptied `thread` into: a signal handler must not free memory.

@@ -140,7 +140,7 @@ bool SerialPortHandler::ReopenRelayConnection() {
   return OpenRelayConnection();
 }
 
-// Stopping a thread takes locks of the C library's own, and so does the handler of a stop signal.
+// Stops are held back here, as in the next and in the rebuild above: see SignalMask.h.
 bool SerialPortHandler::DropOnePort() {
   const CStopSignalsHeld held;
   return ports.RemoveFirst();

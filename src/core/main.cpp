@@ -13,7 +13,7 @@ namespace {
 
 const pthread_t mainThread = pthread_self();
 
-// A stop interrupts the main thread. Another one can be met by a signal while it runs a command.
+// Where stops land, and when: see SignalMask.h.
 void OnSignal(int signal) {
   const int interrupted = errno;
   if (pthread_equal(pthread_self(), mainThread) != 0) {
@@ -48,7 +48,7 @@ int main() {
   // service works all the same, so nothing is logged.
   (void)TakeOwnControllingTerminal();
   const bool stopped = handler->Run();
-  HoldStopSignals();  // there is nothing left to stop, and soon no handler to ask
+  HoldStopSignals();
   if (!stopped) {
     return -1;
   }
