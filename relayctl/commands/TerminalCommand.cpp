@@ -1,63 +1,46 @@
 // SPDX-License-Identifier: MIT
-#include <unistd.h>
-
 #include <memory>
 #include <string>
 
 #include "CommandLine.h"
-#include "ExitStatus.h"
 #include "link/Loop.h"
 #include "link/PortToOpen.h"
-#include "pty/RawTerminal.h"
-#include "pty/TerminalSession.h"
-#include "show/Output.h"
+#include "pty/PtyBridge.h"
 
 namespace {
 
+// The pseudo-terminal is nobody else's: no lock is needed on it, and once it is gone the same path
+// is another's, which must not be waited for.
+constexpr const char* kInstalledProgram =
+    "command -v tio >/dev/null && exec tio --no-autoconnect {}\n"
+    "command -v picocom >/dev/null && exec picocom --nolock {}\n"
+    "echo 'relayctl: neither tio nor picocom is installed; --with names another program' >&2\n"
+    "exit 127";
+
 struct Options {
   std::string port;
-  std::string escape = "Ctrl-]";
-  std::string ending = "cr";
-  bool hex = false;
-  bool echo = false;
+  std::string program;
 };
-
-LineEnding EndingOf(const std::string& word) {
-  return word == "lf" ? LineEnding::kLf : word == "crlf" ? LineEnding::kCrLf : LineEnding::kCr;
-}
 
 // The loop is made first and goes last: until then, a signal ends nothing half way.
 int Talk(const CommonOptions& common, const Options& options) {
   common.RefuseJson("terminal");
-  const int escape = ControlByte(options.escape);
-  if (escape < 0) {
-    throw relay::Error(relay::ErrorKind::kUsage,
-                       "--escape " + options.escape + ": not a control key; try Ctrl-A");
-  }
   const relay::Port port = PortToOpen(options.port);
-  TerminalOptions terminal;
-  terminal.escapeKey = static_cast<char>(escape);
-  terminal.ending = EndingOf(options.ending);
-  terminal.hex = options.hex;
-  terminal.echo = options.echo;
-  terminal.colour = MayColor(STDOUT_FILENO);
+  MustNamePlace("--with", options.program);
   Loop loop;
-  const RawTerminal raw(STDIN_FILENO);
-  const int signal = TerminalSession(common.ForClient(true), port, terminal).Run(raw, loop);
-  return signal == 0 ? kExitDone : kExitSignal + signal;
+  return PtyBridge(common.ForClient(true), port, "",
+                   options.program.empty() ? kInstalledProgram : options.program)
+      .Run(loop);
 }
 
 void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
   command.Argument("PORT", options->port, "The port's name");
-  command.Option("--escape", options->escape, "KEY", "Key in front of the terminal's own keys");
-  command.Choice("--enter", options->ending, {"cr", "lf", "crlf"}, "What Enter sends");
-  command.Flag("--echo", options->echo, "Show what is typed");
-  command.Flag("--hex", options->hex, "Show bytes as hex and text side by side");
-  command.Footer("Ctrl-] h shows the terminal's own keys, Ctrl-] q leaves.");
+  command.Option("--with", options->program, "COMMAND",
+                 "Another program than tio or picocom: 'minicom -D {}'; {} is the port's path");
   command.Runs([&common, options] { return Talk(common, *options); });
 }
 
-const Registration kRegistration("terminal", "Talk to a port by keyboard and screen", Add);
+const Registration kRegistration("terminal", "Talk to a port by a terminal program", Add);
 
 }  // namespace

@@ -10,9 +10,9 @@ _relayctl_options() {
     open) echo --hold ;;
     write) echo --hex --file --blocks --linger ;;
     watch) echo --time --show --split --log --for ;;
-    terminal) echo --escape --enter --echo --hex ;;
+    terminal) echo --with ;;
     pipe) echo --exit-after --idle --until ;;
-    pty) echo --link ;;
+    pty) echo --link --exec ;;
     record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
     raw) echo --wait --fields ;;
@@ -28,12 +28,10 @@ _relayctl_value_of() {
     *:-f | *:--file | *:-o | *:--output | *:--log | *:--link) echo file ;;
     *:--time) echo clock start delta none ;;
     *:--show) echo both hex text ;;
-    *:--enter) echo cr lf crlf ;;
     *:--direction) echo guess to from ;;
-    terminal:--hex) echo none ;;
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
-      *:--for | *:--escape | *:--exit-after | *:--idle | *:--until | *:--listen | *:--speed | \
-      *:--wait | *:--count) echo value ;;
+      *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
+      *:--speed | *:--wait | *:--count) echo value ;;
     *) echo none ;;
   esac
 }

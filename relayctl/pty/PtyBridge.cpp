@@ -2,11 +2,13 @@
 #include "pty/PtyBridge.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <utility>
 
+#include "ExitStatus.h"
 #include "link/Loop.h"
 #include "show/Output.h"
 
@@ -21,11 +23,12 @@ constexpr size_t kMostAtAll = size_t{1} << 24;
 
 }  // namespace
 
-PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path)
+PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path,
+                     std::string programCommand)
     : port(std::move(portToOpen)),
       link(std::move(path)),
-      // Standard output has the pseudo-terminal's path alone.
-      notices(options.port, [](const LinkNotices::Notice& notice) { PrintNotice(notice.text); }),
+      command(std::move(programCommand)),
+      notices(options.port, [this](const LinkNotices::Notice& notice) { Tell(notice.text); }),
       client([&] {
         relay::ClientOptions lasting = options;
         lasting.reconnect = true;
@@ -44,6 +47,12 @@ PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen
   client.SetEvents(std::move(events));
 }
 
+// Standard output has the pseudo-terminal's path alone, or is the program's. A program may have the
+// terminal in raw mode, in which a new line does not begin at the left.
+void PtyBridge::Tell(const std::string& text) const {
+  PrintNotice(text + (program && isatty(STDERR_FILENO) == 1 ? "\r" : ""));
+}
+
 void PtyBridge::BeTold(const relay::Reply& reply) {
   const bool isOpen = reply.status == kStatusDone || reply.status == kStatusUnavailable;
   if (isOpen && terminal == nullptr) {
@@ -52,7 +61,6 @@ void PtyBridge::BeTold(const relay::Reply& reply) {
 }
 
 void PtyBridge::TakeFromPort(std::string_view data) {
-  received += data.size();
   if (terminal == nullptr || !terminal->InUse()) {
     return;
   }
@@ -85,18 +93,19 @@ void PtyBridge::GiveToProgram() {
   Regulate();
 }
 
-void PtyBridge::TakeFromProgram() {
+// Whether there is no more at the moment.
+bool PtyBridge::TakeFromProgram() {
   std::array<char, 4096> buffer;
   while (writer.Unsent() == 0) {
     const size_t count = terminal->Read(buffer.data(), buffer.size());
     if (count == 0) {
-      break;
+      return true;
     }
     if (client.IsOpen(port)) {
-      sent += count;
       writer.Write(std::string_view(buffer.data(), count));
     }
   }
+  return false;
 }
 
 // 0: nothing to wait for there. A pseudo-terminal without a program is always ready to say so, thus
@@ -115,7 +124,7 @@ void PtyBridge::Exchange(short events) {
   }
   if (terminal->InUse()) {
     GiveToProgram();
-    TakeFromProgram();
+    (void)TakeFromProgram();
   }
   if (!terminal->InUse()) {
     ForgetProgram();
@@ -133,18 +142,57 @@ void PtyBridge::Offer() {
   loop->Watch(
       terminal->Bytes(), [this] { return TerminalEvents(); },
       [this](short events) { Exchange(events); });
-  PrintLine(link.empty() ? terminal->Node() : link + " -> " + terminal->Node());
+  if (command.empty()) {
+    PrintLine(link.empty() ? terminal->Node() : link + " -> " + terminal->Node());
+  } else {
+    program.emplace(command, terminal->Node());
+  }
+}
+
+// The keyboard's signals go to the program as well, which may take them for something else.
+void PtyBridge::LeaveToProgram(int signal) {
+  loop->OnSignal(signal, [this, signal] { quit = program ? quit : signal; });
+}
+
+bool PtyBridge::IsOver() {
+  if (quit != 0) {
+    return true;
+  }
+  if (!program || !program->Status() || !TakeFromProgram()) {
+    return false;
+  }
+  if (!std::exchange(isConfirming, true)) {
+    writer.Confirm();
+  }
+  return writer.Pending() == 0;
+}
+
+int PtyBridge::ExitStatus(int signal) {
+  if (program && signal == 0) {
+    return program->WaitForStatus();
+  }
+  if (program) {
+    program->Signal(signal);
+    terminal.reset();
+    (void)program->WaitForStatus();
+  }
+  return command.empty() ? kExitDone : kExitSignal + signal;
 }
 
 int PtyBridge::Run(Loop& ownLoop) {
   loop = &ownLoop;
   loop->Serve(client);
   loop->When([this] { return notices.Due(); }, [this] { notices.Remind(); });
-  int quit = 0;
-  loop->OnSignal(SIGQUIT, [&quit] { quit = SIGQUIT; });
+  LeaveToProgram(SIGINT);
+  LeaveToProgram(SIGQUIT);
+  loop->OnSignal(SIGCHLD, [] {});  // only to be woken
   client.KeepOpen(port);
   client.Start();
-  const int signal = loop->Run([&quit] { return quit != 0; });
+  const int signal = loop->Run([this] { return IsOver(); });
   client.Stop();
-  return signal != 0 ? signal : quit;
+  if (overrun > 0) {
+    Tell(std::to_string(overrun) +
+         " received bytes were thrown away: the program did not read them");
+  }
+  return ExitStatus(signal != 0 ? signal : quit);
 }

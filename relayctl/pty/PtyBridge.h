@@ -3,9 +3,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "link/LinkNotices.h"
+#include "pty/Program.h"
 #include "pty/PseudoTerminal.h"
 #include "relay/Client.h"
 #include "relay/Writer.h"
@@ -17,23 +19,30 @@ class Loop;
 // The pseudo-terminal appears when the port is open for the first time, and stays. Without an open
 // port, what programs write is thrown away, as on a line that is unplugged; without a program, what
 // the port receives is. The service may leave and come back meanwhile.
+//
+// A command line of the shell can be run on it once it appears; {} stands for its path. Ctrl-C is
+// then that program's. What ends this process is passed on to it, and the pseudo-terminal hangs up.
 class PtyBridge {
  public:
-  // `path`: PseudoTerminal's link.
-  PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path);
+  // `path`: PseudoTerminal's link. `programCommand`: the command line; empty: the path is printed
+  // instead.
+  PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path,
+            std::string programCommand);
 
-  // Until a signal asks for the end, which it gives. Throws what PseudoTerminal throws. `loop` must
-  // outlive the object, and serves nothing else.
+  // Until the program has ended and the service has taken what it wrote, or until a signal asks for
+  // the end. Gives the exit status: the program's; without one 0, as a signal is the usual end
+  // then. Throws what PseudoTerminal throws. `loop` must outlive the object, and serves nothing
+  // else.
   int Run(Loop& loop);
 
-  uint64_t Sent() const { return sent; }          // bytes from programs to the port
-  uint64_t Received() const { return received; }  // bytes from the port
-  uint64_t Overrun() const { return overrun; }    // of these, those there was no room for
-
  private:
+  void Tell(const std::string& text) const;
+  void LeaveToProgram(int signal);
+  bool IsOver();
+  int ExitStatus(int signal);
   void BeTold(const relay::Reply& reply);
   void TakeFromPort(std::string_view data);
-  void TakeFromProgram();
+  bool TakeFromProgram();
   void GiveToProgram();
   void ForgetProgram();
   void Regulate();
@@ -43,13 +52,15 @@ class PtyBridge {
 
   const relay::Port port;
   const std::string link;
+  const std::string command;
   LinkNotices notices;
   relay::Client client;
   relay::Writer writer;
   Loop* loop = nullptr;
   std::unique_ptr<PseudoTerminal> terminal;  // once the port was open
+  std::optional<Program> program;
   relay::ByteQueue toProgram;
-  uint64_t sent = 0;
-  uint64_t received = 0;
-  uint64_t overrun = 0;
+  uint64_t overrun = 0;  // received bytes that there was no room for
+  int quit = 0;          // the signal
+  bool isConfirming = false;
 };

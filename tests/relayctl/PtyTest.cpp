@@ -80,6 +80,14 @@ class PtyTest : public RelayctlTest {
     }));
   }
 
+  // Starts all with a program on it.
+  void StartProgram(const std::string& command) {
+    device = std::make_unique<Device>();
+    StartListening();
+    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink +
+                                       " --exec " + Quoted(command));
+  }
+
   std::unique_ptr<Background> pty;
 
  private:
@@ -227,6 +235,42 @@ INSTANTIATE_TEST_SUITE_P(By, PtyEndTest,
                                          End{"Quit", SIGQUIT, "exit 0"},
                                          End{"Kill", SIGKILL, "signal 9"}),
                          NameOf<End>);
+
+TEST_F(PtyTest, RunsAProgramAndGivesItsStatus) {
+  StartProgram("exec 3<>{}; printf ready >&3; head -c 5 <&3 >/tmp/e2e/got; exit 7");
+  EXPECT_EQ("ready", device->Reads(5));
+  EXPECT_TRUE(device->Sends("hello"));
+  EXPECT_EQ("exit 7", pty->WaitForExit());
+  EXPECT_EQ("hello", workplace::ReadWhole("/tmp/e2e/got"));
+  EXPECT_EQ(std::string::npos, pty->Output().find("/dev/pts/")) << pty->Output();
+  EXPECT_FALSE(fs::is_symlink(kLink));
+}
+
+TEST_F(PtyTest, LeavesOnceTheServiceHasTakenWhatTheProgramWrote) {
+  std::string bytes;
+  for (unsigned i = 0; bytes.size() < 200000; ++i) {
+    bytes += static_cast<char>(i * 5 + i / 256);
+  }
+  workplace::WriteWhole("/tmp/e2e/upload", bytes);
+  StartProgram("cat /tmp/e2e/upload >{}");
+  EXPECT_TRUE(bytes == device->Reads(bytes.size()));
+  EXPECT_EQ("exit 0", pty->WaitForExit());
+}
+
+TEST_F(PtyTest, AProgramsSignalIsTheStatus) {
+  StartProgram("printf ready >{}; kill -USR1 $$");
+  EXPECT_EQ("ready", device->Reads(5));
+  EXPECT_EQ("exit 138", pty->WaitForExit());
+}
+
+TEST_F(PtyTest, WhatEndsItIsPassedOnToTheProgram) {
+  StartProgram(
+      "trap 'echo told >/tmp/e2e/told; exit' TERM; exec 3<>{}; printf ready >&3; cat <&3 & wait");
+  EXPECT_EQ("ready", device->Reads(5));
+  pty->Signal(SIGTERM);
+  EXPECT_EQ("exit 143", pty->WaitForExit());
+  EXPECT_EQ("told\n", workplace::ReadWhole("/tmp/e2e/told"));
+}
 
 TEST_F(PtyTest, ReplacesNoFileByItsLink) {
   device = std::make_unique<Device>();

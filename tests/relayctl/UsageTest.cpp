@@ -73,6 +73,8 @@ constexpr WrongUse kWrongUses[] = {
     {"PipeAsJson", "pipe X -j", 2, "pipe: has nothing to print as JSON"},
     {"PtyAsJson", "pty X --json", 2, "pty: has nothing to print as JSON"},
     {"TerminalAsJson", "-j terminal X", 2, "terminal: has nothing to print as JSON"},
+    {"TerminalWithoutAPlace", "terminal X --with tio", 2, "--with: lacks {}"},
+    {"PtyWithoutAPlace", "pty X --exec 'cat >x'", 2, "--exec: lacks {}"},
     {"ReplayNotANumber", "replay /dev/null --speed nan", 2, "--speed: \"nan\" is no number"},
     {"ReplayNothing", "replay", 2, "replay: FILE is required"},
     {"ReplayAMissingFile", "replay /nowhere", 1, "cannot read /nowhere: No such file"},

@@ -2,9 +2,9 @@
 # Tests of the commands terminal, pty, doctor and suggest.
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
+  ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
-  TerminalPartsTest.cpp
   LIBRARIES relayctl_parts sph_warnings)
 target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
