@@ -69,7 +69,8 @@ def differences() -> Iterator[str]:
     for file, pattern, wanted in USB_PLACES + BAUD_RATES + VERSIONS + NAMES:
         has = found(file, pattern)
         if has != wanted or not has:
-            yield f"{file} is behind: it has {has}, not {wanted} ({pattern})"
+            yield (f"{file} is behind: it lacks {[one for one in wanted if one not in has]}, "
+                   f"and has {[one for one in has if one not in wanted]} ({pattern})")
     needed = found("debian/control", r"^ ([a-z][\w.+-]*)(?::native)?(?: \(.*\))?,$")
     for name in needed:
         if name.removesuffix("-compat") not in PACKAGES:
