@@ -27,7 +27,8 @@ target_compile_options(sph_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wundef
   -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
   -Wnull-dereference -Wimplicit-fallthrough -Wextra-semi
-  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wno-psabi>)
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wno-psabi>
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 # gcc 12 takes a length at -O3 for negative where a string is put before another (its bug 105651).
 target_compile_options(sph_warnings INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>,$<CONFIG:Release>>:-Wno-restrict>)

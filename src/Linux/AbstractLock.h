@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "Linux/ThreadSafety.h"
+
 // One mutex. Results are 0, or the errno of the call that failed. Not recursive.
-class CAbstractLock {
+class CAPABILITY("lock") CAbstractLock {
  public:
   virtual ~CAbstractLock() = default;
 
-  virtual int Lock() = 0;
-  virtual int Unlock() = 0;
+  virtual int Lock() ACQUIRE() = 0;
+  virtual int Unlock() RELEASE() = 0;
 };

@@ -12,8 +12,8 @@ class CLinuxLock final : public CAbstractLock {
   CLinuxLock(const CLinuxLock&) = delete;
   CLinuxLock& operator=(const CLinuxLock&) = delete;
 
-  int Lock() override;
-  int Unlock() override;
+  int Lock() ACQUIRE() override;
+  int Unlock() RELEASE() override;
 
  private:
   pthread_mutex_t mutex;

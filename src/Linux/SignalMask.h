@@ -45,8 +45,8 @@ class CAllSignalsAdmitted {
   sigset_t earlier;
 };
 
-// Holds the stop signals back from the calling thread for a scope. They are delivered at its end, or
-// inside a CStopSignalsAdmitted.
+// Holds the stop signals back from the calling thread for a scope. They are delivered at its end,
+// or inside a CStopSignalsAdmitted.
 class CStopSignalsHeld {
  public:
   CStopSignalsHeld();

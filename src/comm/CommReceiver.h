@@ -31,8 +31,8 @@ class CCommReceiver {
 
   std::shared_ptr<CAbstractSocket> socket;
   std::atomic<bool> stopFlag{false};  // written by the owner, read by the receive thread
-  CLinuxLock callbacksLock;           // guards `callbacks`; never held during a callback
-  CommCallbacks callbacks;
+  CLinuxLock callbacksLock;           // never held during a callback
+  CommCallbacks callbacks GUARDED_BY(callbacksLock);
 };
 
 // The routine of the receive thread. `receiver` is a std::shared_ptr<CCommReceiver> on the heap,

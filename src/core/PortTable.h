@@ -43,5 +43,5 @@ class PortTable {
 
  private:
   CLinuxLock lock;
-  std::map<std::string, std::shared_ptr<CSerialPortExport>> ports;
+  std::map<std::string, std::shared_ptr<CSerialPortExport>> ports GUARDED_BY(lock);
 };

@@ -73,8 +73,8 @@ SerialPortHandler::SerialPortHandler() = default;
 
 SerialPortHandler::~SerialPortHandler() {
   ports.Clear();
-  if (relay != nullptr) {
-    (void)relay->Close();
+  if (CCommSocketExport* const link = OwnRelay()) {
+    (void)link->Close();
   }
   // A thread that a bounded stop gave up on still uses this object until its cancellation has
   // taken effect. One that the kernel does not let go cannot be waited for, nor destroyed under.
@@ -105,8 +105,8 @@ bool SerialPortHandler::Run() {
 void SerialPortHandler::RequestStop() {
   stopRequested = true;
   LogLine(LogLevel::kProgress, "request stop.");
-  if (relay != nullptr) {
-    (void)relay->Close();
+  if (CCommSocketExport* const link = OwnRelay()) {
+    (void)link->Close();
   }
 }
 
@@ -116,7 +116,7 @@ bool SerialPortHandler::OpenRelayConnection() {
   // Cleared before Listen, not after: a peer that leaves at once is reported before Listen returns.
   const bool requestedBefore = reconnectRequested.exchange(false);
   const CommCallbacks callbacks = {OnRelayPacket, OnRelayError, this};
-  if (relay->Listen(port, &callbacks) != 0) {
+  if (OwnRelay()->Listen(port, &callbacks) != 0) {
     reconnectRequested = requestedBefore;
     return false;
   }
@@ -135,7 +135,7 @@ bool SerialPortHandler::ReopenRelayConnection() {
   }
   // A receive thread that the bounded stop gave up on may hold the connection a little longer. Its
   // listening end must be gone before the next one is bound to the same port.
-  (void)relay->Close();
+  (void)OwnRelay()->Close();
   SetRelay(nullptr);
   return OpenRelayConnection();
 }

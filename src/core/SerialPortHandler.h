@@ -35,6 +35,11 @@ class SerialPortHandler {
   SerialPortHandler(const SerialPortHandler&) = delete;
   SerialPortHandler& operator=(const SerialPortHandler&) = delete;
 
+  // What the relay connection calls, and what the ports call, one at a time each. The two locks are
+  // independent: a command and received data are handled at the same time.
+  CLinuxLock relayCallbackLock;
+  CLinuxLock serialCallbackLock;
+
   // Where the relay connection and the ports enter, on their receive threads. `context` is the
   // handler.
   static int OnRelayPacket(const uint8_t* packet, uint32_t length, void* context);
@@ -47,27 +52,26 @@ class SerialPortHandler {
   bool ReopenRelayConnection();
   bool DropOnePort();
   void SetRelay(std::shared_ptr<CCommSocketExport> connection);
+  // For the main thread and its signal handlers.
+  CCommSocketExport* OwnRelay() NO_THREAD_SAFETY_ANALYSIS { return relay.get(); }
   void SendToRelay(const std::vector<uint8_t>& packet);
 
   // One packet from the relay service.
-  void DispatchCommand(const uint8_t* bytes, uint32_t count);
-  void HandleOpenCommand(const CommandPacket& command);
-  void HandleCloseCommand(const CommandPacket& command);
-  void HandleDataCommand(const CommandPacket& command);
-  void Reply(const CommandPacket& command, uint16_t status);
+  void DispatchCommand(const uint8_t* bytes, uint32_t count) REQUIRES(relayCallbackLock);
+  void HandleOpenCommand(const CommandPacket& command) REQUIRES(relayCallbackLock);
+  void HandleCloseCommand(const CommandPacket& command) REQUIRES(relayCallbackLock);
+  void HandleDataCommand(const CommandPacket& command) REQUIRES(relayCallbackLock);
+  void Reply(const CommandPacket& command, uint16_t status) REQUIRES(relayCallbackLock);
 
-  Status OpenPort(const std::string& name, const ReceiveCallback& callback);
-  Status ClosePort(const std::string& name);
-  Status ClosePortById(uint16_t portId1, uint16_t portId2);
+  Status OpenPort(const std::string& name, const ReceiveCallback& callback)
+      REQUIRES(relayCallbackLock);
+  Status ClosePort(const std::string& name) REQUIRES(relayCallbackLock);
+  Status ClosePortById(uint16_t portId1, uint16_t portId2) REQUIRES(relayCallbackLock);
 
   // Sends what a port has read to the relay service; drops it when no such port is open (any
   // more). Only the low 16 bits of `count` are used.
-  void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count);
-
-  // What the relay connection calls, and what the ports call, one at a time each. The two locks are
-  // independent: a command and received data are handled at the same time.
-  CLinuxLock relayCallbackLock;
-  CLinuxLock serialCallbackLock;
+  void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count)
+      REQUIRES(serialCallbackLock);
 
   bool stoppedOrderly = false;                 // what Run returned; main thread only
   std::atomic<bool> stopRequested{false};      // set by RequestStop, cleared and read by Run
@@ -77,9 +81,9 @@ class SerialPortHandler {
   // with the stop signals held back: so its own signal handlers may read it without the lock, and
   // all other threads copy it under the lock.
   CLinuxLock relayLock;
-  std::shared_ptr<CCommSocketExport> relay;
+  std::shared_ptr<CCommSocketExport> relay GUARDED_BY(relayLock);
 
   PortTable ports;
 
-  MachineSettings machine;  // only for command handling, one command at a time
+  MachineSettings machine GUARDED_BY(relayCallbackLock);
 };

@@ -46,6 +46,6 @@ class CSharedDescriptor {
 
  private:
   const std::shared_ptr<CFile> none = std::make_shared<CFile>(-1);
-  CLinuxLock lock;  // guards `current`
-  std::shared_ptr<CFile> current = none;
+  CLinuxLock lock;
+  std::shared_ptr<CFile> current GUARDED_BY(lock) = none;
 };
