@@ -44,12 +44,12 @@ TEST(LinuxLockTest, TwoThreadsAreNeverInsideAtOnce) {
 // A real lock that tells how often it was taken and let go.
 class CountingLock final : public CAbstractLock {
  public:
-  int Lock() override {
+  int Lock() ACQUIRE() override {
     const int result = lock.Lock();
     ++locked;
     return result;
   }
-  int Unlock() override {
+  int Unlock() RELEASE() override {
     ++unlocked;
     return lock.Unlock();
   }
