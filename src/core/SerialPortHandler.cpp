@@ -69,7 +69,7 @@ SerialPortHandler* SerialPortHandler::GetInstance() {
   return &instance;
 }
 
-SerialPortHandler::SerialPortHandler() = default;
+SerialPortHandler::SerialPortHandler(const Makers& makers) : make(makers) {}
 
 SerialPortHandler::~SerialPortHandler() {
   ports.Clear();
@@ -112,7 +112,7 @@ void SerialPortHandler::RequestStop() {
 
 bool SerialPortHandler::OpenRelayConnection() {
   const uint32_t port = MachineSettings::RelayPort();
-  SetRelay(CreateCommSocket(logModule, logTag));
+  SetRelay(make.relay(logModule, logTag));
   // Cleared before Listen, not after: a peer that leaves at once is reported before Listen returns.
   const bool requestedBefore = reconnectRequested.exchange(false);
   const CommCallbacks callbacks = {OnRelayPacket, OnRelayError, this};
@@ -229,7 +229,7 @@ Status SerialPortHandler::OpenPort(const std::string& name, const ReceiveCallbac
   if (ports.Find(name) != nullptr) {
     return kStatusUnavailable;
   }
-  const std::shared_ptr<CSerialPortExport> port = CreateSerialPort(logModule, logTag);
+  const std::shared_ptr<CSerialPortExport> port = make.port(logModule, logTag);
   const std::optional<SerialSettings> settings = machine.SettingsOf(name);
   if (!settings) {
     return kStatusNoPort;

@@ -15,11 +15,22 @@
 #include "protocol/WireFormat.h"
 #include "serial/SerialPortExport.h"
 
+// Who makes what the handler works with: a new connection for each link, a new port for each open.
+struct Makers {
+  decltype(&CreateCommSocket) relay = CreateCommSocket;
+  decltype(&CreateSerialPort) port = CreateSerialPort;
+};
+
 // The whole service: the relay link, the open ports, and what a command does to them.
 class SerialPortHandler {
  public:
-  // The one handler of the process, made at the first call, destroyed when the process ends.
+  // The handler of the process, made at the first call, destroyed when the process ends.
   static SerialPortHandler* GetInstance();
+
+  explicit SerialPortHandler(const Makers& makers = {});
+  ~SerialPortHandler();
+  SerialPortHandler(const SerialPortHandler&) = delete;
+  SerialPortHandler& operator=(const SerialPortHandler&) = delete;
 
   // Opens the relay link and keeps it until a stop is requested: true. False when the link cannot
   // be opened, the first time or again. For the main thread.
@@ -30,11 +41,6 @@ class SerialPortHandler {
   void RequestStop();
 
  private:
-  SerialPortHandler();
-  ~SerialPortHandler();
-  SerialPortHandler(const SerialPortHandler&) = delete;
-  SerialPortHandler& operator=(const SerialPortHandler&) = delete;
-
   // What the relay connection calls, and what the ports call, one at a time each. The two locks are
   // independent: a command and received data are handled at the same time.
   CLinuxLock relayCallbackLock;
@@ -72,6 +78,8 @@ class SerialPortHandler {
   // more). Only the low 16 bits of `count` are used.
   void ForwardSerialData(const std::string& portName, const uint8_t* bytes, int count)
       REQUIRES(serialCallbackLock);
+
+  const Makers make;
 
   bool stoppedOrderly = false;                 // what Run returned; main thread only
   std::atomic<bool> stopRequested{false};      // set by RequestStop, cleared and read by Run

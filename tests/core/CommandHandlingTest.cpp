@@ -21,13 +21,12 @@ class CommandHandlingTest : public testing::Test {
   CommandHandlingTest() {
     world.configuration["A"] = {"9600", "8", "none", "1", "none"};
     world.configuration["B"] = {"115200", "7", "even", "2", "hardware"};
-    service =
-        std::async(std::launch::async, [] { return SerialPortHandler::GetInstance()->Run(); });
+    service = std::async(std::launch::async, [this] { return handler.Run(); });
     relay = world.RelayNumber(1);
   }
   ~CommandHandlingTest() override {
     do {
-      SerialPortHandler::GetInstance()->RequestStop();  // one before the link stands is forgotten
+      handler.RequestStop();  // one before the link stands is forgotten
     } while (service.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready);
   }
 
@@ -49,6 +48,7 @@ class CommandHandlingTest : public testing::Test {
   }
 
   World& world = World::Get();
+  SerialPortHandler handler{{MakeRelay, MakePort}};
   std::shared_ptr<FakeRelay> relay;
   std::future<bool> service;
 };

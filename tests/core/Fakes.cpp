@@ -99,12 +99,6 @@ void FakeRelay::Sends(const std::string& hex) {
   (void)callbacks.onReceive(packet.data(), static_cast<uint32_t>(packet.size()), callbacks.context);
 }
 
-// The factories, replaced by the linker.
-std::shared_ptr<CCommSocketExport> MakeRelay(const std::string&, const std::string&) asm(
-    "__wrap__Z16CreateCommSocketRKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES6_");
-std::shared_ptr<CSerialPortExport> MakePort(const std::string&, const std::string&) asm(
-    "__wrap__Z16CreateSerialPortRKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEES6_");
-
 std::shared_ptr<CCommSocketExport> MakeRelay(const std::string&, const std::string&) {
   auto relay = std::make_shared<FakeRelay>();
   World::Get().prepareRelay(*relay);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The service core's three neighbours, in the test's hands: the relay connection and the ports
-// behind their factories (replaced at link time), and the platform library.
+// The service core's three neighbours, in the test's hands: the relay connection, the ports and the
+// platform library.
 #pragma once
 
 #include <atomic>
@@ -76,7 +76,13 @@ class FakeRelay final : public CCommSocketExport {
   std::atomic<int> closes = 0;
 };
 
-// What the factories made and the platform library answers. The test's and the service's threads
+// What the handler under test makes.
+std::shared_ptr<CCommSocketExport> MakeRelay(const std::string& moduleName,
+                                             const std::string& logTag);
+std::shared_ptr<CSerialPortExport> MakePort(const std::string& moduleName,
+                                            const std::string& logTag);
+
+// What they made and the platform library answers. The test's and the service's threads
 // both come here.
 class World {
  public:

@@ -14,14 +14,15 @@ namespace {
 class LifeCycleTest : public testing::Test {
  protected:
   std::future<bool> Run() {
-    return std::async(std::launch::async, [] { return SerialPortHandler::GetInstance()->Run(); });
+    return std::async(std::launch::async, [this] { return handler.Run(); });
   }
   static bool Ended(std::future<bool>& run) {
     return run.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
   }
-  static void Stop() { SerialPortHandler::GetInstance()->RequestStop(); }
+  void Stop() { handler.RequestStop(); }
 
   World& world = World::Get();
+  SerialPortHandler handler{{MakeRelay, MakePort}};
 };
 
 TEST_F(LifeCycleTest, AStopRequestEndsRunAndIsLogged) {
@@ -37,7 +38,7 @@ TEST_F(LifeCycleTest, AStopRequestEndsRunAndIsLogged) {
 }
 
 TEST_F(LifeCycleTest, AStopRequestedBeforeTheFirstLinkStandsIsForgotten) {
-  world.prepareRelay = [](FakeRelay& relay) { relay.whenListening = Stop; };
+  world.prepareRelay = [this](FakeRelay& relay) { relay.whenListening = [this] { Stop(); }; };
   auto run = Run();
   (void)world.RelayNumber(1);
   EXPECT_EQ(std::future_status::timeout, run.wait_for(std::chrono::milliseconds(600)))
