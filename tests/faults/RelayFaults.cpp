@@ -11,21 +11,6 @@
 
 namespace {
 
-void LeavesBetweenPackets(FaultTest& test) {
-  ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence));
-  test.relay->Leaves();
-}
-
-void LeavesInsideTheLength(FaultTest& test) {
-  test.relay->Sends("00");
-  test.relay->Leaves();
-}
-
-void LeavesInsideTheBody(FaultTest& test) {
-  test.relay->Sends("0014 02 02 000E '#Phys'");
-  test.relay->Leaves();
-}
-
 void ResetsInsideTheLength(FaultTest& test) {
   test.relay->Sends("00");
   test.relay->Resets();
@@ -42,30 +27,6 @@ void LeavesWithoutItsReplies(FaultTest& test) {
     test.relay->Sends(kFence);
   }
   test.relay->Leaves();
-}
-
-void SendsSingleBytes(FaultTest& test) {
-  for (const char* const command : {kClosePort0, kOpenPort0, kWriteB, kFence}) {
-    for (const uint8_t byte : WireBytes(command)) {
-      test.relay->SendsBytes(std::string(1, static_cast<char>(byte)));
-    }
-  }
-  EXPECT_EQ("B", test.device->Reads(1));
-}
-
-void ASecondOneConnects(FaultTest& test) {
-  Relay second;
-  second.Sends(kClosePort0);
-  test.ExpectDataBothWays();
-  second.Resets();
-  test.ExpectDataBothWays();
-}
-
-void AStrangerFollows(FaultTest& test) {
-  test.relay->Leaves();
-  ASSERT_TRUE(Service::Prints("[LISTEN]IP:", 2));
-  Relay stranger(Relay::kDefaultPort, "127.0.0.2");
-  EXPECT_EQ("closed", stranger.NextPacket());
 }
 
 std::string FiveDigits(int number) {
@@ -212,15 +173,9 @@ const std::vector<const char*> kNothing = {};
 // clang-format off
 const FaultRow kRows[] = {
     // name                      state             start    faults   happens                     packets        log            outcome
-    {"LeavesBetweenPackets",     State::kPortOpen, nullptr, nullptr, LeavesBetweenPackets,       {},            kNothing,      Outcome::kListensAgain},
-    {"LeavesInsideTheLength",    State::kPortOpen, nullptr, nullptr, LeavesInsideTheLength,      {},            kNothing,      Outcome::kListensAgain},
-    {"LeavesInsideTheBody",      State::kPortOpen, nullptr, nullptr, LeavesInsideTheBody,        {},            kNothing,      Outcome::kListensAgain},
     {"LeavesWithoutItsReplies",  State::kPortOpen, nullptr, nullptr, LeavesWithoutItsReplies,    {},            kNothing,      Outcome::kListensAgain},
     {"ResetsInsideTheLength",    State::kPortOpen, nullptr, nullptr, ResetsInsideTheLength,      {},            kNothing,      Outcome::kListensAgain},
     {"ResetsInsideTheBody",      State::kPortOpen, nullptr, nullptr, ResetsInsideTheBody,        {},            kNothing,      Outcome::kListensAgain},
-    {"SendsSingleBytes",         State::kPortOpen, nullptr, nullptr, SendsSingleBytes,           {kPort0Closed, kPort0Opened, kFenceReply}, kNothing, Outcome::kGoesOn},
-    {"ASecondOneConnects",       State::kPortOpen, nullptr, nullptr, ASecondOneConnects,         {},            kNothing,      Outcome::kGoesOn},
-    {"AStrangerFollows",         State::kPortOpen, nullptr, nullptr, AStrangerFollows,           {},            {kLinkFailed}, Outcome::kEndsWith255},
     {"SixtyThousandCommands",    State::kLinked,   nullptr, nullptr, SendsSixtyThousandCommands, {},            kNothing,      Outcome::kGoesOn},
     {"ReadsNothingForAWhile",    State::kLinked,   nullptr, nullptr, ReadsNothingForAWhile,      {},            kNothing,      Outcome::kGoesOn},
     {"HalfClosesUnderAFlood",    State::kPortOpen, nullptr, nullptr, HalfClosesUnderAFlood,      {},            kNothing,      Outcome::kGoesOn},

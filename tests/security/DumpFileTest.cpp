@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The list of devices at its fixed place, /tmp/deviceinfo.txt, when somebody has been there before.
-#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -64,13 +62,6 @@ TEST_F(DumpFileTest, ASymbolicLinkOfTheServicesOwnUserIsFollowed) {
   EXPECT_FALSE(std::filesystem::is_symlink(kDump));
 }
 
-TEST_F(DumpFileTest, ASymbolicLinkToAMissingFileMakesThatFile) {
-  std::filesystem::create_symlink("/tmp/e2e/made", kDump);
-  StartLinked();
-  EXPECT_EQ(Wire(kUsbNotFound), relay->Answer(kOpenUsb));
-  EXPECT_TRUE(std::filesystem::exists("/tmp/e2e/made"));
-}
-
 // A read-only mount stands for every file that the service may read but not write.
 TEST_F(DumpFileTest, AFileThatCannotBeReplacedIsBelieved) {
   const Device chosen("/dev/of-his-choice");
@@ -81,48 +72,6 @@ TEST_F(DumpFileTest, AFileThatCannotBeReplacedIsBelieved) {
   EXPECT_EQ(Wire(kUsbOpened), relay->Answer(kOpenUsb));
   EXPECT_TRUE(service->Holds(chosen.Node()));
   EXPECT_EQ(kForgedList, workplace::ReadWhole(kDump));
-}
-
-// What the list names must be a terminal; nothing is written to anything else.
-TEST_F(DumpFileTest, AListThatNamesAFileIsAnsweredWithStatus4AndTheFileIsUnchanged) {
-  workplace::WriteWhole("/tmp/e2e/victim", "what was there before");
-  udev.AddAdapterAtPort(0, "/tmp/e2e/victim");
-  StartLinked();
-  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0004"), relay->Answer(kOpenUsb));
-  EXPECT_EQ("what was there before", workplace::ReadWhole("/tmp/e2e/victim"));
-  EXPECT_FALSE(service->Holds("/tmp/e2e/victim"));
-}
-
-// It holds up the search until somebody reads it, and again until somebody writes to it.
-TEST_F(DumpFileTest, AFifoHoldsUpTheCommandAndIsBelieved) {
-  const Device chosen("/dev/of-his-choice");
-  ASSERT_EQ(0, mkfifo(kDump, 0666));
-  StartLinked();
-  relay->Sends(kOpenUsb);
-  const int reader = open(kDump, O_RDONLY | O_CLOEXEC);  // waits for the shell
-  char buffer[65536];
-  while (read(reader, buffer, sizeof buffer) > 0) {
-  }
-  (void)close(reader);
-  EXPECT_EQ(1U, UdevDatabase::Runs());
-  EXPECT_FALSE(service->Holds(chosen.Node()));
-  const int writer = open(kDump, O_WRONLY | O_CLOEXEC);  // waits for the service
-  const std::string list = kForgedList;
-  EXPECT_EQ(static_cast<ssize_t>(list.size()), write(writer, list.data(), list.size()));
-  (void)close(writer);
-  EXPECT_EQ(Wire(kUsbOpened), relay->NextPacket());
-  EXPECT_TRUE(service->Holds(chosen.Node()));
-}
-
-TEST_F(DumpFileTest, ADirectoryMakesEveryUsbNameUnknown) {
-  udev.AddAdapterAtPort(0, "/dev/ttyUSB0");
-  device = std::make_unique<Device>("/dev/ttyUSB0");
-  std::filesystem::create_directory(kDump);
-  StartLinked();
-  EXPECT_EQ(Wire(kUsbNotFound), relay->Answer(kOpenUsb));
-  EXPECT_TRUE(std::filesystem::is_directory(kDump));
-  relay->Sends("0008 02 01 0403 6001");
-  EXPECT_EQ("signal 6", service->WaitForExit());
 }
 
 TEST_F(DumpFileTest, AStopIsPossibleWhileAFifoHoldsUpTheCommand) {
