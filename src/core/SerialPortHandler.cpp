@@ -89,7 +89,7 @@ bool SerialPortHandler::Run() {
     return false;
   }
   // Deliberate: a stop that was requested before this point is forgotten.
-  // Pinned by ServiceTest.AStopRequestedBeforeTheFirstLinkIsForgotten.
+  // Pinned by StopTest.AStopRequestedBeforeTheFirstLinkIsForgotten.
   stopRequested = false;
   while (!stopRequested) {
     (void)SleepMilliseconds(kSupervisionMilliseconds);

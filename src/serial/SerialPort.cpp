@@ -50,7 +50,7 @@ int CSerialPort::OpenUsb(uint16_t vendor, uint16_t product, const ReceiveCallbac
                          const SerialSettings& settings) {
   ReplaceLine();
   // Deliberate: two searches, of which the second counts.
-  // Pinned by SerialPortTest.OpenUsbSearchesTwice.
+  // Pinned by SerialPortUsbTest.OpenUsbSearchesTwice.
   LookupUsbDevicePath(vendor, product, line->devicePath);
   line->devicePath = line->device->FindUsbDevice(vendor, product);
   if (line->devicePath.empty()) {
@@ -107,7 +107,7 @@ void CSerialPort::BeginReceiving() {
     (void)argument.release();  // the routine's now
   }
   // Deliberate: without a thread the port is open and receives nothing.
-  // Pinned by SerialPortTest.OpenReturns0WhenNoThreadCanBeMade.
+  // Pinned by SerialPortFailureTest.OpenReturns0WhenNoThreadCanBeMade.
 }
 
 int CSerialPort::Send(const uint8_t* data, int length) {

@@ -7,7 +7,9 @@
 
 namespace {
 
-TEST_F(ServiceTest, ReceivedBytesGoOutAsOneNotificationWithOneBlockOfType2) {
+class DataTest : public ServiceTest {};
+
+TEST_F(DataTest, ReceivedBytesGoOutAsOneNotificationWithOneBlockOfType2) {
   StartWithOpenPort();
   ASSERT_TRUE(device->Sends("\r\n"));
   EXPECT_EQ(Wire("001A 04 02 000E '#PhysicalPort0' 01 02 0002 0D0A"), relay->NextPacket());
@@ -26,7 +28,7 @@ std::string ManyBytes() {
   return bytes;
 }
 
-TEST_F(ServiceTest, TenMegabytesReachTheDeviceUnchanged) {
+TEST_F(DataTest, TenMegabytesReachTheDeviceUnchanged) {
   StartWithOpenPort();
   const std::string bytes = ManyBytes();
   const std::string head = Wire("A018 04 02 000E '#PhysicalPort0' 01 01 A000");
@@ -41,7 +43,7 @@ TEST_F(ServiceTest, TenMegabytesReachTheDeviceUnchanged) {
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
 }
 
-TEST_F(ServiceTest, TenMegabytesReachTheRelayUnchanged) {
+TEST_F(DataTest, TenMegabytesReachTheRelayUnchanged) {
   StartWithOpenPort();
   const std::string bytes = ManyBytes();
   auto sending = std::async(std::launch::async, [&] { return device->Sends(bytes); });

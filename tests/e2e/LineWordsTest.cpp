@@ -40,9 +40,9 @@ constexpr LineCase kLineCases[] = {
     {"XonxoffIsNoWord", "9600 8 none 1 xonxoff", B9600, 0, 0},
 };
 
-class LineSettingsTest : public ServiceTest, public testing::WithParamInterface<LineCase> {};
+class LineWordsTest : public ServiceTest, public testing::WithParamInterface<LineCase> {};
 
-TEST_P(LineSettingsTest, WordsBecomeTheLineSettings) {
+TEST_P(LineWordsTest, WordsBecomeTheLineSettings) {
   configuration.Port("#PhysicalPort0", GetParam().words);
   StartWithOpenPort();
   const termios line = device->Settings();
@@ -52,9 +52,9 @@ TEST_P(LineSettingsTest, WordsBecomeTheLineSettings) {
   EXPECT_EQ(GetParam().input, line.c_iflag & (IXON | IXOFF));
 }
 
-INSTANTIATE_TEST_SUITE_P(Words, LineSettingsTest, testing::ValuesIn(kLineCases), NameOf<LineCase>);
+INSTANTIATE_TEST_SUITE_P(Words, LineWordsTest, testing::ValuesIn(kLineCases), NameOf<LineCase>);
 
-TEST_F(ServiceTest, ABaudWordFollowedByABlankCountsAs0) {
+TEST_F(LineWordsTest, ABaudWordFollowedByABlankCountsAs0) {
   Configuration::Text(
       "[#PhysicalPort0]\nbaud = \"9600 \"\ndata = 8\nparity = none\nstop = 1\nflow = none\n");
   StartWithOpenPort();
@@ -62,7 +62,7 @@ TEST_F(ServiceTest, ABaudWordFollowedByABlankCountsAs0) {
   EXPECT_EQ(speed_t{B0}, cfgetospeed(&line));
 }
 
-TEST_F(ServiceTest, TheLineIsRaw) {
+TEST_F(LineWordsTest, TheLineIsRaw) {
   StartWithOpenPort();
   const termios line = device->Settings();
   EXPECT_EQ(0U, line.c_lflag & (ECHO | ICANON | ISIG | IEXTEN));

@@ -6,13 +6,15 @@
 
 namespace {
 
-TEST_F(ServiceTest, TheExitTextIsSevenBytesInUtf8) {
+class LogTest : public ServiceTest {};
+
+TEST_F(LogTest, TheExitTextIsSevenBytesInUtf8) {
   StartLinked();
   EXPECT_EQ("exit 0", Stop(SIGTERM));
   EXPECT_EQ("E7B582E4BA860A", HexOf(Service::Errors()));
 }
 
-TEST_F(ServiceTest, TheLogTellsTheWholeStory) {
+TEST_F(LogTest, TheLogTellsTheWholeStory) {
   StartWithOpenPort();
   relay->Sends("001B 04 02 000E '#PhysicalPort0' 01 01 0003 'ABC'");
   EXPECT_EQ("ABC", device->Reads(3));

@@ -56,7 +56,7 @@ std::string RandomBytes(std::mt19937& random, size_t count) {
   return bytes;
 }
 
-TEST_F(ServiceTest, PacketsOfRandomBytesAreLoggedOnceEach) {
+TEST_F(MalformedInputTest, PacketsOfRandomBytesAreLoggedOnceEach) {
   StartWithOpenPort();
   std::mt19937 random(1);
   std::uniform_int_distribution<size_t> size(1, 600);
@@ -74,7 +74,7 @@ TEST_F(ServiceTest, PacketsOfRandomBytesAreLoggedOnceEach) {
 }
 
 // Where the packets begin is random too, and most streams end inside one.
-TEST_F(ServiceTest, StreamsOfRandomBytesDoNotEndTheProcess) {
+TEST_F(MalformedInputTest, StreamsOfRandomBytesDoNotEndTheProcess) {
   std::mt19937 random(2);
   StartService();
   for (int round = 0; round < 10; ++round) {

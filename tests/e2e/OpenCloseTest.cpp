@@ -15,18 +15,21 @@
 
 namespace {
 
-TEST_F(ServiceTest, OpeningAPortWithAnIncompleteConfigurationIsAnsweredWithStatus2) {
+class OpenCloseTest : public ServiceTest {};
+
+TEST_F(OpenCloseTest, OpeningAPortWithAnIncompleteConfigurationIsAnsweredWithStatus2) {
   Configuration::Text("[#PhysicalPort0]\nbaud = 9600\ndata = 8\nparity = none\nstop = 1\n");
   device = std::make_unique<Device>();
   StartLinked();
   EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0002"), relay->Answer(kOpenPort0));
 }
 
-TEST_F(ServiceTest, OpeningANodeThatIsNoTerminalIsAnsweredWithStatus4) {
+TEST_F(OpenCloseTest, OpeningANodeThatIsNoTerminalIsAnsweredWithStatus4) {
   std::ofstream("/dev/ttyS2") << "text";
   StartLinked();
   EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0004"), relay->Answer(kOpenPort0));
   EXPECT_FALSE(service->Holds("/dev/ttyS2"));
+  EXPECT_EQ("text", workplace::ReadWhole("/dev/ttyS2"));
 }
 
 // A device that sends without a pause: bytes that count up, so that a gap would show.
@@ -54,7 +57,7 @@ class TalkingDevice {
   std::thread talk;
 };
 
-TEST_F(ServiceTest, TheReplyToAnOpenComesBeforeThePortsDataAndNoneIsLost) {
+TEST_F(OpenCloseTest, TheReplyToAnOpenComesBeforeThePortsDataAndNoneIsLost) {
   device = std::make_unique<Device>();
   StartLinked();
   const TalkingDevice talking(*device);
@@ -80,7 +83,7 @@ TEST_F(ServiceTest, TheReplyToAnOpenComesBeforeThePortsDataAndNoneIsLost) {
   }
 }
 
-TEST_F(ServiceTest, TheConfigurationIsReadAtEachOpen) {
+TEST_F(OpenCloseTest, TheConfigurationIsReadAtEachOpen) {
   StartWithOpenPort();
   EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
   configuration.Port("#PhysicalPort0", "115200 8 none 1 none");

@@ -40,18 +40,18 @@ TEST_P(RelayPortTest, ListensOnTheTabledPort) {
 
 INSTANTIATE_TEST_SUITE_P(Texts, RelayPortTest, testing::ValuesIn(kPortCases), NameOf<PortCase>);
 
-TEST_F(ServiceTest, ListensOn60004WithoutAConnectionRecord) {
+TEST_F(RelayPortTest, ListensOn60004WithoutAConnectionRecord) {
   StartLinked();
   EXPECT_EQ("[LISTEN]IP:127.0.0.1(PORT:60004)\n[ACCEPT]IP:127.0.0.1\n", Service::Output());
 }
 
-TEST_F(ServiceTest, ListensOn60004WithoutAConfigurationFile) {
+TEST_F(RelayPortTest, ListensOn60004WithoutAConfigurationFile) {
   std::filesystem::remove(workplace::kConfiguration);
   StartLinked();
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
 }
 
-TEST_F(ServiceTest, LooksThePortUpAfreshForEachLink) {
+TEST_F(RelayPortTest, LooksThePortUpAfreshForEachLink) {
   StartLinked();
   configuration.RelayPort("1025");
   relay->Leaves();

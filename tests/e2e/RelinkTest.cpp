@@ -9,6 +9,8 @@
 
 namespace {
 
+class RelinkTest : public ServiceTest {};
+
 using std::chrono::milliseconds;
 
 enum class Parting { kLeaves, kResets, kEndsSending };
@@ -61,7 +63,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, PartingTest,
                          NameOfParting);
 
 // One look of the supervision every 250 ms.
-TEST_F(ServiceTest, ListensAgainAboutAQuarterOfASecondAfterTheRelayHasLeft) {
+TEST_F(RelinkTest, ListensAgainAboutAQuarterOfASecondAfterTheRelayHasLeft) {
   StartLinked();
   const milliseconds taken = TimeOf([&] {
     relay->Leaves();
@@ -70,7 +72,7 @@ TEST_F(ServiceTest, ListensAgainAboutAQuarterOfASecondAfterTheRelayHasLeft) {
   EXPECT_LT(taken, milliseconds(2000));
 }
 
-TEST_F(ServiceTest, RelaysThatLeaveAtOnceDoNoHarm) {
+TEST_F(RelinkTest, RelaysThatLeaveAtOnceDoNoHarm) {
   StartService();
   for (int round = 0; round < 50; ++round) {
     Link();
@@ -81,7 +83,7 @@ TEST_F(ServiceTest, RelaysThatLeaveAtOnceDoNoHarm) {
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
 }
 
-TEST_F(ServiceTest, ASecondRelayIsNeverAccepted) {
+TEST_F(RelinkTest, ASecondRelayIsNeverAccepted) {
   StartLinked();
   Relay second;  // waits in the queue of the listening socket
   second.Sends(kFence);
@@ -93,7 +95,7 @@ TEST_F(ServiceTest, ASecondRelayIsNeverAccepted) {
   EXPECT_FALSE(Service::Output().ends_with("[ACCEPT]IP:127.0.0.1\n[ACCEPT]IP:127.0.0.1\n"));
 }
 
-TEST_F(ServiceTest, APeerWithAnotherAddressEndsTheProcessWith255) {
+TEST_F(RelinkTest, APeerWithAnotherAddressEndsTheProcessWith255) {
   StartService();
   Relay stranger(Relay::kDefaultPort, "127.0.0.2");
   EXPECT_EQ("exit 255", service->WaitForExit());
@@ -122,7 +124,7 @@ class Occupant {
   int listening;
 };
 
-TEST_F(ServiceTest, AnOccupiedPortEndsTheProcessWith255) {
+TEST_F(RelinkTest, AnOccupiedPortEndsTheProcessWith255) {
   const Occupant occupant(60004);
   StartService();
   EXPECT_EQ("exit 255", service->WaitForExit());
@@ -130,7 +132,7 @@ TEST_F(ServiceTest, AnOccupiedPortEndsTheProcessWith255) {
   EXPECT_EQ("", Service::Output() + Service::Errors());
 }
 
-TEST_F(ServiceTest, AnOccupiedPortAtTheRelinkEndsTheProcessWith255) {
+TEST_F(RelinkTest, AnOccupiedPortAtTheRelinkEndsTheProcessWith255) {
   const Occupant occupant(2000);
   StartLinked();
   configuration.RelayPort("2000");
@@ -141,7 +143,7 @@ TEST_F(ServiceTest, AnOccupiedPortAtTheRelinkEndsTheProcessWith255) {
 }
 
 // The relay reads nothing, so that the port's receive thread comes to a halt inside a send.
-TEST_F(ServiceTest, ARelayThatReadNothingCanLeaveAndComeBack) {
+TEST_F(RelinkTest, ARelayThatReadNothingCanLeaveAndComeBack) {
   StartWithOpenPort();
   Clog();
   relay->Leaves();

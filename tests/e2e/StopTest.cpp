@@ -167,7 +167,7 @@ TEST_F(SlowSearchTest, ASigintDuringASlowSearchIsLost) {
   EXPECT_EQ("exit 0", Stop(SIGINT));
 }
 
-TEST_F(ServiceTest, ASecondSignalDuringTheStopEndsItOnceWithStatus0) {
+TEST_F(StopTest, ASecondSignalDuringTheStopEndsItOnceWithStatus0) {
   StartWithOpenPort();
   Settle();
   service->Signal(SIGTERM);
@@ -180,7 +180,7 @@ TEST_F(ServiceTest, ASecondSignalDuringTheStopEndsItOnceWithStatus0) {
   EXPECT_EQ(1U, LogFile::Count(kStopped));
 }
 
-TEST_F(ServiceTest, AllThreeSignalsAtOnceEndItOnceWithStatus0) {
+TEST_F(StopTest, AllThreeSignalsAtOnceEndItOnceWithStatus0) {
   StartWithOpenPort();
   Settle();
   service->Signal(SIGTERM);
@@ -193,7 +193,7 @@ TEST_F(ServiceTest, AllThreeSignalsAtOnceEndItOnceWithStatus0) {
 
 // A stop takes about two seconds: closing the stream does not wake the thread that reads it, and
 // the wait for that thread is bounded.
-TEST_F(ServiceTest, AStopTakesAboutTwoSeconds) {
+TEST_F(StopTest, AStopTakesAboutTwoSeconds) {
   StartLinked();
   const std::chrono::milliseconds taken = TimeOf([&] { EXPECT_EQ("exit 0", Stop(SIGTERM)); });
   EXPECT_GE(taken, std::chrono::milliseconds(1900));
@@ -213,7 +213,7 @@ bool Gives(int descriptor, const std::string& text) {
 
 // Standard output is a pipe that holds the first line and not the second: the service waits in the
 // middle of Listen, with its peer accepted, until the test reads. It gives a reader a second.
-TEST_F(ServiceTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
+TEST_F(StopTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
   int pipe[2] = {};
   ASSERT_EQ(0, pipe2(pipe, O_CLOEXEC));
   const auto capacity = static_cast<size_t>(fcntl(pipe[1], F_SETPIPE_SZ, 4096));

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The kernel hangs the near end up, as it does for TIOCVHANGUP (HangupFaults.cpp), for good. The
+// The kernel hangs the near end up, as it does for TIOCVHANGUP (HangupTest.cpp), for good. The
 // path stays, and leads nowhere.
 void FarEndCloses(FaultTest& test) {
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);

@@ -23,7 +23,7 @@ std::string Look(std::string_view text, std::string_view section, std::string_vi
 
 std::string Value(const std::string& line) { return Look("[s]\n" + line, "s", "k"); }
 
-TEST(IniFile, FindsAValueInItsSection) {
+TEST(IniFileTest, FindsAValueInItsSection) {
   constexpr std::string_view kText =
       "[connect]\nport=60004\n[#PhysicalPort0]\nbaud=9600\n[#USBSerialPort3]\nbaud=115200\n";
   EXPECT_EQ("60004", Look(kText, "connect", "port"));
@@ -31,26 +31,26 @@ TEST(IniFile, FindsAValueInItsSection) {
   EXPECT_EQ("115200", Look(kText, "#USBSerialPort3", "baud"));
 }
 
-TEST(IniFile, MissingSectionOrKeyIsNotFound) {
+TEST(IniFileTest, MissingSectionOrKeyIsNotFound) {
   EXPECT_EQ("(missing)", Look("[a]\nk=1\n", "b", "k"));
   EXPECT_EQ("(missing)", Look("[a]\nk=1\n", "a", "l"));
   EXPECT_EQ("(missing)", Look("[a]\nk=1\n", "a", "K"));
   EXPECT_EQ("(missing)", Look("", "a", "k"));
 }
 
-TEST(IniFile, BlanksAroundAValueAreDropped) {
+TEST(IniFileTest, BlanksAroundAValueAreDropped) {
   EXPECT_EQ("9600", Value("k=9600"));
   EXPECT_EQ("9600", Value(" \tk \t= \t9600 \t"));
   EXPECT_EQ("two words", Value("k = two words "));
 }
 
-TEST(IniFile, QuotesKeepTheBlanksOfAValue) {
+TEST(IniFileTest, QuotesKeepTheBlanksOfAValue) {
   EXPECT_EQ("9600 ", Value("k = \"9600 \" "));
   EXPECT_EQ(" \t", Value("k=\" \t\""));
   EXPECT_EQ("", Value("k=\"\""));
 }
 
-TEST(IniFile, ValueIsHandedOnVerbatim) {
+TEST(IniFileTest, ValueIsHandedOnVerbatim) {
   EXPECT_EQ("", Value("k="));
   EXPECT_EQ("a=b", Value("k=a=b"));
   EXPECT_EQ("9600 ; fast # really", Value("k=9600 ; fast # really"));
@@ -59,35 +59,35 @@ TEST(IniFile, ValueIsHandedOnVerbatim) {
   EXPECT_EQ("\xc3\xa4\xff", Value("k=\xc3\xa4\xff"));
 }
 
-TEST(IniFile, CommentsAndEmptyLinesAreSkipped) {
+TEST(IniFileTest, CommentsAndEmptyLinesAreSkipped) {
   constexpr std::string_view kText =
       "; one\n;two=2\n# three\n#\tfour\n#\n\n \t\n  ; five\n  # six\n[s]\n; k=0\n# k=0\nk=1\n";
   EXPECT_EQ("1", Look(kText, "s", "k"));
 }
 
-TEST(IniFile, HashWithoutABlankIsNoComment) {
+TEST(IniFileTest, HashWithoutABlankIsNoComment) {
   EXPECT_EQ("1", Look("[s]\n#k=1\n", "s", "#k"));
   EXPECT_EQ("1", Look("[#PhysicalPort0]\nk=1\n", "#PhysicalPort0", "k"));
   EXPECT_EQ("(malformed)", Look("#comment\n", "s", "k"));
 }
 
-TEST(IniFile, SectionNameStandsAsItIs) {
+TEST(IniFileTest, SectionNameStandsAsItIs) {
   EXPECT_EQ("1", Look(" [ a b ] \nk=1\n", " a b ", "k"));
   EXPECT_EQ("1", Look("[a[b]\nk=1\n", "a[b", "k"));
   EXPECT_EQ("1", Look("[/dev/ttyUSB0]\nk=1\n", "/dev/ttyUSB0", "k"));
 }
 
-TEST(IniFile, LinesMayEndInCrLfOrNotAtAll) {
+TEST(IniFileTest, LinesMayEndInCrLfOrNotAtAll) {
   EXPECT_EQ("1", Look("[s]\r\nk=1\r\n", "s", "k"));
   EXPECT_EQ("1", Look("[s]\nk=1", "s", "k"));
   EXPECT_EQ("1", Look("[s]\r\n\r\nk=1\r", "s", "k"));
 }
 
-TEST(IniFile, KeysAndSectionsThatNobodyAsksForAreAccepted) {
+TEST(IniFileTest, KeysAndSectionsThatNobodyAsksForAreAccepted) {
   EXPECT_EQ("1", Look("[other]\nx=y\n[s]\nspeed=9\nk=1\n", "s", "k"));
 }
 
-TEST(IniFile, LongestValueFitsAndOneByteMoreDoesNot) {
+TEST(IniFileTest, LongestValueFitsAndOneByteMoreDoesNot) {
   const std::string longest(63, 'x');
   EXPECT_EQ(longest, Value("k=" + longest));
   EXPECT_EQ(longest, Value("k=\"" + longest + "\""));
@@ -148,7 +148,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& info) { return std::string(info.param.name); });
 
 // Quadratic work would take minutes here.
-TEST(IniFile, TensOfThousandsOfSectionsAreNoBurden) {
+TEST(IniFileTest, TensOfThousandsOfSectionsAreNoBurden) {
   std::string text;
   for (int i = 0; i < 50000; ++i) {
     text += "[" + std::to_string(i) + "]\n";

@@ -31,9 +31,9 @@ void Log(const std::string& message, int level = 3) {
   writelog("M", "f.cpp", "1", "4", message.c_str(), level);
 }
 
-class KXLogger : public testing::Test {
+class KXLoggerTest : public testing::Test {
  protected:
-  KXLogger() {
+  KXLoggerTest() {
     unsetenv("KXLOGGER_FILE");
     unsetenv("JOURNAL_STREAM");
   }
@@ -70,7 +70,7 @@ std::map<std::string, int> CountPerWriter(const std::vector<std::string>& lines)
 
 void LogNumbered(const std::string& writer, int number) { Log(Numbered(writer, number)); }
 
-TEST_F(KXLogger, AppendsOneLinePerCallToTheFile) {
+TEST_F(KXLoggerTest, AppendsOneLinePerCallToTheFile) {
   LogTo(path);
   writelog("SerialPortHandler", "SerialPortHandler.cpp", "87", "4",
            "Serial Port Handler start running.\n", 3);
@@ -82,7 +82,7 @@ TEST_F(KXLogger, AppendsOneLinePerCallToTheFile) {
                                             "error: thread can not join"))));
 }
 
-TEST_F(KXLogger, TimeIsNow) {
+TEST_F(KXLoggerTest, TimeIsNow) {
   LogTo(path);
   const std::time_t before = std::time(nullptr);
   Log("m");
@@ -93,13 +93,13 @@ TEST_F(KXLogger, TimeIsNow) {
   EXPECT_GE(after + 1, timegm(&fields));
 }
 
-TEST_F(KXLogger, NullTextsAreEmpty) {
+TEST_F(KXLoggerTest, NullTextsAreEmpty) {
   LogTo(path);
   writelog(nullptr, nullptr, nullptr, nullptr, nullptr, 0);
   EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(Form("0  :  "))));
 }
 
-TEST_F(KXLogger, LongMessageIsOneLineThatEndsVisibly) {
+TEST_F(KXLoggerTest, LongMessageIsOneLineThatEndsVisibly) {
   LogTo(path);
   Log(std::string(70000, 'x'));
   ASSERT_EQ(1U, Lines().size());
@@ -107,20 +107,20 @@ TEST_F(KXLogger, LongMessageIsOneLineThatEndsVisibly) {
   EXPECT_EQ(4096U, ContentOf(path).size());
 }
 
-TEST_F(KXLogger, WritesToStandardErrorWithoutAFile) {
+TEST_F(KXLoggerTest, WritesToStandardErrorWithoutAFile) {
   const StandardErrorFile standardError(folder.Path("stderr"));
   Log("m");
   EXPECT_THAT(standardError.Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 m"))));
 }
 
-TEST_F(KXLogger, EmptyFileNameCountsAsNone) {
+TEST_F(KXLoggerTest, EmptyFileNameCountsAsNone) {
   LogTo("");
   const StandardErrorFile standardError(folder.Path("stderr"));
   Log("m");
   EXPECT_THAT(standardError.Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 m"))));
 }
 
-TEST_F(KXLogger, EnvironmentIsReadAtTheFirstLineOnly) {
+TEST_F(KXLoggerTest, EnvironmentIsReadAtTheFirstLineOnly) {
   LogTo(path);
   Log("one");
   setenv("KXLOGGER_FILE", folder.Path("other").c_str(), 1);
@@ -137,7 +137,7 @@ std::string NameOf(int stream) {
 
 std::string NameOfStandardError() { return NameOf(STDERR_FILENO); }
 
-TEST_F(KXLogger, JournalGetsItsPriorities) {
+TEST_F(KXLoggerTest, JournalGetsItsPriorities) {
   const StandardErrorFile standardError(folder.Path("stderr"));
   setenv("JOURNAL_STREAM", NameOfStandardError().c_str(), 1);
   Log("fatal", 0);
@@ -149,7 +149,7 @@ TEST_F(KXLogger, JournalGetsItsPriorities) {
                           MatchesRegex("<6>" + Form("3 M f.cpp:1 4 progress"))));
 }
 
-TEST_F(KXLogger, OtherStreamThanTheJournalGetsNoPriority) {
+TEST_F(KXLoggerTest, OtherStreamThanTheJournalGetsNoPriority) {
   const int journal = open(folder.Path("journal").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   setenv("JOURNAL_STREAM", NameOf(journal).c_str(), 1);
   close(journal);
@@ -159,7 +159,7 @@ TEST_F(KXLogger, OtherStreamThanTheJournalGetsNoPriority) {
 }
 
 // As under a supervisor that keeps standard error, with its hex dump, away from the journal.
-TEST_F(KXLogger, JournalOnStandardOutputAloneGetsTheLines) {
+TEST_F(KXLoggerTest, JournalOnStandardOutputAloneGetsTheLines) {
   const StandardErrorFile standardError(folder.Path("stderr"));
   const StreamFile standardOutput(STDOUT_FILENO, folder.Path("stdout"));
   setenv("JOURNAL_STREAM", NameOf(STDOUT_FILENO).c_str(), 1);
@@ -171,14 +171,14 @@ TEST_F(KXLogger, JournalOnStandardOutputAloneGetsTheLines) {
   EXPECT_THAT(standardError.Lines(), IsEmpty());
 }
 
-TEST_F(KXLogger, FileGetsNoPriorityBesideAJournal) {
+TEST_F(KXLoggerTest, FileGetsNoPriorityBesideAJournal) {
   setenv("JOURNAL_STREAM", NameOfStandardError().c_str(), 1);
   LogTo(path);
   Log("m");
   EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 m"))));
 }
 
-TEST_F(KXLogger, FullDiskSendsLinesToStandardErrorWithTheReasonOnce) {
+TEST_F(KXLoggerTest, FullDiskSendsLinesToStandardErrorWithTheReasonOnce) {
   LogTo("/dev/full");
   const StandardErrorFile standardError(folder.Path("stderr"));
   Log("one");
@@ -191,7 +191,7 @@ TEST_F(KXLogger, FullDiskSendsLinesToStandardErrorWithTheReasonOnce) {
                           MatchesRegex(Form("3 M f.cpp:1 4 two"))));
 }
 
-TEST_F(KXLogger, FolderAsFileSendsLinesToTheJournalWithPriorities) {
+TEST_F(KXLoggerTest, FolderAsFileSendsLinesToTheJournalWithPriorities) {
   LogTo(folder.Path(""));
   const StandardErrorFile standardError(folder.Path("stderr"));
   setenv("JOURNAL_STREAM", NameOfStandardError().c_str(), 1);
@@ -200,7 +200,7 @@ TEST_F(KXLogger, FolderAsFileSendsLinesToTheJournalWithPriorities) {
                                                  MatchesRegex("<6>" + Form("3 M f.cpp:1 4 m"))));
 }
 
-TEST_F(KXLogger, KeepsErrno) {
+TEST_F(KXLoggerTest, KeepsErrno) {
   LogTo(folder.Path("missing/log"));
   const StandardErrorFile standardError(folder.Path("stderr"));
   errno = EXDEV;
@@ -209,7 +209,7 @@ TEST_F(KXLogger, KeepsErrno) {
   EXPECT_EQ(2U, standardError.Lines().size());
 }
 
-TEST_F(KXLogger, NeverTakesTheNumberOfAClosedStandardStream) {
+TEST_F(KXLoggerTest, NeverTakesTheNumberOfAClosedStandardStream) {
   LogTo(path);
   const int saved = dup(STDIN_FILENO);
   close(STDIN_FILENO);
@@ -222,13 +222,13 @@ TEST_F(KXLogger, NeverTakesTheNumberOfAClosedStandardStream) {
   EXPECT_EQ(1, DescriptorsOf(path).count);
 }
 
-TEST_F(KXLogger, ProgramsThatAreStartedDoNotInheritTheFile) {
+TEST_F(KXLoggerTest, ProgramsThatAreStartedDoNotInheritTheFile) {
   LogTo(path);
   Log("m");
   EXPECT_EQ(FD_CLOEXEC, fcntl(DescriptorsOf(path).lowest, F_GETFD));
 }
 
-TEST_F(KXLogger, ThreadsThatStartTogetherShareOneDescriptor) {
+TEST_F(KXLoggerTest, ThreadsThatStartTogetherShareOneDescriptor) {
   LogTo(path);
   constexpr int kThreads = 16;
   std::barrier start(kThreads);
@@ -244,7 +244,7 @@ TEST_F(KXLogger, ThreadsThatStartTogetherShareOneDescriptor) {
   EXPECT_EQ(16U, Lines().size());
 }
 
-TEST_F(KXLogger, LinesOfManyThreadsNeverMix) {
+TEST_F(KXLoggerTest, LinesOfManyThreadsNeverMix) {
   LogTo(path);
   constexpr int kLines = 1000;
   std::vector<std::jthread> threads;
@@ -263,7 +263,7 @@ TEST_F(KXLogger, LinesOfManyThreadsNeverMix) {
   }
 }
 
-TEST_F(KXLogger, RotationUnderLoadLosesNoLine) {
+TEST_F(KXLoggerTest, RotationUnderLoadLosesNoLine) {
   LogTo(path);
   const std::string old = folder.Path("log.1");
   Log("first");
@@ -303,7 +303,7 @@ void HandleUserSignal() {
   ASSERT_EQ(0, sigaction(SIGUSR1, &action, nullptr));
 }
 
-TEST_F(KXLogger, FirstLineMayComeFromASignalHandler) {
+TEST_F(KXLoggerTest, FirstLineMayComeFromASignalHandler) {
   LogTo(path);
   HandleUserSignal();
   ASSERT_EQ(0, raise(SIGUSR1));
@@ -311,7 +311,7 @@ TEST_F(KXLogger, FirstLineMayComeFromASignalHandler) {
 }
 
 // A handler interrupts a thread that logs without a pause: most signals fall into `writelog`.
-TEST_F(KXLogger, SignalHandlerMayInterruptALineAndLogItself) {
+TEST_F(KXLoggerTest, SignalHandlerMayInterruptALineAndLogItself) {
   LogTo(path);
   HandleUserSignal();
   std::atomic<int> own = 0;
@@ -337,7 +337,7 @@ TEST_F(KXLogger, SignalHandlerMayInterruptALineAndLogItself) {
   EXPECT_EQ(own.load(), CountPerWriter(lines)["writer"]);
 }
 
-TEST_F(KXLogger, CancelledThreadFinishesItsLine) {
+TEST_F(KXLoggerTest, CancelledThreadFinishesItsLine) {
   LogTo(path);
   pthread_t thread = {};
   const auto body = [](void*) -> void* {
@@ -354,7 +354,7 @@ TEST_F(KXLogger, CancelledThreadFinishesItsLine) {
   EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 whole"))));
 }
 
-TEST_F(KXLogger, APipeThatNobodyReadsLosesLinesAndHoldsUpNobody) {
+TEST_F(KXLoggerTest, APipeThatNobodyReadsLosesLinesAndHoldsUpNobody) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
   const int saved = dup(STDERR_FILENO);
@@ -370,7 +370,7 @@ TEST_F(KXLogger, APipeThatNobodyReadsLosesLinesAndHoldsUpNobody) {
   close(ends[0]);
 }
 
-TEST_F(KXLogger, FullPipeThatDoesNotBlockIsWaitedFor) {
+TEST_F(KXLoggerTest, FullPipeThatDoesNotBlockIsWaitedFor) {
   int ends[2] = {};
   ASSERT_EQ(0, pipe2(ends, O_NONBLOCK | O_CLOEXEC));
   const std::string filler(1, '#');

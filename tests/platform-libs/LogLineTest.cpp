@@ -47,14 +47,14 @@ std::string Timestamp(LogTime time) {
   return line.substr(0, line.find(' '));
 }
 
-TEST(LogLine, HoldsItsFieldsWithSingleBlanksBetween) {
+TEST(LogLineTest, HoldsItsFieldsWithSingleBlanksBetween) {
   EXPECT_EQ(
       "2026-11-20T20:30:01.123456Z 3 SerialPortHandler SerialPortHandler.cpp:87 4 "
       "Serial Port Handler start running.\n",
       Compose(Record("Serial Port Handler start running.")));
 }
 
-TEST(LogLine, TimeIsUtcWithSixDigitsOfMicroseconds) {
+TEST(LogLineTest, TimeIsUtcWithSixDigitsOfMicroseconds) {
   EXPECT_EQ("1970-01-01T00:00:00.000000Z", Timestamp(At(0, 0)));
   EXPECT_EQ("1969-12-31T23:59:59.999999Z", Timestamp(At(0, -1)));
   EXPECT_EQ("2000-02-29T00:00:00.000001Z", Timestamp(At(951782400, 1)));
@@ -63,17 +63,17 @@ TEST(LogLine, TimeIsUtcWithSixDigitsOfMicroseconds) {
   EXPECT_EQ("2024-12-31T00:00:00.000000Z", Timestamp(At(1735603200, 0)));
 }
 
-TEST(LogLine, TimeBehind2038IsRight) {
+TEST(LogLineTest, TimeBehind2038IsRight) {
   EXPECT_EQ("2038-01-19T03:14:08.000000Z", Timestamp(At(2147483648, 0)));
   EXPECT_EQ("2100-03-01T00:00:00.000000Z", Timestamp(At(4107542400, 0)));
 }
 
-TEST(LogLine, TimeOutsideOfFourDigitYearsIsTheNearestEnd) {
+TEST(LogLineTest, TimeOutsideOfFourDigitYearsIsTheNearestEnd) {
   EXPECT_EQ("9999-12-31T23:59:59.999999Z", Timestamp(LogTime::max()));
   EXPECT_EQ("0000-01-01T00:00:00.000000Z", Timestamp(LogTime::min()));
 }
 
-TEST(LogLine, LevelIsShownAsItIs) {
+TEST(LogLineTest, LevelIsShownAsItIs) {
   LogRecord record = Record("m");
   record.level = std::numeric_limits<int>::min();
   EXPECT_NE(std::string::npos, Compose(record).find("Z -2147483648 SerialPortHandler "));
@@ -81,69 +81,69 @@ TEST(LogLine, LevelIsShownAsItIs) {
   EXPECT_NE(std::string::npos, Compose(record).find("Z 0 SerialPortHandler "));
 }
 
-TEST(LogLine, NewlinesAtTheEndAreDropped) {
+TEST(LogLineTest, NewlinesAtTheEndAreDropped) {
   EXPECT_EQ("text", Message("text\n"));
   EXPECT_EQ("text", Message("text\n\n\n"));
   EXPECT_EQ("", Message("\n\n"));
   EXPECT_EQ("", Message(""));
 }
 
-TEST(LogLine, OtherControlBytesAreShownInHex) {
+TEST(LogLineTest, OtherControlBytesAreShownInHex) {
   EXPECT_EQ("a\\x0ab", Message("a\nb\n"));
   EXPECT_EQ("\\x0d", Message("\r\n"));
   EXPECT_EQ("\\x00\\x01\\x09\\x1b\\x1f\\x7f", Message("\0\x01\t\x1b\x1f\x7f"s));
 }
 
-TEST(LogLine, PrintableBytesAndUtf8Pass) {
+TEST(LogLineTest, PrintableBytesAndUtf8Pass) {
   EXPECT_EQ(" !~\\x", Message(" !~\\x"));
   EXPECT_EQ("\xc3\xa4 \xe7\xb5\x82\xe4\xba\x86 \x80\xff",
             Message("\xc3\xa4 \xe7\xb5\x82\xe4\xba\x86 \x80\xff"));
 }
 
-TEST(LogLine, ControlBytesInAnyFieldCannotMakeASecondLine) {
+TEST(LogLineTest, ControlBytesInAnyFieldCannotMakeASecondLine) {
   const LogRecord record = {At(0, 0), 1, "m\n", "f\n", "1\n", "t\n", "text"};
   EXPECT_EQ("1970-01-01T00:00:00.000000Z 1 m\\x0a f\\x0a:1\\x0a t\\x0a text\n", Compose(record));
 }
 
-TEST(LogLine, PrefixStandsInFront) {
+TEST(LogLineTest, PrefixStandsInFront) {
   EXPECT_EQ("<6>" + std::string(kHead) + "m\n", Compose(Record("m"), "<6>"));
 }
 
-TEST(LogLine, LineThatJustFitsIsWhole) {
+TEST(LogLineTest, LineThatJustFitsIsWhole) {
   const std::string message(kLineSize - 1 - kHead.size(), 'x');
   EXPECT_EQ(std::string(kHead) + message + "\n", Compose(Record(message)));
 }
 
-TEST(LogLine, LongerLineIsCutVisibly) {
+TEST(LogLineTest, LongerLineIsCutVisibly) {
   const std::string message(kLineSize - kHead.size(), 'x');
   EXPECT_EQ(std::string(kHead) + std::string(kLineSize - 4 - kHead.size(), 'x') + "...\n",
             Compose(Record(message)));
   EXPECT_EQ(kLineSize, Compose(Record(std::string(100000, 'x'))).size());
 }
 
-TEST(LogLine, CutPartsNoHexNotation) {
+TEST(LogLineTest, CutPartsNoHexNotation) {
   const std::string line = Compose(Record(std::string(100, '\x01')), "", kHead.size() + 14);
   EXPECT_EQ(std::string(kHead) + "\\x01\\x01...\n", line);
 }
 
-TEST(LogLine, CutPartsNoUtf8Character) {
+TEST(LogLineTest, CutPartsNoUtf8Character) {
   const std::string line =
       Compose(Record("\xe7\xb5\x82\xe7\xb5\x82\xe7\xb5\x82\xe7\xb5\x82"), "", kHead.size() + 9);
   EXPECT_EQ(std::string(kHead) + "\xe7\xb5\x82...\n", line);
 }
 
-TEST(LogLine, CutOfBytesThatAreNoUtf8KeepsNearlyAll) {
+TEST(LogLineTest, CutOfBytesThatAreNoUtf8KeepsNearlyAll) {
   const std::string line = Compose(Record(std::string(100000, '\x80')));
   EXPECT_LE(kLineSize - 4, line.size());
   EXPECT_EQ("\x80...\n", line.substr(line.size() - 5));
 }
 
-TEST(LogLine, ShortestBufferHoldsTheCutMarkAlone) {
+TEST(LogLineTest, ShortestBufferHoldsTheCutMarkAlone) {
   EXPECT_EQ("...\n", Compose(Record("m"), "", 4));
   EXPECT_EQ("...\n", Compose(Record("m"), "<6>2", 4));
 }
 
-TEST(LogLine, NeverWritesBehindItsBuffer) {
+TEST(LogLineTest, NeverWritesBehindItsBuffer) {
   for (std::size_t size = 4; size < kHead.size() + 40; ++size) {
     std::string buffer(size + 8, '#');
     const std::size_t used = kxlogger::ComposeLine(std::span<char>(buffer.data(), size), "<6>",

@@ -40,7 +40,7 @@ std::string NameOf(const testing::TestParamInfo<Owner>& owner) {
   return owner.param == Owner::kSelf ? "OfThisUser" : "OfAnother";
 }
 
-class StalledStandardError : public testing::TestWithParam<Owner> {
+class StandardErrorTest : public testing::TestWithParam<Owner> {
  protected:
   static void Log(std::string_view message) {
     kxlogger::WriteStandardError({kxlogger::LogTime(), 3, "M", "f.cpp", "1", "4", message});
@@ -63,7 +63,7 @@ class StalledStandardError : public testing::TestWithParam<Owner> {
   }
 };
 
-TEST_P(StalledStandardError, TerminalHoldsUpNobody) {
+TEST_P(StandardErrorTest, TerminalHoldsUpNobody) {
   EXPECT_EQ(0, InChild([] {
               const Terminal terminal;
               Take(terminal.NearEnd());
@@ -72,7 +72,7 @@ TEST_P(StalledStandardError, TerminalHoldsUpNobody) {
             }));
 }
 
-TEST_P(StalledStandardError, HandlerOfASignalReturns) {
+TEST_P(StandardErrorTest, HandlerOfASignalReturns) {
   EXPECT_EQ(0, InChild([] {
               const Terminal terminal;
               Take(terminal.NearEnd());
@@ -90,7 +90,7 @@ void Fill(int pipe) {
   }
 }
 
-TEST_P(StalledStandardError, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
+TEST_P(StandardErrorTest, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
   EXPECT_EQ(0, InChild([] {
               int ends[2] = {-1, -1};
               (void)!pipe2(ends, O_CLOEXEC);
@@ -104,7 +104,7 @@ TEST_P(StalledStandardError, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
 }
 
 // A pipe has room for a line when a whole page is read, which takes longer than a second here.
-TEST_P(StalledStandardError, ReaderOfFifteenHundredBytesInASecondGetsEveryLine) {
+TEST_P(StandardErrorTest, ReaderOfFifteenHundredBytesInASecondGetsEveryLine) {
   EXPECT_EQ(0, InChild([] {
               int ends[2] = {-1, -1};
               (void)!pipe2(ends, O_CLOEXEC);
@@ -127,7 +127,7 @@ TEST_P(StalledStandardError, ReaderOfFifteenHundredBytesInASecondGetsEveryLine) 
             }));
 }
 
-TEST_P(StalledStandardError, StaysAsItIsForOtherPrograms) {
+TEST_P(StandardErrorTest, StaysAsItIsForOtherPrograms) {
   EXPECT_EQ(0, InChild([] {
               const Terminal terminal;
               Take(terminal.NearEnd());
@@ -136,7 +136,7 @@ TEST_P(StalledStandardError, StaysAsItIsForOtherPrograms) {
             }));
 }
 
-INSTANTIATE_TEST_SUITE_P(Stream, StalledStandardError, testing::Values(Owner::kSelf, Owner::kOther),
+INSTANTIATE_TEST_SUITE_P(Stream, StandardErrorTest, testing::Values(Owner::kSelf, Owner::kOther),
                          NameOf);
 
 }  // namespace

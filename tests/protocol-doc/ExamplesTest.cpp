@@ -91,18 +91,18 @@ class Walk {
   std::deque<std::unique_ptr<CommandPacket>> unanswered;
 };
 
-TEST(ProtocolDocumentTest, HoldsNothingThatIsNotExecuted) {
+TEST(ExamplesTest, HoldsNothingThatIsNotExecuted) {
   EXPECT_EQ(std::vector<std::string>{}, ReadProtocolDocument().problems);
 }
 
-TEST(ProtocolDocumentTest, HasExamplesOfEveryKind) {
+TEST(ExamplesTest, HasExamplesOfEveryKind) {
   const Document document = ReadProtocolDocument();
   for (const char* const kind : {"packets", "refused", "conversation"}) {
     EXPECT_LT(0U, document.OfKind(kind).size()) << kind;
   }
 }
 
-TEST(ProtocolDocumentTest, EveryPacketIsWhatItsWordsSay) {
+TEST(ExamplesTest, EveryPacketIsWhatItsWordsSay) {
   const Document document = ReadProtocolDocument();
   size_t packets = 0;
   for (const Example& example : document.examples) {
@@ -116,7 +116,7 @@ TEST(ProtocolDocumentTest, EveryPacketIsWhatItsWordsSay) {
   std::cout << packets << " packets in " << document.examples.size() << " examples executed\n";
 }
 
-TEST(ProtocolDocumentTest, OnlyConversationsHaveALineASetUpOrAnEnd) {
+TEST(ExamplesTest, OnlyConversationsHaveALineASetUpOrAnEnd) {
   for (const Example& example : ReadProtocolDocument().examples) {
     for (const Step& step : example.steps) {
       const bool isCommand = step.mark == Mark::kToService;
@@ -130,7 +130,7 @@ TEST(ProtocolDocumentTest, OnlyConversationsHaveALineASetUpOrAnEnd) {
 
 // Held with the process, a conversation that leaves one out might pass: a close throws away what
 // has not been read yet.
-TEST(ProtocolDocumentTest, ConversationsTellEveryNotification) {
+TEST(ExamplesTest, ConversationsTellEveryNotification) {
   for (const Example& example : ReadProtocolDocument().OfKind("conversation")) {
     std::vector<uint8_t> received;
     std::vector<uint8_t> notified;

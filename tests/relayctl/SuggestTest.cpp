@@ -99,7 +99,7 @@ TEST(UsbPlaceTest, IsTheLastConnectorOfAPath) {
   EXPECT_EQ("", UsbPlaceOf(""));
 }
 
-TEST(AdapterWatchTest, TellsWhatIsPluggedAndUnplugged) {
+TEST(SuggestTest, TellsWhatIsPluggedAndUnplugged) {
   AdapterWatch watch;
   const std::string one = Adapter(kPlace0, "ttyUSB0");
   const std::string two = Adapter(kPlace1, "ttyUSB1");
@@ -110,7 +110,7 @@ TEST(AdapterWatchTest, TellsWhatIsPluggedAndUnplugged) {
   EXPECT_EQ("-/dev/ttyUSB1 ", Look(watch, ""));
 }
 
-TEST(AdapterWatchTest, AnotherAdapterAtTheSameNodeIsAChange) {
+TEST(SuggestTest, AnotherAdapterAtTheSameNodeIsAChange) {
   AdapterWatch watch;
   (void)Look(watch, Adapter(kPlace0, "ttyUSB0"));
   EXPECT_EQ("-/dev/ttyUSB0 +/dev/ttyUSB0 ", Look(watch, Adapter(kPlace1, "ttyUSB0")));

@@ -89,6 +89,8 @@ constexpr WrongUse kWrongUses[] = {
     {"DecodeUnknownDirection", "decode 00 --direction up", 2, "--direction"},
 };
 
+class UsageTest : public RelayctlTest {};
+
 class WrongUseTest : public RelayctlTest, public testing::WithParamInterface<WrongUse> {};
 
 TEST_P(WrongUseTest, GivesOneLineAndAStatus) {
@@ -103,13 +105,13 @@ TEST_P(WrongUseTest, GivesOneLineAndAStatus) {
 INSTANTIATE_TEST_SUITE_P(EachCommand, WrongUseTest, testing::ValuesIn(kWrongUses),
                          NameOf<WrongUse>);
 
-TEST_F(RelayctlTest, AnErrorShowsNoControlBytesOfWhatWasTyped) {
+TEST_F(UsageTest, AnErrorShowsNoControlBytesOfWhatWasTyped) {
   const Outcome outcome = RunShell("relayctl \"$(printf 'a\\033[31mb\\nc')\"");
   EXPECT_EQ(2, outcome.status);
   EXPECT_EQ(std::string::npos, outcome.output.find('\x1B')) << outcome.output;
 }
 
-TEST_F(RelayctlTest, WithoutAServiceEachCommandSaysSo) {
+TEST_F(UsageTest, WithoutAServiceEachCommandSaysSo) {
   workplace::WriteWhole("/tmp/e2e/recording", "0 > X close\n");
   for (const char* const command :
        {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /tmp/e2e/recording"}) {
@@ -124,7 +126,7 @@ TEST_F(RelayctlTest, WithoutAServiceEachCommandSaysSo) {
 
 // The kernel's choice of a local port narrowed down so that it takes the service's for one: these
 // two ranges lead bind and connect there.
-TEST_F(RelayctlTest, WithoutAServiceNobodyIsConnectedToHimself) {
+TEST_F(UsageTest, WithoutAServiceNobodyIsConnectedToHimself) {
   const auto set = [](const std::string& parameter, const std::string& value) {
     EXPECT_TRUE(std::ofstream("/proc/sys/net/ipv4/" + parameter) << value << std::flush) << value;
   };
@@ -141,7 +143,7 @@ TEST_F(RelayctlTest, WithoutAServiceNobodyIsConnectedToHimself) {
             RunShell("relayctl --patience 0.2 --timeout 5 open X").output);
 }
 
-TEST_F(RelayctlTest, ASecondPeerLearnsThatTheLinkIsTaken) {
+TEST_F(UsageTest, ASecondPeerLearnsThatTheLinkIsTaken) {
   StartLinked();
   const Outcome outcome = RunShell("relayctl --timeout 0.5 open X");
   EXPECT_EQ(
@@ -152,7 +154,7 @@ TEST_F(RelayctlTest, ASecondPeerLearnsThatTheLinkIsTaken) {
   EXPECT_EQ(4, outcome.status);
 }
 
-TEST_F(RelayctlTest, NobodyIsBlamedForAServiceThatHangs) {
+TEST_F(UsageTest, NobodyIsBlamedForAServiceThatHangs) {
   StartListening();
   service->Signal(SIGSTOP);
   for (const char* const command : {"open X", "close X", "--patience 0 pipe X"}) {
@@ -205,14 +207,14 @@ TEST_P(ClosedStreamTest, IsAnErrorWhereItMatters) {
 INSTANTIATE_TEST_SUITE_P(EachCommand, ClosedStreamTest, testing::ValuesIn(kClosedStreams),
                          NameOf<ClosedStream>);
 
-TEST_F(RelayctlTest, StreamsThatDoNotMatterMayBeClosed) {
+TEST_F(UsageTest, StreamsThatDoNotMatterMayBeClosed) {
   device = std::make_unique<Device>();
   StartListening();
   EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' a <&- 2>&-").status);
   EXPECT_EQ("a", device->Reads(1));
 }
 
-TEST_F(RelayctlTest, HelpAndVersionAreNoErrors) {
+TEST_F(UsageTest, HelpAndVersionAreNoErrors) {
   EXPECT_EQ(0, RunShell("relayctl --help").status);
   EXPECT_EQ(0, RunShell("relayctl watch --help").status);
   const Outcome version = RunShell("relayctl --version");

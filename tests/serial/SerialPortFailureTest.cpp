@@ -8,10 +8,12 @@
 
 namespace {
 
+class SerialPortFailureTest : public SerialPortTest {};
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(SerialPortTest, ANameThatLeadsNowhereReturnsMinus1LogsMessage0AndStartsNoThread) {
+TEST_F(SerialPortFailureTest, ANameThatLeadsNowhereReturnsMinus1LogsMessage0AndStartsNoThread) {
   EXPECT_EQ(-1, port->Open("#PhysicalPort1", receiver.Callback(), kSettings));
   EXPECT_THAT(CapturedMessages(), ElementsAre("Cannot open serial device. [Port ]"));
   EXPECT_EQ(0, calls.Count("pthread_create"));
@@ -19,7 +21,7 @@ TEST_F(SerialPortTest, ANameThatLeadsNowhereReturnsMinus1LogsMessage0AndStartsNo
   EXPECT_EQ(2U, port->GetOpenKind());
 }
 
-TEST_F(SerialPortTest, ADeviceThatCannotBeOpenedReturnsMinus2AndLogsMessage0) {
+TEST_F(SerialPortFailureTest, ADeviceThatCannotBeOpenedReturnsMinus2AndLogsMessage0) {
   Unplug();
   EXPECT_EQ(-2, Open());
   EXPECT_THAT(CapturedMessages(), ElementsAre(kCannotOpen));
@@ -28,7 +30,7 @@ TEST_F(SerialPortTest, ADeviceThatCannotBeOpenedReturnsMinus2AndLogsMessage0) {
   EXPECT_EQ(1U, port->GetOpenKind());
 }
 
-TEST_F(SerialPortTest, ADeviceThatCannotBeConfiguredReturnsMinus2AndIsClosed) {
+TEST_F(SerialPortFailureTest, ADeviceThatCannotBeConfiguredReturnsMinus2AndIsClosed) {
   const int descriptors = OpenDescriptorCount();
   calls.Fail("tcsetattr", EINVAL, 1, 1);
   EXPECT_EQ(-2, Open());
@@ -36,7 +38,7 @@ TEST_F(SerialPortTest, ADeviceThatCannotBeConfiguredReturnsMinus2AndIsClosed) {
   EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 
-TEST_F(SerialPortTest, AFailedOpenCanBeRepeated) {
+TEST_F(SerialPortFailureTest, AFailedOpenCanBeRepeated) {
   calls.Fail("open", ENOENT);
   EXPECT_EQ(-2, Open());
   EXPECT_EQ(0, Open());
@@ -44,7 +46,7 @@ TEST_F(SerialPortTest, AFailedOpenCanBeRepeated) {
   EXPECT_TRUE(receiver.WaitFor("now"));
 }
 
-TEST_F(SerialPortTest, ALogLineHasTheOwnersModuleAndTagThisFileAndTheErrorLevel) {
+TEST_F(SerialPortFailureTest, ALogLineHasTheOwnersModuleAndTagThisFileAndTheErrorLevel) {
   Unplug();
   EXPECT_EQ(-2, Open());
   ASSERT_EQ(1U, CapturedLog().size());
@@ -57,7 +59,7 @@ TEST_F(SerialPortTest, ALogLineHasTheOwnersModuleAndTagThisFileAndTheErrorLevel)
   EXPECT_EQ(1, logged.level);
 }
 
-TEST_F(SerialPortTest, OpenReturns0WhenNoThreadCanBeMade) {
+TEST_F(SerialPortFailureTest, OpenReturns0WhenNoThreadCanBeMade) {
   calls.RefuseThreads();
   EXPECT_EQ(0, Open());
   EXPECT_THAT(CapturedLog(), IsEmpty());
@@ -69,18 +71,18 @@ TEST_F(SerialPortTest, OpenReturns0WhenNoThreadCanBeMade) {
   EXPECT_EQ(1, calls.Count("close"));
 }
 
-TEST_F(SerialPortTest, CloseOfANeverOpenedPortReturns0AndLogsNothing) {
+TEST_F(SerialPortFailureTest, CloseOfANeverOpenedPortReturns0AndLogsNothing) {
   EXPECT_EQ(0, port->Close());
   EXPECT_THAT(CapturedLog(), IsEmpty());
   EXPECT_THAT(calls.Texts(), IsEmpty());
 }
 
-TEST_F(SerialPortTest, SendOnANeverOpenedPortReturnsMinus1AndLogsMessage0) {
+TEST_F(SerialPortFailureTest, SendOnANeverOpenedPortReturnsMinus1AndLogsMessage0) {
   EXPECT_EQ(-1, Send("x"));
   EXPECT_THAT(CapturedMessages(), ElementsAre("Cannot open serial device. [Port ]"));
 }
 
-TEST_F(SerialPortTest, AFailedOpenHoldsNothingWhenItIsClosed) {
+TEST_F(SerialPortFailureTest, AFailedOpenHoldsNothingWhenItIsClosed) {
   const int descriptors = OpenDescriptorCount();
   calls.Fail("open", EACCES);
   EXPECT_EQ(-2, Open());

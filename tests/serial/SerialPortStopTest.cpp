@@ -11,6 +11,8 @@
 
 namespace {
 
+class SerialPortStopTest : public SerialPortTest {};
+
 using std::chrono::steady_clock;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -21,7 +23,7 @@ double MillisecondsSince(steady_clock::time_point start) {
   return std::chrono::duration<double, std::milli>(steady_clock::now() - start).count();
 }
 
-TEST_F(SerialPortTest, CloseClosesTheDeviceAndEndsTheThread) {
+TEST_F(SerialPortStopTest, CloseClosesTheDeviceAndEndsTheThread) {
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
   EXPECT_EQ(descriptors + 1, OpenDescriptorCount());
@@ -31,14 +33,14 @@ TEST_F(SerialPortTest, CloseClosesTheDeviceAndEndsTheThread) {
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
 
-TEST_F(SerialPortTest, CloseOfAnIdlePortDoesNotGiveUpOnItsThread) {
+TEST_F(SerialPortStopTest, CloseOfAnIdlePortDoesNotGiveUpOnItsThread) {
   ASSERT_EQ(0, Open());
   const auto start = steady_clock::now();
   EXPECT_EQ(0, port->Close());
   EXPECT_LT(MillisecondsSince(start), 1900);
 }
 
-TEST_F(SerialPortTest, ASecondCloseReturns0AndDoesNothing) {
+TEST_F(SerialPortStopTest, ASecondCloseReturns0AndDoesNothing) {
   ASSERT_EQ(0, Open());
   EXPECT_EQ(0, port->Close());
   calls.Forget();
@@ -46,7 +48,7 @@ TEST_F(SerialPortTest, ASecondCloseReturns0AndDoesNothing) {
   EXPECT_THAT(calls.Texts(), IsEmpty());
 }
 
-TEST_F(SerialPortTest, DestructionClosesTheDeviceAndEndsTheThread) {
+TEST_F(SerialPortStopTest, DestructionClosesTheDeviceAndEndsTheThread) {
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
   port.reset();
@@ -54,7 +56,7 @@ TEST_F(SerialPortTest, DestructionClosesTheDeviceAndEndsTheThread) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
 }
 
-TEST_F(SerialPortTest, CloseWhileUnpluggedReturns0) {
+TEST_F(SerialPortStopTest, CloseWhileUnpluggedReturns0) {
   ASSERT_EQ(0, Open());
   Unplug();
   ASSERT_TRUE(WaitForOpens(2));
@@ -62,7 +64,7 @@ TEST_F(SerialPortTest, CloseWhileUnpluggedReturns0) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
 }
 
-TEST_F(SerialPortTest, AReadThatFailsBecauseOfTheCloseOnlyPrintsRecvError) {
+TEST_F(SerialPortStopTest, AReadThatFailsBecauseOfTheCloseOnlyPrintsRecvError) {
   StreamCapture output(STDOUT_FILENO);
   StreamCapture error(STDERR_FILENO);
   calls.OnRead([&](void*, size_t) -> std::optional<ssize_t> {
@@ -79,7 +81,7 @@ TEST_F(SerialPortTest, AReadThatFailsBecauseOfTheCloseOnlyPrintsRecvError) {
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
 
-TEST_F(SerialPortTest, AClosedPortThatIsOpenedAnewDoesNotReceive) {
+TEST_F(SerialPortStopTest, AClosedPortThatIsOpenedAnewDoesNotReceive) {
   ASSERT_EQ(0, Open());
   EXPECT_EQ(0, port->Close());
   calls.Forget();
@@ -89,7 +91,7 @@ TEST_F(SerialPortTest, AClosedPortThatIsOpenedAnewDoesNotReceive) {
   EXPECT_EQ(2, Send("ab"));
 }
 
-TEST_F(SerialPortTest, AnOpenPortThatIsOpenedAnewHoldsOneDeviceAndReceivesFromIt) {
+TEST_F(SerialPortStopTest, AnOpenPortThatIsOpenedAnewHoldsOneDeviceAndReceivesFromIt) {
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
   ASSERT_EQ(0, Open());
@@ -98,7 +100,7 @@ TEST_F(SerialPortTest, AnOpenPortThatIsOpenedAnewHoldsOneDeviceAndReceivesFromIt
   EXPECT_TRUE(receiver.WaitFor("new"));
 }
 
-TEST_F(SerialPortTest, CloseDuringAReopenLeavesTheDeviceClosed) {
+TEST_F(SerialPortStopTest, CloseDuringAReopenLeavesTheDeviceClosed) {
   std::atomic<bool> released{false};
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
@@ -114,7 +116,7 @@ TEST_F(SerialPortTest, CloseDuringAReopenLeavesTheDeviceClosed) {
 
 // An adapter that does not answer can hold open for seconds. The C library acts on a cancellation
 // that came meanwhile on its way out of open, although open has succeeded.
-TEST_F(SerialPortTest, AReopenThatSucceedsAfterItsThreadIsCancelledLeavesNoDescriptor) {
+TEST_F(SerialPortStopTest, AReopenThatSucceedsAfterItsThreadIsCancelledLeavesNoDescriptor) {
   std::atomic<bool> isClosed{false};
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
@@ -138,7 +140,8 @@ TEST_F(SerialPortTest, AReopenThatSucceedsAfterItsThreadIsCancelledLeavesNoDescr
   EXPECT_THAT(calls.Texts(), ElementsAre("close()")) << "the line is another port's by now";
 }
 
-TEST_F(SerialPortTest, AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTouchesNothingGone) {
+TEST_F(SerialPortStopTest,
+       AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTouchesNothingGone) {
   int ends[2] = {-1, -1};
   ASSERT_EQ(0, pipe(ends));
   std::atomic<bool> stuck{false};
@@ -161,7 +164,7 @@ TEST_F(SerialPortTest, AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTou
   (void)close(ends[1]);
 }
 
-TEST_F(SerialPortTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
+TEST_F(SerialPortStopTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
   std::atomic<bool> stuck{false};
   std::atomic<bool> released{false};
   std::atomic<int> goesOn{0};
@@ -186,7 +189,7 @@ TEST_F(SerialPortTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
   EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 
-TEST_F(SerialPortTest, ManyOpensAndClosesLeaveNoDescriptorBehind) {
+TEST_F(SerialPortStopTest, ManyOpensAndClosesLeaveNoDescriptorBehind) {
   const int descriptors = OpenDescriptorCount();
   for (int i = 0; i < 10; ++i) {
     port = CreateSerialPort("TheModule", "TheTag");

@@ -130,16 +130,10 @@ TEST_F(SerialPortUsbTest, LookupFindsThePathOrThrows) {
   EXPECT_EQ(node, path);
 }
 
-// By the name that the port's own source promises.
-TEST_F(SerialPortTest, OpenUsbSearchesTwice) {
-  const UdevTool udev;
-  const auto record = [](const std::string& devName) {
-    return "P: /devices/x\nN: x\nE: ID_VENDOR_ID=0403\nE: ID_MODEL_ID=6001\nE: DEVNAME=" + devName +
-           "\n\n";
-  };
-  udev.Prints(record("/dev/first"));
-  udev.PrintsLater(record(kNode));
-  EXPECT_EQ(0, port->OpenUsb(0x0403, 0x6001, receiver.Callback(), kSettings));
+TEST_F(SerialPortUsbTest, OpenUsbSearchesTwice) {
+  udev.Prints(Adapter("/dev/first"));
+  udev.PrintsLater(Adapter(kNode));
+  EXPECT_EQ(0, OpenUsb());
   EXPECT_THAT(udev.Runs(), ElementsAre("info --export-db", "info --export-db"));
   EXPECT_EQ(kNode, port->GetPortName()) << "the second search counts";
 }
