@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "comm/CommSocket.h"
 
+#include <utility>
+
 #include "Linux/CancellationShield.h"
 #include "Linux/LinuxSocket.h"
 #include "Linux/LinuxThread.h"
@@ -12,7 +14,11 @@ std::shared_ptr<CCommSocketExport> CreateCommSocket(const std::string& moduleNam
 }
 
 CCommSocket::CCommSocket(const std::string& moduleName, const std::string& logTag)
-    : log(moduleName, "CommSocket.cpp", logTag), socket(std::make_shared<CLinuxSocket>()) {}
+    : CCommSocket(moduleName, logTag, std::make_shared<CLinuxSocket>()) {}
+
+CCommSocket::CCommSocket(const std::string& moduleName, const std::string& logTag,
+                         std::shared_ptr<CAbstractSocket> closedSocket)
+    : log(moduleName, "CommSocket.cpp", logTag), socket(std::move(closedSocket)) {}
 
 CCommSocket::~CCommSocket() {
   const CCancellationShield shield;

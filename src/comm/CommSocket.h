@@ -11,6 +11,8 @@
 class CCommSocket final : public CCommSocketExport {
  public:
   CCommSocket(const std::string& moduleName, const std::string& logTag);
+  CCommSocket(const std::string& moduleName, const std::string& logTag,
+              std::shared_ptr<CAbstractSocket> closedSocket);
   ~CCommSocket() override;
   CCommSocket(const CCommSocket&) = delete;
   CCommSocket& operator=(const CCommSocket&) = delete;

@@ -5,7 +5,8 @@
 
 #include <memory>
 
-#include "comm/CommSocketExport.h"
+#include "comm/CommCalls.h"
+#include "comm/CommSocket.h"
 #include "comm/Recorder.h"
 #include "support/LoopbackPeer.h"
 #include "support/StreamCapture.h"
@@ -27,5 +28,6 @@ class ConnectionFixture : public testing::Test {
   ReservedPort port;
   Recorder recorder;  // outlives the connection, as its owner does
   LoopbackPeer peer;
-  std::shared_ptr<CCommSocketExport> connection = CreateCommSocket("Module", "Tag");
+  std::shared_ptr<CCommSocketExport> connection =
+      std::make_shared<CCommSocket>("Module", "Tag", std::make_shared<WatchedSocket>());
 };
