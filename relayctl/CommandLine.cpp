@@ -2,8 +2,8 @@
 #include "CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -11,7 +11,7 @@
 
 #include "ExitStatus.h"
 #include "link/Silence.h"
-#include "relay/Text.h"
+#include "show/Output.h"
 
 namespace {
 
@@ -34,15 +34,9 @@ std::string CheckNumber(const std::string& text) {
 }
 
 // What a person typed comes back on a terminal: no control bytes, one line.
-void PrintError(const std::string& text) {
-  std::string line;
-  for (const char byte : text) {
-    line += byte == '\n' ? std::string(" ")
-            : static_cast<unsigned char>(byte) < 0x20 || byte == '\x7F'
-                ? relay::Escape(std::string_view(&byte, 1))
-                : std::string(1, byte);
-  }
-  (void)std::fprintf(stderr, "relayctl: %s\n", line.c_str());
+void PrintError(std::string text) {
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  PrintNotice(Harmless(text));
 }
 
 // What the machine tells beyond the library's text.

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "CommonOptions.h"
 
+#include "Duration.h"
 #include "machine/RunningService.h"
 
 namespace {
 
-relay::Millis FromSeconds(double seconds) {
-  return std::chrono::duration_cast<relay::Millis>(std::chrono::duration<double>(seconds));
+relay::Millis MillisOf(double seconds) {
+  return std::chrono::duration_cast<relay::Millis>(FromSeconds(seconds));
 }
 
 }  // namespace
@@ -25,7 +26,7 @@ relay::ClientOptions CommonOptions::ForClient(bool reconnect) const {
   relay::ClientOptions options;
   options.port = RelayPort();
   options.reconnect = reconnect;
-  options.patience = FromSeconds(patience);
-  options.replyTimeout = reconnect ? relay::Millis(0) : FromSeconds(timeout);
+  options.patience = MillisOf(patience);
+  options.replyTimeout = reconnect ? relay::Millis(0) : MillisOf(timeout);
   return options;
 }

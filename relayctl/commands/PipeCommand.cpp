@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "Input.h"
 #include "link/Loop.h"
@@ -36,10 +37,6 @@ struct Options {
   double idle = 0;
   std::string until;
 };
-
-Clock::duration FromSeconds(double seconds) {
-  return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
 
 class Pipe {
  public:

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "relay/Text.h"
@@ -32,8 +33,7 @@ int Raw(const CommonOptions& common, const Options& options) {
     bytes += relay::FromHex(part);
   }
   const bool isColored = MayColor(STDOUT_FILENO);
-  const auto wait =
-      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.wait));
+  const auto wait = FromSeconds(options.wait);
   std::optional<Clock::time_point> end;
   relay::Client client(common.ForClient());
   relay::Events events;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "link/LinkNotices.h"
 #include "link/Loop.h"
@@ -26,14 +27,6 @@ struct Options {
   unsigned listen = 0;
   double duration = 0;
 };
-
-std::optional<Clock::time_point> EndOf(const Options& options) {
-  if (options.duration <= 0) {
-    return std::nullopt;
-  }
-  return Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                            std::chrono::duration<double>(options.duration));
-}
 
 void Report(const Options& options, uint64_t packets) {
   const std::string file = relay::Escape(options.file);
@@ -70,7 +63,7 @@ int RecordPorts(const CommonOptions& common, const Options& options) {
   Loop loop;
   loop.Serve(client);
   loop.When([&] { return notices.Due(); }, [&] { notices.Remind(); });
-  const auto end = EndOf(options);
+  const auto end = EndAfter(options.duration);
   loop.When([&] { return end; }, [] {});
   const int signal = loop.Run([&] { return end && Clock::now() >= *end; });
   Report(options, recording.Packets());
@@ -128,7 +121,7 @@ class Tap {
         [this](short) { Accept(); });
     PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
     loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
-    const auto end = EndOf(options);
+    const auto end = EndAfter(options.duration);
     loop.When([end] { return end; }, [] {});
     (void)loop.Run([end] { return end && Clock::now() >= *end; });
     Report(options, recording.Packets());

@@ -5,10 +5,12 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "relay/Recording.h"
 #include "relay/Text.h"
+#include "show/Json.h"
 #include "show/Output.h"
 
 namespace {
@@ -110,7 +112,7 @@ class Replay {
   }
 
   Clock::time_point SendTime() const {
-    const double pause = std::chrono::duration<double>(events[next].time - lastTime).count();
+    const double pause = ToSeconds(events[next].time - lastTime);
     return lastProgress + (options.fast ? Clock::duration(0) : FromSeconds(pause / options.speed));
   }
 
@@ -187,10 +189,6 @@ class Replay {
       return std::nullopt;
     }
     return event.IsPacket() && event.direction == Direction::kToService ? SendTime() : AnswerTime();
-  }
-
-  static Clock::duration FromSeconds(double seconds) {
-    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   }
 
   void Report() const {

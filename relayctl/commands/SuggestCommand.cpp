@@ -12,6 +12,7 @@
 #include "link/Loop.h"
 #include "machine/RunningService.h"
 #include "machine/Suggest.h"
+#include "show/Json.h"
 #include "show/Output.h"
 
 namespace {
@@ -95,8 +96,8 @@ class Suggestions {
     JsonLine line;
     line.Add("event", WordOf(change.kind)).Add("node", adapter.node).Add("place", adapter.place);
     line.Add("vendorId", adapter.vendorId).Add("productId", adapter.productId);
-    line.Add("vendor", adapter.vendor).Add("model", adapter.model);
-    line.Add("serialNumber", adapter.serialNumber).Add("driver", adapter.driver);
+    line.AddText("vendor", adapter.vendor).AddText("model", adapter.model);
+    line.AddText("serialNumber", adapter.serialNumber).Add("driver", adapter.driver);
     line.Add("port", adapter.portName);
     if (ownMachine) {
       line.Add("configured", configuration.Find(adapter.portName) != nullptr);

@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "Keys.h"
 #include "link/LinkNotices.h"
 #include "link/Loop.h"
 #include "link/PortToOpen.h"
 #include "relay/Text.h"
+#include "show/Json.h"
 #include "show/MessageView.h"
 #include "show/Output.h"
 
@@ -85,7 +87,7 @@ class Watch {
     loop.Serve(client);
     loop.When([this] { return gatherer.Due(); }, [this] { gatherer.Flush(); });
     loop.When([this] { return notices.Due(); }, [this] { notices.Remind(); });
-    const auto end = End();
+    const auto end = EndAfter(options.duration);
     loop.When([end] { return end; }, [] {});
     Keys keys;
     loop.Watch(
@@ -118,14 +120,6 @@ class Watch {
                              std::generic_category().message(errno),
                          errno);
     }
-  }
-
-  std::optional<Clock::time_point> End() const {
-    if (options.duration <= 0) {
-      return std::nullopt;
-    }
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                              std::chrono::duration<double>(options.duration));
   }
 
   void OnKey(char key) {
@@ -208,9 +202,9 @@ class Watch {
   }
 
   void ShowStatistics() {
-    const double seconds = std::chrono::duration<double>(Clock::now() - began).count();
+    const double seconds = ToSeconds(Clock::now() - began);
     for (const auto& [port, count] : statistics) {
-      const double silence = std::chrono::duration<double>(count.longestSilence).count();
+      const double silence = ToSeconds(count.longestSilence);
       if (common.json) {
         const std::string line = JsonLine()
                                      .Add("event", "statistics")

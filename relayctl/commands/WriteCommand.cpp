@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CommandLine.h"
+#include "Duration.h"
 #include "ExitStatus.h"
 #include "Input.h"
 #include "link/Loop.h"
@@ -18,6 +19,7 @@
 #include "machine/PortDevice.h"
 #include "relay/Text.h"
 #include "relay/Writer.h"
+#include "show/Json.h"
 #include "show/Output.h"
 #include "show/Progress.h"
 
@@ -217,7 +219,7 @@ class Write {
   Millis Linger() const {
     return std::isnan(options.linger)
                ? LingerFor(writer.Confirmed())
-               : std::chrono::duration_cast<Millis>(std::chrono::duration<double>(options.linger));
+               : std::chrono::duration_cast<Millis>(FromSeconds(options.linger));
   }
 
   void Report() const {

@@ -2,29 +2,29 @@
 #include "doctor/Report.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
-#include "show/Printable.h"
+#include "show/Json.h"
+#include "show/Output.h"
 
 namespace {
 
 struct Look {
   const char* word;
-  const char* colour;
+  Color color;
 };
 
 constexpr Look LookOf(Severity severity) {
   switch (severity) {
     case Severity::kGood:
-      return {"ok", "\033[32m"};
+      return {"ok", Color::kGood};
     case Severity::kNote:
-      return {"note", "\033[36m"};
+      return {"note", Color::kNote};
     case Severity::kWarning:
-      return {"warning", "\033[33m"};
+      return {"warning", Color::kWarning};
     case Severity::kFault:
       break;
   }
-  return {"fault", "\033[31m"};
+  return {"fault", Color::kBad};
 }
 
 // Columns behind which facts and findings stand.
@@ -34,45 +34,49 @@ std::string Padded(const std::string& text, size_t width) {
   return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
 }
 
-nlohmann::ordered_json JsonOf(const FactValue& value) {
-  if (const auto* const counts = std::get_if<FactCounts>(&value)) {
-    nlohmann::ordered_json object;
-    for (const auto& [name, count] : *counts) {
-      object[name] = count;
+// Each for a person, and for a script.
+struct AsText {
+  std::string operator()(const std::string& text) const { return text; }
+  std::string operator()(bool value) const { return value ? "yes" : "no"; }
+  std::string operator()(std::int64_t number) const { return std::to_string(number); }
+  std::string operator()(const FactList& texts) const {
+    std::string list;
+    for (const std::string& text : texts) {
+      list += (list.empty() ? "" : ", ") + text;
     }
-    return object;
+    return list;
   }
-  return std::visit([](const auto& plain) { return nlohmann::ordered_json(plain); }, value);
+  std::string operator()(const FactCounts& counts) const {
+    FactList texts;
+    for (const auto& [name, count] : counts) {
+      texts.push_back(name + " " + std::to_string(count));
+    }
+    return (*this)(texts);
+  }
+};
+
+// No key has a blank: "held_by".
+std::string KeyOf(std::string name) {
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
 }
 
-std::string Plain(const nlohmann::ordered_json& value) {
-  if (value.is_string()) {
-    return value.get<std::string>();
-  }
-  if (value.is_boolean()) {
-    return value.get<bool>() ? "yes" : "no";
-  }
-  if (!value.is_structured()) {
-    return value.dump();
-  }
-  std::string list;
-  for (const auto& [key, entry] : value.items()) {
-    list += (list.empty() ? "" : ", ") + (value.is_object() ? key + " " : "") + Plain(entry);
-  }
-  return list;
-}
+struct AsJson {
+  JsonLine& object;
+  const std::string& key;
 
-// A fact as a script reads it: no key has a blank, as "held_by".
-void AddFact(nlohmann::ordered_json& object, std::string key, const nlohmann::ordered_json& value) {
-  std::replace(key.begin(), key.end(), ' ', '_');
-  if (!value.is_object()) {
-    object[key] = value;
-    return;
+  void operator()(const std::string& text) const { object.AddText(key, text); }
+  void operator()(bool value) const { object.Add(key, value); }
+  void operator()(std::int64_t number) const { object.Add(key, number); }
+  void operator()(const FactList& texts) const { object.AddTexts(key, texts); }
+  void operator()(const FactCounts& counts) const {
+    JsonLine all;
+    for (const auto& [name, count] : counts) {
+      all.Add(KeyOf(name), count);
+    }
+    object.Add(key, all);
   }
-  for (const auto& [name, entry] : value.items()) {
-    AddFact(object[key], name, entry);
-  }
-}
+};
 
 }  // namespace
 
@@ -89,35 +93,37 @@ bool Report::HasFault() const {
 }
 
 std::string Report::Text(bool colour) const {
-  std::string text = Printable(subject) + "\n";
+  std::string text = Harmless(subject) + "\n";
   for (const auto& [key, value] : facts) {
-    text += "  " + Padded(key, kIndent - 2) + Printable(Plain(JsonOf(value))) + "\n";
+    text += "  " + Padded(key, kIndent - 2) + Harmless(std::visit(AsText{}, value)) + "\n";
   }
   for (const Finding& finding : findings) {
     const Look look = LookOf(finding.severity);
-    text += "  " + std::string(colour ? look.colour : "") + Padded(look.word, kIndent - 2) +
-            (colour ? "\033[0m" : "") + Printable(finding.text) + "\n";
+    text += "  " + Paint(Padded(look.word, kIndent - 2), look.color, colour) +
+            Harmless(finding.text) + "\n";
     if (!finding.mend.empty()) {
-      text += std::string(kIndent, ' ') + "-> " + Printable(finding.mend) + "\n";
+      text.append(kIndent, ' ');
+      text += "-> " + Harmless(finding.mend) + "\n";
     }
   }
   return text;
 }
 
 std::string Report::Json() const {
-  nlohmann::ordered_json object = {{"subject", subject}};
+  JsonLine object;
+  object.AddText("subject", subject);
   for (const auto& [key, value] : facts) {
-    AddFact(object, key, JsonOf(value));
+    const std::string name = KeyOf(key);
+    std::visit(AsJson{object, name}, value);
   }
-  object["findings"] = nlohmann::ordered_json::array();
+  std::vector<JsonLine> entries;
   for (const Finding& finding : findings) {
-    nlohmann::ordered_json entry = {{"severity", LookOf(finding.severity).word},
-                                    {"text", finding.text}};
+    JsonLine entry;
+    entry.Add("severity", LookOf(finding.severity).word).AddText("text", finding.text);
     if (!finding.mend.empty()) {
-      entry["mend"] = finding.mend;
+      entry.AddText("mend", finding.mend);
     }
-    object["findings"].push_back(std::move(entry));
+    entries.push_back(entry);
   }
-  // Bytes that are no UTF-8 must not stop the report.
-  return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return object.Add("findings", entries).Text();
 }

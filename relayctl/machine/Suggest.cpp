@@ -5,7 +5,7 @@
 
 #include "machine/MachineConfiguration.h"
 #include "serial/UdevScanner.h"
-#include "show/Printable.h"
+#include "show/Output.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ std::string Model(const SerialAdapter& adapter) {
   std::string text = adapter.vendor;
   text += (text.empty() || adapter.model.empty() ? "" : " ") + adapter.model;
   text += adapter.serialNumber.empty() ? "" : ", serial number " + adapter.serialNumber;
-  return Printable(text);
+  return Harmless(text);
 }
 
 std::string NameLine(const SerialAdapter& adapter, const MachineConfiguration* configuration) {
@@ -73,9 +73,9 @@ std::vector<AdapterChange> AdapterWatch::Look(const UdevSnapshot& snapshot) {
 
 std::string Explain(const SerialAdapter& adapter, const MachineConfiguration* configuration) {
   const std::string model = Model(adapter);
-  return Printable(adapter.node) + "  " + Printable(adapter.vendorId) + ":" +
-         Printable(adapter.productId) + (model.empty() ? "" : "  " + model) +
-         "\n  place: " + Printable(adapter.place.empty() ? adapter.devicePath : adapter.place) +
+  return Harmless(adapter.node) + "  " + Harmless(adapter.vendorId) + ":" +
+         Harmless(adapter.productId) + (model.empty() ? "" : "  " + model) +
+         "\n  place: " + Harmless(adapter.place.empty() ? adapter.devicePath : adapter.place) +
          "\n" + NameLine(adapter, configuration);
 }
 

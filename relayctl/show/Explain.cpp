@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "show/Explain.h"
 
-#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "relay/Text.h"
+#include "show/Json.h"
+#include "show/MessageView.h"
 #include "show/Output.h"
 
 namespace {
@@ -120,18 +122,15 @@ std::vector<Field> FieldsOf(std::string_view bytes, Direction direction) {
   return fields.All();
 }
 
-// Rows of at most so many bytes, the meaning beside the first.
+// The meaning stands beside the first row.
 std::string FieldLines(const Field& field, bool isColored) {
-  constexpr size_t kBytesInRow = 16;
-  constexpr size_t kRowWidth = 3 * kBytesInRow;
   std::string lines;
-  for (size_t at = 0; at < field.bytes.size(); at += kBytesInRow) {
-    std::string hex = relay::ToHex(field.bytes.substr(at, kBytesInRow), " ");
-    if (at == 0) {
-      hex.resize(kRowWidth, ' ');
-      hex += Paint(field.meaning, Color::kDim, isColored);
+  std::string meaning = Paint(field.meaning, Color::kDim, isColored);
+  for (std::string row : Rows(field.bytes, ByteForm::kHex)) {
+    if (!meaning.empty()) {
+      row.resize(kHexWidth, ' ');
     }
-    lines += "\n    " + hex;
+    lines += "\n    " + row + std::exchange(meaning, "");
   }
   return lines;
 }

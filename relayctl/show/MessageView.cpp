@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "Duration.h"
 #include "relay/Text.h"
 
 namespace {
@@ -16,7 +17,7 @@ using relay::Clock;
 // A message without a pause is shown in pieces of this size.
 constexpr size_t kMostGathered = 4096;
 
-constexpr size_t kBytesInRow = 16;
+constexpr size_t kBytesInRow = kHexWidth / 3;
 
 std::string TimeOfDay(std::chrono::system_clock::time_point when) {
   using std::chrono::microseconds;
@@ -30,8 +31,6 @@ std::string TimeOfDay(std::chrono::system_clock::time_point when) {
                       parts.tm_sec, static_cast<int>(part.count()));
   return text;
 }
-
-double Seconds(Clock::duration time) { return std::chrono::duration<double>(time).count(); }
 
 }  // namespace
 
@@ -91,10 +90,11 @@ std::string TimeView::Text(Clock::time_point when) {
                                         when - start)) +
              " ";
     case TimeForm::kSinceStart:
-      (void)std::snprintf(text, sizeof text, "%12.6f ", Seconds(when - start));
+      (void)std::snprintf(text, sizeof text, "%12.6f ", ToSeconds(when - start));
       return text;
     case TimeForm::kDelta:
-      (void)std::snprintf(text, sizeof text, "%+12.6f ", Seconds(when - std::exchange(last, when)));
+      (void)std::snprintf(text, sizeof text, "%+12.6f ",
+                          ToSeconds(when - std::exchange(last, when)));
       return text;
     case TimeForm::kNone:
       break;
@@ -103,8 +103,7 @@ std::string TimeView::Text(Clock::time_point when) {
 }
 
 double TimeView::UnixTime(Clock::time_point when) const {
-  return std::chrono::duration<double>(startOfDay.time_since_epoch()).count() +
-         Seconds(when - start);
+  return ToSeconds(startOfDay.time_since_epoch()) + ToSeconds(when - start);
 }
 
 std::vector<std::string> Rows(std::string_view bytes, ByteForm form) {
@@ -116,7 +115,7 @@ std::vector<std::string> Rows(std::string_view bytes, ByteForm form) {
     const std::string_view part = bytes.substr(at, kBytesInRow);
     std::string row = relay::ToHex(part, " ");
     if (form == ByteForm::kBoth) {
-      row.resize(3 * kBytesInRow + 1, ' ');
+      row.resize(kHexWidth + 1, ' ');
       row += relay::Printable(part);
     }
     rows.push_back(row);

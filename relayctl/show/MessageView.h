@@ -60,5 +60,8 @@ class TimeView {
 
 enum class ByteForm { kBoth, kHex, kText };
 
+// How wide a row of hex is at most, with the blank behind it.
+constexpr size_t kHexWidth = 48;
+
 // The rows of a message, without what stands in front of each.
 std::vector<std::string> Rows(std::string_view bytes, ByteForm form);

@@ -6,20 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
 #include "relay/Text.h"
+#include "show/Json.h"
 
 namespace {
 
 const char* Sequence(Color color) {
   switch (color) {
     case Color::kToService:
+    case Color::kNote:
       return "\x1B[36m";
     case Color::kFromService:
+    case Color::kWarning:
       return "\x1B[33m";
     case Color::kGood:
       return "\x1B[32m";
@@ -58,39 +60,15 @@ std::string Paint(std::string_view text, Color color, bool isColored) {
   return Sequence(color) + std::string(text) + "\x1B[0m";
 }
 
-std::string JsonString(std::string_view bytes) {
-  std::string text = "\"";
-  for (const char byte : bytes) {
-    if (byte == '"' || byte == '\\') {
-      text += '\\';
-      text += byte;
-    } else if (byte >= ' ' && byte <= '~') {
-      text += byte;
-    } else {
-      text += "\\u00" + relay::ToHex(std::string_view(&byte, 1));
-    }
+// 0x80 to 0x9F are control bytes too, unless they continue a UTF-8 character; that cannot be told
+// byte by byte, so only what every terminal takes for one is replaced.
+std::string Harmless(std::string_view text) {
+  std::string shown;
+  for (const char byte : text) {
+    const bool isControl = static_cast<unsigned char>(byte) < 0x20 || byte == '\x7F';
+    shown += isControl ? relay::Escape(std::string_view(&byte, 1)) : std::string(1, byte);
   }
-  return text + '"';
-}
-
-JsonLine& JsonLine::AddRaw(std::string_view key, std::string_view text) {
-  body += (body.size() == 1 ? "" : ",") + JsonString(key) + ":";
-  body += text;
-  return *this;
-}
-
-JsonLine& JsonLine::Add(std::string_view key, std::string_view value) {
-  return AddRaw(key, JsonString(value));
-}
-
-JsonLine& JsonLine::Add(std::string_view key, double seconds) {
-  char text[32];
-  (void)std::snprintf(text, sizeof text, "%.6f", seconds);
-  return AddRaw(key, text);
-}
-
-JsonLine& JsonLine::Add(std::string_view key, bool value) {
-  return AddRaw(key, value ? "true" : "false");
+  return shown;
 }
 
 void OccupyClosedStreams() {

@@ -2,14 +2,12 @@
 // What commands print.
 #pragma once
 
-#include <concepts>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "relay/Client.h"
 
-enum class Color { kNone, kToService, kFromService, kGood, kBad, kDim };
+enum class Color { kNone, kToService, kFromService, kGood, kNote, kWarning, kBad, kDim };
 
 // Whether colour may be used on the descriptor: a terminal, TERM other than "dumb", and NO_COLOR
 // unset or empty.
@@ -21,31 +19,9 @@ size_t ColumnsOf(int descriptor);
 // `text` in the colour when `isColored`, else as it is.
 std::string Paint(std::string_view text, Color color, bool isColored);
 
-// One JSON object on one line. Keys in the order in which they are added.
-class JsonLine {
- public:
-  JsonLine& Add(std::string_view key, std::string_view value);
-  JsonLine& Add(std::string_view key, const char* value) {
-    return Add(key, std::string_view(value));
-  }
-  template <std::integral Number>
-  requires(!std::same_as<Number, bool>) JsonLine& Add(std::string_view key, Number value) {
-    return AddRaw(key, std::to_string(value));
-  }
-  JsonLine& Add(std::string_view key, double seconds);  // microseconds exactly
-  JsonLine& Add(std::string_view key, bool value);
-
-  std::string Text() const { return body + "}"; }
-
- private:
-  JsonLine& AddRaw(std::string_view key, std::string_view text);
-
-  std::string body = "{";
-};
-
-// A JSON string: ASCII, every byte above 0x7E as the code point of the same number, so that any
-// bytes can be had back.
-std::string JsonString(std::string_view bytes);
+// `text` with every control byte escaped: what a device, another program or the command line chose
+// may not steer the terminal. UTF-8 stays.
+std::string Harmless(std::string_view text);
 
 // Standard streams that the caller has closed become unusable ones: their numbers would go to the
 // link, and what is printed into it. To be called before anything is opened.

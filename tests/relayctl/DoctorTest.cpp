@@ -299,12 +299,12 @@ TEST(ReportTest, IsOneLineOfJson) {
   report.Fact("received", FactCounts{{"frame errors", 2}});
   report.Fact("nothing", "");
   report.Fault("it is \"broken\"\xFF\n", "mend it");
-  report.Good("fine");
+  report.Good("fine \xC3\xA9 \xE2\x82");  // the last is cut off
   EXPECT_EQ(
       "{\"subject\":\"#PhysicalPort0\",\"row\":3,\"held_by\":[\"a\",\"b\"],\"received\":{\"frame_"
       "errors\":2},\"findings\":["
-      "{\"severity\":\"fault\",\"text\":\"it is \\\"broken\\\"\xEF\xBF\xBD\\n\",\"mend\":\"mend "
-      "it\"},{\"severity\":\"ok\",\"text\":\"fine\"}]}",
+      "{\"severity\":\"fault\",\"text\":\"it is \\\"broken\\\"\xEF\xBF\xBD\\u000A\",\"mend\":\"mend "
+      "it\"},{\"severity\":\"ok\",\"text\":\"fine \xC3\xA9 \xEF\xBF\xBD\xEF\xBF\xBD\"}]}",
       report.Json());
 }
 

@@ -140,7 +140,7 @@ TEST(ExplainTest, AnAdapterCannotSteerTheTerminal) {
   adapter.node = "/dev/ttyUSB0";
   adapter.model = "\033[2J\007";
   EXPECT_EQ(std::string::npos, Explain(adapter, nullptr).find('\033'));
-  EXPECT_NE(std::string::npos, Explain(adapter, nullptr).find("\\x1B[2J\\x07"));
+  EXPECT_NE(std::string::npos, Explain(adapter, nullptr).find("\\e[2J\\a"));
 }
 
 }  // namespace
