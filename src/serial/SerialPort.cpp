@@ -26,7 +26,11 @@ std::shared_ptr<CSerialPortExport> CreateSerialPort(const std::string& moduleNam
 }
 
 CSerialPort::CSerialPort(const std::string& moduleName, const std::string& logTag)
-    : log(moduleName, "SerialPort.cpp", logTag) {}
+    : CSerialPort(moduleName, logTag, std::make_shared<CLinuxSerial>) {}
+
+CSerialPort::CSerialPort(const std::string& moduleName, const std::string& logTag,
+                         DeviceMaker maker)
+    : log(moduleName, "SerialPort.cpp", logTag), makeDevice(std::move(maker)) {}
 
 CSerialPort::~CSerialPort() {
   const CCancellationShield shield;
@@ -71,8 +75,7 @@ void CSerialPort::LookupUsbDevicePath(unsigned vendor, unsigned product, std::st
 // A new device object for a new open. A port that was stopped stays stopped.
 void CSerialPort::ReplaceLine() {
   auto fresh = std::make_shared<CLine>(
-      std::make_shared<CLinuxSerial>(),
-      [copy = log](const std::string& path) { LogPath(copy, kDeviceClosed, path); });
+      makeDevice(), [copy = log](const std::string& path) { LogPath(copy, kDeviceClosed, path); });
   if (line != nullptr) {
     fresh->stopRequested = line->stopRequested.load();
     line->Stop();

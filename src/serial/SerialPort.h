@@ -1,15 +1,22 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
+
 #include "Linux/AbstractThread.h"
 #include "Linux/LogSource.h"
+#include "serial/AbstractSerial.h"
 #include "serial/SerialPortExport.h"
 
 class CLine;
 
 class CSerialPort final : public CSerialPortExport {
  public:
+  // A new device for each open.
+  using DeviceMaker = std::function<std::shared_ptr<CAbstractSerial>()>;
+
   CSerialPort(const std::string& moduleName, const std::string& logTag);
+  CSerialPort(const std::string& moduleName, const std::string& logTag, DeviceMaker maker);
   ~CSerialPort() override;
   CSerialPort(const CSerialPort&) = delete;
   CSerialPort& operator=(const CSerialPort&) = delete;
@@ -36,6 +43,7 @@ class CSerialPort final : public CSerialPortExport {
   int Start(const ReceiveCallback& callback, const SerialSettings& settings);
 
   CLogSource log;
+  const DeviceMaker makeDevice;
   std::string portName;  // the name given to Open, or the device path of OpenUsb
   uint16_t vendorId = 0;
   uint16_t productId = 0;

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include "serial/SerialPortTest.h"
@@ -64,17 +63,22 @@ bool SerialPortTest::WaitForOpens(int count) {
   return Eventually([&] { return calls.Count("open") >= count; });
 }
 
+void SerialPortTest::UseFakeDevice() {
+  port = std::make_shared<CSerialPort>("TheModule", "TheTag", [this] { return device; });
+}
+
 void SerialPortTest::ScriptReads(std::vector<std::string> chunks) {
-  calls.OnRead([this, chunks = std::move(chunks), next = size_t{0}](
-                   void* buffer, size_t capacity) mutable -> std::optional<ssize_t> {
+  UseFakeDevice();
+  device->onRead = [this, chunks = std::move(chunks), next = size_t{0}](uint8_t* buffer,
+                                                                        int capacity) mutable {
     if (next == chunks.size()) {
       scriptEnded = true;
-      return std::nullopt;
+      return FakeDevice::Idle(buffer, capacity);
     }
     const std::string& chunk = chunks[next++];
-    std::memcpy(buffer, chunk.data(), std::min(chunk.size(), capacity));
-    return static_cast<ssize_t>(chunk.size());
-  });
+    std::memcpy(buffer, chunk.data(), std::min(chunk.size(), static_cast<size_t>(capacity)));
+    return static_cast<int>(chunk.size());
+  };
 }
 
 bool SerialPortTest::WaitForScriptEnd() const {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Linux/LinuxThread.h"
+#include "serial/FakeDevice.h"
 #include "serial/SerialPort.h"
 #include "support/CapturedLog.h"
 #include "support/Eventually.h"
@@ -64,7 +65,8 @@ class SerialPortTest : public testing::Test {
   void Unplug();  // the node is gone and the open device hung up
   bool WaitForOpens(int count);
 
-  // The answers of the reads to come, in this order; then the line's own.
+  // A port on the fake device instead of the line, and the answers of its reads, in this order.
+  void UseFakeDevice();
   void ScriptReads(std::vector<std::string> chunks);
   bool WaitForScriptEnd() const;  // a read behind the last chunk has begun
 
@@ -72,5 +74,6 @@ class SerialPortTest : public testing::Test {
   std::unique_ptr<PtyLine> line;
   Receiver receiver;
   std::atomic<bool> scriptEnded{false};
+  std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
   std::shared_ptr<CSerialPortExport> port = CreateSerialPort("TheModule", "TheTag");
 };

@@ -76,11 +76,8 @@ void SerialCalls::Fail(const std::string& name, int error, int times, int after)
 }
 
 void SerialCalls::KeepAttributes(const termios& before) { Set(&State::attributes, before); }
-void SerialCalls::OnRead(Transfer hook) {
-  Set(&State::onRead, std::make_shared<Transfer>(std::move(hook)));
-}
-void SerialCalls::OnWrite(Transfer hook) {
-  Set(&State::onWrite, std::make_shared<Transfer>(std::move(hook)));
+void SerialCalls::OnWrite(std::function<ssize_t(size_t)> hook) {
+  Set(&State::onWrite, std::make_shared<std::function<ssize_t(size_t)>>(std::move(hook)));
 }
 void SerialCalls::OnOpen(std::function<void()> hook) {
   Set(&State::onOpen, std::make_shared<std::function<void()>>(std::move(hook)));

@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,14 +34,10 @@ class SerialCalls {
   // has always 8 bits and no parity.
   void KeepAttributes(const termios& before);
 
-  // Called instead of the real call, unless it gives nothing.
-  using Transfer = std::function<std::optional<ssize_t>(void* bytes, size_t count)>;
-  void OnRead(Transfer hook);
-  void OnWrite(Transfer hook);
-
-  void OnOpen(std::function<void()> hook);                 // before the real call
-  void OnOpened(std::function<void()> hook);               // in the call, once it has succeeded
-  void OnSleep(std::function<void(unsigned micro)> hook);  // before the real call
+  void OnWrite(std::function<ssize_t(size_t count)> hook);  // how many of the bytes are taken
+  void OnOpen(std::function<void()> hook);                  // before the real call
+  void OnOpened(std::function<void()> hook);                // in the call, once it has succeeded
+  void OnSleep(std::function<void(unsigned micro)> hook);   // before the real call
   void RefuseThreads();
 
   std::vector<std::string> Texts() const;  // without reads, which come again and again

@@ -29,8 +29,7 @@ struct State {
   std::map<std::string, Failure> failures;
   std::optional<termios> attributes;
   // Shared, so that a hook keeps what it changes in itself.
-  std::shared_ptr<SerialCalls::Transfer> onRead;
-  std::shared_ptr<SerialCalls::Transfer> onWrite;
+  std::shared_ptr<std::function<ssize_t(size_t)>> onWrite;
   std::shared_ptr<std::function<void()>> onOpen;
   std::shared_ptr<std::function<void()>> onOpened;
   std::shared_ptr<std::function<void(unsigned)>> onSleep;

@@ -83,15 +83,8 @@ int __wrap_close(int descriptor) {
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t count) {
-  if (IsFollowed(descriptor)) {
-    if (!Called("read", std::to_string(count))) {
-      return -1;
-    }
-    if (const auto hook = Get(&State::onRead)) {
-      if (const auto result = (*hook)(buffer, count)) {
-        return *result;
-      }
-    }
+  if (IsFollowed(descriptor) && !Called("read", std::to_string(count))) {
+    return -1;
   }
   return __real_read(descriptor, buffer, count);
 }
@@ -102,14 +95,8 @@ ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
       return -1;
     }
     if (const auto hook = Get(&State::onWrite)) {
-      // A copy, because reads and writes share one kind of hook and only reads may change bytes.
-      std::vector<char> copy(static_cast<const char*>(bytes),
-                             static_cast<const char*>(bytes) + count);
-      if (const auto result = (*hook)(copy.data(), count)) {
-        // What it says it took really goes out.
-        return *result > 0 ? __real_write(descriptor, bytes, static_cast<size_t>(*result))
-                           : *result;
-      }
+      const ssize_t taken = (*hook)(count);
+      return taken > 0 ? __real_write(descriptor, bytes, static_cast<size_t>(taken)) : taken;
     }
   }
   return __real_write(descriptor, bytes, count);
