@@ -303,7 +303,8 @@ TEST(ReportTest, IsOneLineOfJson) {
   EXPECT_EQ(
       "{\"subject\":\"#PhysicalPort0\",\"row\":3,\"held_by\":[\"a\",\"b\"],\"received\":{\"frame_"
       "errors\":2},\"findings\":["
-      "{\"severity\":\"fault\",\"text\":\"it is \\\"broken\\\"\xEF\xBF\xBD\\u000A\",\"mend\":\"mend "
+      "{\"severity\":\"fault\",\"text\":\"it is "
+      "\\\"broken\\\"\xEF\xBF\xBD\\u000A\",\"mend\":\"mend "
       "it\"},{\"severity\":\"ok\",\"text\":\"fine \xC3\xA9 \xEF\xBF\xBD\xEF\xBF\xBD\"}]}",
       report.Json());
 }

@@ -95,9 +95,6 @@ class Client {
   bool IsOver() const { return state == State::kOver; }
   const std::optional<Error>& Failure() const { return failure; }
 
-  // Counts links; another number means that nothing sent before is on this link.
-  uint64_t LinkNumber() const { return linkNumber; }
-
   // For poll. The descriptor changes with each link; -1: none at the moment.
   int Descriptor() const { return PollEvents() == 0 ? -1 : socket; }
   short PollEvents() const;
