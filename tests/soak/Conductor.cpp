@@ -178,7 +178,7 @@ void Conductor::OpenPorts() {
   for (const auto& port : world.Ports()) {
     if (port->MayOpen()) {
       port->AsksToOpen();
-      Command(command::Open(port->Name()), "open " + port->Name() + " 0");
+      Command(relay::OpenCommand({port->Name()}), "open " + port->Name() + " 0");
     }
   }
 }

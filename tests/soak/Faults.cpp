@@ -49,9 +49,9 @@ bool Conductor::MakeAtPort(Fault fault) {
     port.Unplugs(plan.TimeBetween(100, 3000));
   } else if (fault == Fault::kClose) {
     port.AsksToClose();
-    Command(command::Close(port.Name()), "close " + port.Name() + " 0");
+    Command(relay::CloseCommand({port.Name()}), "close " + port.Name() + " 0");
   } else {
-    Command(command::Open(port.Name()), "open " + port.Name() + " 3");
+    Command(relay::OpenCommand({port.Name()}), "open " + port.Name() + " 3");
   }
   return true;
 }
@@ -60,10 +60,10 @@ bool Conductor::MakeAtLink(Fault fault) {
   switch (fault) {
     case Fault::kGarbage:
       link.Sends(Garbage(plan));
-      Command(command::Close(kFence), kFenceClosed);
+      Command(relay::CloseCommand({kFence}), kFenceClosed);
       return true;
     case Fault::kCloseUnknown:
-      Command(command::Close(kNobody), kNobodyClosed);
+      Command(relay::CloseCommand({kNobody}), kNobodyClosed);
       return true;
     case Fault::kRelayStall:
       stallUntil = Clock::now() + plan.TimeBetween(500, 4000);

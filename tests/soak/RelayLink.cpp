@@ -10,47 +10,34 @@
 
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 #include "e2e/support/Relay.h"
+#include "relay/Error.h"
 
 namespace {
 
-constexpr char kOpen = 1;
-constexpr char kClose = 2;
-constexpr char kData = 4;
-constexpr char kNamed = 2;
-constexpr char kBlockFromPort = 2;
-constexpr size_t kNameAt = 6;
-
-std::string Big16(size_t value) {
-  return {static_cast<char>(static_cast<uint8_t>(value >> 8)),
-          static_cast<char>(static_cast<uint8_t>(value))};
-}
-
-size_t Read16(const std::string& bytes, size_t at) {
-  return static_cast<size_t>(static_cast<uint8_t>(bytes[at])) << 8 |
-         static_cast<uint8_t>(bytes[at + 1]);
-}
-
-std::string Named(char code, const std::string& name, const std::string& body) {
-  return Big16(kNameAt + name.size() + body.size()) + code + kNamed + Big16(name.size()) + name +
-         body;
+// Empty when it is none that the service sends.
+std::optional<Packet> Taken(const std::string& bytes) {
+  const relay::ParsedPacket parsed = relay::ParsePacket(bytes, relay::Direction::kFromService);
+  const relay::Packet& packet = parsed.packet;
+  if (!parsed.problem.empty() || packet.port.IsNumbered()) {
+    return std::nullopt;
+  }
+  if (packet.command != kCommandData) {
+    return Packet{(packet.command == kCommandOpen ? "open " : "close ") + packet.port.name + " " +
+                      std::to_string(*packet.number),
+                  packet.port.name,
+                  {}};
+  }
+  if (packet.blocks.size() != 1 || packet.blocks[0].type != kReceivedDataBlock) {
+    return std::nullopt;
+  }
+  return Packet{{}, packet.port.name, packet.blocks[0].data};
 }
 
 }  // namespace
-
-std::string command::Open(const std::string& name) { return Named(kOpen, name, ""); }
-
-std::string command::Close(const std::string& name) { return Named(kClose, name, ""); }
-
-std::string command::Data(const std::string& name, const std::vector<std::string>& blocks) {
-  std::string body(1, static_cast<char>(blocks.size()));
-  for (const std::string& block : blocks) {
-    body += char{1} + Big16(block.size()) + block;
-  }
-  return Named(kData, name, body);
-}
 
 RelayLink::~RelayLink() { Leaves(); }
 
@@ -88,48 +75,21 @@ std::vector<Packet> RelayLink::Receives() {
   std::array<char, 65536> buffer;
   const ssize_t count = recv(stream, buffer.data(), buffer.size(), 0);
   if (count > 0) {
-    received.append(buffer.data(), static_cast<size_t>(count));
+    received.Add({buffer.data(), static_cast<size_t>(count)});
   } else {
     hasEnded = count == 0 || (errno != EAGAIN && errno != EINTR);
   }
   std::vector<Packet> packets;
-  size_t at = 0;
-  while (received.size() >= at + 2 && !isMalformed) {
-    const size_t length = Read16(received, at);
-    if (length <= kNameAt) {
-      isMalformed = true;
-    } else if (received.size() < at + length) {
-      break;
-    } else {
-      packets.emplace_back();
-      isMalformed = !Parse(received.substr(at, length), packets.back());
-      at += length;
+  try {
+    while (const auto bytes = received.Next()) {
+      const auto packet = Taken(*bytes);
+      isMalformed = isMalformed || !packet;
+      packets.push_back(packet.value_or(Packet()));
     }
+  } catch (const relay::Error&) {
+    isMalformed = true;
   }
-  received.erase(0, at);
   return packets;
-}
-
-bool RelayLink::Parse(const std::string& bytes, Packet& packet) const {
-  const size_t nameLength = Read16(bytes, 4);
-  const size_t body = kNameAt + nameLength;
-  if (bytes[3] != kNamed || bytes.size() < body + 2) {
-    return false;
-  }
-  packet.name = bytes.substr(kNameAt, nameLength);
-  if (bytes[2] == kOpen || bytes[2] == kClose) {
-    packet.reply = (bytes[2] == kOpen ? "open " : "close ") + packet.name + " " +
-                   std::to_string(Read16(bytes, body));
-    return bytes.size() == body + 2;
-  }
-  constexpr size_t kBlockHeader = 4;  // the count of blocks, the type, the length
-  if (bytes[2] != kData || bytes.size() < body + kBlockHeader || bytes[body] != 1 ||
-      bytes[body + 1] != kBlockFromPort ||
-      bytes.size() != body + kBlockHeader + Read16(bytes, body + 2)) {
-    return false;
-  }
-  packet.data = bytes.substr(body + kBlockHeader);
-  return true;
 }
 
 void RelayLink::EndsSending() {
@@ -142,7 +102,7 @@ void RelayLink::Leaves() {
     (void)close(std::exchange(stream, -1));
   }
   waiting.clear();
-  received.clear();
+  received.Clear();
 }
 
 void RelayLink::Resets() {

@@ -3,9 +3,10 @@
 // relay and all devices at the same time.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "relay/Packet.h"
 
 // One packet from the service.
 struct Packet {
@@ -13,16 +14,6 @@ struct Packet {
   std::string name;   // the port of a data notification,
   std::string data;   // and its bytes
 };
-
-namespace command {
-
-std::string Open(const std::string& name);
-std::string Close(const std::string& name);
-
-// One data command with each of `blocks` as a block.
-std::string Data(const std::string& name, const std::vector<std::string>& blocks);
-
-}  // namespace command
 
 class RelayLink {
  public:
@@ -51,12 +42,10 @@ class RelayLink {
   void Resets();
 
  private:
-  bool Parse(const std::string& bytes, Packet& packet) const;
-
   int stream = -1;
   bool hasEnded = false;
   bool isMalformed = false;
   bool endsSending = false;
   std::string waiting;
-  std::string received;
+  relay::PacketCutter received;
 };

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "soak/RelayLink.h"
+#include "relay/Packet.h"
 
 namespace {
 
@@ -121,14 +121,14 @@ std::string SoakPort::NextCommand() {
   if (frames < kMaxBlockFrames) {
     return "";
   }
-  std::vector<std::string> blocks;
+  std::vector<relay::Block> blocks;
   for (size_t left = kMaxBlockFrames; left > 0;) {
     const size_t count = plan.Between(1, left);
-    blocks.push_back(toDevice.Frames(count));
+    blocks.push_back({1, toDevice.Frames(count)});
     left -= count;
   }
   relayPace.Spends(kMaxBlockFrames * kFrameBytes);
-  return command::Data(name, blocks);
+  return relay::DataCommand({name}, blocks);
 }
 
 bool SoakPort::IsDownFor(Clock::duration time) {
