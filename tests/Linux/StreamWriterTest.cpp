@@ -7,11 +7,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "Linux/StreamWriter.h"
+#include "support/Eventually.h"
 #include "support/InChild.h"
 #include "support/Terminal.h"
 
@@ -36,12 +36,6 @@ struct Pipe {
   }
   int ends[2] = {-1, -1};
 };
-
-milliseconds TimeOf(const std::function<void()>& action) {
-  const auto start = std::chrono::steady_clock::now();
-  action();
-  return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
-}
 
 // Reads `count` bytes in small pieces, 2,000 bytes in a second unless the pause is another.
 std::string ReadSlowly(int stream, size_t count, milliseconds pause = milliseconds(50)) {

@@ -37,8 +37,8 @@ TEST_P(PartingTest, AllPortsAreClosedAndTheNextRelayStartsAfresh) {
   ASSERT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0000"),
             relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
   RelayParts();
-  EXPECT_TRUE(
-      Becomes([&] { return !service->Holds(device->Node()) && !service->Holds(adapter.Node()); }));
+  EXPECT_TRUE(Eventually(
+      [&] { return !service->Holds(device->Node()) && !service->Holds(adapter.Node()); }));
   Link();
   EXPECT_EQ(Wire("0016 02 02 000E '#PhysicalPort0' 0002"), relay->Answer(kClosePort0));
   EXPECT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));

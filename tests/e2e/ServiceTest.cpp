@@ -29,13 +29,13 @@ void ServiceTest::StartWithOpenPort(Service::Session session) {
 }
 
 void ServiceTest::Settle() {
-  ASSERT_TRUE(Becomes([this] { return service->IsIdle(); }));
+  ASSERT_TRUE(Eventually([this] { return service->IsIdle(); }));
 }
 
 void ServiceTest::Clog() {
   const std::string piece(4096, 'x');
   int halted = 0;
-  ASSERT_TRUE(Becomes([&] {
+  ASSERT_TRUE(Eventually([&] {
     while (write(device->FarEnd(), piece.data(), piece.size()) > 0) {
       halted = 0;
     }

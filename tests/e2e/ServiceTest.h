@@ -13,9 +13,9 @@
 #include "e2e/support/Relay.h"
 #include "e2e/support/Service.h"
 #include "e2e/support/UdevDatabase.h"
-#include "e2e/support/Wait.h"
 #include "e2e/support/Wire.h"
 #include "e2e/support/Workplace.h"
+#include "support/Eventually.h"
 
 // A row of a table of cases, as test programs name it.
 template <typename Case>

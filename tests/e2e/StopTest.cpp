@@ -112,7 +112,7 @@ class SlowSearchTest : public ServiceTest {
   void StartSearching() {
     StartLinked();
     relay->Sends("0015 01 02 000F '#USBSerialPort0'");
-    ASSERT_TRUE(Becomes([] { return UdevDatabase::Runs() == 1; }));
+    ASSERT_TRUE(Eventually([] { return UdevDatabase::Runs() == 1; }));
   }
 };
 
@@ -127,7 +127,7 @@ TEST_P(SearchStopTest, DuringASlowSearchForAnAdapterEndsWithStatus0AndLeavesNoth
   EXPECT_EQ("exit 0", Stop(GetParam().number));
   EXPECT_TRUE(Service::Errors().ends_with("終了\n"));
   EXPECT_FALSE(std::filesystem::exists("/tmp/deviceinfo.txt"));
-  EXPECT_TRUE(Becomes([this] { return kill(-service->Pid(), 0) == -1 && errno == ESRCH; }))
+  EXPECT_TRUE(Eventually([this] { return kill(-service->Pid(), 0) == -1 && errno == ESRCH; }))
       << "a process of the service's group is left";
 }
 
@@ -203,7 +203,7 @@ TEST_F(StopTest, AStopTakesAboutTwoSeconds) {
 // Reads what comes from `descriptor`, which does not block, until `text` was in it.
 bool Gives(int descriptor, const std::string& text) {
   std::string all;
-  return Becomes([&] {
+  return Eventually([&] {
     char piece[4096];
     const ssize_t count = read(descriptor, piece, sizeof piece);
     all.append(piece, static_cast<size_t>(std::max<ssize_t>(count, 0)));
@@ -222,7 +222,7 @@ TEST_F(StopTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
   ASSERT_EQ(static_cast<ssize_t>(filling.size()), write(pipe[1], filling.data(), filling.size()));
   service = std::make_unique<Service>(Service::Session::kInherited, pipe[1]);
   const Relay first;
-  ASSERT_TRUE(Becomes([&] { return service->Sockets() == 2; }));
+  ASSERT_TRUE(Eventually([&] { return service->Sockets() == 2; }));
   service->Signal(SIGTERM);
   ASSERT_TRUE(LogFile::Shows(kStopRequested));
 

@@ -40,7 +40,7 @@ TEST_F(UnplugTest, TheDescriptorIsLetGoWithinHalfASecond) {
   ASSERT_TRUE(service->Holds(node));
   const milliseconds taken = TimeOf([&] {
     device->Unplug();
-    EXPECT_TRUE(Becomes([&] { return !service->Holds(node); }));
+    EXPECT_TRUE(Eventually([&] { return !service->Holds(node); }));
   });
   EXPECT_LT(taken, milliseconds(500));
 }
@@ -75,7 +75,7 @@ TEST_F(UnplugTest, AWriteThatAnUnplugInterruptsGoesOnAtTheReplug) {
   device->Plug();
   EXPECT_EQ("xxxx", device->Reads(4));
   relay->Sends(kFence);
-  EXPECT_TRUE(Becomes([&] {
+  EXPECT_TRUE(Eventually([&] {
     (void)device->ReadsWaiting();
     return LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 close command proc.") == 1;
   }));

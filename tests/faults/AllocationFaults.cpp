@@ -23,7 +23,7 @@ bool HasEnded(FaultTest& test) { return test.service->State() != "still running"
 // Waits for what comes unless the process has ended, or a part of it that it has to do without.
 template <typename Condition>
 bool Comes(FaultTest& test, Condition condition) {
-  return Becomes([&] { return HasEnded(test) || condition(); }, kPatience) && !HasEnded(test);
+  return Eventually([&] { return HasEnded(test) || condition(); }, kPatience) && !HasEnded(test);
 }
 
 bool Printed(const std::string& text) { return Service::Output().find(text) != std::string::npos; }
@@ -40,7 +40,7 @@ void ExpectReplies(FaultTest& test) {
       packet = test.relay->NextPacket();
     }
     if (packet == "closed") {
-      EXPECT_TRUE(Becomes([&] { return HasEnded(test); }));
+      EXPECT_TRUE(Eventually([&] { return HasEnded(test); }));
       return;
     }
     EXPECT_EQ(Echo(Wire(reply)), Echo(packet));

@@ -76,7 +76,8 @@ void FaultTest::Bring(State state) {
 
 std::string FaultTest::StopAtOnce(int signal) const {
   (void)kill(inner != 0 ? inner : service->Pid(), signal);
-  (void)Becomes([this] { return service->State() != "still running"; }, std::chrono::seconds(20));
+  (void)Eventually([this] { return service->State() != "still running"; },
+                   std::chrono::seconds(20));
   return service->State();
 }
 

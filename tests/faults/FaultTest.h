@@ -3,9 +3,10 @@
 // the log and the process must show. The rows stand in one file for each source of faults; this
 // drives them all.
 //
-// What the end-to-end tests show already has no row here: peers that leave at once, a second peer,
-// a peer from 127.0.0.2 and an occupied port (RelinkTest), a replug at the same path (UnplugTest),
-// each signal in each state (StopTest), malformed packets (MalformedInputTest).
+// What the end-to-end tests and the recordings show already has no row here: peers that leave, a
+// second peer, a peer from 127.0.0.2 and an occupied port (RelinkTest), a replug at the same path
+// (recordings/unplug), each signal in each state (StopTest), malformed packets
+// (recordings/malformed).
 #pragma once
 
 #include <gtest/gtest.h>

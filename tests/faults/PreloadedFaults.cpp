@@ -44,7 +44,7 @@ void ReadFailsForThreeSeconds(FaultTest& test) {
   SpareCalls();
   const auto closes = [] { return TimesIn(LogFile::Text(), "Close serial device. [Port "); };
   ASSERT_TRUE(
-      Becomes([&] { return TimesIn(Service::Output(), "OPEN[/dev/ttyS2]\n") == closes() + 1; }));
+      Eventually([&] { return TimesIn(Service::Output(), "OPEN[/dev/ttyS2]\n") == closes() + 1; }));
   EXPECT_LT(100U, closes());
   EXPECT_EQ(FaultsMade(), closes());
   test.ExpectDataBothWays();
@@ -55,7 +55,7 @@ void WriteGivesNothingForAWhile(FaultTest& test) {
   SpoilCalls();
   test.relay->Sends(kWriteB);
   test.relay->Sends(kFence);
-  ASSERT_TRUE(Becomes([] { return FaultsMade() > 2000; }));
+  ASSERT_TRUE(Eventually([] { return FaultsMade() > 2000; }));
   EXPECT_EQ(0U, LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 close command proc."));
   SpareCalls();
   EXPECT_EQ("B", test.device->Reads(1));
@@ -64,7 +64,7 @@ void WriteGivesNothingForAWhile(FaultTest& test) {
 void StopWhileAWriteGivesNothing(FaultTest& test) {
   SpoilCalls();
   test.relay->Sends(kWriteB);
-  ASSERT_TRUE(Becomes([] { return FaultsMade() > 100; }));
+  ASSERT_TRUE(Eventually([] { return FaultsMade() > 100; }));
 }
 
 void WritesInSinglePieces(FaultTest& test) {

@@ -44,7 +44,7 @@ void SendsSixtyThousandCommands(FaultTest& test) {
   }
   std::thread sender([&] { test.relay->SendsBytes(commands); });
   // Nothing is read before all is sent, or before both sides have come to a halt.
-  EXPECT_TRUE(Becomes([&] { return test.service->IsIdle(); }));
+  EXPECT_TRUE(Eventually([&] { return test.service->IsIdle(); }));
   int inOrder = 0;
   for (std::string packet = test.relay->NextPacket();
        packet == Wire("000D 02 02 0005 '" + FiveDigits(inOrder) + "' 0002");
@@ -71,7 +71,7 @@ void FeedUntil(std::chrono::steady_clock::time_point end, const Device& device, 
     }
     sent += piece;
     size_t taken = 0;
-    EXPECT_TRUE(Becomes(
+    EXPECT_TRUE(Eventually(
         [&] {
           const ssize_t count = write(device.FarEnd(), piece.data() + taken, piece.size() - taken);
           taken += count > 0 ? static_cast<size_t>(count) : 0;
@@ -136,7 +136,7 @@ void ClogForHalfASecond(FaultTest& test) {
   using Clock = std::chrono::steady_clock;
   const std::string piece(4096, 'x');
   Clock::time_point moved = Clock::now();
-  ASSERT_TRUE(Becomes([&] {
+  ASSERT_TRUE(Eventually([&] {
     while (write(test.device->FarEnd(), piece.data(), piece.size()) > 0) {
       moved = Clock::now();
     }

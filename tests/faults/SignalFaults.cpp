@@ -24,7 +24,7 @@ void StormAfterSettling(FaultTest& test) {
 // At the end of a stop there is nothing left that a signal could reach.
 void StormUntilTheEnd(FaultTest& test) {
   test.Settle();
-  ASSERT_TRUE(Becomes([&] {
+  ASSERT_TRUE(Eventually([&] {
     Storm(test);
     return test.service->State() != "still running";
   }));

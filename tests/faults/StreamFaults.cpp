@@ -92,7 +92,7 @@ void StopWhileItCannotSayThatItListens(FaultTest& test) {
   pipe.Fill();
   StartOn(test);
   ASSERT_TRUE(LogFile::Shows(kStarted));
-  ASSERT_TRUE(Becomes([&] { return test.service->Sockets() == 1; }));
+  ASSERT_TRUE(Eventually([&] { return test.service->Sockets() == 1; }));
   ExpectAStop(test, "exit 255");
 }
 
@@ -103,7 +103,7 @@ void StopWhileItCannotSayThatAPortIsOpen(FaultTest& test) {
   pipe.Fill();
   test.device = std::make_unique<Device>();
   test.relay->Sends(kOpenPort0);
-  ASSERT_TRUE(Becomes([&] { return test.service->Holds(test.device->Node()); }));
+  ASSERT_TRUE(Eventually([&] { return test.service->Holds(test.device->Node()); }));
   ExpectAStop(test, "exit 0");
 }
 

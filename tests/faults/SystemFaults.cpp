@@ -154,7 +154,7 @@ void StopWhileDumpIsAFifo(FaultTest& test) {
   Shell("mkfifo /tmp/deviceinfo.txt");
   test.relay->Sends(kOpenAdapter);
   ASSERT_TRUE(LogFile::Shows("3 SerialPortHandler SerialPortHandler.cpp 4 open command proc."));
-  ASSERT_TRUE(Becomes([&] { return test.service->IsIdle(); }));
+  ASSERT_TRUE(Eventually([&] { return test.service->IsIdle(); }));
 }
 
 // A start script's helper became the service's child with the script's last command. The tool has a
@@ -162,11 +162,12 @@ void StopWhileDumpIsAFifo(FaultTest& test) {
 void StopDuringASearchWithAnOlderChild(FaultTest& test) {
   ToolIs("cp /bin/sleep '/tmp/e2e/) S 1' && '/tmp/e2e/) S 1' 300");
   test.relay->Sends(kOpenAdapter);
-  ASSERT_TRUE(Becomes(DumpIsThere));
+  ASSERT_TRUE(Eventually(DumpIsThere));
   EXPECT_EQ("exit 0", test.StopAtOnce(SIGTERM));
   EXPECT_FALSE(DumpIsThere());
   Shell("kill $(cat /tmp/e2e/older)");
-  EXPECT_TRUE(Becomes([&] { return kill(-test.service->Pid(), 0) == -1; })) << "the tool is left";
+  EXPECT_TRUE(Eventually([&] { return kill(-test.service->Pid(), 0) == -1; }))
+      << "the tool is left";
 }
 
 void LogGoesToStandardError(FaultTest& test) {

@@ -5,7 +5,7 @@
 
 #include "e2e/support/LogFile.h"
 #include "e2e/support/Service.h"
-#include "e2e/support/Wait.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ std::string LevelAndMessage(const std::string& line) {
 }  // namespace
 
 std::string Lines::Next() {
-  (void)Becomes([this] { return read().size() > taken; });
+  (void)Eventually([this] { return read().size() > taken; });
   const std::vector<std::string> all = read();
   return all.size() > taken ? all[taken++] : "nothing";
 }

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "e2e/support/Wait.h"
 #include "relay/Text.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -170,7 +170,7 @@ void Player::TakeFromService(const RecordedEvent& event) {
 void Player::SendFromDevice(const std::string& port, const std::string& bytes) {
   const Device* const device = machine.At(port);
   Check(device != nullptr && opens.contains(port), "that port is not open, or has no device");
-  Check(Becomes([&] { return OpensOf(port) >= opens[port]; }), "it is not opened again");
+  Check(Eventually([&] { return OpensOf(port) >= opens[port]; }), "it is not opened again");
   Check(device->Sends(bytes), "the line takes nothing");
 }
 
@@ -206,7 +206,7 @@ void Player::Plug(const Words& words) {
 void Player::Unplug(const Words& words) {
   const size_t before = HangUpsOf(words.port);
   machine.Unplug(words.port);
-  Check(!opens.contains(words.port) || Becomes([&] { return HangUpsOf(words.port) > before; }),
+  Check(!opens.contains(words.port) || Eventually([&] { return HangUpsOf(words.port) > before; }),
         "the port does not notice");
 }
 
@@ -219,7 +219,7 @@ void Player::SendBytes(const Words& words) { relay->SendsBytes(relay::FromHex(wo
 void Player::Signal(const Words& words) {
   constexpr std::pair<const char*, int> kSignals[] = {
       {"INT", SIGINT}, {"HUP", SIGHUP}, {"TERM", SIGTERM}};
-  Check(Becomes([this] { return machine.TheService().IsIdle(); }), "the service is not idle");
+  Check(Eventually([this] { return machine.TheService().IsIdle(); }), "the service is not idle");
   for (const auto& [name, number] : kSignals) {
     if (words.all == name) {
       machine.TheService().Signal(number);

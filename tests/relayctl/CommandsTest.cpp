@@ -95,7 +95,7 @@ TEST_F(CommandsTest, OpenHoldsThePortUntilItIsInterrupted) {
   EXPECT_TRUE(service->Holds(device->Node()));
   open.Signal(SIGINT);
   EXPECT_EQ("exit 0", open.WaitForExit());
-  EXPECT_TRUE(Becomes([this] { return !service->Holds(device->Node()); }));
+  EXPECT_TRUE(Eventually([this] { return !service->Holds(device->Node()); }));
 }
 
 TEST_F(CommandsTest, CloseFindsNothingOpen) {
@@ -156,7 +156,7 @@ TEST_F(CommandsTest, WriteWaitsUntilTheLineHasTakenEverything) {
   EXPECT_TRUE(bytes.substr(0, 100000) == device->Reads(100000));
   Settle();
   EXPECT_EQ("", write.Output());  // the rest waits in front of the line
-  ASSERT_TRUE(Becomes([&] {
+  ASSERT_TRUE(Eventually([&] {
     (void)device->ReadsWaiting();
     return !write.Output().empty();
   }));
@@ -190,7 +190,7 @@ class DepartureTest : public CommandsTest {
   std::string EndOfWriting() {
     input << ManyBytes(50001) << std::flush;
     input.close();
-    (void)Becomes([this] {
+    (void)Eventually([this] {
       (void)device->ReadsWaiting();
       return !write->Output().empty();
     });

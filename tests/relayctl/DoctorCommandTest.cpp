@@ -153,7 +153,7 @@ class HangTest : public RelayctlTest {
   void StickWrite() {
     StartWithOpenPort();
     relay->SendsBytes(LongWrite());
-    ASSERT_TRUE(Becomes([this] { return IsWriting() && service->IsIdle(); }));
+    ASSERT_TRUE(Eventually([this] { return IsWriting() && service->IsIdle(); }));
   }
 
   // The main thread and the port's never write to the terminal.
@@ -168,7 +168,7 @@ class HangTest : public RelayctlTest {
 
   void StopService() {
     service->Signal(SIGSTOP);
-    ASSERT_TRUE(Becomes([this] {
+    ASSERT_TRUE(Eventually([this] {
       return workplace::ReadWhole(Process() + "/stat").find(") T ") != std::string::npos;
     }));
   }
@@ -236,7 +236,7 @@ TEST_F(HangTest, ALineThatMovesIsNoFault) {
            said.find(" wait to be read, and none was in N s") != std::string::npos;
   };
   // A look at the moment between two packets shows less.
-  EXPECT_TRUE(Becomes([&] { return HasFailure() || hasBoth(Doctor(0)); }));
+  EXPECT_TRUE(Eventually([&] { return HasFailure() || hasBoth(Doctor(0)); }));
 }
 
 TEST_F(HangTest, WithoutRightsSaysThatThePortCannotBeNamed) {
@@ -255,7 +255,7 @@ TEST_F(HangTest, NamesTheProcessorThatAWriteTakesWhichIsOfferedAgain) {
   StickWrite();
   const std::string node = device->Node();
   device->Unplug();
-  ASSERT_TRUE(Becomes([this] { return !service->IsIdle(); }));
+  ASSERT_TRUE(Eventually([this] { return !service->IsIdle(); }));
   const std::string said = Doctor(7);
   ExpectHas(said, " ms of a processor in N s");
   ExpectHas(said,
@@ -304,9 +304,9 @@ TEST_F(HangTest, NamesTheSearchThatHangs) {
   UdevDatabase::Does("mkdir /tmp/e2e/first 2>/dev/null && sleep 1000");
   StartLinked();
   relay->Sends("0015 01 02 000F '#USBSerialPort0'");
-  ASSERT_TRUE(Becomes([] { return std::filesystem::exists("/tmp/e2e/first"); }));
+  ASSERT_TRUE(Eventually([] { return std::filesystem::exists("/tmp/e2e/first"); }));
   std::string said;
-  EXPECT_TRUE(Becomes([&] {
+  EXPECT_TRUE(Eventually([&] {
     said = RunShell("relayctl doctor").output;
     return said.find("the service waits for udevadm (process ") != std::string::npos;
   })) << said;

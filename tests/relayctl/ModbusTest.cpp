@@ -67,7 +67,7 @@ class ModbusTest : public RelayctlTest {};
 TEST_F(ModbusTest, AMasterReadsAndWritesASlaveThroughPty) {
   const Background line(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
                         "pty,raw,echo=0,link=" + kFar);
-  ASSERT_TRUE(Becomes([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
+  ASSERT_TRUE(Eventually([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
   ASSERT_NO_FATAL_FAILURE(StartListening());
   const Background pty(std::string("relayctl pty ") + kPort + " --link " + kLink);
   ASSERT_TRUE(pty.Prints(kLink)) << pty.Output();

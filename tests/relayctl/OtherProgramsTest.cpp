@@ -21,7 +21,7 @@ class OtherProgramsTest : public RelayctlTest {
   void StartLine() {
     line = std::make_unique<Background>(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
                                         "pty,raw,echo=0,link=" + kFar);
-    ASSERT_TRUE(Becomes([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
+    ASSERT_TRUE(Eventually([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
     StartListening();
   }
 

@@ -10,9 +10,9 @@
 #include <fstream>
 #include <system_error>
 
-#include "e2e/support/Wait.h"
 #include "e2e/support/Workplace.h"
 #include "pty/PseudoTerminal.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
       EXPECT_TRUE(terminal.InUse());
       const Program second;
       program.Writes("hello");
-      EXPECT_TRUE(Becomes([&] { return ReadAll(terminal) == "hello"; }));
+      EXPECT_TRUE(Eventually([&] { return ReadAll(terminal) == "hello"; }));
       EXPECT_TRUE(terminal.InUse());
     }
     EXPECT_EQ("", ReadAll(terminal));
@@ -101,7 +101,7 @@ TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
   }
   (void)terminal.Look();
   std::string all;
-  EXPECT_TRUE(Becomes([&] { return (all += ReadAll(terminal)) == "bye"; })) << all;
+  EXPECT_TRUE(Eventually([&] { return (all += ReadAll(terminal)) == "bye"; })) << all;
 }
 
 TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
@@ -132,11 +132,11 @@ TEST_F(PseudoTerminalTest, PassesEveryByteValue) {
   (void)terminal.Look();
   EXPECT_EQ(all.size(), terminal.Write(all.data(), all.size()));
   std::string there;
-  EXPECT_TRUE(Becomes([&] { return (there += program.Reads()).size() >= all.size(); }));
+  EXPECT_TRUE(Eventually([&] { return (there += program.Reads()).size() >= all.size(); }));
   EXPECT_EQ(all, there);
   program.Writes(all);
   std::string back;
-  EXPECT_TRUE(Becomes([&] { return (back += ReadAll(terminal)).size() >= all.size(); }));
+  EXPECT_TRUE(Eventually([&] { return (back += ReadAll(terminal)).size() >= all.size(); }));
   EXPECT_EQ(all, back);
 }
 
@@ -145,7 +145,7 @@ TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
   const Program program;
   (void)terminal.Look();
   const std::string piece(4096, 'x');
-  EXPECT_TRUE(Becomes([&] { return terminal.Write(piece.data(), piece.size()) == 0; }));
+  EXPECT_TRUE(Eventually([&] { return terminal.Write(piece.data(), piece.size()) == 0; }));
 }
 
 TEST_F(PseudoTerminalTest, ReplacesALinkAndRemovesItsOwn) {

@@ -4,13 +4,14 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <sstream>
+#include <thread>
 
+#include "e2e/support/Transfer.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
@@ -27,25 +28,9 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  bool Writes(const std::string& bytes) const {
-    size_t sent = 0;
-    return Becomes([&] {
-      const ssize_t count = write(descriptor, bytes.data() + sent, bytes.size() - sent);
-      sent += count > 0 ? static_cast<size_t>(count) : 0;
-      return sent == bytes.size();
-    });
-  }
+  bool Writes(const std::string& bytes) const { return WritesAll(descriptor, bytes); }
 
-  std::string Reads(size_t size) const {
-    std::string bytes;
-    (void)Becomes([&] {
-      std::array<char, 4096> buffer;
-      const ssize_t count = read(descriptor, buffer.data(), buffer.size());
-      bytes.append(buffer.data(), static_cast<size_t>(count > 0 ? count : 0));
-      return bytes.size() >= size;
-    });
-    return bytes;
-  }
+  std::string Reads(size_t size) const { return ReadsAll(descriptor, size); }
 
  private:
   int descriptor;
@@ -73,7 +58,7 @@ class PtyTest : public RelayctlTest {
 
   // Waits until relayctl has taken what is on the link, and waits for more.
   void SettlePty() const {
-    ASSERT_TRUE(Becomes([this] {
+    ASSERT_TRUE(Eventually([this] {
       const std::string stat =
           workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat");
       return !LinkHoldsBytes() && stat.find(") S ") != std::string::npos;
@@ -128,7 +113,7 @@ TEST_F(PtyTest, TheServiceLeavesAndComesBackUnderAProgram) {
     service->Signal(SIGKILL);
     ASSERT_EQ("signal 9", service->WaitForExit());
     ASSERT_NO_FATAL_FAILURE(StartListening(round));
-    ASSERT_TRUE(Becomes([&] {
+    ASSERT_TRUE(Eventually([&] {
       const std::string text = pty->Output();
       size_t count = 0;
       for (size_t at = 0; (at = text.find(": open\n", at)) != std::string::npos; ++at) {
@@ -146,7 +131,7 @@ TEST_F(PtyTest, WaitsForTheService) {
   ASSERT_TRUE(pty->Prints("waiting for the service on 127.0.0.1:60004")) << pty->Output();
   EXPECT_FALSE(fs::is_symlink(kLink));
   ASSERT_NO_FATAL_FAILURE(StartListening());
-  ASSERT_TRUE(Becomes([] { return fs::is_symlink(kLink); }));
+  ASSERT_TRUE(Eventually([] { return fs::is_symlink(kLink); }));
   ExpectBothWays(Program());
 }
 
@@ -168,7 +153,7 @@ TEST_F(PtyTest, SaysWhyThePortIsNotOpenAndWaitsForIt) {
   StartPty();
   ASSERT_TRUE(pty->Prints("#PhysicalPort0: status 4")) << pty->Output();
   device = std::make_unique<Device>();
-  ASSERT_TRUE(Becomes([] { return fs::is_symlink(kLink); }));
+  ASSERT_TRUE(Eventually([] { return fs::is_symlink(kLink); }));
   ExpectBothWays(Program());
 }
 
@@ -189,7 +174,7 @@ TEST_F(PtyTest, DoesNothingWhileNobodyHasItOpen) {
   for (int round = 0; round < 2; ++round) {
     const uint64_t time = pty->ProcessorTime();
     const uint64_t waits = pty->Waits();
-    (void)Becomes([] { return false; }, std::chrono::milliseconds(500));
+    (void)Eventually([] { return false; }, std::chrono::milliseconds(500));
     EXPECT_LE(pty->ProcessorTime(), time + 20) << "ms of processor in half a second";
     EXPECT_LE(pty->Waits(), waits + 5);
     ExpectBothWays(Program());
@@ -225,7 +210,7 @@ TEST_P(PtyEndTest, RemovesTheLink) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
   pty->Signal(GetParam().signal);
   EXPECT_EQ(GetParam().exit, pty->WaitForExit());
-  EXPECT_TRUE(Becomes([] { return !fs::is_symlink(kLink); }));
+  EXPECT_TRUE(Eventually([] { return !fs::is_symlink(kLink); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(By, PtyEndTest,

@@ -113,7 +113,8 @@ TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
   Background record(std::string("relayctl record --output ") + kFile + " '#PhysicalPort0'");
   ASSERT_TRUE(record.Prints("relayctl: #PhysicalPort0: open\n"));
   ASSERT_TRUE(device->Sends("M10\r\n"));
-  ASSERT_TRUE(Becomes([] { return workplace::ReadWhole(kFile).find("4D") != std::string::npos; }));
+  ASSERT_TRUE(
+      Eventually([] { return workplace::ReadWhole(kFile).find("4D") != std::string::npos; }));
   record.Signal(SIGINT);
   EXPECT_EQ("exit 0", record.WaitForExit());
   EXPECT_EQ(
@@ -128,7 +129,7 @@ TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
   workplace::WriteWhole(kFile, "precious");
   const auto recordsNothing = [](const std::string& what) {
     Background record(std::string("relayctl record --output ") + kFile + " " + what);
-    EXPECT_TRUE(Becomes([&] {
+    EXPECT_TRUE(Eventually([&] {
       const std::string told = record.Output();
       return told.find("waiting for ") != std::string::npos ||
              told.find("another ") != std::string::npos;
@@ -210,8 +211,8 @@ TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
   ASSERT_TRUE(record.Prints("waiting for a relay service"));
   EXPECT_EQ(5, RunShell("relayctl --port 60005 raw 0002").status);
   EXPECT_TRUE(record.Prints("ended the link\n"));
-  EXPECT_TRUE(
-      Becomes([] { return workplace::ReadWhole(kFile).find("! link down") != std::string::npos; }));
+  EXPECT_TRUE(Eventually(
+      [] { return workplace::ReadWhole(kFile).find("! link down") != std::string::npos; }));
 }
 
 }  // namespace

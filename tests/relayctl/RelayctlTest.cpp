@@ -73,7 +73,7 @@ void Background::Signal(int number) const { (void)kill(pid, number); }
 std::string Background::WaitForExit() {
   int status = 0;
   const bool done =
-      !ended.empty() || Becomes([&] { return waitpid(pid, &status, WNOHANG) == pid; });
+      !ended.empty() || Eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; });
   if (ended.empty() && done) {
     ended = WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
                               : "signal " + std::to_string(WTERMSIG(status));
@@ -84,7 +84,7 @@ std::string Background::WaitForExit() {
 std::string Background::Output() const { return workplace::ReadWhole(file); }
 
 bool Background::Prints(const std::string& text) const {
-  return Becomes([&] { return Output().find(text) != std::string::npos; });
+  return Eventually([&] { return Output().find(text) != std::string::npos; });
 }
 
 uint64_t Background::ProcessorTime() const {

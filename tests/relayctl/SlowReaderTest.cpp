@@ -9,7 +9,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 
+#include "e2e/support/Transfer.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
@@ -48,7 +50,8 @@ class Reader {
     std::string buffer(65536, '\0');
     while (at < count && isSame) {
       ssize_t size = 0;
-      if (!Becomes([&] { return (size = read(descriptor, buffer.data(), buffer.size())) > 0; })) {
+      if (!Eventually(
+              [&] { return (size = read(descriptor, buffer.data(), buffer.size())) > 0; })) {
         return false;
       }
       const auto length = static_cast<size_t>(size);
@@ -65,14 +68,7 @@ class Reader {
     return size > 0 && buffer.find(end) < static_cast<size_t>(size);
   }
 
-  bool Writes(const std::string& bytes) const {
-    size_t sent = 0;
-    return Becomes([&] {
-      const ssize_t count = write(descriptor, bytes.data() + sent, bytes.size() - sent);
-      sent += count > 0 ? static_cast<size_t>(count) : 0;
-      return sent == bytes.size();
-    });
-  }
+  bool Writes(const std::string& bytes) const { return WritesAll(descriptor, bytes); }
 
  private:
   int descriptor;
@@ -98,7 +94,7 @@ class SlowReaderTest : public RelayctlTest {
   size_t Flood(size_t most = kFlood) {
     size_t sent = 0;
     int halted = 0;
-    EXPECT_TRUE(Becomes([&] {
+    EXPECT_TRUE(Eventually([&] {
       std::string piece = BytesFrom(sent, 4096);
       for (ssize_t count = 0; sent < most; piece = BytesFrom(sent, 4096)) {
         count = write(device->FarEnd(), piece.data(), piece.size());
@@ -152,7 +148,7 @@ TEST_F(SlowReaderTest, PipeWaitsForTheReaderOfItsOutput) {
   auto writer = std::make_unique<Reader>(kInput);
   Reader reader(kOutput);
   Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
-  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
   ExpectBoundedFlood(pipe);
   ExpectWritten(*writer);
   EXPECT_TRUE(reader.ReadsStream(flood));
@@ -208,7 +204,8 @@ TEST_F(SlowPtyTest, GoesOnWhenTheProgramLeaves) {
   }
   EXPECT_TRUE(device->Sends(BytesFrom(0, 1 << 20)));
   const Reader program(kLink);
-  EXPECT_TRUE(Becomes([&] { return device->Sends("\xFE\xFF") && program.ReadsEnd("\xFE\xFF"); }));
+  EXPECT_TRUE(
+      Eventually([&] { return device->Sends("\xFE\xFF") && program.ReadsEnd("\xFE\xFF"); }));
   ExpectWritten(program);
 }
 
@@ -217,7 +214,7 @@ TEST_F(SlowReaderTest, RecordLetsOneSideWaitForTheOther) {
   Background record("relayctl record --listen 60005 --output /tmp/e2e/recording");
   const Relay sleeper(60005);
   sleeper.Sends(kOpenPort0);
-  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
   ExpectBoundedFlood(record);
 }
 

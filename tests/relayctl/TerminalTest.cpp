@@ -51,10 +51,10 @@ class TerminalTest : public RelayctlTest {
 
   // The shell has the window again, as it was, and nobody is left of those who had it.
   void ExpectGone(const Known& program, const std::string& status) const {
-    EXPECT_TRUE(Becomes([&] { return ProcessesOf(program.name).empty(); }));
-    EXPECT_TRUE(Becomes([] { return ProcessesOf("relayctl").empty(); }));
-    EXPECT_TRUE(Becomes([this] { return window.Settings() == before; })) << before << "---\n"
-                                                                         << window.Settings();
+    EXPECT_TRUE(Eventually([&] { return ProcessesOf(program.name).empty(); }));
+    EXPECT_TRUE(Eventually([] { return ProcessesOf("relayctl").empty(); }));
+    EXPECT_TRUE(Eventually([this] { return window.Settings() == before; })) << before << "---\n"
+                                                                            << window.Settings();
     ExpectStatus(status);
   }
 
@@ -128,7 +128,7 @@ TEST_P(TerminalProgramTest, GoesOnWhenTheServiceComesBack) {
   EXPECT_TRUE(window.Shows("waiting for the service on 127.0.0.1:60004\n")) << window.Screen();
   EXPECT_TRUE(window.Shows("\nrelayctl: waiting for")) << window.Screen();
   StartListening(2);
-  EXPECT_TRUE(Becomes([this] {
+  EXPECT_TRUE(Eventually([this] {
     const std::string screen = window.Screen();
     return screen.find(": open\n", screen.rfind("\nrelayctl: waiting for")) != std::string::npos;
   })) << window.Screen();

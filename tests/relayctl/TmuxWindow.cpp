@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "relayctl/TmuxWindow.h"
 
-#include "e2e/support/Wait.h"
 #include "relayctl/Shell.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -52,16 +52,16 @@ std::string TmuxWindow::Screen() const {
 }
 
 bool TmuxWindow::Shows(const std::string& text) const {
-  return Becomes([&] { return Screen().find(text) != std::string::npos; });
+  return Eventually([&] { return Screen().find(text) != std::string::npos; });
 }
 
 bool TmuxWindow::Clears() const {
   Runs("clear");
-  return Becomes([this] { return Trimmed(Screen()) == kPrompt; });
+  return Eventually([this] { return Trimmed(Screen()) == kPrompt; });
 }
 
 bool TmuxWindow::ShowsPrompt() const {
-  return Becomes([&] {
+  return Eventually([&] {
     const std::string screen = Trimmed(Screen());
     const size_t line = screen.rfind('\n');
     return screen.substr(line == std::string::npos ? 0 : line + 1) == kPrompt;

@@ -140,8 +140,8 @@ TEST_F(WatchTest, LinksAndOpensAgainWhenTheServiceWasKilled) {
     service->Signal(SIGKILL);
     ASSERT_EQ("signal 9", service->WaitForExit());
     StartService();
-    ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
-    ASSERT_TRUE(Becomes([&] {
+    ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
+    ASSERT_TRUE(Eventually([&] {
       const std::string shown = watch->Output();
       return shown.find("open\n", shown.rfind("ended the link")) != std::string::npos;
     })) << watch->Output();
@@ -250,7 +250,7 @@ TEST_F(PipeTest, AMegabyteEachWayArrivesUnchanged) {
   EXPECT_TRUE(bytes == device->Reads(bytes.size()));
   EXPECT_EQ("exit 0", out.WaitForExit());
   Background in("relayctl pipe '#PhysicalPort0' --idle 3 --exit-after 1000 </dev/null");
-  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
   ASSERT_TRUE(Service::Prints("OPEN[", 2));
   ASSERT_TRUE(device->Sends(bytes));
   EXPECT_EQ("exit 0", in.WaitForExit());
@@ -263,7 +263,7 @@ TEST_F(PipeTest, AMegabyteEachWayArrivesUnchanged) {
 TEST_F(PipeTest, EndsWithItsStatusWhenTheServiceDies) {
   PlugAndStart();
   Background pipe("sleep 100 | relayctl pipe '#PhysicalPort0'");
-  ASSERT_TRUE(Becomes([this] { return service->Holds(device->Node()); }));
+  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
   service->Signal(SIGKILL);
   EXPECT_TRUE(pipe.Prints("relayctl: the service at 127.0.0.1:60004 ended the link\n"));
 }

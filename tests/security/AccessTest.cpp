@@ -75,7 +75,7 @@ TEST_F(AccessTest, TheSearchProgramInheritsNeitherSocketNorLine) {
   StartWithOpenPort();
   UdevDatabase::WaitsFor("/tmp/e2e/go");
   relay->Sends("0015 01 02 000F '#USBSerialPort0'");
-  ASSERT_TRUE(Becomes([] { return UdevDatabase::Runs() == 1; }));
+  ASSERT_TRUE(Eventually([] { return UdevDatabase::Runs() == 1; }));
   const auto descriptors = DescriptorsOfPrograms(std::string(workplace::kPrograms) + "/udevadm");
   EXPECT_NE(0, std::count(descriptors.begin(), descriptors.end(), "/tmp/deviceinfo.txt"));
   for (const std::string descriptor : descriptors) {

@@ -32,7 +32,7 @@ TEST_F(OperationsTest, AStopEndsAWriteThatIsOfferedAgainForAnAbsentAdapter) {
   relay->SendsBytes(std::string("\xEA\x78\x04\x02\x00\x0E#PhysicalPort0\x01\x01\xEA\x60", 24) +
                     data);
   EXPECT_EQ(1000U, device->Reads(1000).size());
-  ASSERT_TRUE(Becomes([this] { return service->IsIdle(); }));  // the line takes no more
+  ASSERT_TRUE(Eventually([this] { return service->IsIdle(); }));  // the line takes no more
   device->Unplug();
   ASSERT_TRUE(Service::Prints(")port close\n"));
   relay->Sends(kFence);

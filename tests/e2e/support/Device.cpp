@@ -5,14 +5,13 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
 
-#include "e2e/support/Wait.h"
+#include "e2e/support/Transfer.h"
 
 namespace {
 
@@ -52,21 +51,7 @@ void Device::Unplug() {
   farEnd = -1;
 }
 
-bool Device::Sends(const std::string& bytes) const {
-  constexpr size_t kPiece = 65536;
-  for (size_t sent = 0; sent < bytes.size();) {
-    const size_t end = std::min(bytes.size(), sent + kPiece);
-    const bool done = Becomes([&] {
-      const ssize_t result = write(farEnd, bytes.data() + sent, end - sent);
-      sent += result > 0 ? static_cast<size_t>(result) : 0;
-      return sent == end;
-    });
-    if (!done) {
-      return false;  // the deadline is one piece's: a slow reader is no failure
-    }
-  }
-  return true;
-}
+bool Device::Sends(const std::string& bytes) const { return WritesAll(farEnd, bytes); }
 
 // While nobody has the near end open, the far end reads as an error.
 std::string Device::ReadsWaiting() const {
@@ -75,16 +60,7 @@ std::string Device::ReadsWaiting() const {
   return {buffer.data(), result > 0 ? static_cast<size_t>(result) : 0};
 }
 
-std::string Device::Reads(size_t count) const {
-  std::string bytes;
-  (void)Becomes([&] {
-    std::string buffer(std::min<size_t>(count - bytes.size(), 65536), '\0');
-    const ssize_t result = read(farEnd, buffer.data(), buffer.size());
-    bytes.append(buffer, 0, result > 0 ? static_cast<size_t>(result) : 0);
-    return bytes.size() == count;
-  });
-  return bytes;
-}
+std::string Device::Reads(size_t count) const { return ReadsAll(farEnd, count); }
 
 termios Device::Settings() const {
   termios attributes{};

@@ -5,8 +5,8 @@
 #include <regex>
 #include <sstream>
 
-#include "e2e/support/Wait.h"
 #include "e2e/support/Workplace.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ size_t LogFile::Count(const std::string& line) {
 }
 
 bool LogFile::Shows(const std::string& line, size_t count) {
-  return Becomes([&] { return Count(line) >= count; });
+  return Eventually([&] { return Count(line) >= count; });
 }
 
 std::string LogFile::Text() { return workplace::ReadWhole(workplace::kLog); }

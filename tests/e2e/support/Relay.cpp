@@ -11,8 +11,8 @@
 #include <array>
 #include <utility>
 
-#include "e2e/support/Wait.h"
 #include "e2e/support/Wire.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ int TryConnect(uint16_t port, const char* from) {
 }  // namespace
 
 Relay::Relay(uint16_t port, const char* from) {
-  (void)Becomes([&] {
+  (void)Eventually([&] {
     stream = TryConnect(port, from);
     return stream != -1;
   });

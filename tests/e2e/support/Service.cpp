@@ -14,8 +14,8 @@
 #include <sstream>
 #include <system_error>
 
-#include "e2e/support/Wait.h"
 #include "e2e/support/Workplace.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -126,11 +126,11 @@ std::string Service::Output() { return workplace::ReadWhole(workplace::kOutput);
 std::string Service::Errors() { return workplace::ReadWhole(workplace::kErrors); }
 
 bool Service::Prints(const std::string& text, size_t count) {
-  return Becomes([&] { return ShowsAtLeast(Output(), text, count); });
+  return Eventually([&] { return ShowsAtLeast(Output(), text, count); });
 }
 
 bool Service::PrintsError(const std::string& text, size_t count) {
-  return Becomes([&] { return ShowsAtLeast(Errors(), text, count); });
+  return Eventually([&] { return ShowsAtLeast(Errors(), text, count); });
 }
 
 void Service::Signal(int number) const { (void)kill(pid, number); }
@@ -145,7 +145,7 @@ std::string Service::State() {
 }
 
 std::string Service::WaitForExit() {
-  (void)Becomes([this] { return State() != "still running"; });
+  (void)Eventually([this] { return State() != "still running"; });
   return State();
 }
 
