@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The examples of docs/recording.md: read by the client library, and played through the real
 // service by all that read the format: the tests, and relayctl.
-#include <fstream>
 #include <sstream>
 #include <vector>
 
 #include "e2e/support/RecordedDevice.h"
+#include "recordings/Examples.h"
 #include "recordings/Player.h"
 #include "relay/Error.h"
 #include "relay/Recording.h"
@@ -15,19 +15,12 @@ namespace {
 
 constexpr const char* kFile = "/tmp/e2e/recording";
 
-// The fenced blocks of that kind, in their order.
+// The blocks of that kind, in their order.
 std::vector<std::string> Blocks(const std::string& kind) {
-  std::ifstream document(SPH_RECORDING_DOCUMENT);
   std::vector<std::string> blocks;
-  bool isInside = false;
-  for (std::string line; std::getline(document, line);) {
-    if (line == "```" + kind) {
-      isInside = true;
-      blocks.emplace_back();
-    } else if (line == "```") {
-      isInside = false;
-    } else if (isInside) {
-      blocks.back() += line + "\n";
+  for (const Example& example : ReadExamples(SPH_RECORDING_DOCUMENT)) {
+    if (example.kind == kind) {
+      blocks.push_back(example.text);
     }
   }
   return blocks;
