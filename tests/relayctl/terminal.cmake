@@ -5,7 +5,7 @@ sph_add_test(RelayctlPartsTest SANDBOX
   ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
-  LIBRARIES relayctl_parts sph_warnings)
+  LIBRARIES e2e_support relayctl_parts sph_warnings)
 target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 
@@ -14,7 +14,7 @@ sph_add_test(RelayctlDoctorTest SANDBOX
   DoctorCommandTest.cpp
   RelayctlTest.cpp
   Shell.cpp
-  LIBRARIES sph_warnings)
+  LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlDoctorTest relayctl)
 
 sph_add_test(RelayctlTerminalTest SANDBOX
@@ -25,7 +25,7 @@ sph_add_test(RelayctlTerminalTest SANDBOX
   SlowReaderTest.cpp
   TerminalTest.cpp
   TmuxWindow.cpp
-  LIBRARIES sph_warnings)
+  LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlTerminalTest relayctl)
 
 # The library is the machine's own: there is none for another architecture.
@@ -36,7 +36,7 @@ if(NOT CMAKE_CROSSCOMPILING)
     ModbusTest.cpp
     RelayctlTest.cpp
     Shell.cpp
-    LIBRARIES ${MODBUS_LIBRARY} sph_warnings)
+    LIBRARIES e2e_support ${MODBUS_LIBRARY} sph_warnings)
   target_include_directories(RelayctlModbusTest SYSTEM PRIVATE ${MODBUS_INCLUDE_DIR})
   add_dependencies(RelayctlModbusTest relayctl)
 endif()
