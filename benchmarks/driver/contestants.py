@@ -82,6 +82,17 @@ def six_adapters() -> str:
         for index, place in enumerate(PLACES[:SIX_PORTS]))
 
 
+def large_database() -> str:
+    """The same behind the devices of a usual machine: 74 kB."""
+    others = "".join(
+        f"P: /devices/virtual/tty/tty{index}\nM: tty{index}\nR: {index}\nU: tty\nD: c 4:{index}\n"
+        f"N: tty{index}\nL: 0\nE: DEVPATH=/devices/virtual/tty/tty{index}\nE: SUBSYSTEM=tty\n"
+        f"E: DEVNAME=/dev/tty{index}\nE: MAJOR=4\nE: MINOR={index}\n"
+        "E: USEC_INITIALIZED=13059229\nE: TAGS=:systemd:\nE: CURRENT_TAGS=:systemd:\n\n"
+        for index in range(286))
+    return others + six_adapters()
+
+
 def use_database(path: pathlib.Path) -> None:
     """From now on udevadm prints the text of that file."""
     tool = SCRATCH / "bin" / "udevadm"
@@ -100,6 +111,7 @@ def prepare() -> None:
     pathlib.Path(ser2net_file(SIX_PORTS)).write_text(
         _ser2net_text([f"/dev/ttyUSB{index}" for index in range(SIX_PORTS)]))
     (SCRATCH / "six-adapters").write_text(six_adapters())
+    (SCRATCH / "large").write_text(large_database())
     use_database(SCRATCH / "six-adapters")
     os.environ["VOST_CONFIG"] = str(SCRATCH / "vost.conf")
     os.environ["KXLOGGER_FILE"] = str(SCRATCH / "log")

@@ -2,7 +2,7 @@
 """Measures every bridge in turn, round after round, and writes all samples as JSON.
 
 Runs in the sandbox of the end-to-end tests: it changes addresses and device nodes.
-usage: measure.py PROGRAMS SERVICE DATABASE OUTPUT ROUNDS SCALE
+usage: measure.py PROGRAMS SERVICE OUTPUT ROUNDS SCALE
 """
 
 from __future__ import annotations
@@ -41,10 +41,10 @@ def one_round(contestant: Contestant, programs: Programs, scale: int) -> dict[st
     return figures
 
 
-def open_figures(programs: Programs, database: pathlib.Path) -> dict[str, float]:
+def open_figures(programs: Programs) -> dict[str, float]:
     """An open command that searches a large udev database."""
     service = next(one for one in CONTESTANTS if one.name == "service")
-    contestants.use_database(database)
+    contestants.use_database(SCRATCH / "large")
     figures = run_client(service.client_words(programs, SIX_PORTS, ("--measure", "open")))
     contestants.use_database(SCRATCH / "six-adapters")
     return figures
@@ -80,9 +80,9 @@ def calls_per_message(contestant: Contestant, programs: Programs, way: str) -> d
 
 def main() -> None:
     """All rounds; what is known of the machine is added by the report."""
-    folder, service, database, output = (pathlib.Path(word) for word in sys.argv[1:5])
+    folder, service, output = (pathlib.Path(word) for word in sys.argv[1:4])
     programs = Programs(folder, service)
-    rounds, scale = int(sys.argv[5]), int(sys.argv[6])
+    rounds, scale = int(sys.argv[4]), int(sys.argv[5])
     # Names and addresses are looked up only for families that have an address beside 127.0.0.1.
     subprocess.run(["ip", "address", "add", "192.0.2.1/32", "dev", "lo"], check=True)
     contestants.prepare()
@@ -91,7 +91,7 @@ def main() -> None:
         for contestant in CONTESTANTS:
             print(f"bench: round {number + 1} of {rounds}, {contestant.name}", file=sys.stderr)
             for figures in (one_round(contestant, programs, scale),
-                            open_figures(programs, database) if contestant.name == "service"
+                            open_figures(programs) if contestant.name == "service"
                             else {}):
                 for name, value in figures.items():
                     if not (name == "startup_us" and "open_ms" in figures):

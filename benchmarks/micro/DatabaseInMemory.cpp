@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "micro/DatabaseInMemory.h"
 
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "serial/UdevScanner.h"
@@ -19,24 +17,6 @@ DatabaseInMemory::~DatabaseInMemory() { (void)std::fclose(stream); }
 std::FILE* DatabaseInMemory::FromStart() {
   std::rewind(stream);
   return stream;
-}
-
-std::string FileText(const std::string& path) {
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (!file) {
-    throw std::runtime_error(path);
-  }
-  return text.str();
-}
-
-std::string WithoutUsbSerial(std::string database) {
-  const std::string name = "ttyUSB";
-  for (size_t at = 0; (at = database.find(name, at)) != std::string::npos;) {
-    database.replace(at, name.size(), "bus/usb");
-  }
-  return database;
 }
 
 namespace {

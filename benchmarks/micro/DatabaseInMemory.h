@@ -19,11 +19,5 @@ class DatabaseInMemory {
   std::FILE* stream;
 };
 
-// The whole file, or std::runtime_error.
-std::string FileText(const std::string& path);
-
-// The database without any serial adapter, so that a search reads it to its end.
-std::string WithoutUsbSerial(std::string database);
-
 // So many records of devices that are no serial adapters, each as long as usual.
 std::string GeneratedDatabase(int records);
