@@ -21,7 +21,7 @@ struct WrongUse {
 void PrintTo(const WrongUse& use, std::ostream* stream) { *stream << use.arguments; }
 
 constexpr WrongUse kWrongUses[] = {
-    {"NoCommand", "", 2, "A subcommand is required"},
+    {"NoCommand", "", 2, "a command is required"},
     {"UnknownCommand", "opne X", 2, "there is no command \"opne\""},
     {"UnknownOption", "--nonsense open X", 2, "--nonsense"},
     {"PortIsNoNumber", "--port x open X", 2, "--port"},
@@ -48,6 +48,8 @@ constexpr WrongUse kWrongUses[] = {
     {"CloseNothing", "close", 2, "close: PORT is required"},
     {"CloseTwo", "close X Y", 2, "close: "},
     {"WriteNothing", "write", 2, "write: PORT is required"},
+    {"WriteAnOption", "write X -1", 2, "write: -1: no such option"},
+    {"WriteNoHexAtAll", "write X --hex", 2, "write: --hex: its value is missing"},
     {"WriteAnUnknownEscape", "write X 'a\\q'", 2, "unknown escape \"\\q\""},
     {"WriteHalfAnEscape", "write X 'a\\x4'", 2, "\\x needs two hex digits"},
     {"WriteABackslashAtTheEnd", "write X 'a\\'", 2, "unknown escape"},
