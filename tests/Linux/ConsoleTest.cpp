@@ -5,15 +5,12 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include <algorithm>
-#include <chrono>
 #include <string>
 #include <thread>
 
 #include "Linux/Console.h"
 #include "support/InChild.h"
 #include "support/StreamCapture.h"
-#include "support/Terminal.h"
 
 namespace {
 
@@ -156,29 +153,6 @@ std::string ReadAll(int descriptor) {
   return text;
 }
 
-TEST(UnblockStandardStreamsTest, APipeThatNobodyReadsLosesTextsAndHoldsUpNobody) {
-  EXPECT_EQ(0, InChild([] {
-              const int reader = MakeErrorAPipe();
-              UnblockStandardStreams();
-              for (int i = 0; i < 1000; ++i) {
-                WriteStandardError(std::string(12'000, 'x') + "\n");  // alarm ends a wait
-              }
-              return reader == -1 ? 1 : 0;
-            }));
-}
-
-TEST(UnblockStandardStreamsTest, APipeOfAnotherUserThatNobodyReadsHoldsUpNobody) {
-  EXPECT_EQ(0, InChild([] {
-              const int reader = MakeErrorAPipe();
-              ForbidReopening(STDERR_FILENO);
-              UnblockStandardStreams();
-              for (int i = 0; i < 1000; ++i) {
-                WriteStandardError(std::string(12'000, 'x') + "\n");
-              }
-              return reader == -1 ? 1 : 0;
-            }));
-}
-
 TEST(UnblockStandardStreamsTest, ALineAfterACutOneBeginsAnew) {
   EXPECT_EQ(0, InChild([] {
               const int reader = MakeErrorAPipe();
@@ -190,42 +164,6 @@ TEST(UnblockStandardStreamsTest, ALineAfterACutOneBeginsAnew) {
               }
               WriteStandardError("read again\n");
               return ReadAll(reader) == "\nread again\n" ? 0 : 2;
-            }));
-}
-
-TEST(UnblockStandardStreamsTest, AReaderThatIsOnlySlowGetsEverything) {
-  EXPECT_EQ(0, InChild([] {
-              const int reader = MakeErrorAPipe();
-              UnblockStandardStreams();
-              const std::string text(300'000, 'y');
-              std::thread writer([&] { WriteStandardError(text); });
-              std::string got;
-              char byte = 0;
-              while (got.size() < text.size() && read(reader, &byte, 1) == 1) {
-                got += byte;
-              }
-              writer.join();
-              return got == text ? 0 : 1;
-            }));
-}
-
-// A pipe has room again when a whole page is read, which takes longer than a second here.
-TEST(UnblockStandardStreamsTest, AReaderOfFifteenHundredBytesInASecondGetsEverything) {
-  EXPECT_EQ(0, InChild([] {
-              const int reader = MakeErrorAPipe();
-              UnblockStandardStreams();
-              const std::string text(9'000, 'y');
-              std::thread writer([&] { WriteStandardError(text); });
-              std::string got;
-              char piece[75];
-              ssize_t count = 1;
-              while (got.size() < text.size() && count > 0) {
-                count = read(reader, piece, sizeof piece);
-                got.append(piece, static_cast<size_t>(std::max<ssize_t>(count, 0)));
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));  // deliberate: its pace
-              }
-              writer.join();
-              return got == text ? 0 : 1;
             }));
 }
 

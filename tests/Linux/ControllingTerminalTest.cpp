@@ -57,12 +57,6 @@ int LowestFreeDescriptor() {
   return descriptor;
 }
 
-TEST(ControllingTerminalTest, ALineThatHangsUpSendsASessionLeaderWithoutTerminalAHangUpSignal) {
-  EXPECT_EQ(kHangUp, InChild([] {
-              return setsid() == -1 || !BlockHangUpSignal() ? kBroken : HangUpALine();
-            }));
-}
-
 TEST(ControllingTerminalTest, ALineThatHangsUpSendsNoSignalOnceItHasATerminalOfItsOwn) {
   EXPECT_EQ(kNoHangUp, InChild([] {
               if (setsid() == -1 || !BlockHangUpSignal() || HasControllingTerminal() ||

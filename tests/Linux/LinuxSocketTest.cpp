@@ -2,7 +2,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -97,15 +100,22 @@ TEST_F(LinuxSocketTest, ASecondListenReturns0AtOnceAndAcceptsNobody) {
   EXPECT_EQ("41", ReceiveHex(1)) << "the first peer is still the one";
 }
 
-TEST_F(LinuxSocketTest, ASecondClientWaitsAndIsNeverAccepted) {
+// The kernel keeps one more than it is told to.
+TEST_F(LinuxSocketTest, TwoClientsMayWaitAndNoMore) {
   ASSERT_EQ(0, ListenAndConnect());
   LoopbackPeer second;
+  LoopbackPeer third;
   ASSERT_EQ(0, second.ConnectTo(port.Number()));
-  second.Sends("42");
-  peer.Sends("41");
-  EXPECT_EQ("41", ReceiveHex(64));
-  EXPECT_EQ(0, socket.Close());
-  EXPECT_TRUE(second.SeesEnd());
+  ASSERT_EQ(0, third.ConnectTo(port.Number()));
+  const int fourth = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port.Number()));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  (void)connect(fourth, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  pollfd connected = {fourth, POLLOUT, 0};
+  EXPECT_EQ(0, poll(&connected, 1, 50)) << "its first segment is dropped";
+  (void)close(fourth);
 }
 
 TEST_F(LinuxSocketTest, APeerFromAnotherAddressIsRefusedWithAResultThatIsNot0) {
@@ -141,11 +151,11 @@ TEST_F(LinuxSocketTest, ASecondConnectReturns0AtOnceAndConnectsNowhere) {
   EXPECT_EQ("", output.Rest());
 }
 
-TEST_F(LinuxSocketTest, ThePortIsTheLow16BitsAndTheLineShowsTheWholeArgument) {
+TEST_F(LinuxSocketTest, ThePortIsTheLow16BitsAndTheLineShowsTheWholeArgumentAsSigned) {
   peer.ListenOn(port.Number());
-  ASSERT_EQ(0, socket.Connect(0x10000 + port.Number()));
-  EXPECT_EQ("[CONNECT]IP:127.0.0.1(PORT:" + std::to_string(65536 + port.Number()) + ")\n",
-            output.NextLine());
+  ASSERT_EQ(0, socket.Connect(0xFFFF0000U + port.Number()));
+  const int shown = static_cast<int>(port.Number()) - 65536;
+  EXPECT_EQ("[CONNECT]IP:127.0.0.1(PORT:" + std::to_string(shown) + ")\n", output.NextLine());
 }
 
 TEST_F(LinuxSocketTest, RecvAfterThePeerHasClosedReturnsMinus1) {
@@ -159,20 +169,6 @@ TEST_F(LinuxSocketTest, RecvOfNothingReturnsMinus1WithoutWaiting) {
   EXPECT_EQ("-1", ReceiveHex(0));
   peer.Sends("41");
   EXPECT_EQ("41", ReceiveHex(1));
-}
-
-TEST_F(LinuxSocketTest, SendToAPeerThatHasClosedReturnsMinus1) {
-  (void)signal(SIGPIPE, SIG_IGN);  // as the service has it
-  ASSERT_EQ(0, ListenAndConnect());
-  peer.Sends("41");
-  peer.Close();  // with a byte unread in between: the other side sees the reset
-  EXPECT_EQ("41", ReceiveHex(1));
-  EXPECT_EQ("-1", ReceiveHex(1));
-  int result = 0;
-  for (int i = 0; i < 1000 && result != -1; ++i) {  // the first sends may still be taken
-    result = SendHex("42");
-  }
-  EXPECT_EQ(-1, result);
 }
 
 TEST_F(LinuxSocketTest, SendAndRecvWithoutAConnectionReturnMinus1) {
@@ -196,8 +192,6 @@ TEST_F(LinuxSocketTest, CloseTwiceReturns0AndClosesNothingTheSecondTime) {
   EXPECT_EQ(0, close(reused));
   EXPECT_EQ(0, close(reusedToo));
 }
-
-TEST_F(LinuxSocketTest, CloseOfAFreshSocketReturns0) { EXPECT_EQ(0, socket.Close()); }
 
 TEST_F(LinuxSocketTest, AClosedSocketCanBeOpenedAgainAtTheSamePort) {
   ASSERT_EQ(0, ListenAndConnect());
@@ -240,6 +234,14 @@ TEST_F(LinuxSocketTest, NoDescriptorIsInheritedByThePrograms) {
   ASSERT_EQ(0, connecting.Connect(otherPort.Number()));
   // Of `port`, `peer`, `otherPort`, `other` one each; of `socket` two, of `connecting` one.
   EXPECT_EQ(7, SocketsThatCloseOnExec());
+}
+
+TEST_F(LinuxSocketTest, WhatFailsLeavesNoDescriptor) {
+  EXPECT_NE(0, ListenAndConnect("127.0.0.2"));
+  port.KeepForItself();
+  EXPECT_EQ(EADDRINUSE, socket.Listen(port.Number()));
+  EXPECT_EQ(ECONNREFUSED, socket.Connect(port.Number()));
+  EXPECT_EQ(2, SocketsThatCloseOnExec()) << "of `port` and `peer`";
 }
 
 CLinuxSocket* closedBySignal = nullptr;

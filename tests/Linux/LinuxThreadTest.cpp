@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 
+#include <cerrno>
 #include <chrono>
+#include <thread>
 
 #include "Linux/LinuxThread.h"
 #include "Linux/Routine.h"
@@ -12,8 +15,37 @@
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// What pthread_cancel and pthread_detach, replaced at link time, return behind the real call.
+int refusal = 0;
+
+}  // namespace
+
+extern "C" {
+
+int __real_pthread_cancel(pthread_t thread);
+int __wrap_pthread_cancel(pthread_t thread);
+int __real_pthread_detach(pthread_t thread);
+int __wrap_pthread_detach(pthread_t thread);
+
+int __wrap_pthread_cancel(pthread_t thread) {
+  const int result = __real_pthread_cancel(thread);
+  return refusal != 0 ? refusal : result;
+}
+
+int __wrap_pthread_detach(pthread_t thread) {
+  const int result = __real_pthread_detach(thread);
+  return refusal != 0 ? refusal : result;
+}
+
+}  // extern "C"
+
+namespace {
 
 TEST(LinuxThreadTest, ARoutineThatNeverEndsCostsAboutTwoSecondsAndOneLogLine) {
   ForgetCapturedLog();
@@ -25,9 +57,48 @@ TEST(LinuxThreadTest, ARoutineThatNeverEndsCostsAboutTwoSecondsAndOneLogLine) {
   const auto elapsed = steady_clock::now() - start;
   EXPECT_GE(elapsed, seconds(2));
   EXPECT_LT(elapsed, seconds(15));
-  EXPECT_THAT(CapturedMessages(), testing::ElementsAre("error: thread can not join\n"));
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_FALSE(routine.Returned());
+  EXPECT_EQ(0, thread.Stop()) << "the object is idle";
+  ASSERT_EQ(1U, CapturedLog().size());
+  const LogLine line = CapturedLog().front();
+  EXPECT_EQ("LinuxThread", line.module);
+  EXPECT_EQ("Linux/LinuxThread.cpp", line.file);
+  EXPECT_THAT(line.line, testing::MatchesRegex("[1-9][0-9]*"));
+  EXPECT_EQ("4", line.tag);
+  EXPECT_EQ(1, line.level);
+  EXPECT_EQ("error: thread can not join\n", line.message);
+}
+
+TEST(LinuxThreadTest, ARoutineThatEndsDuringTheStopIsJoined) {
+  ForgetCapturedLog();
+  Routine routine;
+  CLinuxThread thread;
+  ASSERT_EQ(0, thread.Start(Routine::Run, &routine));
+  std::thread releasing([&routine] {
+    std::this_thread::sleep_for(milliseconds(150));  // deliberate: the stop has begun to wait
+    routine.Release();
+  });
+  EXPECT_EQ(0, thread.Stop());
+  releasing.join();
+  EXPECT_TRUE(routine.Returned());
+  EXPECT_THAT(CapturedLog(), IsEmpty());
+}
+
+TEST(LinuxThreadTest, WhatTheCLibraryRefusesIsLoggedAndTheObjectIdle) {
+  ForgetCapturedLog();
+  Routine routine;
+  CLinuxThread thread;
+  ASSERT_EQ(0, thread.Start(Routine::Run, &routine));
+  refusal = EINVAL;
+  EXPECT_EQ(0, thread.Stop());
+  refusal = 0;
+  EXPECT_EQ(0, thread.Stop());
+  EXPECT_THAT(CapturedMessages(),
+              ElementsAre("error: thread can not join\n", "error: thread can not cancel\n",
+                          "error: thread can not detach\n"));
+  EXPECT_EQ(1, CapturedLog().back().level);
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
 }
 
 TEST(LinuxThreadTest, StartReturns0AndHandsTheArgumentOn) {

@@ -4,7 +4,6 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <string>
@@ -21,18 +20,6 @@ bool WaitUntilReceiving() {
     const size_t state = text.rfind(") ");  // behind the thread's name
     return state != std::string::npos && text[state + 2] == 'S';
   });
-}
-
-int WatchedSocket::Send(const uint8_t* data, int length) {
-  const int earlier = commCalls.sends++;
-  if (commCalls.sendsBeforeError >= 0 && earlier >= commCalls.sendsBeforeError) {
-    return -1;
-  }
-  if (commCalls.sendLimit == 0) {
-    return 0;
-  }
-  const int limit = commCalls.sendLimit < 0 ? length : commCalls.sendLimit.load();
-  return socket.Send(data, std::min(length, limit));
 }
 
 int WatchedSocket::Recv(uint8_t* buffer, int capacity) {

@@ -44,17 +44,6 @@ TEST_F(CommSocketLinkTest, AfterConnectErrorASecondListenWithoutCloseReturns0And
   EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
 }
 
-TEST_F(CommSocketLinkTest, AfterConnectErrorAndCloseTheConnectionCanBeOpenedAgain) {
-  for (size_t run = 0; run < 3; ++run) {
-    ASSERT_EQ(0, Link());
-    peer.Sends("0003 7F");
-    ASSERT_TRUE(recorder.WaitForEvents(2 * run + 1));
-    Unlink();
-  }
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 3: 00037F", kErrorEvent, "packet 3: 00037F",
-                                             kErrorEvent, "packet 3: 00037F", kErrorEvent));
-}
-
 TEST_F(CommSocketLinkTest, ASecondListenWhileTheLinkStandsReplacesTheCallbacks) {
   ASSERT_EQ(0, Link());
   Recorder replacement;
@@ -80,22 +69,6 @@ TEST_F(CommSocketLinkTest, ConnectOpensTheLinkAsTheClient) {
   EXPECT_THAT(recorder.Events(), ElementsAre("packet 3: 00037F"));
 }
 
-TEST_F(CommSocketLinkTest, CloseOfAConnectionThatWasNeverOpenedReturns0Twice) {
-  EXPECT_EQ(0, connection->Close());
-  EXPECT_EQ(0, connection->Close());
-  EXPECT_THAT(CapturedLog(), IsEmpty());
-}
-
-TEST_F(CommSocketLinkTest, CloseEndsTheStreamAndTheListeningEnd) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0002");  // ends the receive thread, the stream stays
-  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
-  EXPECT_EQ(0, connection->Close());
-  EXPECT_TRUE(peer.SeesEnd());
-  LoopbackPeer probe;
-  EXPECT_EQ(ECONNREFUSED, probe.ConnectTo(port.Number()));
-}
-
 TEST_F(CommSocketLinkTest, TheDescriptorsStayOpenBetweenConnectErrorAndClose) {
   ASSERT_EQ(0, Link());
   peer.Sends("0002");
@@ -111,6 +84,18 @@ TEST_F(CommSocketLinkTest, DestructionClosesTheStream) {
   ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   connection.reset();
   EXPECT_TRUE(peer.SeesEnd());
+}
+
+TEST_F(CommSocketLinkTest, AFailedOpenCallsNobodyAndTheNextOneWorks) {
+  port.KeepForItself();
+  Recorder ofFailure;
+  const CommCallbacks callbacks = ofFailure.Callbacks();
+  EXPECT_EQ(EADDRINUSE, connection->Listen(port.Number(), &callbacks));
+  port.Share();
+  ASSERT_EQ(0, Link());
+  peer.Sends("0003 7F");
+  ASSERT_TRUE(recorder.WaitForEvents(1));
+  EXPECT_THAT(ofFailure.Events(), IsEmpty());
 }
 
 // A callback in which a cancellation does not take effect until it is let go.

@@ -34,23 +34,6 @@ class CommSocketTest : public ConnectionFixture {
   }
 };
 
-TEST_F(CommSocketTest, APacketOfLength10InOnePieceIsDeliveredOnceLengthBytesFirst) {
-  ASSERT_EQ(0, Link());
-  peer.Sends(kTenBytes);
-  peer.Sends(kFence);
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre(kTenBytesEvent, kFenceEvent));
-}
-
-TEST_F(CommSocketTest, APacketCutAcrossTwoSegmentsWithTheNextBehindItIsDeliveredWhole) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("0005 01");
-  peer.Sends("02 03  00");
-  peer.Sends("04 AB CD");
-  ASSERT_TRUE(recorder.WaitForEvents(2));
-  EXPECT_THAT(recorder.Events(), ElementsAre("packet 5: 0005010203", kFenceEvent));
-}
-
 TEST_F(CommSocketTest, ThePeerClosingBetweenPacketsRaisesOneConnectErrorAndNoPacket) {
   ASSERT_EQ(0, Link());
   peer.Close();
@@ -59,34 +42,11 @@ TEST_F(CommSocketTest, ThePeerClosingBetweenPacketsRaisesOneConnectErrorAndNoPac
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
 
-TEST_F(CommSocketTest, ThePeerClosingInsideAPacketDropsItAndRaisesOneConnectError) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("000A 02 01 0003");
-  peer.Close();
-  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
-  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
-}
-
-TEST_F(CommSocketTest, ThePeerClosingInsideALengthFieldRaisesOneConnectError) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("00");
-  peer.Close();
-  ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
-  EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
-}
-
 TEST_F(CommSocketTest, APacketWithLengthField2EndsTheConnectionWithConnectError) {
   ASSERT_EQ(0, Link());
   peer.Sends("0002");  // the peer stays
   ASSERT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_THAT(recorder.Events(), ElementsAre(kErrorEvent));
-}
-
-TEST_F(CommSocketTest, ThePacketOf65535BytesIsDeliveredWhole) {
-  ASSERT_EQ(0, Link());
-  peer.Sends("FFFF " + Repeated("5A", 65533));
-  ASSERT_TRUE(recorder.WaitForEvents(1));
-  EXPECT_EQ("packet 65535: FFFF" + Repeated("5A", 65533), recorder.Events().front());
 }
 
 TEST_F(CommSocketTest, WithoutOnReceivePacketsAreReadAndDropped) {

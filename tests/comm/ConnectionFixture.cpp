@@ -7,12 +7,7 @@
 #include "comm/CommCalls.h"
 #include "support/CapturedLog.h"
 
-void ConnectionFixture::SetUp() {
-  ForgetCapturedLog();
-  commCalls.sendLimit = -1;
-  commCalls.sendsBeforeError = -1;
-  commCalls.sends = 0;
-}
+void ConnectionFixture::SetUp() { ForgetCapturedLog(); }
 
 void ConnectionFixture::TearDown() {
   Unlink();
