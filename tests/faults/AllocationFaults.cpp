@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr unsigned kRowsOfTheSweep = 8;  // each takes every eighth allocation
+constexpr unsigned kRowsOfTheSweep = 8;
+constexpr const char* kFailed = "/dev/shm/allocation-failed";
 constexpr std::chrono::seconds kPatience{5};
 
 constexpr const char* kLastCommand =
@@ -64,52 +65,45 @@ void Converse(FaultTest& test) {
   (void)Comes(test, [] { return Service::Output().rfind("[LISTEN]") != 0; });
 }
 
-// Whether there was an n-th allocation.
-bool FailAllocation(FaultTest& test, unsigned n) {
-  SCOPED_TRACE("allocation " + std::to_string(n));
-  for (const char* const file :
-       {workplace::kOutput, workplace::kErrors, workplace::kLog, "/dev/shm/faults-made"}) {
-    std::filesystem::remove(file);
+class AllocationTest : public FaultTest, public testing::WithParamInterface<unsigned> {
+ protected:
+  // Whether there was an n-th allocation.
+  bool FailAllocation(unsigned n) {
+    SCOPED_TRACE("allocation " + std::to_string(n));
+    for (const char* const file :
+         {workplace::kOutput, workplace::kErrors, workplace::kLog, kFailed}) {
+      std::filesystem::remove(file);
+    }
+    device.reset();  // the old one takes its path away
+    device = std::make_unique<Device>();
+    const std::string text =
+        "exec env LD_PRELOAD=$FAULT_TOOLS/../lib/libfailing-allocation.so "
+        "FAIL_ALLOCATION=" +
+        std::to_string(n) + " \"$@\"";
+    start = text.c_str();
+    StartAs();
+    if (Comes(*this, [] { return Printed("[LISTEN]"); })) {
+      relay = std::make_unique<Relay>();
+      Converse(*this);
+    }
+    const std::string end = HasEnded(*this) ? service->State() : StopAtOnce(SIGTERM);
+    EXPECT_TRUE(end == "exit 0" || end == "exit 255" || end == "signal 6") << end;
+    EXPECT_EQ(end == "signal 6", Service::Errors().find("terminate called") != std::string::npos)
+        << Service::Errors();
+    return std::filesystem::exists(kFailed);
   }
-  test.device.reset();  // the old one takes its path away
-  test.device = std::make_unique<Device>();
-  test.StartAs(nullptr, ("malloc:ENOMEM:" + std::to_string(n)).c_str());
-  if (Comes(test, [] { return Printed("[LISTEN]"); })) {
-    test.relay = std::make_unique<Relay>();
-    Converse(test);
-  }
-  const std::string end = HasEnded(test) ? test.service->State() : test.StopAtOnce(SIGTERM);
-  EXPECT_TRUE(end == "exit 0" || end == "exit 255" || end == "signal 6") << end;
-  EXPECT_EQ(end == "signal 6", Service::Errors().find("terminate called") != std::string::npos)
-      << Service::Errors();
-  return FaultsMade() > 0;
-}
+};
 
-template <unsigned First>
-void Sweep(FaultTest& test) {
+// Each row takes every eighth allocation.
+TEST_P(AllocationTest, MayFail) {
   unsigned swept = 0;
-  for (unsigned n = First; FailAllocation(test, n) && !testing::Test::HasFailure();
-       n += kRowsOfTheSweep) {
+  for (unsigned n = GetParam(); FailAllocation(n) && !HasFailure(); n += kRowsOfTheSweep) {
     ++swept;
   }
   EXPECT_LT(3U, swept);
-  testing::Test::RecordProperty("allocations", static_cast<int>(swept));
+  RecordProperty("allocations", static_cast<int>(swept));
 }
 
-// clang-format off
-const FaultRow kRows[] = {
-    // name             state           start    faults   happens   packets log outcome
-    {"EveryEighthFrom1", State::kAbsent, nullptr, nullptr, Sweep<1>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom2", State::kAbsent, nullptr, nullptr, Sweep<2>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom3", State::kAbsent, nullptr, nullptr, Sweep<3>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom4", State::kAbsent, nullptr, nullptr, Sweep<4>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom5", State::kAbsent, nullptr, nullptr, Sweep<5>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom6", State::kAbsent, nullptr, nullptr, Sweep<6>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom7", State::kAbsent, nullptr, nullptr, Sweep<7>, {}, {}, Outcome::kShown},
-    {"EveryEighthFrom8", State::kAbsent, nullptr, nullptr, Sweep<8>, {}, {}, Outcome::kShown},
-};
-// clang-format on
-
-INSTANTIATE_TEST_SUITE_P(Allocation, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(EveryEighthFrom, AllocationTest, testing::Range(1U, 1 + kRowsOfTheSweep));
 
 }  // namespace

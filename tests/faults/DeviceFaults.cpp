@@ -115,20 +115,20 @@ void DeviceFloods(FaultTest& test) {
 
 // clang-format off
 const FaultRow kRows[] = {
-    // name                     state           start    faults   happens                   packets  log                               outcome
-    {"FarEndCloses",            State::kPortOpen, nullptr, nullptr, FarEndCloses,             {}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"BackUnderAnotherName",    State::kPortOpen, nullptr, nullptr, ComesBackUnderAnotherName,{}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"BackAsAFile",             State::kPortOpen, nullptr, nullptr, ComesBackAsAFile,         {}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"BackAsADirectory",        State::kPortOpen, nullptr, nullptr, ComesBackAsADirectory,    {}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"BackAsAFifo",             State::kPortOpen, nullptr, nullptr, ComesBackAsAFifo,         {}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"BackAsNull",              State::kPortOpen, nullptr, nullptr, ComesBackAsNull,          {}, {kCannotOpenDevice, kSendFailed},    Outcome::kGoesOn},
-    {"LineTakesNothing",        State::kPortOpen, nullptr, nullptr, LineTakesNothing,         {}, {},                                  Outcome::kStops},
-    {"LineIsStoppedByXoff",     State::kPortOpen, nullptr, nullptr, LineIsStoppedByXoff,      {}, {},                                  Outcome::kStops},
-    {"LineGoesOnAfterXon",      State::kPortOpen, nullptr, nullptr, LineGoesOnAfterXon,       {}, {},                                  Outcome::kGoesOn},
-    {"DeviceFloods",            State::kPortOpen, nullptr, nullptr, DeviceFloods,             {}, {},                                  Outcome::kGoesOn},
+    // name                     state           start    happens                   log                               outcome
+    {"FarEndCloses",            State::kPortOpen, nullptr, FarEndCloses,             {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"BackUnderAnotherName",    State::kPortOpen, nullptr, ComesBackUnderAnotherName,{kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"BackAsAFile",             State::kPortOpen, nullptr, ComesBackAsAFile,         {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"BackAsADirectory",        State::kPortOpen, nullptr, ComesBackAsADirectory,    {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"BackAsAFifo",             State::kPortOpen, nullptr, ComesBackAsAFifo,         {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"BackAsNull",              State::kPortOpen, nullptr, ComesBackAsNull,          {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
+    {"LineTakesNothing",        State::kPortOpen, nullptr, LineTakesNothing,         {}, Outcome::kStops},
+    {"LineIsStoppedByXoff",     State::kPortOpen, nullptr, LineIsStoppedByXoff,      {}, Outcome::kStops},
+    {"LineGoesOnAfterXon",      State::kPortOpen, nullptr, LineGoesOnAfterXon,       {}, Outcome::kGoesOn},
+    {"DeviceFloods",            State::kPortOpen, nullptr, DeviceFloods,             {}, Outcome::kGoesOn},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Device, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Device, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
 
 }  // namespace

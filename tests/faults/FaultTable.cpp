@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: MIT
 #include "faults/FaultTest.h"
 
-TEST_P(FaultTest, ShowsWhatItsRowSays) { PlayRow(); }
+TEST_P(FaultTable, ShowsWhatItsRowSays) { PlayRow(); }

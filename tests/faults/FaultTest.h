@@ -3,10 +3,10 @@
 // the log and the process must show. The rows stand in one file for each source of faults; this
 // drives them all.
 //
-// What the end-to-end tests and the recordings show already has no row here: peers that leave, a
-// second peer, a peer from 127.0.0.2 and an occupied port (RelinkTest), a replug at the same path
-// (recordings/unplug), each signal in each state (StopTest), malformed packets
-// (recordings/malformed).
+// What other tests show already has no row here: peers that leave, a second peer, a peer from
+// 127.0.0.2 and an occupied port (RelinkTest), a replug at the same path (recordings/unplug), each
+// signal in each state (StopTest), malformed packets (recordings/malformed), and each call of the C
+// library that fails (LinuxSocketCallsTest, LinuxSerialCallsTest and their users' tests).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -42,16 +42,15 @@ struct FaultRow {
   const char* name;
   State state;
   const char* start;            // shell text that starts the service, which is "$@"; nullptr: as is
-  const char* faults;           // for the preloaded library (see FaultRules.h); nullptr: none
   void (*happens)(FaultTest&);  // the fault, and what it must show beyond the rest; may be nullptr
-  std::vector<const char*> packets;  // the next packets that the relay gets
-  std::vector<const char*> log;      // lines that must be in the log
+  std::vector<const char*> log;  // lines that must be in the log
   Outcome outcome;
 };
 
 void PrintTo(const FaultRow& row, std::ostream* out);
 
-class FaultTest : public ServiceTest, public testing::WithParamInterface<FaultRow> {
+// The service in a state, with an adapter at hand.
+class FaultTest : public ServiceTest {
  public:
   FaultTest();
 
@@ -67,13 +66,11 @@ class FaultTest : public ServiceTest, public testing::WithParamInterface<FaultRo
   using ServiceTest::udev;
 
   std::unique_ptr<Device> adapter;  // at /dev/ttyUSB0
+  const char* start = nullptr;      // the shell text that starts the service
   pid_t inner = 0;                  // the service, where it is not the process that was started
 
-  // What a test of the table is: the state, the fault, and what must show.
-  void PlayRow();
-
-  // Starts the service as `start` and `faults` say.
-  void StartAs(const char* start, const char* faults);
+  // Starts the service as `start` says.
+  void StartAs();
   void Bring(State state);
   void Expect(Outcome outcome);
 
@@ -82,6 +79,12 @@ class FaultTest : public ServiceTest, public testing::WithParamInterface<FaultRo
 
   // Bytes both ways through #PhysicalPort0.
   void ExpectDataBothWays() const;
+};
+
+class FaultTable : public FaultTest, public testing::WithParamInterface<FaultRow> {
+ protected:
+  // What a test of the table is: the state, the fault, and what must show.
+  void PlayRow();
 };
 
 // Commands and replies for #USBSerialPort0.
@@ -103,13 +106,6 @@ constexpr const char* kDeviceClosed =
     "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]";
 constexpr const char* kSendFailed =
     "1 SerialPortHandler SerialPortHandler.cpp 4 Serial Device Send Error.";
-
-// Calls that the preloaded library has spoilt.
-size_t FaultsMade();
-
-// Entries with "@" spoil calls from now on, or no more.
-void SpoilCalls();
-void SpareCalls();
 
 // Runs shell text; a failure is a failure of the test.
 void Shell(const std::string& text);

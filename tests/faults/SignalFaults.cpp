@@ -90,22 +90,22 @@ constexpr const char* kNoChildren = "exec env --ignore-signal=CHLD \"$@\"";
 
 // clang-format off
 const FaultRow kRows[] = {
-    // name                    state              start        faults   happens                 packets  log               outcome
-    {"StormWhileListening",    State::kListening, nullptr,     nullptr, StormAfterSettling,     {},      {kStopRequested}, Outcome::kEndsWith255},
-    {"StormWhileLinked",       State::kLinked,    nullptr,     nullptr, StormAfterSettling,     {},      {kStopRequested}, Outcome::kEndsWith0},
-    {"StormWithAnOpenPort",    State::kPortOpen,  nullptr,     nullptr, StormAfterSettling,     {},      {kStopRequested}, Outcome::kEndsWith0},
-    {"StormUntilTheEnd",       State::kPortOpen,  nullptr,     nullptr, StormUntilTheEnd,       {},      {kStopRequested}, Outcome::kEndsWith0},
-    {"KilledWhileListening",   State::kListening, nullptr,     nullptr, IsKilledWhileListening, {},      {},               Outcome::kGoesOn},
-    {"KilledUnderItsRelay",    State::kPortOpen,  nullptr,     nullptr, IsKilledUnderItsRelay,  {},      {},               Outcome::kGoesOn},
-    {"KilledUnderAFlood",      State::kPortOpen,  nullptr,     nullptr, IsKilledUnderAFlood,    {},      {},               Outcome::kGoesOn},
-    {"HaltedForAWhile",        State::kPortOpen,  nullptr,     nullptr, IsHaltedForAWhile,      {},      {},               Outcome::kGoesOn},
-    {"FirstOfItsNamespace",    State::kPortOpen,  kAsFirst,    nullptr, FindFirstProcess,       {},      {},               Outcome::kGoesOn},
-    {"AllSignalsBlocked",      State::kPortOpen,  kBlocked,    nullptr, Converse,               {},      {},               Outcome::kGoesOn},
-    {"StopSignalsIgnored",     State::kPortOpen,  kIgnored,    nullptr, Converse,               {},      {},               Outcome::kGoesOn},
-    {"ChildSignalIgnored",     State::kPortOpen,  kNoChildren, nullptr, Converse,               {},      {},               Outcome::kGoesOn},
+    // name                    state              start        happens                 log               outcome
+    {"StormWhileListening",    State::kListening, nullptr,     StormAfterSettling,     {kStopRequested}, Outcome::kEndsWith255},
+    {"StormWhileLinked",       State::kLinked,    nullptr,     StormAfterSettling,     {kStopRequested}, Outcome::kEndsWith0},
+    {"StormWithAnOpenPort",    State::kPortOpen,  nullptr,     StormAfterSettling,     {kStopRequested}, Outcome::kEndsWith0},
+    {"StormUntilTheEnd",       State::kPortOpen,  nullptr,     StormUntilTheEnd,       {kStopRequested}, Outcome::kEndsWith0},
+    {"KilledWhileListening",   State::kListening, nullptr,     IsKilledWhileListening, {}, Outcome::kGoesOn},
+    {"KilledUnderItsRelay",    State::kPortOpen,  nullptr,     IsKilledUnderItsRelay,  {}, Outcome::kGoesOn},
+    {"KilledUnderAFlood",      State::kPortOpen,  nullptr,     IsKilledUnderAFlood,    {}, Outcome::kGoesOn},
+    {"HaltedForAWhile",        State::kPortOpen,  nullptr,     IsHaltedForAWhile,      {}, Outcome::kGoesOn},
+    {"FirstOfItsNamespace",    State::kPortOpen,  kAsFirst,    FindFirstProcess,       {}, Outcome::kGoesOn},
+    {"AllSignalsBlocked",      State::kPortOpen,  kBlocked,    Converse,               {}, Outcome::kGoesOn},
+    {"StopSignalsIgnored",     State::kPortOpen,  kIgnored,    Converse,               {}, Outcome::kGoesOn},
+    {"ChildSignalIgnored",     State::kPortOpen,  kNoChildren, Converse,               {}, Outcome::kGoesOn},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Signal, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Signal, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
 
 }  // namespace

@@ -65,8 +65,6 @@ class Pipe {
   int end;
 };
 
-void StartOn(FaultTest& test) { test.StartAs(test.GetParam().start, nullptr); }
-
 void ExpectAStop(FaultTest& test, const std::string& end) {
   test.Settle();
   EXPECT_EQ(end, test.StopAtOnce(SIGTERM));
@@ -78,7 +76,7 @@ constexpr const char* kTerminal = "/tmp/e2e/terminal";
 void StopWhileItsLogStandsInATerminal(FaultTest& test) {
   const Terminal terminal;
   ASSERT_EQ(0, symlink(terminal.Node().c_str(), kTerminal));
-  StartOn(test);
+  test.StartAs();
   LinkUnseen(test);
   for (int i = 0; i < 400; ++i) {
     ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence)) << i;
@@ -90,7 +88,7 @@ void StopWhileItsLogStandsInATerminal(FaultTest& test) {
 void StopWhileItCannotSayThatItListens(FaultTest& test) {
   const Pipe pipe;
   pipe.Fill();
-  StartOn(test);
+  test.StartAs();
   ASSERT_TRUE(LogFile::Shows(kStarted));
   ASSERT_TRUE(Eventually([&] { return test.service->Sockets() == 1; }));
   ExpectAStop(test, "exit 255");
@@ -98,7 +96,7 @@ void StopWhileItCannotSayThatItListens(FaultTest& test) {
 
 void StopWhileItCannotSayThatAPortIsOpen(FaultTest& test) {
   const Pipe pipe;
-  StartOn(test);
+  test.StartAs();
   LinkUnseen(test);
   pipe.Fill();
   test.device = std::make_unique<Device>();
@@ -109,7 +107,7 @@ void StopWhileItCannotSayThatAPortIsOpen(FaultTest& test) {
 
 void StopWhileItCannotShowWhatItReceived(FaultTest& test) {
   const Pipe pipe;
-  StartOn(test);
+  test.StartAs();
   OpenUnseen(test);
   pipe.Fill();
   ASSERT_TRUE(test.device->Sends("A"));
@@ -118,7 +116,7 @@ void StopWhileItCannotShowWhatItReceived(FaultTest& test) {
 
 void StopWhileItCannotWriteItsExitText(FaultTest& test) {
   const Pipe pipe;
-  StartOn(test);
+  test.StartAs();
   LinkUnseen(test);
   pipe.Fill();
   ExpectAStop(test, "exit 0");
@@ -134,7 +132,7 @@ void ExpectForwardingAndAStop(FaultTest& test) {
 
 void ForwardWhileItCannotShowWhatItReceived(FaultTest& test) {
   const Pipe pipe;
-  StartOn(test);
+  test.StartAs();
   OpenUnseen(test);
   pipe.Fill();
   ExpectForwardingAndAStop(test);
@@ -143,7 +141,7 @@ void ForwardWhileItCannotShowWhatItReceived(FaultTest& test) {
 // The reader comes when the service runs, and then does not read.
 void ForwardToAReaderThatCameLate(FaultTest& test) {
   MakePipe();
-  StartOn(test);
+  test.StartAs();
   OpenUnseen(test);
   const Pipe pipe;
   pipe.Fill();
@@ -153,7 +151,7 @@ void ForwardToAReaderThatCameLate(FaultTest& test) {
 // At this pace the dump takes minutes; a stop does not wait for it.
 void StopWhileADumpIsReadSlowly(FaultTest& test) {
   const Pipe pipe;
-  StartOn(test);
+  test.StartAs();
   OpenUnseen(test);
   pipe.Fill();
   std::jthread reader([&pipe](const std::stop_token& stop) {
@@ -166,8 +164,6 @@ void StopWhileADumpIsReadSlowly(FaultTest& test) {
   ExpectAStop(test, "exit 0");
 }
 
-constexpr const char* kNoOutput = "exec \"$@\" >&-";
-constexpr const char* kNoError = "exec \"$@\" 2>&-";
 constexpr const char* kNoStreams = "exec \"$@\" <&- >&- 2>&-";
 constexpr const char* kFullOutput = "exec \"$@\" >/dev/full";
 constexpr const char* kFullError = "exec \"$@\" 2>/dev/full";
@@ -183,24 +179,21 @@ constexpr const char* kPipeWithoutReader =
 
 // clang-format off
 const FaultRow kRows[] = {
-    // name                   state             start        faults   happens                              packets  log  outcome
-    {"NoStandardOutput",      State::kStarting, kNoOutput,   nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
-    {"NoStandardError",       State::kPortOpen, kNoError,    nullptr, [](FaultTest& test) { test.ExpectDataBothWays(); }, {}, {}, Outcome::kGoesOn},
-    {"NoStandardStreams",     State::kStarting, kNoStreams,  nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
-    {"OutputOnAFullDisk",     State::kStarting, kFullOutput, nullptr, ConverseUnseen,                      {},      {},  Outcome::kGoesOn},
-    {"ErrorOnAFullDisk",      State::kPortOpen, kFullError,  nullptr, [](FaultTest& test) { test.ExpectDataBothWays(); }, {}, {}, Outcome::kGoesOn},
-    {"StopWithTheListenLine", State::kAbsent,   kPipeOutput, nullptr, StopWhileItCannotSayThatItListens,   {},      {},  Outcome::kEndsWith255},
-    {"StopWithTheOpenLine",   State::kAbsent,   kPipeOutput, nullptr, StopWhileItCannotSayThatAPortIsOpen, {},      {},  Outcome::kEndsWith0},
-    {"StopWithTheHexDump",    State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotShowWhatItReceived, {},      {},  Outcome::kEndsWith0},
-    {"StopWithTheExitText",   State::kAbsent,   kPipeError,  nullptr, StopWhileItCannotWriteItsExitText,   {},      {},  Outcome::kEndsWith0},
-    {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, nullptr, StopWhileItsLogStandsInATerminal,   {},      {},  Outcome::kEndsWith0},
-    {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, nullptr, ForwardWhileItCannotShowWhatItReceived, {}, {}, Outcome::kEndsWith0},
-    {"ForeignPipeWithTheExitText", State::kAbsent, kForeignPipe, nullptr, StopWhileItCannotWriteItsExitText, {},   {},  Outcome::kEndsWith0},
-    {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, nullptr, ForwardToAReaderThatCameLate, {},   {},  Outcome::kEndsWith0},
-    {"StopBehindASlowReader", State::kAbsent,   kPipeError,  nullptr, StopWhileADumpIsReadSlowly,          {},      {},  Outcome::kEndsWith0},
+    // name                   state             start        happens                              log  outcome
+    {"NoStandardStreams",     State::kStarting, kNoStreams,  ConverseUnseen,                      {}, Outcome::kGoesOn},
+    {"OutputOnAFullDisk",     State::kStarting, kFullOutput, ConverseUnseen,                      {}, Outcome::kGoesOn},
+    {"ErrorOnAFullDisk",      State::kPortOpen, kFullError,  [](FaultTest& test) { test.ExpectDataBothWays(); }, {}, Outcome::kGoesOn},
+    {"StopWithTheListenLine", State::kAbsent,   kPipeOutput, StopWhileItCannotSayThatItListens,   {}, Outcome::kEndsWith255},
+    {"StopWithTheOpenLine",   State::kAbsent,   kPipeOutput, StopWhileItCannotSayThatAPortIsOpen, {}, Outcome::kEndsWith0},
+    {"StopWithTheHexDump",    State::kAbsent,   kPipeError,  StopWhileItCannotShowWhatItReceived, {}, Outcome::kEndsWith0},
+    {"StopWithTheExitText",   State::kAbsent,   kPipeError,  StopWhileItCannotWriteItsExitText,   {}, Outcome::kEndsWith0},
+    {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, StopWhileItsLogStandsInATerminal,   {}, Outcome::kEndsWith0},
+    {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, ForwardWhileItCannotShowWhatItReceived, {}, Outcome::kEndsWith0},
+    {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, ForwardToAReaderThatCameLate, {}, Outcome::kEndsWith0},
+    {"StopBehindASlowReader", State::kAbsent,   kPipeError,  StopWhileADumpIsReadSlowly,          {}, Outcome::kEndsWith0},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Stream, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Stream, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
 
 }  // namespace

@@ -16,132 +16,88 @@ bool DumpIsThere() {
   return std::filesystem::exists(std::filesystem::symlink_status(kDump, error));
 }
 
-void Search(FaultTest& test, const char* reply, bool leavesAFile = false) {
-  EXPECT_EQ(Wire(reply), test.relay->Answer(kOpenAdapter));
-  EXPECT_EQ(leavesAFile, DumpIsThere());
-}
-
 // The tool becomes a shell script.
 void ToolIs(const std::string& script) {
   workplace::WriteWhole(kTool, "#!/bin/sh\n" + script + "\n");
   std::filesystem::permissions(kTool, std::filesystem::perms::owner_all);
 }
 
+struct SearchRow {
+  const char* name;
+  std::string tool;    // what it does
+  std::string before;  // what happens before the search, as shell text
+  const char* reply;   // to an open of the adapter
+  std::string after;   // what holds then
+};
+
+void PrintTo(const SearchRow& row, std::ostream* out) { *out << row.name; }
+
+class SearchTest : public FaultTest, public testing::WithParamInterface<SearchRow> {};
+
+TEST_P(SearchTest, IsAnsweredAndGoesOn) {
+  const SearchRow& row = GetParam();
+  Bring(State::kLinked);
+  ToolIs(row.tool);
+  Shell(row.before);
+  EXPECT_EQ(Wire(row.reply), relay->Answer(kOpenAdapter));
+  Shell(row.after);
+  EXPECT_LT(service->ResidentKilobytes(), 100000U);
+  if (row.reply == kAdapterNotFound) {
+    EXPECT_TRUE(LogFile::Shows(kNoDeviceFound));
+  }
+  Expect(Outcome::kGoesOn);
+}
+
+constexpr const char* kPrints = "cat /tmp/e2e/udev-database";
+constexpr const char* kNothing = "true";
+constexpr const char* kNoFile = "! [ -e /tmp/deviceinfo.txt ] && ! [ -L /tmp/deviceinfo.txt ]";
+
+// A /tmp of its own for the service, in which the test's own files are where they were.
+const std::string kSmallTmp =
+    "mkdir /dev/shm/tmp && mount -t tmpfs -o size=16k faults /dev/shm/tmp && "
+    "mkdir /dev/shm/tmp/e2e && mount --bind /tmp/e2e /dev/shm/tmp/e2e && "
+    "mount --rbind /dev/shm/tmp /tmp";
+
+const SearchRow kSearchRows[] = {
+    {"ToolPrintsGarbage", "head -c 300000 /dev/urandom", kNothing, kAdapterNotFound, kNoFile},
+    {"ToolPrintsOneLongLine", "head -c 3000000 /dev/zero | tr '\\0' P", kNothing, kAdapterNotFound,
+     kNoFile},
+    {"ToolPrintsTenMegabytes",
+     "yes 'P: /devices/virtual/tty/tty1\nN: tty1\nE: DEVNAME=/dev/tty1\n' | head -c 10000000\n"
+     "echo; echo; cat /tmp/e2e/udev-database",
+     kNothing, kAdapterOpened, kNoFile},
+    {"TmpIsFull", kPrints, kSmallTmp + " && ! head -c 1000000 /dev/zero >/tmp/filling 2>&-",
+     kAdapterNotFound, kNoFile},
+    // The beginning of the database fits, the adapter does not.
+    {"TmpBecomesFull", std::string("yes 'P: /devices/virtual\n' | head -c 20000; ") + kPrints,
+     kSmallTmp, kAdapterNotFound, kNoFile},
+    {"TmpIsReadOnly", kPrints, kSmallTmp + " && mount -o remount,bind,ro /tmp", kAdapterNotFound,
+     kNoFile},
+    // The shell follows the link and overwrites what it leads to. What is removed is the link.
+    // Where links in /tmp are protected, this is left to somebody with the service's own rights.
+    {"DumpIsALinkToAFile", kPrints,
+     "echo precious >/tmp/e2e/precious && ln -s /tmp/e2e/precious /tmp/deviceinfo.txt",
+     kAdapterOpened, std::string("cmp /tmp/e2e/udev-database /tmp/e2e/precious && ") + kNoFile},
+    // As with a file of someone else in a sticky folder, it can be neither written nor removed.
+    // What it says is believed.
+    {"DumpIsOfSomeoneElse", kPrints,
+     "cp /tmp/e2e/udev-database /tmp/deviceinfo.txt && "
+     "mount --bind /tmp/deviceinfo.txt /tmp/deviceinfo.txt && "
+     "mount -o remount,bind,ro /tmp/deviceinfo.txt && : >/tmp/e2e/udev-database",
+     kAdapterOpened, "[ -s /tmp/deviceinfo.txt ]"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Tool, SearchTest, testing::ValuesIn(kSearchRows), NameOf<SearchRow>);
+
+void Search(FaultTest& test, const char* reply) {
+  EXPECT_EQ(Wire(reply), test.relay->Answer(kOpenAdapter));
+  EXPECT_FALSE(DumpIsThere());
+}
+
 void ToolIsMissing(FaultTest& test) {
   std::filesystem::remove(kTool);
   Search(test, kAdapterNotFound);
   EXPECT_TRUE(Service::PrintsError("udevadm"));  // what the shell says
-}
-
-void ToolIsNoProgram(FaultTest& test) {
-  workplace::WriteWhole(kTool, "text");
-  Search(test, kAdapterNotFound);
-}
-
-void ToolIsSlow(FaultTest& test) {
-  ToolIs("sleep 5; cat /tmp/e2e/udev-database");
-  Search(test, kAdapterOpened);
-}
-
-void ToolFails(FaultTest& test) {
-  ToolIs("exit 1");
-  Search(test, kAdapterNotFound);
-}
-
-// What it printed before counts.
-void ToolFailsAtTheEnd(FaultTest& test) {
-  ToolIs("cat /tmp/e2e/udev-database; exit 1");
-  Search(test, kAdapterOpened);
-}
-
-void ToolIsKilled(FaultTest& test) {
-  ToolIs("kill -KILL $$");
-  Search(test, kAdapterNotFound);
-}
-
-void ToolPrintsNothing(FaultTest& test) {
-  ToolIs("exit 0");
-  Search(test, kAdapterNotFound);
-}
-
-void ToolPrintsGarbage(FaultTest& test) {
-  ToolIs("head -c 300000 /dev/urandom");
-  Search(test, kAdapterNotFound);
-}
-
-void ToolPrintsOneEndlessLine(FaultTest& test) {
-  ToolIs("head -c 3000000 /dev/zero | tr '\\0' P");
-  Search(test, kAdapterNotFound);
-}
-
-void ToolPrintsTenMegabytes(FaultTest& test) {
-  ToolIs(
-      "yes 'P: /devices/virtual/tty/tty1\nN: tty1\nE: DEVNAME=/dev/tty1\n' | head -c 10000000\n"
-      "echo; echo; cat /tmp/e2e/udev-database");
-  Search(test, kAdapterOpened);
-}
-
-void ToolPrintsHalfARecord(FaultTest& test) {
-  ToolIs("sed '$d' /tmp/e2e/udev-database");
-  Search(test, kAdapterNotFound);
-}
-
-// A /tmp of its own for the service, in which the test's own files are where they were.
-void MountTmp(const char* options) {
-  Shell(std::string("mkdir /dev/shm/tmp && mount -t tmpfs -o ") + options +
-        " faults /dev/shm/tmp && mkdir /dev/shm/tmp/e2e && mount --bind /tmp/e2e /dev/shm/tmp/e2e"
-        " && mount --rbind /dev/shm/tmp /tmp");
-}
-
-void TmpIsFull(FaultTest& test) {
-  MountTmp("size=16k");
-  Shell("! head -c 1000000 /dev/zero >/tmp/filling 2>&-");
-  Search(test, kAdapterNotFound);
-}
-
-// The beginning of the database fits, the adapter does not.
-void TmpBecomesFull(FaultTest& test) {
-  MountTmp("size=16k");
-  ToolIs("yes 'P: /devices/virtual\n' | head -c 20000; cat /tmp/e2e/udev-database");
-  Search(test, kAdapterNotFound);
-}
-
-void TmpIsReadOnly(FaultTest& test) {
-  MountTmp("size=16k");
-  Shell("mount -o remount,bind,ro /tmp");
-  Search(test, kAdapterNotFound);
-}
-
-void DumpIsADirectory(FaultTest& test) {
-  Shell("mkdir /tmp/deviceinfo.txt");
-  Search(test, kAdapterNotFound, true);
-}
-
-// The shell follows the link and overwrites what it leads to. What is removed is the link. Where
-// links in /tmp are protected, this is left to somebody with the service's own rights.
-void DumpIsALinkToAPreciousFile(FaultTest& test) {
-  Shell("echo precious >/tmp/e2e/precious && ln -s /tmp/e2e/precious /tmp/deviceinfo.txt");
-  Search(test, kAdapterOpened);
-  EXPECT_EQ(workplace::ReadWhole("/tmp/e2e/udev-database"),
-            workplace::ReadWhole("/tmp/e2e/precious"));
-}
-
-// The file is made, and stays.
-void DumpIsALinkToNothing(FaultTest& test) {
-  Shell("ln -s /tmp/e2e/made /tmp/deviceinfo.txt");
-  Search(test, kAdapterOpened);
-  EXPECT_EQ(workplace::ReadWhole("/tmp/e2e/udev-database"), workplace::ReadWhole("/tmp/e2e/made"));
-}
-
-// As with a file of someone else in a sticky folder, it can be neither written nor removed. What it
-// says is believed.
-void DumpIsAFileOfSomeoneElse(FaultTest& test) {
-  Shell(
-      "cp /tmp/e2e/udev-database /tmp/deviceinfo.txt &&"
-      "mount --bind /tmp/deviceinfo.txt /tmp/deviceinfo.txt &&"
-      "mount -o remount,bind,ro /tmp/deviceinfo.txt");
-  test.udev.Clear();
-  Search(test, kAdapterOpened, true);
 }
 
 #ifdef SPH_WITHOUT_CHILDREN
@@ -190,34 +146,17 @@ constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
 
 // clang-format off
 const FaultRow kRows[] = {
-    // name                      state              start          faults   happens                     packets         log                  outcome
-    {"ToolIsMissing",            State::kLinked,    kWithoutTools, nullptr, ToolIsMissing,              {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolIsNoProgram",          State::kLinked,    kWithoutTools, nullptr, ToolIsNoProgram,            {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolIsSlow",               State::kLinked,    kPlain,        nullptr, ToolIsSlow,                 {},             {},                  Outcome::kGoesOn},
-    {"ToolFails",                State::kLinked,    kPlain,        nullptr, ToolFails,                  {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolFailsAtTheEnd",        State::kLinked,    kPlain,        nullptr, ToolFailsAtTheEnd,          {},             {},                  Outcome::kGoesOn},
-    {"ToolIsKilled",             State::kLinked,    kPlain,        nullptr, ToolIsKilled,               {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolPrintsNothing",        State::kLinked,    kPlain,        nullptr, ToolPrintsNothing,          {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolPrintsGarbage",        State::kLinked,    kPlain,        nullptr, ToolPrintsGarbage,          {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolPrintsOneLongLine",    State::kLinked,    kPlain,        nullptr, ToolPrintsOneEndlessLine,   {},             kNoAdapter,          Outcome::kGoesOn},
-    {"ToolPrintsTenMegabytes",   State::kLinked,    kPlain,        nullptr, ToolPrintsTenMegabytes,     {},             {},                  Outcome::kGoesOn},
-    {"ToolPrintsHalfARecord",    State::kLinked,    kPlain,        nullptr, ToolPrintsHalfARecord,      {},             kNoAdapter,          Outcome::kGoesOn},
-    {"TmpIsFull",                State::kLinked,    kPlain,        nullptr, TmpIsFull,                  {},             kNoAdapter,          Outcome::kGoesOn},
-    {"TmpBecomesFull",           State::kLinked,    kPlain,        nullptr, TmpBecomesFull,             {},             kNoAdapter,          Outcome::kGoesOn},
-    {"TmpIsReadOnly",            State::kLinked,    kPlain,        nullptr, TmpIsReadOnly,              {},             kNoAdapter,          Outcome::kGoesOn},
-    {"DumpIsADirectory",         State::kLinked,    kPlain,        nullptr, DumpIsADirectory,           {},             kNoAdapter,          Outcome::kGoesOn},
-    {"DumpIsALinkToAFile",       State::kLinked,    kPlain,        nullptr, DumpIsALinkToAPreciousFile, {},             {},                  Outcome::kGoesOn},
-    {"DumpIsALinkToNothing",     State::kLinked,    kPlain,        nullptr, DumpIsALinkToNothing,       {},             {},                  Outcome::kGoesOn},
-    {"DumpIsOfSomeoneElse",      State::kLinked,    kPlain,        nullptr, DumpIsAFileOfSomeoneElse,   {},             {},                  Outcome::kGoesOn},
-    {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        nullptr, StopWhileDumpIsAFifo,       {},             {},                  Outcome::kStops},
-    {"StopSparesOlderChildren",  State::kLinked,    kWithOlderChild, nullptr, StopDuringASearchWithAnOlderChild, {}, {kStopped},            Outcome::kShown},
+    // name                      state              start          happens                     log                  outcome
+    {"ToolIsMissing",            State::kLinked,    kWithoutTools, ToolIsMissing,              kNoAdapter, Outcome::kGoesOn},
+    {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        StopWhileDumpIsAFifo,       {}, Outcome::kStops},
+    {"StopSparesOlderChildren",  State::kLinked,    kWithOlderChild, StopDuringASearchWithAnOlderChild, {kStopped}, Outcome::kShown},
 #ifdef SPH_WITHOUT_CHILDREN
-    {"NoProcessCanStart",        State::kLinked,    kWithoutChildren, nullptr, NoProcessCanStart,       {},             kNoAdapter,          Outcome::kGoesOn},
+    {"NoProcessCanStart",        State::kLinked,    kWithoutChildren, NoProcessCanStart,       kNoAdapter, Outcome::kGoesOn},
 #endif
-    {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      nullptr, LogGoesToStandardError,     {},             {},                  Outcome::kGoesOn},
+    {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      LogGoesToStandardError,     {}, Outcome::kGoesOn},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(System, FaultTest, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(System, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
 
 }  // namespace
