@@ -10,8 +10,5 @@
 #   line are run, where an unsigned char and the alignment of numbers matter;
 # - ThreadSanitizer does not exist for 32-bit ARM, and a weak memory order does not show.
 set(SPH_NOT_UNDER_EMULATION
-  # The emulator drops CMSPAR from what it hands to the kernel: mark becomes odd, space even.
-  Words/LineWordsTest.WordsBecomeTheLineSettings/ParityMark
-  Words/LineWordsTest.WordsBecomeTheLineSettings/ParitySpace
   # It does not know TIOCVHANGUP.
   Line/HangupTest.*)

@@ -9,13 +9,6 @@ namespace {
 
 class DataTest : public ServiceTest {};
 
-TEST_F(DataTest, ReceivedBytesGoOutAsOneNotificationWithOneBlockOfType2) {
-  StartWithOpenPort();
-  ASSERT_TRUE(device->Sends("\r\n"));
-  EXPECT_EQ(Wire("001A 04 02 000E '#PhysicalPort0' 01 02 0002 0D0A"), relay->NextPacket());
-  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
-}
-
 // Ten megabytes, in which no piece is like another.
 std::string ManyBytes() {
   constexpr size_t kCount = 10U << 20;

@@ -8,12 +8,6 @@ namespace {
 
 class LogTest : public ServiceTest {};
 
-TEST_F(LogTest, TheExitTextIsSevenBytesInUtf8) {
-  StartLinked();
-  EXPECT_EQ("exit 0", Stop(SIGTERM));
-  EXPECT_EQ("E7B582E4BA860A", HexOf(Service::Errors()));
-}
-
 TEST_F(LogTest, TheLogTellsTheWholeStory) {
   StartWithOpenPort();
   relay->Sends("001B 04 02 000E '#PhysicalPort0' 01 01 0003 'ABC'");

@@ -83,13 +83,21 @@ TEST_F(OpenCloseTest, TheReplyToAnOpenComesBeforeThePortsDataAndNoneIsLost) {
   }
 }
 
-TEST_F(OpenCloseTest, TheConfigurationIsReadAtEachOpen) {
+// A pseudo-terminal keeps speed, stop bits, flow control and the kind of parity.
+TEST_F(OpenCloseTest, EachOpenSetsTheLineByTheWordsOfTheConfiguration) {
+  configuration.Port("#PhysicalPort0", "19200 7 odd 2 hardware");
   StartWithOpenPort();
+  termios line = device->Settings();
+  EXPECT_EQ(speed_t{B19200}, cfgetospeed(&line));
+  EXPECT_EQ(tcflag_t{CSTOPB | CRTSCTS | PARODD},
+            line.c_cflag & (CSTOPB | CRTSCTS | PARODD | CMSPAR));
   EXPECT_EQ(Wire(kPort0Closed), relay->Answer(kClosePort0));
-  configuration.Port("#PhysicalPort0", "115200 8 none 1 none");
+  configuration.Port("#PhysicalPort0", "115200 8 none 1 XOnXOff");
   EXPECT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
-  const termios settings = device->Settings();
-  EXPECT_EQ(speed_t{B115200}, cfgetospeed(&settings));
+  line = device->Settings();
+  EXPECT_EQ(speed_t{B115200}, cfgetospeed(&line));
+  EXPECT_EQ(0U, line.c_cflag & (CSTOPB | CRTSCTS));
+  EXPECT_EQ(tcflag_t{IXON | IXOFF}, line.c_iflag & (IXON | IXOFF));
 }
 
 }  // namespace

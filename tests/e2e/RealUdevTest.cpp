@@ -63,6 +63,7 @@ TEST_F(RealUdevTest, AnAdapterThatNoMachineHasEndsTheProcess) {
   StartLinked();
   relay->Sends("0008 02 01 0000 0000");
   EXPECT_EQ("signal " + std::to_string(SIGABRT), service->WaitForExit());
+  EXPECT_TRUE(Service::PrintsError("std::logic_error"));
   EXPECT_NE(std::string::npos, Dump().find("P: /devices/")) << Dump().substr(0, 400);
 }
 

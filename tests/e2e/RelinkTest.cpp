@@ -72,17 +72,6 @@ TEST_F(RelinkTest, ListensAgainAboutAQuarterOfASecondAfterTheRelayHasLeft) {
   EXPECT_LT(taken, milliseconds(2000));
 }
 
-TEST_F(RelinkTest, RelaysThatLeaveAtOnceDoNoHarm) {
-  StartService();
-  for (int round = 0; round < 50; ++round) {
-    Link();
-    ASSERT_FALSE(HasFatalFailure());
-    relay->Leaves();
-  }
-  Link();
-  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
-}
-
 TEST_F(RelinkTest, ASecondRelayIsNeverAccepted) {
   StartLinked();
   Relay second;  // waits in the queue of the listening socket

@@ -1,21 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Devices that are unplugged and plugged in again under an open port.
 #include <csignal>
-#include <fstream>
-#include <thread>
 
 #include "e2e/ServiceTest.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr const char* kDeviceClosed =
     "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]";
-constexpr const char* kCannotOpen =
-    "1 SerialPortHandler SerialPort.cpp 4 Cannot open serial device. [Port /dev/ttyS2]";
-constexpr const char* kSendFailed =
-    "1 SerialPortHandler SerialPortHandler.cpp 4 Serial Device Send Error.";
 
 class UnplugTest : public ServiceTest {
  protected:
@@ -33,28 +25,6 @@ class UnplugTest : public ServiceTest {
     EXPECT_EQ("B", device->Reads(1));
   }
 };
-
-TEST_F(UnplugTest, TheDescriptorIsLetGoWithinHalfASecond) {
-  StartWithOpenPort();
-  const std::string node = device->Node();
-  ASSERT_TRUE(service->Holds(node));
-  const milliseconds taken = TimeOf([&] {
-    device->Unplug();
-    EXPECT_TRUE(Eventually([&] { return !service->Holds(node); }));
-  });
-  EXPECT_LT(taken, milliseconds(500));
-}
-
-// The port looks for its device every 500 ms.
-TEST_F(UnplugTest, AReplugIsNoticedAboutHalfASecondLater) {
-  StartWithOpenPort();
-  Unplug();
-  const milliseconds taken = TimeOf([&] {
-    device->Plug();
-    EXPECT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
-  });
-  EXPECT_LT(taken, milliseconds(2500));
-}
 
 TEST_F(UnplugTest, TwentyReplugsAreAllSurvived) {
   StartWithOpenPort();
@@ -80,28 +50,6 @@ TEST_F(UnplugTest, AWriteThatAnUnplugInterruptsGoesOnAtTheReplug) {
     return LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 close command proc.") == 1;
   }));
   EXPECT_EQ(Wire(kFenceReply), relay->NextPacket());
-}
-
-long ProcessorTicks(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string skipped;
-  long user = 0;
-  long system = 0;
-  std::getline(file, skipped, ')');
-  for (int field = 0; field < 11; ++field) {
-    file >> skipped;
-  }
-  file >> user >> system;
-  return user + system;
-}
-
-// A hung-up line reads as empty at once; taken for an idle one it would be read for ever.
-TEST_F(UnplugTest, AnUnpluggedPortCostsNextToNoProcessorTime) {
-  StartWithOpenPort();
-  Unplug();
-  const long before = ProcessorTicks(service->Pid());
-  std::this_thread::sleep_for(milliseconds(1500));  // the cost of a time is what is looked at
-  EXPECT_LT(ProcessorTicks(service->Pid()) - before, 30);  // of 150
 }
 
 // A service under most supervisors leads a session. The line that it opens must not become its

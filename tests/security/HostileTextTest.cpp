@@ -52,14 +52,6 @@ TEST_F(HostileTextTest, EscapesInAPortNameComeBackToTheSenderAndAreShownNowhere)
   EXPECT_FALSE(HasControlBytes(Shown()));
 }
 
-TEST_F(HostileTextTest, EscapesInReceivedDataAreShownAsHexDigits) {
-  StartWithOpenPort();
-  ASSERT_TRUE(device->Sends("\x1b[2J\x9b\x07"));
-  EXPECT_EQ(Wire("001E 04 02 000E '#PhysicalPort0' 01 02 0006 1B5B324A9B07"), relay->NextPacket());
-  EXPECT_EQ("Received(6):1B 5B 32 4A 9B 07 \n", Service::Errors());
-  EXPECT_FALSE(HasControlBytes(Shown()));
-}
-
 TEST_F(HostileTextTest, DataInNeitherDirectionReachTheLogAndWrittenDataAreShownNowhere) {
   StartWithOpenPort();
   ASSERT_TRUE(device->Sends("RECEIVED"));
@@ -74,26 +66,6 @@ TEST_F(HostileTextTest, DataInNeitherDirectionReachTheLogAndWrittenDataAreShownN
   }
   EXPECT_EQ(std::string::npos, Shown().find("WRITTEN"));
   EXPECT_EQ(std::string::npos, Shown().find("57 52"));
-}
-
-TEST_F(HostileTextTest, EscapesInADeviceNameAreShownAsHexInTheLog) {
-  udev.AddAdapterAtPort(0, std::string("/dev/tty") + kEscape);
-  StartLinked();
-  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0004"), OpenUsb());
-  EXPECT_TRUE(
-      LogFile::Shows("1 SerialPortHandler SerialPort.cpp 4 Cannot open serial device. "
-                     "[Port /dev/tty\\x1b]0;owned\\x07\\x1b[2J]"));
-  EXPECT_FALSE(HasControlBytes(Shown()));
-}
-
-// UTF-8, and with it the terminal controls that have their own place there, such as C2 9B.
-TEST_F(HostileTextTest, BytesFrom80OnReachTheLogAsTheyAre) {
-  udev.AddAdapterAtPort(0, "/dev/tty\xC2\x9B\xFF");
-  StartLinked();
-  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0004"), OpenUsb());
-  EXPECT_TRUE(
-      LogFile::Shows("1 SerialPortHandler SerialPort.cpp 4 Cannot open serial device. "
-                     "[Port /dev/tty\xC2\x9B\xFF]"));
 }
 
 // The console shows a device that is open under its name, byte for byte: who can name device nodes
@@ -111,16 +83,6 @@ TEST_F(HostileTextTest, EscapesInTheNameOfAnOpenDeviceReachTheConsoleAsTheyAre) 
       LogFile::Shows("1 SerialPortHandler SerialPort.cpp 4 Close serial device. "
                      "[Port /dev/tty\\x1b]0;owned\\x07\\x1b[2J]"));
   EXPECT_FALSE(HasControlBytes(LogFile::Text()));
-}
-
-TEST_F(HostileTextTest, EscapesInTheConfigurationAreReportedByTheirLineAlone) {
-  Configuration::Text(std::string("[#PhysicalPort0]\nbaud = ") + kEscape + "\n");
-  StartLinked();
-  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0002"), relay->Answer(kOpenPort0));
-  EXPECT_TRUE(
-      LogFile::Shows("1 libvost Libvost.cpp 4 /tmp/e2e/vost.conf:2: control byte in the line"));
-  EXPECT_EQ(std::string::npos, Shown().find("owned"));
-  EXPECT_FALSE(HasControlBytes(Shown()));
 }
 
 const char* const kShellWords[] = {
@@ -154,12 +116,6 @@ TEST_F(HostileTextTest, WordsForAShellInADeviceNameReachNone) {
     EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0004"), OpenUsb()) << node;
   }
   EXPECT_FALSE(std::filesystem::exists(kShellMade));
-}
-
-TEST_F(HostileTextTest, TheOnlyProgramThatASearchRunsGetsFixedArguments) {
-  StartLinked();
-  EXPECT_EQ(Wire("0017 01 02 000F '#USBSerialPort0' 0002"), OpenUsb());
-  EXPECT_EQ("info --export-db\n", workplace::ReadWhole("/tmp/e2e/udevadm-runs"));
 }
 
 }  // namespace
