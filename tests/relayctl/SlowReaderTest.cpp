@@ -110,24 +110,11 @@ class SlowReaderTest : public RelayctlTest {
     return sent;
   }
 
-  // The most memory that the process has had so far.
-  static size_t PeakKilobytes(pid_t pid) {
-    std::istringstream status(workplace::ReadWhole("/proc/" + std::to_string(pid) + "/status"));
-    for (std::string word; status >> word;) {
-      if (word == "VmHWM:") {
-        size_t kilobytes = 0;
-        status >> kilobytes;
-        return kilobytes;
-      }
-    }
-    return 0;
-  }
-
   void ExpectBoundedFlood(const Background& program) {
-    const size_t before = PeakKilobytes(program.Pid());
+    const size_t before = program.FromStatus("VmHWM");
     flood = Flood();
     EXPECT_LT(flood, kFlood) << "bytes: nobody stopped the device";
-    EXPECT_LT(PeakKilobytes(program.Pid()) - before, 8192U) << "kB more";
+    EXPECT_LT(program.FromStatus("VmHWM") - before, 8192U) << "kB more";
   }
 
   // What is written still gets to the device while nobody reads what it sends.
