@@ -18,8 +18,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* kErrorEvent = "error ConnectError -1";
-
 class CommSocketLinkTest : public ConnectionFixture {
  protected:
   void TearDown() override {

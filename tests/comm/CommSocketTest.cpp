@@ -22,7 +22,6 @@ constexpr const char* kTenBytes = "000A 02 01 0003 0007 0005";
 constexpr const char* kTenBytesEvent = "packet 10: 000A0201000300070005";
 constexpr const char* kFence = "0004 AB CD";
 constexpr const char* kFenceEvent = "packet 4: 0004ABCD";
-constexpr const char* kErrorEvent = "error ConnectError -1";
 
 class CommSocketTest : public ConnectionFixture {
  protected:

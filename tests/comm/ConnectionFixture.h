@@ -11,6 +11,8 @@
 #include "support/LoopbackPeer.h"
 #include "support/StreamCapture.h"
 
+inline constexpr const char* kErrorEvent = "error ConnectError -1";
+
 // A connection under test, its owner's record and the peer at its far end.
 class ConnectionFixture : public testing::Test {
  protected:

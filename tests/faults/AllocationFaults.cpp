@@ -49,7 +49,7 @@ void ExpectReplies(FaultTest& test) {
 }
 
 // With a relay that is not heard, as no thread could be made for it, the log shows no command.
-void Converse(FaultTest& test) {
+void ConverseWithoutReplies(FaultTest& test) {
   test.relay->Sends(kOpenPort0);
   if (Comes(test, [] { return Printed("OPEN[/dev/ttyS2]\n") || LogFile::Count(kNoPort) == 1; })) {
     ASSERT_TRUE(test.device->Sends("A"));
@@ -84,7 +84,7 @@ class AllocationTest : public FaultTest, public testing::WithParamInterface<unsi
     StartAs();
     if (Comes(*this, [] { return Printed("[LISTEN]"); })) {
       relay = std::make_unique<Relay>();
-      Converse(*this);
+      ConverseWithoutReplies(*this);
     }
     const std::string end = HasEnded(*this) ? service->State() : StopAtOnce(SIGTERM);
     EXPECT_TRUE(end == "exit 0" || end == "exit 255" || end == "signal 6") << end;

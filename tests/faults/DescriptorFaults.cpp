@@ -35,18 +35,18 @@ void NoDescriptorForAReopen(FaultTest& test) {
   test.ExpectDataBothWays();
 }
 
-constexpr const char* kPlain = nullptr;
 constexpr const char* kNoConfiguration =
     "1 libvost Libvost.cpp 4 /tmp/e2e/vost.conf: Too many open files";
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kDescriptorRows[] = {
     // name                      state              start          happens                     log                  outcome
-    {"NoDescriptorForAnOpen",    State::kLinked,    kPlain,        NoDescriptorForAnOpen,      {kNoConfiguration}, Outcome::kGoesOn},
-    {"NoDescriptorForAReopen",   State::kPortOpen,  kPlain,        NoDescriptorForAReopen,     {kCannotOpenDevice}, Outcome::kGoesOn},
+    {"NoDescriptorForAnOpen",    State::kLinked,    nullptr,       NoDescriptorForAnOpen,      {kNoConfiguration}, Outcome::kGoesOn},
+    {"NoDescriptorForAReopen",   State::kPortOpen,  nullptr,       NoDescriptorForAReopen,     {kCannotOpenDevice}, Outcome::kGoesOn},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Descriptor, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Descriptor, FaultTable, testing::ValuesIn(kDescriptorRows),
+                         NameOf<FaultRow>);
 
 }  // namespace

@@ -114,7 +114,7 @@ void DeviceFloods(FaultTest& test) {
 }
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kDeviceRows[] = {
     // name                     state           start    happens                   log                               outcome
     {"FarEndCloses",            State::kPortOpen, nullptr, FarEndCloses,             {kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
     {"BackUnderAnotherName",    State::kPortOpen, nullptr, ComesBackUnderAnotherName,{kCannotOpenDevice, kSendFailed}, Outcome::kGoesOn},
@@ -129,6 +129,6 @@ const FaultRow kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Device, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Device, FaultTable, testing::ValuesIn(kDeviceRows), NameOf<FaultRow>);
 
 }  // namespace

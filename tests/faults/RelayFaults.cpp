@@ -161,7 +161,7 @@ void HalfClosesUnderTwoFloods(FaultTest& test) {
 const std::vector<const char*> kNothing = {};
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kRelayRows[] = {
     // name                      state             start    happens                     log            outcome
     {"LeavesWithoutItsReplies",  State::kPortOpen, nullptr, LeavesWithoutItsReplies,    kNothing, Outcome::kListensAgain},
     {"SixtyThousandCommands",    State::kLinked,   nullptr, SendsSixtyThousandCommands, kNothing, Outcome::kGoesOn},
@@ -171,6 +171,6 @@ const FaultRow kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Peer, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Peer, FaultTable, testing::ValuesIn(kRelayRows), NameOf<FaultRow>);
 
 }  // namespace

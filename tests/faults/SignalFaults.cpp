@@ -89,7 +89,7 @@ constexpr const char* kIgnored = "exec env --ignore-signal=TERM,HUP,INT,PIPE \"$
 constexpr const char* kNoChildren = "exec env --ignore-signal=CHLD \"$@\"";
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kSignalRows[] = {
     // name                    state              start        happens                 log               outcome
     {"StormWhileListening",    State::kListening, nullptr,     StormAfterSettling,     {kStopRequested}, Outcome::kEndsWith255},
     {"StormWhileLinked",       State::kLinked,    nullptr,     StormAfterSettling,     {kStopRequested}, Outcome::kEndsWith0},
@@ -106,6 +106,6 @@ const FaultRow kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Signal, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Signal, FaultTable, testing::ValuesIn(kSignalRows), NameOf<FaultRow>);
 
 }  // namespace

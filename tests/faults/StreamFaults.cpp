@@ -178,7 +178,7 @@ constexpr const char* kPipeWithoutReader =
     "exec 3<>/tmp/e2e/pipe 2>/tmp/e2e/pipe 3>&-; exec \"$@\"";
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kStreamRows[] = {
     // name                   state             start        happens                              log  outcome
     {"NoStandardStreams",     State::kStarting, kNoStreams,  ConverseUnseen,                      {}, Outcome::kGoesOn},
     {"OutputOnAFullDisk",     State::kStarting, kFullOutput, ConverseUnseen,                      {}, Outcome::kGoesOn},
@@ -194,6 +194,6 @@ const FaultRow kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Stream, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(Stream, FaultTable, testing::ValuesIn(kStreamRows), NameOf<FaultRow>);
 
 }  // namespace

@@ -49,7 +49,7 @@ TEST_P(SearchTest, IsAnsweredAndGoesOn) {
 }
 
 constexpr const char* kPrints = "cat /tmp/e2e/udev-database";
-constexpr const char* kNothing = "true";
+constexpr const char* kUnprepared = "true";
 constexpr const char* kNoFile = "! [ -e /tmp/deviceinfo.txt ] && ! [ -L /tmp/deviceinfo.txt ]";
 
 // A /tmp of its own for the service, in which the test's own files are where they were.
@@ -59,13 +59,13 @@ const std::string kSmallTmp =
     "mount --rbind /dev/shm/tmp /tmp";
 
 const SearchRow kSearchRows[] = {
-    {"ToolPrintsGarbage", "head -c 300000 /dev/urandom", kNothing, kAdapterNotFound, kNoFile},
-    {"ToolPrintsOneLongLine", "head -c 3000000 /dev/zero | tr '\\0' P", kNothing, kAdapterNotFound,
-     kNoFile},
+    {"ToolPrintsGarbage", "head -c 300000 /dev/urandom", kUnprepared, kAdapterNotFound, kNoFile},
+    {"ToolPrintsOneLongLine", "head -c 3000000 /dev/zero | tr '\\0' P", kUnprepared,
+     kAdapterNotFound, kNoFile},
     {"ToolPrintsTenMegabytes",
      "yes 'P: /devices/virtual/tty/tty1\nN: tty1\nE: DEVNAME=/dev/tty1\n' | head -c 10000000\n"
      "echo; echo; cat /tmp/e2e/udev-database",
-     kNothing, kAdapterOpened, kNoFile},
+     kUnprepared, kAdapterOpened, kNoFile},
     {"TmpIsFull", kPrints, kSmallTmp + " && ! head -c 1000000 /dev/zero >/tmp/filling 2>&-",
      kAdapterNotFound, kNoFile},
     // The beginning of the database fits, the adapter does not.
@@ -145,7 +145,7 @@ constexpr const char* kWithoutChildren = "exec \"$FAULT_TOOLS/without-children\"
 constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
 
 // clang-format off
-const FaultRow kRows[] = {
+const FaultRow kSystemRows[] = {
     // name                      state              start          happens                     log                  outcome
     {"ToolIsMissing",            State::kLinked,    kWithoutTools, ToolIsMissing,              kNoAdapter, Outcome::kGoesOn},
     {"StopWhileDumpIsAFifo",     State::kLinked,    kPlain,        StopWhileDumpIsAFifo,       {}, Outcome::kStops},
@@ -157,6 +157,6 @@ const FaultRow kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(System, FaultTable, testing::ValuesIn(kRows), NameOf<FaultRow>);
+INSTANTIATE_TEST_SUITE_P(System, FaultTable, testing::ValuesIn(kSystemRows), NameOf<FaultRow>);
 
 }  // namespace

@@ -19,11 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kPlace0 = "/devices/pci0000:00/0000:00:1d.2/usb4/4-1";
+constexpr const char* kPlace = "/devices/pci0000:00/0000:00:1d.2/usb4/4-1";
 
-std::string Adapter(const std::string& name, const std::string& more = "") {
-  return std::string("P: ") + kPlace0 + "\nE: DEVNAME=/dev/bus/usb/002/002\n" + more +
-         "\n\nP: " + kPlace0 + "/1:1.0/" + name + "/tty/" + name + "\nN: " + name +
+std::string AdapterAtThePlace(const std::string& name, const std::string& more = "") {
+  return std::string("P: ") + kPlace + "\nE: DEVNAME=/dev/bus/usb/002/002\n" + more +
+         "\n\nP: " + kPlace + "/1:1.0/" + name + "/tty/" + name + "\nN: " + name +
          "\nE: DEVNAME=/dev/" + name +
          "\nE: ID_BUS=usb\nE: ID_VENDOR_ID=0403\nE: ID_MODEL_ID=6001\nE: ID_MODEL=Model\n\n";
 }
@@ -96,12 +96,12 @@ bool Has(const std::string& text, const std::string& part) {
 
 TEST_F(DoctorTest, AWholePortHasNoFault) {
   const Device device("/dev/ttyUSB0");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0"));
   const Report report = ExaminePort(machine, "#USBSerialPort0", false);
   EXPECT_FALSE(report.HasFault());
   const std::string text = report.Text(false);
   EXPECT_HAS(text, "nothing stands in the way");
-  EXPECT_HAS(text, std::string("place          ") + kPlace0);
+  EXPECT_HAS(text, std::string("place          ") + kPlace);
   EXPECT_HAS(text, "node           /dev/ttyUSB0 -> /dev/pts/");
   EXPECT_HAS(text, "ids            0403:6001");
   EXPECT_HAS(text, "may be opened  yes");
@@ -142,7 +142,7 @@ TEST_F(DoctorTest, SaysThatANameLeadsNowhere) {
 TEST_F(DoctorTest, TellsWhereAdaptersAreWhenThePlaceIsEmpty) {
   Configure("#USBSerialPort1");
   EXPECT_HAS(Port("#USBSerialPort1"), "there is none elsewhere either");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0"));
   EXPECT_HAS(Port("#USBSerialPort1"),
              "plugged in elsewhere: /dev/ttyUSB0 (0403:6001, #USBSerialPort0)");
 }
@@ -179,7 +179,7 @@ TEST_F(DoctorTest, SaysWhenTheServiceMayNotOpenTheNode) {
 
 TEST_F(DoctorTest, SaysWhenAnAdapterHoldsBytesBack) {
   const Device device("/dev/ttyUSB0");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0"));
   const std::string folder = Hardware("/dev/ttyUSB0", "ttyUSB0");
   WriteFile(folder + "/device/latency_timer", "16\n");
   fs::create_directories(sys + "/drivers/ftdi_sio");
@@ -207,15 +207,15 @@ TEST_F(DoctorTest, SaysWhenNoUartAnswersAndWhenTheKernelWritesToTheLine) {
 
 TEST_F(DoctorTest, SaysWhichProgramsWouldGrabAnAdapter) {
   const Device device("/dev/ttyUSB0");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0"));
   EXPECT_HAS_NOT(Port("#USBSerialPort0"), "ModemManager");
   WriteFile(rules + "/77-mm-usb-device-blacklist.rules", "");
   EXPECT_HAS(Port("#USBSerialPort0"), "warning        ModemManager is installed");
   Process(20, "ModemManager", "/dev/null");
   EXPECT_HAS(Port("#USBSerialPort0"), "warning        ModemManager runs");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0", "E: ID_MM_DEVICE_IGNORE=1"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0", "E: ID_MM_DEVICE_IGNORE=1"));
   EXPECT_HAS(Port("#USBSerialPort0"), "ok             ModemManager leaves it alone");
-  machine.udev = UdevSnapshot(Adapter("ttyUSB0", "E: BRLTTY_BRAILLE_DRIVER=al"));
+  machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0", "E: BRLTTY_BRAILLE_DRIVER=al"));
   EXPECT_HAS(Port("#USBSerialPort0"), "brltty takes this adapter");
 }
 

@@ -15,7 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kLink = "/tmp/e2e/port";
 constexpr const char* kFar = "/tmp/e2e/far";
 constexpr int kSlave = 17;
 

@@ -12,7 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kLink = "/tmp/e2e/port";
 constexpr const char* kFar = "/tmp/e2e/far";  // the device's end of the line
 
 class OtherProgramsTest : public RelayctlTest {

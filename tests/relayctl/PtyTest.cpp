@@ -18,8 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kLink = "/tmp/e2e/port";
-
 // A program that has the pseudo-terminal open.
 class Program {
  public:

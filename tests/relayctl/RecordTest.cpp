@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr const char* kFile = "/tmp/e2e/recording";
-
 // Written by hand, as the manual of the format says.
 constexpr const char* kConversation =
     "; asks a device for its name\n"
@@ -49,21 +47,21 @@ class RecordTest : public RelayctlTest {
 };
 
 TEST_F(RecordTest, ReplayPlaysTheRelayAndComparesWhatComes) {
-  workplace::WriteWhole(kFile, kConversation);
+  workplace::WriteWhole(kRecording, kConversation);
   PlugAndStart();
-  RecordedDevice far(*device, "#PhysicalPort0", kFile);
-  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  RecordedDevice far(*device, "#PhysicalPort0", kRecording);
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kRecording);
   EXPECT_EQ("5 packets sent, 4 came as recorded, no difference\n", outcome.output);
   EXPECT_EQ(0, outcome.status);
   EXPECT_EQ("", far.Finish());
 }
 
 TEST_F(RecordTest, ReplayTellsWhatIsDifferent) {
-  workplace::WriteWhole(kFile,
+  workplace::WriteWhole(kRecording,
                         "0 > #PhysicalPort0 open\n"
                         "0.1 < #PhysicalPort0 open 2\n");
   PlugAndStart();
-  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kRecording);
   EXPECT_EQ(
       "different: recorded was < #PhysicalPort0 open 2; came < #PhysicalPort0 open 0\n"
       "1 packets sent, 0 came as recorded, 1 difference\n",
@@ -72,12 +70,12 @@ TEST_F(RecordTest, ReplayTellsWhatIsDifferent) {
 }
 
 TEST_F(RecordTest, ReplayTellsWhatIsMissing) {
-  workplace::WriteWhole(kFile,
+  workplace::WriteWhole(kRecording,
                         "0 > #PhysicalPort0 open\n"
                         "0.1 < #PhysicalPort0 open 0\n"
                         "0.2 < #PhysicalPort0 data 41\n");
   PlugAndStart();
-  const Outcome outcome = RunShell(std::string("relayctl replay --timeout 2 ") + kFile);
+  const Outcome outcome = RunShell(std::string("relayctl replay --timeout 2 ") + kRecording);
   EXPECT_EQ(
       "different: recorded was < #PhysicalPort0 data 41  ; \"A\"; nothing more came\n"
       "1 packets sent, 1 came as recorded, 1 difference\n",
@@ -86,9 +84,9 @@ TEST_F(RecordTest, ReplayTellsWhatIsMissing) {
 }
 
 TEST_F(RecordTest, ReplayTellsWhatIsTooMuch) {
-  workplace::WriteWhole(kFile, "0 > X close\n");
+  workplace::WriteWhole(kRecording, "0 > X close\n");
   StartListening();
-  const Outcome outcome = RunShell(std::string("relayctl replay ") + kFile);
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kRecording);
   EXPECT_EQ(
       "different: came more than recorded: < X close 2\n"
       "1 packets sent, 0 came as recorded, 1 difference\n",
@@ -97,11 +95,11 @@ TEST_F(RecordTest, ReplayTellsWhatIsTooMuch) {
 }
 
 TEST_F(RecordTest, ReplayKeepsTheRecordedPauses) {
-  workplace::WriteWhole(kFile, "0 ! link up\n0.6 > X close\n0.6 < X close 2\n");
+  workplace::WriteWhole(kRecording, "0 ! link up\n0.6 > X close\n0.6 < X close 2\n");
   StartListening();
   const auto replay = [&](const std::string& options) {
     return TimeOf([&] {
-      EXPECT_EQ(0, RunShell("relayctl replay " + options + " --wait 0 " + kFile).status);
+      EXPECT_EQ(0, RunShell("relayctl replay " + options + " --wait 0 " + kRecording).status);
     });
   };
   EXPECT_GE(replay(""), std::chrono::milliseconds(600));
@@ -110,11 +108,11 @@ TEST_F(RecordTest, ReplayKeepsTheRecordedPauses) {
 
 TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
   PlugAndStart();
-  Background record(std::string("relayctl record --output ") + kFile + " '#PhysicalPort0'");
+  Background record(std::string("relayctl record --output ") + kRecording + " '#PhysicalPort0'");
   ASSERT_TRUE(record.Prints("relayctl: #PhysicalPort0: open\n"));
   ASSERT_TRUE(device->Sends("M10\r\n"));
   ASSERT_TRUE(
-      Eventually([] { return workplace::ReadWhole(kFile).find("4D") != std::string::npos; }));
+      Eventually([] { return workplace::ReadWhole(kRecording).find("4D") != std::string::npos; }));
   record.Signal(SIGINT);
   EXPECT_EQ("exit 0", record.WaitForExit());
   EXPECT_EQ(
@@ -122,13 +120,13 @@ TEST_F(RecordTest, RecordWritesWhatItsPortsReceive) {
       "> #PhysicalPort0 open\n"
       "< #PhysicalPort0 open 0\n"
       "< #PhysicalPort0 data 4D 31 30 0D 0A\n",
-      Events(workplace::ReadWhole(kFile)));
+      Events(workplace::ReadWhole(kRecording)));
 }
 
 TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
-  workplace::WriteWhole(kFile, "precious");
+  workplace::WriteWhole(kRecording, "precious");
   const auto recordsNothing = [](const std::string& what) {
-    Background record(std::string("relayctl record --output ") + kFile + " " + what);
+    Background record(std::string("relayctl record --output ") + kRecording + " " + what);
     EXPECT_TRUE(Eventually([&] {
       const std::string told = record.Output();
       return told.find("waiting for ") != std::string::npos ||
@@ -138,7 +136,7 @@ TEST_F(RecordTest, AnOldRecordingStaysUntilTheServiceHasAnswered) {
     EXPECT_EQ("exit 0", record.WaitForExit());
     EXPECT_TRUE(record.Output().ends_with("nothing recorded; /tmp/e2e/recording is as it was\n"))
         << record.Output();
-    EXPECT_EQ("precious", workplace::ReadWhole(kFile)) << what;
+    EXPECT_EQ("precious", workplace::ReadWhole(kRecording)) << what;
   };
   recordsNothing("--listen 60005");
   recordsNothing("'#PhysicalPort0'");
@@ -166,7 +164,7 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
   const std::string original = "/tmp/e2e/original";
   workplace::WriteWhole(original, kConversation);
   PlugAndStart();
-  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kRecording + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
   RecordedDevice far(*device, "#PhysicalPort0", original);
   const Outcome outcome = RunShell("relayctl --port 60005 replay " + original);
@@ -187,17 +185,17 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
       "> #PhysicalPort0 close\n"
       "< #PhysicalPort0 close 2\n"
       "! link down\n",
-      Events(workplace::ReadWhole(kFile)));
+      Events(workplace::ReadWhole(kRecording)));
 }
 
 // The command line's own commands are the first and the last.
 TEST_F(RecordTest, RecordMarksTheOpensThatAreFences) {
   PlugAndStart();
-  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kRecording + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
   EXPECT_EQ(0, RunShell("relayctl --port 60005 write '#PhysicalPort0' ABC").status);
   ASSERT_TRUE(record.Prints("the relay service left\n"));
-  const std::string text = workplace::ReadWhole(kFile);
+  const std::string text = workplace::ReadWhole(kRecording);
   EXPECT_THAT(text, testing::HasSubstr(" > #PhysicalPort0 open\n"));
   EXPECT_THAT(text, testing::HasSubstr(" < #PhysicalPort0 open 0\n"));
   EXPECT_THAT(text, testing::HasSubstr(" > #PhysicalPort0 open 17989  ; fence\n"));
@@ -207,12 +205,12 @@ TEST_F(RecordTest, RecordMarksTheOpensThatAreFences) {
 
 TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
   StartListening();
-  Background record(std::string("relayctl record --output ") + kFile + " --listen 60005");
+  Background record(std::string("relayctl record --output ") + kRecording + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service"));
   EXPECT_EQ(5, RunShell("relayctl --port 60005 raw 0002").status);
   EXPECT_TRUE(record.Prints("ended the link\n"));
   EXPECT_TRUE(Eventually(
-      [] { return workplace::ReadWhole(kFile).find("! link down") != std::string::npos; }));
+      [] { return workplace::ReadWhole(kRecording).find("! link down") != std::string::npos; }));
 }
 
 }  // namespace

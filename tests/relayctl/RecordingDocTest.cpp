@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr const char* kFile = "/tmp/e2e/recording";
-
 // The blocks of that kind, in their order.
 std::vector<std::string> Blocks(const std::string& kind) {
   std::vector<std::string> blocks;
@@ -64,15 +62,15 @@ TEST(RecordingDocTest, EachMistakeIsToldAsTheManualSays) {
 class RecordingPlayTest : public RelayctlTest, public testing::WithParamInterface<size_t> {
  protected:
   void SetUp() override {
-    workplace::WriteWhole(kFile, Blocks("recording").at(GetParam()));
+    workplace::WriteWhole(kRecording, Blocks("recording").at(GetParam()));
     device = std::make_unique<Device>();
   }
 };
 
 TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
   StartListening();
-  RecordedDevice far(*device, "#PhysicalPort0", kFile);
-  EXPECT_EQ(0, RunShell(std::string("relayctl replay ") + kFile).status);
+  RecordedDevice far(*device, "#PhysicalPort0", kRecording);
+  EXPECT_EQ(0, RunShell(std::string("relayctl replay ") + kRecording).status);
   EXPECT_EQ("", far.Finish());
 }
 

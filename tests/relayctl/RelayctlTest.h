@@ -8,6 +8,9 @@
 #include "e2e/ServiceTest.h"
 #include "relayctl/Shell.h"
 
+constexpr const char* kLink = "/tmp/e2e/port";            // to the pseudo-terminal
+constexpr const char* kRecording = "/tmp/e2e/recording";  // relayctl record's, or replay's
+
 // A command line of the shell that runs beside the test.
 class Background : public Process {
  public:

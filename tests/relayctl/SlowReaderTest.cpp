@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr const char* kLink = "/tmp/e2e/port";
 constexpr const char* kOutput = "/tmp/e2e/standard-output";
 constexpr const char* kInput = "/tmp/e2e/standard-input";
 

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr SerialSettings kSettings = {115200, 8, kParityNone, kOneStopBit, kNoFlowControl};
-
 double MillisecondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
       .count();
@@ -26,6 +24,8 @@ double MillisecondsSince(std::chrono::steady_clock::time_point start) {
 
 class LinuxSerialTest : public testing::Test {
  protected:
+  static constexpr SerialSettings kSettings = {115200, 8, kParityNone, kOneStopBit, kNoFlowControl};
+
   void Open() { ASSERT_EQ(0, serial.Open(line.Node(), kSettings)); }
 
   // What comes until `count` bytes are there; idle reads in between are skipped.
