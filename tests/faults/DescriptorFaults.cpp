@@ -20,6 +20,12 @@ void NoDescriptorForAnOpen(FaultTest& test) {
   EXPECT_EQ(Wire(kPort0Opened), test.relay->Answer(kOpenPort0));
 }
 
+void NoDescriptorForTheNextLink(FaultTest& test) {
+  const rlimit few = {3, 3};
+  ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, &few, nullptr));
+  test.relay->Leaves();
+}
+
 void NoDescriptorForAReopen(FaultTest& test) {
   rlimit before{};
   ASSERT_EQ(0, prlimit(test.service->Pid(), RLIMIT_NOFILE, nullptr, &before));
@@ -35,13 +41,16 @@ void NoDescriptorForAReopen(FaultTest& test) {
   test.ExpectDataBothWays();
 }
 
+constexpr const char* kFewFiles = "ulimit -n 5; exec \"$@\"";
 constexpr const char* kNoConfiguration =
     "1 libvost Libvost.cpp 4 /tmp/e2e/vost.conf: Too many open files";
 
 // clang-format off
 const FaultRow kDescriptorRows[] = {
     // name                      state              start          happens                     log                  outcome
-    {"NoDescriptorForAnOpen",    State::kLinked,    nullptr,       NoDescriptorForAnOpen,      {kNoConfiguration}, Outcome::kGoesOn},
+    {"NoDescriptorForAnOpen",    State::kLinked,    nullptr,       NoDescriptorForAnOpen,      {kNoConfiguration},  Outcome::kGoesOn},
+    {"NoDescriptorForALink",     State::kStarting,  kFewFiles,     nullptr,                    {kLinkFailed},       Outcome::kEndsWith255},
+    {"NoDescriptorForNextLink",  State::kLinked,    nullptr,       NoDescriptorForTheNextLink, {kLinkFailed},       Outcome::kEndsWith255},
     {"NoDescriptorForAReopen",   State::kPortOpen,  nullptr,       NoDescriptorForAReopen,     {kCannotOpenDevice}, Outcome::kGoesOn},
 };
 // clang-format on

@@ -5,8 +5,9 @@
 //
 // What other tests show already has no row here: peers that leave, a second peer, a peer from
 // 127.0.0.2 and an occupied port (RelinkTest), a replug at the same path (recordings/unplug), each
-// signal in each state (StopTest), malformed packets (recordings/malformed), and each call of the C
-// library that fails (LinuxSocketCallsTest, LinuxSerialCallsTest and their users' tests).
+// signal in each state (StopTest), malformed packets (recordings/malformed), sends that are short
+// or fail (CommSocketSendTest), calls of a line that fail (LinuxSerialCallsTest, SerialPortTest,
+// SerialPortReopenTest), and threads that cannot be made (CommSocketTest, SerialPortFailureTest).
 #pragma once
 
 #include <gtest/gtest.h>
