@@ -22,6 +22,30 @@
 
 namespace {
 
+bool refusesReuse = false;  // setsockopt says so, but grants it: the port is reserved
+
+}  // namespace
+
+extern "C" {
+
+int __real_setsockopt(int socket, int level, int name, const void* value, socklen_t size);
+int __wrap_setsockopt(int socket, int level, int name, const void* value, socklen_t size);
+int __wrap___setsockopt64(int socket, int level, int name, const void* value, socklen_t size);
+
+int __wrap_setsockopt(int socket, int level, int name, const void* value, socklen_t size) {
+  const int result = __real_setsockopt(socket, level, name, value, size);
+  return refusesReuse && name == SO_REUSEADDR ? -1 : result;
+}
+
+// What it is called where time has 64 bits on a 32-bit machine.
+int __wrap___setsockopt64(int socket, int level, int name, const void* value, socklen_t size) {
+  return __wrap_setsockopt(socket, level, name, value, size);
+}
+
+}  // extern "C"
+
+namespace {
+
 std::string ListenLine(const ReservedPort& port) {
   return "[LISTEN]IP:127.0.0.1(PORT:" + std::to_string(port.Number()) + ")\n";
 }
@@ -244,6 +268,11 @@ TEST_F(LinuxSocketTest, WhatFailsLeavesNoDescriptor) {
   EXPECT_EQ(2, SocketsThatCloseOnExec()) << "of `port` and `peer`";
 }
 
+TEST_F(LinuxSocketTest, ARefusedAddressReuseIsNotLookedAt) {
+  refusesReuse = true;
+  EXPECT_EQ(0, ListenAndConnect());
+}
+
 CLinuxSocket* closedBySignal = nullptr;
 
 void CloseIt(int) {
@@ -280,6 +309,20 @@ TEST_F(InterruptedListenTest, ASignalHeldBackBeforeListenEndsItsWait) {
   ASSERT_EQ(0, pthread_kill(pthread_self(), SIGTERM));
   EXPECT_NE(0, socket.Listen(port.Number()));
   EXPECT_TRUE(PortIsFree());
+}
+
+TEST_F(LinuxSocketTest, SendToAPeerThatHasClosedReturnsMinus1) {
+  (void)signal(SIGPIPE, SIG_IGN);  // as the service has it
+  ASSERT_EQ(0, ListenAndConnect());
+  peer.Sends("41");
+  peer.Close();  // with a byte unread in between: the other side sees the reset
+  EXPECT_EQ("41", ReceiveHex(1));
+  EXPECT_EQ("-1", ReceiveHex(1));
+  int result = 0;
+  for (int i = 0; i < 1000 && result != -1; ++i) {  // the first sends may still be taken
+    result = SendHex("42");
+  }
+  EXPECT_EQ(-1, result);
 }
 
 }  // namespace

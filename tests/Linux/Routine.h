@@ -3,11 +3,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 
 #include "support/Eventually.h"
 
@@ -31,11 +29,6 @@ class Routine {
   void Release() const { EXPECT_EQ(1, write(ends[1], "", 1)); }
   bool Runs() const { return thread != 0; }
   bool Returned() const { return returned; }
-
-  // True once the thread has ended for the kernel, too: then joining it does not wait.
-  bool HasEnded() const {
-    return thread != 0 && tgkill(getpid(), thread, 0) == -1 && errno == ESRCH;
-  }
 
  private:
   void RunHere() {

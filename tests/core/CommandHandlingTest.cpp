@@ -111,44 +111,6 @@ TEST_F(CommandHandlingTest, ClosingAPortReleasesIt) {
   EXPECT_TRUE(IsReleased(0));
 }
 
-TEST_F(CommandHandlingTest, ClosingAPortThatIsNotOpenIsStatus2) {
-  EXPECT_EQ(Packed("0009 02 02 0001 41 0002"), Answer(kCloseA));
-}
-
-TEST_F(CommandHandlingTest, AnUnconfiguredNameIsStatus2AndItsPortIsReleasedUnopened) {
-  EXPECT_EQ(Packed("0009 01 02 0001 58 0002"), Answer("0007 01 02 0001 58"));
-  EXPECT_TRUE(IsReleased(0));
-}
-
-TEST_F(CommandHandlingTest, ASecondOpenIsStatus3AndTheFirstPortStaysUnchanged) {
-  (void)Answer(kOpenA);
-  EXPECT_EQ(Packed("0009 01 02 0001 41 0003"), Answer(kOpenA));
-  EXPECT_EQ(1U, world.ports.size());
-  EXPECT_EQ(0, Port(0).closes);
-}
-
-TEST_F(CommandHandlingTest, ANumberedOpenIsStatus2AndOpensNothing) {
-  EXPECT_EQ(Packed("000A 01 01 0403 6001 0002"), Answer("0008 01 01 0403 6001"));
-  EXPECT_TRUE(world.ports.empty());
-}
-
-TEST_F(CommandHandlingTest, SettingWordsReachThePort) {
-  (void)Answer(kOpenB);
-  const SerialSettings settings = Port(0).openedWith;
-  EXPECT_EQ(115200U, settings.baudRate);
-  EXPECT_EQ(7U, settings.dataBits);
-  EXPECT_EQ(2U, settings.parity);
-  EXPECT_EQ(2U, settings.stopBits);
-  EXPECT_EQ(1U, settings.flowControl);
-}
-
-TEST_F(CommandHandlingTest, DataBlocksAreWrittenInOrderWhateverTheirType) {
-  (void)Answer(kOpenA);
-  relay->Sends("0013 04 02 0001 41 03 01 0001 61 FF 0002 6262 02 0000");
-  EXPECT_EQ((std::vector<std::string>{"61", "6262", ""}), Port(0).writes);
-  EXPECT_EQ(1U, relay->sent.size()) << "data commands are not answered";
-}
-
 TEST_F(CommandHandlingTest, AFailingSecondBlockSkipsTheThirdAndIsLoggedOnce) {
   world.prepare = [](FakePort& port) { port.failingWrite = 1; };
   (void)Answer(kOpenA);
@@ -156,42 +118,6 @@ TEST_F(CommandHandlingTest, AFailingSecondBlockSkipsTheThirdAndIsLoggedOnce) {
   EXPECT_EQ((std::vector<std::string>{"61", "62"}), Port(0).writes);
   EXPECT_EQ(1, world.TimesLogged("1 SerialPortHandler.cpp Serial Device Send Error."));
   EXPECT_EQ(1U, relay->sent.size());
-}
-
-TEST_F(CommandHandlingTest, ABlockCountOf0WritesNothingAndSendsNothing) {
-  (void)Answer(kOpenA);
-  relay->Sends("0008 04 02 0001 41 00");
-  EXPECT_TRUE(Port(0).writes.empty());
-  EXPECT_EQ(1U, relay->sent.size());
-}
-
-TEST_F(CommandHandlingTest, DataForAClosedPortAreDropped) {
-  relay->Sends("000C 04 02 0001 41 01 01 0001 61");
-  EXPECT_TRUE(relay->sent.empty());
-  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp data command proc."));
-}
-
-TEST_F(CommandHandlingTest, EachCommandLogsItsLine) {
-  (void)Answer(kOpenA);
-  (void)Answer(kCloseA);
-  relay->Sends("0008 04 02 0001 41 00");
-  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp open command proc."));
-  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp close command proc."));
-  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp data command proc."));
-}
-
-TEST_F(CommandHandlingTest, CommandCode3IsLoggedAsAParseFailure) {
-  relay->Sends("0007 03 02 0001 41");
-  EXPECT_EQ(1, world.TimesLogged("1 SerialPortHandler.cpp Command parse failed."));
-  EXPECT_FALSE(
-      world.Logged("1 SerialPortHandler.cpp Illegal command was received from relay service."));
-  EXPECT_TRUE(relay->sent.empty());
-}
-
-TEST_F(CommandHandlingTest, ReceivedDataOfANamedPortNameThePort) {
-  (void)Answer(kOpenA);
-  PortReads(FromHex("0D0A"));
-  EXPECT_EQ(Packed("000D 04 02 0001 41 01 02 0002 0D0A"), relay->sent.back());
 }
 
 TEST_F(CommandHandlingTest, ReceivedDataOfAPortOpenedByIdsCarryTheIds) {

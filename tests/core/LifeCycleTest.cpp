@@ -25,18 +25,6 @@ class LifeCycleTest : public testing::Test {
   SerialPortHandler handler{{MakeRelay, MakePort}};
 };
 
-TEST_F(LifeCycleTest, AStopRequestEndsRunAndIsLogged) {
-  auto run = Run();
-  (void)world.RelayNumber(1);
-  while (run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
-    Stop();  // one before the first link stands is forgotten
-  }
-  EXPECT_TRUE(run.get());
-  EXPECT_TRUE(world.Logged("3 SerialPortHandler.cpp request stop."));
-  EXPECT_EQ("3 SerialPortHandler.cpp Serial Port Handler start running.", world.log.front());
-  EXPECT_EQ(1, world.TimesLogged("3 SerialPortHandler.cpp Serial Port Handler stop."));
-}
-
 TEST_F(LifeCycleTest, AStopRequestedBeforeTheFirstLinkStandsIsForgotten) {
   world.prepareRelay = [this](FakeRelay& relay) { relay.whenListening = [this] { Stop(); }; };
   auto run = Run();

@@ -354,22 +354,6 @@ TEST_F(KXLoggerTest, CancelledThreadFinishesItsLine) {
   EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(Form("3 M f.cpp:1 4 whole"))));
 }
 
-TEST_F(KXLoggerTest, APipeThatNobodyReadsLosesLinesAndHoldsUpNobody) {
-  int ends[2] = {-1, -1};
-  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
-  const int saved = dup(STDERR_FILENO);
-  dup2(ends[1], STDERR_FILENO);
-  for (int i = 0; i < 2000; ++i) {
-    Log(std::string(1000, 'x'));
-  }
-  dup2(saved, STDERR_FILENO);
-  close(saved);
-  close(ends[1]);
-  std::string first(1000, '\0');
-  EXPECT_EQ(1000, read(ends[0], first.data(), first.size())) << "what there was room for is there";
-  close(ends[0]);
-}
-
 TEST_F(KXLoggerTest, FullPipeThatDoesNotBlockIsWaitedFor) {
   int ends[2] = {};
   ASSERT_EQ(0, pipe2(ends, O_NONBLOCK | O_CLOEXEC));

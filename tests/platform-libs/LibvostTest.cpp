@@ -155,22 +155,10 @@ TEST_F(LibvostTest, ValueThatFillsItsFieldIsWhole) {
   EXPECT_EQ(value, info.port);
 }
 
-TEST_F(LibvostTest, OverLongValueIsOneLogLineAndNoAnswer) {
-  WriteFile(path, "[connect]\nport=" + std::string(KX_TEXT_SIZE, '9') + "\n");
-  EXPECT_EQ(0, Connect());
-  ExpectComplaint(path + ":2: value too long");
-}
-
 TEST_F(LibvostTest, MalformedLineIsOneLogLineAndNoAnswer) {
   WriteFile(path, std::string(kPort) + "what is this\n");
   EXPECT_EQ(0, Serial("#PhysicalPort0"));
   ExpectComplaint(path + ":7: neither comment, [section] nor key = value");
-}
-
-TEST_F(LibvostTest, SectionGivenTwiceIsOneLogLineAndNoAnswer) {
-  WriteFile(path, std::string(kPort) + kPort);
-  EXPECT_EQ(0, Serial("#PhysicalPort0"));
-  ExpectComplaint(path + ":7: section given twice");
 }
 
 TEST_F(LibvostTest, EachLookUpComplains) {
@@ -178,12 +166,6 @@ TEST_F(LibvostTest, EachLookUpComplains) {
   EXPECT_EQ(0, Connect());
   EXPECT_EQ(0, Serial("#PhysicalPort0"));
   EXPECT_EQ(2U, Log().size());
-}
-
-TEST_F(LibvostTest, FolderInPlaceOfTheFileIsRefused) {
-  std::filesystem::create_directory(path);
-  EXPECT_EQ(0, Connect());
-  ExpectComplaint(path + ": not a regular file");
 }
 
 TEST_F(LibvostTest, FifoInPlaceOfTheFileIsRefusedWithoutWaiting) {

@@ -90,20 +90,6 @@ TEST_F(LogFileTest, NewFileIsReadableForAllAndWritableForItsOwner) {
   EXPECT_EQ(0100644U, status.st_mode);
 }
 
-TEST_F(LogFileTest, RenamedFileIsKeptWithinTheSecondAndLeftInTheNext) {
-  const std::string old = folder.Path("log.1");
-  Append("one", 0);
-  std::filesystem::rename(path, old);
-  EXPECT_TRUE(Append("two", 0));
-  EXPECT_TRUE(Append("three", 1));
-  // The first check of the clock may fall on the first or the second line.
-  std::vector<std::string> all = LinesOf(old);
-  const std::vector<std::string> fresh = Lines();
-  all.insert(all.end(), fresh.begin(), fresh.end());
-  EXPECT_THAT(all, ElementsAre(Line("one"), Line("two"), Line("three", "01:46:41")));
-  EXPECT_EQ(Line("three", "01:46:41"), fresh.back());
-}
-
 TEST_F(LogFileTest, PathIsLookedAtOnceASecondAtMost) {
   const std::string old = folder.Path("log.1");
   Append("one", 0);
@@ -122,13 +108,6 @@ TEST_F(LogFileTest, ClockThatIsSetBackDoesNotStopTheLooks) {
   std::filesystem::remove(path);
   Append("three", 0);
   EXPECT_THAT(Lines(), ElementsAre(Line("three")));
-}
-
-TEST_F(LogFileTest, RemovedFileIsMadeAnew) {
-  Append("one", 0);
-  std::filesystem::remove(path);
-  Append("two", 1);
-  EXPECT_THAT(Lines(), ElementsAre(Line("two", "01:46:41")));
 }
 
 TEST_F(LogFileTest, RotationKeepsTheDescriptorsNumberAndClosesTheRest) {
@@ -155,15 +134,6 @@ TEST_F(LogFileTest, FileThatCannotBeOpenedIsReportedOnceAndRecovers) {
   std::filesystem::create_directory(folder.Path("missing"));
   EXPECT_TRUE(Append("three"));
   EXPECT_THAT(Lines(), ElementsAre(Line("three")));
-}
-
-TEST_F(LogFileTest, ReportIsALineOfTheLogsOwnForm) {
-  path = folder.Path("");
-  EXPECT_FALSE(Append("one"));
-  EXPECT_THAT(standardError.Lines(),
-              ElementsAre(testing::MatchesRegex("2001-09-09T01:46:40.000000Z 1 libKXLogger "
-                                                "LogFile.cpp:[0-9]+ 4 .*: cannot be written, "
-                                                "lines go to standard error: Is a directory")));
 }
 
 TEST_F(LogFileTest, FileThatBecomesUnreachableIsReportedOnceAndRecovers) {

@@ -63,15 +63,6 @@ class StandardErrorTest : public testing::TestWithParam<Owner> {
   }
 };
 
-TEST_P(StandardErrorTest, TerminalHoldsUpNobody) {
-  EXPECT_EQ(0, InChild([] {
-              const Terminal terminal;
-              Take(terminal.NearEnd());
-              LogLinesOfManyLengths();
-              return 0;
-            }));
-}
-
 TEST_P(StandardErrorTest, HandlerOfASignalReturns) {
   EXPECT_EQ(0, InChild([] {
               const Terminal terminal;
@@ -100,30 +91,6 @@ TEST_P(StandardErrorTest, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
                 Log("m");
               }
               return 0;
-            }));
-}
-
-// A pipe has room for a line when a whole page is read, which takes longer than a second here.
-TEST_P(StandardErrorTest, ReaderOfFifteenHundredBytesInASecondGetsEveryLine) {
-  EXPECT_EQ(0, InChild([] {
-              int ends[2] = {-1, -1};
-              (void)!pipe2(ends, O_CLOEXEC);
-              (void)fcntl(ends[1], F_SETPIPE_SZ, 4096);
-              Take(ends[1]);
-              std::thread writer([] {
-                Log(std::string(3000, 'a'));
-                Log(std::string(3000, 'b'));
-                Log("end");
-              });
-              std::string text;
-              char piece[75];
-              while (!text.ends_with("end\n")) {
-                const ssize_t count = read(ends[0], piece, sizeof piece);
-                text.append(piece, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));  // deliberate: its pace
-              }
-              writer.join();
-              return text.find(std::string(3000, 'b') + "\n") == std::string::npos ? 1 : 0;
             }));
 }
 

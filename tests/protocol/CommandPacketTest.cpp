@@ -145,25 +145,6 @@ TEST(CommandPacketTest, LengthFieldIsIgnored) {
   }
 }
 
-TEST(CommandPacketTest, ANumberedPacketLeavesTheFieldsThatItDoesNotCarryZero) {
-  const std::vector<uint8_t> bytes = FromHex("0008 02 01  0003 0007");
-  const CommandPacket packet(bytes.data(), 8);
-  ASSERT_TRUE(packet.parsedOk);
-  EXPECT_EQ(0, packet.nameLength);
-  EXPECT_EQ("", packet.portName);
-  EXPECT_EQ(0, packet.parameter);
-  EXPECT_EQ(0, packet.blockCount);
-}
-
-TEST(CommandPacketTest, ANamedDataPacketLeavesTheFieldsThatItDoesNotCarryZero) {
-  const std::vector<uint8_t> bytes = FromHex("0008 04 02  0001 58  00");
-  const CommandPacket packet(bytes.data(), 8);
-  ASSERT_TRUE(packet.parsedOk);
-  EXPECT_EQ(0, packet.portId1);
-  EXPECT_EQ(0, packet.portId2);
-  EXPECT_EQ(0, packet.parameter);
-}
-
 TEST(CommandPacketTest, APacketOfItsLengthFieldAloneLeavesEveryFieldZero) {
   const std::vector<uint8_t> bytes = FromHex("0002");
   const CommandPacket packet(bytes.data(), 2);

@@ -69,20 +69,6 @@ TEST(PacketBuilderTest, StatusesHaveTheirNumbersOnTheWire) {
   EXPECT_EQ(5, kStatusCloseFailed);
 }
 
-TEST(PacketBuilderTest, AReplyToA14ByteNameHasLength20BeforeItsStatusAnd22Behind) {
-  CPacketBuilder reply = ReplyTo("0014 02 02  000E 23506879736963616C506F727431");
-  EXPECT_EQ(Packed("0014 02 02  000E 23506879736963616C506F727431"), HexOf(reply));
-  EXPECT_TRUE(reply.SetStatus(0));
-  EXPECT_EQ(22U, reply.Bytes().size());
-  EXPECT_EQ("0016", ToHex(reply.Bytes().data(), 2));
-}
-
-TEST(PacketBuilderTest, ANumberedReplyWithStatus5IsTenBytesEndingIn0005) {
-  CPacketBuilder reply(kCommandClose, 0x1234, 0xABCD);
-  EXPECT_TRUE(reply.SetStatus(5));
-  EXPECT_EQ(Packed("000A 02 01  1234 ABCD  0005"), HexOf(reply));
-}
-
 TEST(PacketBuilderTest, ASecondStatusIsAppendedBehindTheFirst) {
   CPacketBuilder reply(kCommandOpen, 3, 7);
   EXPECT_TRUE(reply.SetStatus(2));
@@ -117,20 +103,6 @@ TEST(PacketBuilderTest, ANumberedNotificationCarriesOneBlockOfType2) {
   CPacketBuilder notification(kCommandData, 1, 2);
   EXPECT_TRUE(notification.AddBlock(data.data(), kReceivedDataBlock, 2));
   EXPECT_EQ(Packed("000E 04 01  0001 0002  01  02 0002 0D0A"), HexOf(notification));
-}
-
-TEST(PacketBuilderTest, ANamedNotificationCarriesOneBlockOfType2) {
-  const std::vector<uint8_t> data = FromHex("00FF41");
-  CPacketBuilder notification(kCommandData, "COM");
-  EXPECT_TRUE(notification.AddBlock(data.data(), kReceivedDataBlock, 3));
-  EXPECT_EQ(Packed("0010 04 02  0003 434F4D  01  02 0003 00FF41"), HexOf(notification));
-}
-
-TEST(PacketBuilderTest, ADataCommandWithOneBlockForANamedPortIsBuiltByteForByte) {
-  const std::vector<uint8_t> data = FromHex("414243");
-  CPacketBuilder command(kCommandData, "COM");
-  EXPECT_TRUE(command.AddBlock(data.data(), 1, 3));
-  EXPECT_EQ(Packed("0010 04 02  0003 434F4D  01  01 0003 414243"), HexOf(command));
 }
 
 TEST(PacketBuilderTest, AddBlockWithoutDataIsRefusedAndLeavesTheEightByteHeader) {
@@ -206,11 +178,6 @@ TEST(PacketBuilderTest, ABuilderOfAParsedDataCommandTakesBlocks) {
   EXPECT_FALSE(builder.SetStatus(0));
   EXPECT_TRUE(builder.AddBlock(&data, 2, 1));
   EXPECT_EQ(Packed("000C 04 02  0001 58  01  02 0001 41"), HexOf(builder));
-}
-
-TEST(PacketBuilderTest, ANamedHeaderHoldsTheNameWithoutATerminator) {
-  const CPacketBuilder builder(kCommandData, "#USBSerialPort1");
-  EXPECT_EQ(Packed("0015 04 02  000F 23555342 53657269616C 506F727431"), HexOf(builder));
 }
 
 TEST(PacketBuilderTest, ANameOf65529BytesAndItsStatusFillOnePacketAndTheNextWraps) {

@@ -54,25 +54,10 @@ class LinuxSerialCallsTest : public testing::Test {
   CLinuxSerial serial;
 };
 
-TEST_F(LinuxSerialCallsTest, OpenMakesItsCallsInOrder) {
-  EXPECT_EQ(0, serial.Open(kNode, kSettings));
-  EXPECT_THAT(calls.Texts(),
-              ElementsAre("open(/dev/ttyS2, O_RDWR)", "tcgetattr()", "tcsetattr(TCSANOW)",
-                          "tcgetattr()", "tcsetattr(TCSANOW)", "tcflush(TCIOFLUSH)"));
-}
-
 TEST_F(LinuxSerialCallsTest, CloseDropsDtrThenDiscardsThenCloses) {
   Open();
   EXPECT_EQ(0, serial.Close());
   EXPECT_THAT(calls.Texts(), ElementsAre("ioctl(TIOCMBIC, 2)", "tcflush(TCIOFLUSH)", "close()"));
-}
-
-TEST_F(LinuxSerialCallsTest, ASecondCloseReturns0AndDoesNothing) {
-  Open();
-  EXPECT_EQ(0, serial.Close());
-  calls.Forget();
-  EXPECT_EQ(0, serial.Close());
-  EXPECT_THAT(calls.Texts(), IsEmpty());
 }
 
 TEST_F(LinuxSerialCallsTest, CloseIgnoresALineWithoutModemLinesOrWithNothingToDiscard) {
@@ -153,53 +138,6 @@ TEST_F(LinuxSerialCallsTest, OpenThenSetsTheLine) {
   EXPECT_EQ(1, set.c_cc[VTIME]);
 }
 
-TEST_F(LinuxSerialCallsTest, UnknownSettingsLeave8BitsNoParityOneStopBitNoFlowControl) {
-  const termios set = Opened({9600, 5, 7, 1, 3});
-  EXPECT_EQ(tcflag_t{CS8}, set.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS));
-  EXPECT_EQ(0U, set.c_iflag & (IXON | IXOFF));
-}
-
-TEST_F(LinuxSerialCallsTest, XonXoffSwitchesRtsCtsOff) {
-  const termios set = Opened({9600, 8, kParityNone, kOneStopBit, kXonXoff});
-  EXPECT_EQ(0U, set.c_cflag & CRTSCTS);
-  EXPECT_EQ(tcflag_t{IXON | IXOFF}, set.c_iflag & (IXON | IXOFF));
-  EXPECT_EQ(0x11, set.c_cc[VSTART]);
-  EXPECT_EQ(0x13, set.c_cc[VSTOP]);
-}
-
-TEST_F(LinuxSerialCallsTest, ConfigureOf14400BaudSets9600) {
-  SerialSettings settings = kSettings;
-  settings.baudRate = 14400;
-  const termios set = Opened(settings);
-  EXPECT_EQ(B9600, cfgetospeed(&set));
-  EXPECT_EQ(B9600, cfgetispeed(&set));
-}
-
-TEST_F(LinuxSerialCallsTest, ConfigureOf0BaudSetsB0) {
-  SerialSettings settings = kSettings;
-  settings.baudRate = 0;
-  const termios set = Opened(settings);
-  EXPECT_EQ(B0, cfgetospeed(&set));
-}
-
-TEST_F(LinuxSerialCallsTest, ConfigureStartsFromWhatTheLineIs) {
-  (void)Opened({9600, 7, kParityMark, kTwoStopBits, kHardwareFlowControl});
-  EXPECT_EQ(0, serial.Configure({300, 5, 7, 1, 3}));
-  const termios set = calls.Attributes();
-  EXPECT_EQ(B300, cfgetospeed(&set));
-  EXPECT_EQ(CS7 | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS,
-            set.c_cflag & (CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS));
-}
-
-TEST_F(LinuxSerialCallsTest, ConfigureReturnsMinus1WhenTheLineCannotBeReadOrSet) {
-  Open();
-  calls.Fail("tcgetattr", EIO);
-  EXPECT_EQ(-1, serial.Configure(kSettings));
-  calls.Fail("tcsetattr", EIO);
-  EXPECT_EQ(-1, serial.Configure(kSettings));
-  EXPECT_EQ(0, serial.Configure(kSettings));
-}
-
 TEST_F(LinuxSerialCallsTest, WriteOfLength0OrLessReturnsTheLengthWithoutACall) {
   Open();
   EXPECT_EQ(0, serial.Write(kBytes, 0));
@@ -229,14 +167,6 @@ TEST_F(LinuxSerialCallsTest, AWriteThatFailsMakesWriteReturn0) {
   EXPECT_EQ(1, calls.Count("write"));
 }
 
-TEST_F(LinuxSerialCallsTest, AWriteThatFailsBehindAShortOneMakesWriteReturn0) {
-  Open();
-  calls.OnWrite([](size_t) { return 2; });
-  calls.Fail("write", EAGAIN, 1, 1);
-  EXPECT_EQ(0, serial.Write(kBytes, 5));
-  EXPECT_THAT(calls.Texts(), ElementsAre("write(5)", "write(3)"));
-}
-
 TEST_F(LinuxSerialCallsTest, AReadThatFailsReturnsMinus1WithItsErrno) {
   Open();
   calls.Fail("read", EINTR);
@@ -244,15 +174,6 @@ TEST_F(LinuxSerialCallsTest, AReadThatFailsReturnsMinus1WithItsErrno) {
   EXPECT_EQ(-1, serial.Read(&byte, 1));
   EXPECT_EQ(EINTR, errno);
   EXPECT_EQ(1, calls.Count("read")) << "it is not tried again";
-}
-
-TEST_F(LinuxSerialCallsTest, ReadIsOneCallWithTheCallersCapacity) {
-  Open();
-  line.Sends("ab");
-  uint8_t buffer[300];
-  EXPECT_EQ(2, serial.Read(buffer, sizeof buffer));
-  ASSERT_EQ(1, calls.Count("read"));
-  EXPECT_EQ("read(300)", calls.Calls("read")[0].text);
 }
 
 }  // namespace

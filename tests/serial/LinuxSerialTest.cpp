@@ -102,17 +102,6 @@ TEST_F(LinuxSerialTest, ReadOnAnIdleLineReturns0AfterATenthOfASecond) {
   EXPECT_LE(MillisecondsSince(start), 5000);
 }
 
-TEST_F(LinuxSerialTest, ALiveIdleLineStaysAtZero) {
-  Open();
-  uint8_t byte = 0;
-  for (int i = 0; i < 5; ++i) {
-    errno = 0;
-    EXPECT_EQ(0, serial.Read(&byte, 1));
-  }
-  line.Sends("x");
-  EXPECT_EQ("x", Read(1));
-}
-
 TEST_F(LinuxSerialTest, ReadReturnsWhatThereIsWithoutWaitingForMore) {
   Open();
   line.Sends("abc");
@@ -137,16 +126,6 @@ TEST_F(LinuxSerialTest, AZeroFromAHungUpLineIsAFailedReadWithEio) {
     EXPECT_EQ(-1, serial.Read(&byte, 1));
     EXPECT_EQ(EIO, errno);
   }
-}
-
-TEST_F(LinuxSerialTest, AHangUpEndsAWaitingReadWithEio) {
-  Open();
-  const auto start = std::chrono::steady_clock::now();
-  uint8_t byte = 0;
-  line.HangUp();
-  EXPECT_EQ(-1, serial.Read(&byte, 1));
-  EXPECT_EQ(EIO, errno);
-  EXPECT_LE(MillisecondsSince(start), 5000);
 }
 
 TEST_F(LinuxSerialTest, ReadOfAClosedObjectFailsWithEbadf) {

@@ -33,34 +33,11 @@ TEST_F(SerialPortStopTest, CloseClosesTheDeviceAndEndsTheThread) {
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
 
-TEST_F(SerialPortStopTest, CloseOfAnIdlePortDoesNotGiveUpOnItsThread) {
-  ASSERT_EQ(0, Open());
-  const auto start = steady_clock::now();
-  EXPECT_EQ(0, port->Close());
-  EXPECT_LT(MillisecondsSince(start), 1900);
-}
-
-TEST_F(SerialPortStopTest, ASecondCloseReturns0AndDoesNothing) {
-  ASSERT_EQ(0, Open());
-  EXPECT_EQ(0, port->Close());
-  calls.Forget();
-  EXPECT_EQ(0, port->Close());
-  EXPECT_THAT(calls.Texts(), IsEmpty());
-}
-
 TEST_F(SerialPortStopTest, DestructionClosesTheDeviceAndEndsTheThread) {
   const int descriptors = OpenDescriptorCount();
   ASSERT_EQ(0, Open());
   port.reset();
   EXPECT_EQ(descriptors, OpenDescriptorCount());
-  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
-}
-
-TEST_F(SerialPortStopTest, CloseWhileUnpluggedReturns0) {
-  ASSERT_EQ(0, Open());
-  Unplug();
-  ASSERT_TRUE(WaitForOpens(2));
-  EXPECT_EQ(0, port->Close());
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
 }
 
@@ -188,16 +165,6 @@ TEST_F(SerialPortStopTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_EQ(1, goesOn);
   EXPECT_EQ(reads, calls.Count("read"));
-  EXPECT_EQ(descriptors, OpenDescriptorCount());
-}
-
-TEST_F(SerialPortStopTest, ManyOpensAndClosesLeaveNoDescriptorBehind) {
-  const int descriptors = OpenDescriptorCount();
-  for (int i = 0; i < 10; ++i) {
-    port = CreateSerialPort("TheModule", "TheTag");
-    ASSERT_EQ(0, Open());
-    ASSERT_EQ(0, port->Close());
-  }
   EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 

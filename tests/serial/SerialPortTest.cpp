@@ -31,15 +31,6 @@ TEST_F(SerialPortTest, OpenByNameReturns0AndHasOpenKind1) {
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
 
-TEST_F(SerialPortTest, TheLineIsSetAsAskedFor) {
-  calls.KeepAttributes({});
-  ASSERT_EQ(0, port->Open(kName, receiver.Callback(), {19200, 7, kParityOdd, kTwoStopBits, 1}));
-  const termios set = calls.Attributes();
-  EXPECT_EQ(B19200, cfgetospeed(&set));
-  EXPECT_EQ(CS7 | PARENB | PARODD | CSTOPB | CRTSCTS,
-            set.c_cflag & (CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS));
-}
-
 TEST_F(SerialPortTest, ReceivedDataReachTheCallbackWithThePortsName) {
   ASSERT_EQ(0, Open());
   line->Sends("hello");
@@ -111,12 +102,6 @@ TEST_F(SerialPortTest, WithoutAListenerDataAreDroppedAndNothingIsPrinted) {
   EXPECT_EQ("", error.Rest());
 }
 
-TEST_F(SerialPortTest, ReadsAskFor4096Bytes) {
-  ASSERT_EQ(0, Open());
-  ASSERT_TRUE(Eventually([&] { return calls.Count("read") > 0; }));
-  EXPECT_EQ("read(4096)", calls.Calls("read")[0].text);
-}
-
 TEST_F(SerialPortTest, MoreThan4096BytesComeWholeAndInOrder) {
   std::string many;
   for (int i = 0; i < 4000; ++i) {
@@ -150,34 +135,12 @@ TEST_F(SerialPortTest, BehindAShortChunkTheBufferIsClear) {
   EXPECT_EQ(std::vector<uint8_t>(4094, 0), behind);
 }
 
-TEST_F(SerialPortTest, AnIdleLineDeliversAndPrintsNothing) {
-  StreamCapture error(STDERR_FILENO);
-  ASSERT_EQ(0, Open());
-  ASSERT_TRUE(Eventually([&] { return calls.Count("read") > 3; }));
-  EXPECT_EQ("", error.Rest());
-  EXPECT_THAT(receiver.Names(), IsEmpty());
-}
-
-TEST_F(SerialPortTest, SendWritesAllAndReturnsTheLength) {
-  ASSERT_EQ(0, Open());
-  EXPECT_EQ(5, Send("hello"));
-  EXPECT_EQ("hello", line->Receives(5));
-}
-
 TEST_F(SerialPortTest, SendOfLength0OnAnOpenPortReturns0) {
   ASSERT_EQ(0, Open());
   EXPECT_EQ(0, Send(""));
   EXPECT_EQ(-2, port->Send(nullptr, -2));
   EXPECT_EQ(0, calls.Count("write"));
   EXPECT_THAT(CapturedLog(), IsEmpty());
-}
-
-TEST_F(SerialPortTest, ShortWritesAreContinued) {
-  ASSERT_EQ(0, Open());
-  calls.OnWrite([](size_t) { return 1; });
-  EXPECT_EQ(3, Send("abc"));
-  EXPECT_EQ("abc", line->Receives(3));
-  EXPECT_EQ(3, calls.Count("write"));
 }
 
 TEST_F(SerialPortTest, AWriteThatReturns0IsOfferedAgain) {
@@ -190,14 +153,6 @@ TEST_F(SerialPortTest, AWriteThatReturns0IsOfferedAgain) {
   ASSERT_EQ(0, Open());
   EXPECT_EQ(3, Send("abc"));
   EXPECT_THAT(offered, ElementsAre("abc", "abc", "abc", "abc"));
-}
-
-TEST_F(SerialPortTest, AWriteThatFailsForAWhileIsOfferedAgain) {
-  ASSERT_EQ(0, Open());
-  calls.Fail("write", EAGAIN, 1000);
-  EXPECT_EQ(3, Send("abc"));
-  EXPECT_EQ(1001, calls.Count("write"));
-  EXPECT_EQ("abc", line->Receives(3));
 }
 
 // The device does not say how much of a failed write went out.

@@ -41,16 +41,6 @@ class SerialPortUsbTest : public SerialPortTest {
   const std::string node = udev.Path("ttyUSB4");
 };
 
-TEST_F(SerialPortUsbTest, AUsbPortIsOpenedByItsName) {
-  StreamCapture output(STDOUT_FILENO);
-  EXPECT_EQ(0, port->Open("#USBSerialPort0", receiver.Callback(), kSettings));
-  EXPECT_EQ("OPEN[" + node + "]\n", output.Rest());
-  EXPECT_EQ("#USBSerialPort0", port->GetPortName());
-  line->Sends("hello");
-  EXPECT_TRUE(receiver.WaitFor("hello"));
-  EXPECT_THAT(udev.Runs(), ElementsAre("info --export-db"));
-}
-
 TEST_F(SerialPortUsbTest, AUsbPortIsOpenedByItsIdsUnderItsPath) {
   EXPECT_EQ(0, OpenUsb());
   EXPECT_EQ(node, port->GetPortName());
@@ -114,12 +104,6 @@ TEST_F(SerialPortUsbTest, AnAdapterThatCannotBeOpenedReturnsMinus2AndKeepsItsIds
   EXPECT_EQ(node, port->GetPortName());
   EXPECT_EQ(0x0403, port->GetVendorId());
   EXPECT_EQ(0U, port->GetOpenKind());
-}
-
-TEST_F(SerialPortUsbTest, ANameTooLongForTheBufferReturnsMinus1) {
-  udev.Prints(Adapter("/dev/" + std::string(300, 'n')));
-  EXPECT_EQ(-1, port->Open("#USBSerialPort0", receiver.Callback(), kSettings));
-  EXPECT_THAT(CapturedMessages(), ElementsAre("Cannot open serial device. [Port ]"));
 }
 
 TEST_F(SerialPortUsbTest, LookupFindsThePathOrThrows) {

@@ -41,16 +41,15 @@ class UdevScannerTest : public testing::Test {
 struct Place {
   int index;
   const char* path;
-  const char* realNode;  // in the database of six adapters
 };
 
 constexpr Place kPlaces[] = {
-    {0, "/devices/pci0000:00/0000:00:1d.2/usb4/4-1", "/dev/ttyUSB4"},
-    {1, "/devices/pci0000:00/0000:00:1d.2/usb4/4-2", "/dev/ttyUSB5"},
-    {2, "/devices/pci0000:00/0000:00:1d.1/usb3/3-2", "/dev/ttyUSB3"},
-    {3, "/devices/pci0000:00/0000:00:1d.0/usb2/2-2", "/dev/ttyUSB1"},
-    {4, "/devices/pci0000:00/0000:00:1d.1/usb3/3-1", "/dev/ttyUSB2"},
-    {5, "/devices/pci0000:00/0000:00:1d.0/usb2/2-1", "/dev/ttyUSB0"},
+    {0, "/devices/pci0000:00/0000:00:1d.2/usb4/4-1"},
+    {1, "/devices/pci0000:00/0000:00:1d.2/usb4/4-2"},
+    {2, "/devices/pci0000:00/0000:00:1d.1/usb3/3-2"},
+    {3, "/devices/pci0000:00/0000:00:1d.0/usb2/2-2"},
+    {4, "/devices/pci0000:00/0000:00:1d.1/usb3/3-1"},
+    {5, "/devices/pci0000:00/0000:00:1d.0/usb2/2-1"},
 };
 static_assert(std::size(kPlaces) == kUsbPortCount, "each place has its row here");
 
@@ -82,11 +81,6 @@ TEST_P(UdevTopologyTest, IsSearchedInADumpThatTheCallerOpenedToo) {
   EXPECT_EQ(nullptr, UsbPortPlace(kUsbPortCount));
 }
 
-TEST_P(UdevTopologyTest, IsFoundInADatabaseOfSixAdapters) {
-  Dump(RealDatabase("udev-db-six-adapters.txt"));
-  EXPECT_EQ(std::string("1 ") + GetParam().realNode, ByPlace(GetParam().index));
-}
-
 INSTANTIATE_TEST_SUITE_P(Port, UdevTopologyTest, testing::ValuesIn(kPlaces), [](const auto& test) {
   return "Connector" + std::to_string(test.param.index);
 });
@@ -105,12 +99,6 @@ TEST_F(UdevScannerTest, NoPlaceForTheNameOrTheRecordIsInvalid) {
 
 TEST_F(UdevScannerTest, AMissingDumpFindsNothing) {
   std::filesystem::remove(kDumpFile);
-  EXPECT_EQ("0 ", ByPlace(0));
-  EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
-}
-
-TEST_F(UdevScannerTest, AFolderInTheDumpsPlaceFindsNothing) {
-  std::filesystem::create_directory(kDumpFile);
   EXPECT_EQ("0 ", ByPlace(0));
   EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
 }
