@@ -42,71 +42,57 @@ class UdevParserTest : public testing::Test {
   UdevTool udev;
 };
 
-// Before a record's path line.
-
-TEST_F(UdevParserTest, State0_APathLineBelowThePrefixBeginsARecord) {
-  EXPECT_EQ("/dev/ttyUSB4 /dev/ttyUSB4", Both(Tty("/dev/ttyUSB4")));
+// A whole record whose path line is `path`, with other lines before the node's or not.
+std::string Under(const std::string& path) {
+  return path + "N: x\n" + kIds + "E: DEVNAME=/dev/x\n\n";
 }
 
-TEST_F(UdevParserTest, State0_APathLineThatIsThePrefixItselfBeginsARecord) {
-  const std::string path = "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1\n";
-  EXPECT_EQ("/dev/x", ByPlace(path + "N: x\n" + kIds + "E: DEVNAME=/dev/x\n\n"));
-}
+struct ParserCase {
+  const char* name;
+  std::string dump;
+  const char* found;  // by place and by ids
+};
 
-TEST_F(UdevParserTest, State0_APathLineElsewhereBeginsARecordForIdsOnly) {
-  const std::string path = "P: /devices/platform/usb1/1-1\n";
-  EXPECT_EQ("- /dev/x", Both(path + "N: x\n" + kIds + "E: DEVNAME=/dev/x\n\n"));
-}
+void PrintTo(const ParserCase& row, std::ostream* stream) { *stream << row.dump; }
 
-TEST_F(UdevParserTest, State0_APathThatHasThePrefixFurtherInsideIsElsewhere) {
-  const std::string path = "P: /x/devices/pci0000:00/0000:00:1d.2/usb4/4-1\n";
-  EXPECT_EQ("-", ByPlace(path + "N: x\n" + kIds + "E: DEVNAME=/dev/x\n\n"));
-}
+class UdevParserTable : public UdevParserTest, public testing::WithParamInterface<ParserCase> {};
 
-// The third character is not looked at, as it always was.
-TEST_F(UdevParserTest, State0_ThePathIsTakenFromTheFourthCharacterOn) {
-  const std::string path = "P:_/devices/pci0000:00/0000:00:1d.2/usb4/4-1\n";
-  EXPECT_EQ("/dev/x", ByPlace(path + "N: x\n" + kIds + "E: DEVNAME=/dev/x\n\n"));
-}
+TEST_P(UdevParserTable, Finds) { EXPECT_EQ(GetParam().found, Both(GetParam().dump)); }
 
-TEST_F(UdevParserTest, State0_APathLineWithoutAPathBeginsARecordForIds) {
-  EXPECT_EQ("- /dev/x", Both(std::string("P:\nN: x\n") + kIds + "E: DEVNAME=/dev/x\n\n"));
-}
+const std::string kFirst = kPath;
+const std::string kWhole = Under(kFirst);
+const std::string kNoNode = kFirst + kIds + "E: DEVNAME=/dev/y\n\n";
+constexpr const char* kBoth = "/dev/x /dev/x";
 
-TEST_F(UdevParserTest, State0_AnythingElseIsSkipped) {
-  const std::string noise = "\n\nN: y\nE: DEVNAME=/dev/y\nsome text\n p: x\n\r\n";
-  EXPECT_EQ("/dev/ttyUSB4 /dev/ttyUSB4", Both(noise + Tty("/dev/ttyUSB4")));
-}
+const ParserCase kParserCases[] = {
+    {"APathBelowThePrefix", kWhole, kBoth},
+    {"APathThatIsThePrefix", Under("P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1\n"), kBoth},
+    {"APathElsewhere", Under("P: /devices/platform/usb1/1-1\n"), "- /dev/x"},
+    {"APathWithThePrefixFurtherInside", Under("P: /x/devices/pci0000:00/0000:00:1d.2/usb4/4-1\n"),
+     "- /dev/x"},
+    // The third character is not looked at, as it always was.
+    {"APathFromTheFourthCharacterOn", Under("P:_/devices/pci0000:00/0000:00:1d.2/usb4/4-1\n"),
+     kBoth},
+    {"NoPath", Under("P:\n"), "- /dev/x"},
+    {"OtherLinesBeforeThePath", "\n\nN: y\nE: DEVNAME=/dev/y\nsome text\n p: x\n\r\n" + kWhole,
+     kBoth},
+    {"NoNode", kNoNode, "- -"},
+    {"ARecordBehindOneWithoutANode", kNoNode + kWhole, kBoth},
+    {"PropertiesBeforeTheNode", kFirst + kIds + "E: DEVNAME=/dev/y\nN: y\n\n", "- -"},
+    {"OtherLinesBeforeTheNode", Under(kFirst + "M: ttyUSB4\nP: /another\nnoise\n"), kBoth},
+    {"PathAndNodeBehindTheNode", Under(kFirst + "N: a\nP: /elsewhere\n"), kBoth},
+    {"PropertiesBehindTheEmptyLine", kWhole + "E: DEVNAME=/dev/late\n\n", kBoth},
+    {"CrLf",
+     "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1\r\nN: x\r\nE: ID_BUS=usb\r\n"
+     "E: ID_VENDOR_ID=0403\r\nE: ID_MODEL_ID=6001\r\nE: DEVNAME=/dev/x\r\n\r\n",
+     kBoth},
+    {"ALineThatBeginsWithNul", kWhole.substr(0, kWhole.size() - 1) + std::string("\0 more\n", 7),
+     kBoth},
+    {"NoEmptyLineAtTheEnd", kWhole.substr(0, kWhole.size() - 1), "- -"},
+};
 
-// Between the path line and the node line.
-
-TEST_F(UdevParserTest, State1_AnEmptyLineEndsARecordThatHasNoNode) {
-  const std::string noNode = std::string(kPath) + kIds + "E: DEVNAME=/dev/y\n\n";
-  EXPECT_EQ("- -", Both(noNode));
-  EXPECT_EQ("/dev/ttyUSB4 /dev/ttyUSB4", Both(noNode + Tty("/dev/ttyUSB4")));
-}
-
-TEST_F(UdevParserTest, State1_PropertiesBeforeTheNodeLineDoNotCount) {
-  const std::string early = std::string(kPath) + kIds + "E: DEVNAME=/dev/y\nN: y\n\n";
-  EXPECT_EQ("- -", Both(early));
-}
-
-TEST_F(UdevParserTest, State1_AnythingElseIsSkipped) {
-  const std::string lines = std::string(kPath) + "M: ttyUSB4\nP: /another\nnoise\nN: tty\n" + kIds;
-  EXPECT_EQ("/dev/x /dev/x", Both(lines + "E: DEVNAME=/dev/x\n\n"));
-}
-
-// Behind the node line.
-
-TEST_F(UdevParserTest, State2_AnEmptyLineCompletesTheRecord) {
-  const std::string first = Tty("/dev/first");
-  EXPECT_EQ("/dev/first /dev/first", Both(first + "E: DEVNAME=/dev/late\n\n" + Tty("/dev/b")));
-}
-
-TEST_F(UdevParserTest, State2_APathOrNodeLineIsNoNewRecord) {
-  const std::string record = std::string(kPath) + "N: a\nP: /elsewhere\nN: b\n" + kIds;
-  EXPECT_EQ("/dev/x /dev/x", Both(record + "E: DEVNAME=/dev/x\n\n"));
-}
+INSTANTIATE_TEST_SUITE_P(Dumps, UdevParserTable, testing::ValuesIn(kParserCases),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(UdevParserTest, State2_LinesThatAreNoKeyAreSkipped) {
   const UdevRecord record = Record("E: ID_VENDOR\nE:ID_VENDOR=a\n E: ID_VENDOR=b\nid_vendor=c");
@@ -123,27 +109,9 @@ TEST_F(UdevParserTest, ARecordOfTheNextDeviceStartsEmpty) {
 
 // The end of a line and of the file.
 
-TEST_F(UdevParserTest, LinesMayEndInCrLf) {
-  EXPECT_EQ("/dev/x /dev/x",
-            Both("P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1\r\nN: x\r\nE: ID_BUS=usb\r\n"
-                 "E: ID_VENDOR_ID=0403\r\nE: ID_MODEL_ID=6001\r\nE: DEVNAME=/dev/x\r\n\r\n"));
-}
-
-TEST_F(UdevParserTest, ALineThatBeginsWithNulIsEmpty) {
-  const std::string record = Tty("/dev/x");
-  EXPECT_EQ("/dev/x /dev/x",
-            Both(record.substr(0, record.size() - 1) + std::string("\0 more\n", 7)));
-}
-
 TEST_F(UdevParserTest, AValueEndsAtNul) {
   const UdevRecord record = Record(std::string("E: ID_MODEL=ab\0cd", 17));
   EXPECT_STREQ("ab", record.model);
-}
-
-TEST_F(UdevParserTest, ALastRecordWithoutAnEmptyLineDoesNotCount) {
-  const std::string record = Tty("/dev/x");
-  EXPECT_EQ("- -", Both(record.substr(0, record.size() - 1)));
-  EXPECT_EQ("/dev/x /dev/x", Both(record));
 }
 
 TEST_F(UdevParserTest, ADumpCutAnywhereInItsOnlyRecordFindsNothing) {

@@ -103,80 +103,57 @@ TEST_F(UdevScannerTest, AMissingDumpFindsNothing) {
   EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
 }
 
-TEST_F(UdevScannerTest, TheRawUsbNodeIsSkippedForTheSerialNodeBehindIt) {
-  Dump(Record(kFirstPlace, "/dev/bus/usb/004/002") +
-       Record(std::string(kFirstPlace) + "/4-1:1.0/ttyUSB4/tty/ttyUSB4", "/dev/ttyUSB4"));
-  EXPECT_EQ("1 /dev/ttyUSB4", ByPlace(0));
-  EXPECT_EQ("1 /dev/ttyUSB4", ByIds(0x0403, 0x6001));
+struct SearchCase {
+  const char* name;
+  std::string dump;
+  std::string byPlace;
+  std::string byIds;
+};
+
+void PrintTo(const SearchCase& row, std::ostream* stream) { *stream << row.dump; }
+
+class UdevScannerTable : public UdevScannerTest, public testing::WithParamInterface<SearchCase> {};
+
+TEST_P(UdevScannerTable, Finds) {
+  Dump(GetParam().dump);
+  EXPECT_EQ(GetParam().byPlace, ByPlace(0));
+  EXPECT_EQ(GetParam().byIds, ByIds(0x0403, 0x6001));
 }
 
-TEST_F(UdevScannerTest, ARawUsbNodeAloneIsNotFound) {
-  Dump(Record(kFirstPlace, "/dev/bus/usb/004/002"));
-  EXPECT_EQ("0 ", ByPlace(0));
-  EXPECT_EQ("0 ", ByIds(0x0403, 0x6001));
-}
+const std::string kFirst = kFirstPlace;
+const std::string kRaw = Record(kFirst, "/dev/bus/usb/004/002");
+const std::string kBehind = kFirst + "/4-1:1.0/ttyUSB4/tty/ttyUSB4";
+const std::string kFits = "/dev/" + std::string(250, 'n');
 
-TEST_F(UdevScannerTest, ADeviceOfAnotherBusIsSkippedByPlaceButFoundByIds) {
-  Dump(Record(kFirstPlace, "/dev/ttyPCI0", "pci") + Record(kFirstPlace, "/dev/ttyUSB4", "usb"));
-  EXPECT_EQ("1 /dev/ttyUSB4", ByPlace(0));
-  EXPECT_EQ("1 /dev/ttyPCI0", ByIds(0x0403, 0x6001));
-}
+const SearchCase kSearchCases[] = {
+    {"ARawUsbNodeAlone", kRaw, "0 ", "0 "},
+    {"TheSerialNodeBehindARawOne", kRaw + Record(kBehind, "/dev/x"), "1 /dev/x", "1 /dev/x"},
+    {"AnotherBusFirst", Record(kFirst, "/dev/pci", "pci") + Record(kFirst, "/dev/usb"),
+     "1 /dev/usb", "1 /dev/pci"},
+    {"NoBus", Record(kFirst, "/dev/x", ""), "0 ", "1 /dev/x"},
+    {"ABusThatBeginsWithUsb", Record(kFirst, "/dev/x", "usb-serial"), "1 /dev/x", "1 /dev/x"},
+    {"ABusInCapitals", Record(kFirst, "/dev/x", "USB"), "0 ", "1 /dev/x"},
+    {"BehindAHub", Record(kFirst + "/4-1.3/4-1.3:1.0/ttyUSB7", "/dev/x"), "1 /dev/x", "1 /dev/x"},
+    // The prefix is compared as text, so the tenth connector of a hub matches the first.
+    {"AConnectorWithTheSameFirstDigit", Record(kFirst + "0/tty", "/dev/x"), "1 /dev/x", "1 /dev/x"},
+    {"TheFirstOfTwo", Record(kFirst, "/dev/1") + Record(kFirst, "/dev/2"), "1 /dev/1", "1 /dev/1"},
+    {"NoNode", Record(kFirst, ""), "1 ", "1 "},
+    {"AnIdWithoutItsZero", Record(kFirst, "/dev/short", "usb", "403") + Record(kFirst, "/dev/x"),
+     "1 /dev/short", "1 /dev/x"},
+    {"AnotherVendor", Record(kFirst, "/dev/x", "usb", "0404"), "1 /dev/x", "0 "},
+    {"AnotherProduct", Record(kFirst, "/dev/x", "usb", "0403", "6002"), "1 /dev/x", "0 "},
+    {"ANameOf255Characters", Record(kFirst, kFits), "1 " + kFits, "1 " + kFits},
+    {"ANameOf256Characters", Record(kFirst, kFits + "n"), "0 ", "1 " + kFits + "n"},
+};
 
-TEST_F(UdevScannerTest, ADeviceWithoutABusIsSkippedByPlaceButFoundByIds) {
-  Dump(Record(kFirstPlace, "/dev/ttyX", ""));
-  EXPECT_EQ("0 ", ByPlace(0));
-  EXPECT_EQ("1 /dev/ttyX", ByIds(0x0403, 0x6001));
-}
-
-TEST_F(UdevScannerTest, ABusThatOnlyBeginsWithUsbCounts) {
-  Dump(Record(kFirstPlace, "/dev/ttyX", "usb-serial"));
-  EXPECT_EQ("1 /dev/ttyX", ByPlace(0));
-}
-
-TEST_F(UdevScannerTest, ABusInCapitalsDoesNotCount) {
-  Dump(Record(kFirstPlace, "/dev/ttyX", "USB"));
-  EXPECT_EQ("0 ", ByPlace(0));
-}
-
-TEST_F(UdevScannerTest, AnAdapterBehindAHubAtTheConnectorMatchesTheConnector) {
-  Dump(Record(std::string(kFirstPlace) + "/4-1.3/4-1.3:1.0/ttyUSB7/tty/ttyUSB7", "/dev/ttyUSB7"));
-  EXPECT_EQ("1 /dev/ttyUSB7", ByPlace(0));
-}
-
-// The prefix is compared as text, so the tenth connector of a hub matches the first.
-TEST_F(UdevScannerTest, AConnectorWhoseNumberBeginsWithTheSameDigitMatches) {
-  Dump(Record("/devices/pci0000:00/0000:00:1d.2/usb4/4-10/tty", "/dev/ttyUSB7"));
-  EXPECT_EQ("1 /dev/ttyUSB7", ByPlace(0));
-}
-
-TEST_F(UdevScannerTest, TheFirstOfTwoAdaptersIsFound) {
-  Dump(Record(kFirstPlace, "/dev/ttyUSB1") + Record(kFirstPlace, "/dev/ttyUSB2"));
-  EXPECT_EQ("1 /dev/ttyUSB1", ByPlace(0));
-  EXPECT_EQ("1 /dev/ttyUSB1", ByIds(0x0403, 0x6001));
-}
-
-TEST_F(UdevScannerTest, ARecordThatNamesNoNodeIsFoundWithAnEmptyName) {
-  Dump(Record(kFirstPlace, ""));
-  EXPECT_EQ("1 ", ByPlace(0));
-  EXPECT_EQ("1 ", ByIds(0x0403, 0x6001));
-}
-
-TEST_F(UdevScannerTest, VendorId0x403IsComparedAs0403) {
-  Dump(Record(kFirstPlace, "/dev/short", "usb", "403") + Record(kFirstPlace, "/dev/padded"));
-  EXPECT_EQ("1 /dev/padded", ByIds(0x403, 0x6001));
-}
+INSTANTIATE_TEST_SUITE_P(Dumps, UdevScannerTable, testing::ValuesIn(kSearchCases),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(UdevScannerTest, IdsAreComparedInLowerCaseAndExactly) {
   Dump(Record(kFirstPlace, "/dev/upper", "usb", "ABCD", "0EF0") +
        Record(kFirstPlace, "/dev/longer", "usb", "abcd0", "0ef0") +
        Record(kFirstPlace, "/dev/lower", "usb", "abcd", "0ef0"));
   EXPECT_EQ("1 /dev/lower", ByIds(0xABCD, 0x0EF0));
-}
-
-TEST_F(UdevScannerTest, BothIdsMustMatch) {
-  Dump(Record(kFirstPlace, "/dev/x"));
-  EXPECT_EQ("0 ", ByIds(0x0403, 0x6002));
-  EXPECT_EQ("0 ", ByIds(0x0404, 0x6001));
 }
 
 TEST_F(UdevScannerTest, TheWholeRecordIsHandedOut) {
@@ -197,19 +174,6 @@ TEST_F(UdevScannerTest, AnArmBoardsAdaptersAreAtNoKnownPlace) {
     EXPECT_EQ("0 ", ByPlace(index)) << index;
   }
   EXPECT_EQ("1 /dev/ttyUSB0", ByIds(0x0403, 0x6001));
-}
-
-TEST_F(UdevScannerTest, ANameOf255CharactersIsFoundByPlace) {
-  const std::string node = "/dev/" + std::string(250, 'n');
-  Dump(Record(kFirstPlace, node));
-  EXPECT_EQ("1 " + node, ByPlace(0));
-}
-
-TEST_F(UdevScannerTest, ANameOf256CharactersIsNotFoundByPlaceAndWritesNothing) {
-  const std::string node = "/dev/" + std::string(251, 'n');
-  Dump(Record(kFirstPlace, node));
-  EXPECT_EQ("0 ", ByPlace(0));
-  EXPECT_EQ("1 " + node, ByIds(0x0403, 0x6001));
 }
 
 }  // namespace
