@@ -16,20 +16,12 @@ import sys
 import time
 import tty
 
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "clients/python"))
+from serial_port_relay import Block, data_command, open_command  # noqa: E402
+
 SCRATCH = pathlib.Path("/tmp/counts")
-NAME = b"#PhysicalPort0"
+PORT = "#PhysicalPort0"
 DEADLINE_SECONDS = 60
-
-
-def packet(command: int, body: bytes) -> bytes:
-    """A packet for the one port."""
-    rest = bytes([command, 2]) + len(NAME).to_bytes(2, "big") + NAME + body
-    return (2 + len(rest)).to_bytes(2, "big") + rest
-
-
-def data_packet(block_type: int, data: bytes) -> bytes:
-    """A packet with one block."""
-    return packet(4, bytes([1, block_type]) + len(data).to_bytes(2, "big") + data)
 
 
 def make_line() -> int:
@@ -97,9 +89,9 @@ def pass_message(case: str, line: int, connection: socket.socket) -> None:
     data = bytes(index * 7 & 0xFF for index in range(int(size)))
     if way == "notification":
         os.write(line, data)
-        expect(connection, data_packet(2, data))
+        expect(connection, data_command(PORT, [Block(2, data)]))
         return
-    connection.sendall(data_packet(1, data))
+    connection.sendall(data_command(PORT, [Block(1, data)]))
     came = b""
     while len(came) < len(data):
         came += os.read(line, len(data) - len(came))
@@ -114,8 +106,8 @@ def main() -> None:
     service = start(words)
     try:
         connection = connect(service)
-        connection.sendall(packet(1, b""))
-        expect(connection, packet(1, b"\0\0"))
+        connection.sendall(open_command(PORT))
+        expect(connection, open_command(PORT, 0))  # a status is where a parameter is
         for _ in range(messages):
             pass_message(case, line, connection)
         connection.close()

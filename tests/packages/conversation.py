@@ -10,15 +10,16 @@ import fcntl
 import os
 import pathlib
 import select
-import socket
 import struct
 import sys
-import time
 import tty
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "clients/python"))
+from serial_port_relay import Client  # noqa: E402
 
 PATIENCE = 20.0  # seconds
 TIOCGPTN, TIOCSPTLCK = 0x80045430, 0x40045431  # Python has no names for these
-NAME = "000E 23506879736963616C506F727430"  # #PhysicalPort0
+PORT = "#PhysicalPort0"
 
 
 class Device:
@@ -49,30 +50,6 @@ class Device:
             check(expected.startswith(received), f"the device received {received!r}")
 
 
-class Relay:
-    def __init__(self) -> None:
-        deadline = time.monotonic() + PATIENCE
-        while True:
-            try:
-                self.link = socket.create_connection(("127.0.0.1", 60004), PATIENCE)
-                return
-            except ConnectionRefusedError:
-                check(time.monotonic() < deadline, "nothing listens on port 60004")
-                time.sleep(0.05)
-
-    def sends(self, packet: str) -> None:
-        self.link.sendall(bytes.fromhex(packet))
-
-    def expects(self, packet: str) -> None:
-        wanted = bytes.fromhex(packet)
-        received = b""
-        while len(received) < len(wanted):
-            chunk = self.link.recv(len(wanted) - len(received))
-            check(chunk != b"", f"the service left after {received.hex()}")
-            received += chunk
-        check(received == wanted, f"the service sent {received.hex()}, not {wanted.hex()}")
-
-
 def check(condition: bool, fault: str) -> None:
     if not condition:
         sys.exit(fault)
@@ -81,15 +58,14 @@ def check(condition: bool, fault: str) -> None:
 def main() -> None:
     group = int(sys.argv[2]) if len(sys.argv) > 2 else -1
     device = Device(pathlib.Path(sys.argv[1]), group)
-    relay = Relay()
-    relay.sends(f"0014 01 02 {NAME}")
-    relay.expects(f"0016 01 02 {NAME} 0000")
-    relay.sends(f"001C 04 02 {NAME} 01 01 0004 70696E67")
-    device.receives(b"ping")
-    device.sends(b"pong")
-    relay.expects(f"001C 04 02 {NAME} 01 02 0004 706F6E67")
-    relay.sends(f"0014 02 02 {NAME}")
-    relay.expects(f"0016 02 02 {NAME} 0000")
+    with Client(patience=PATIENCE, reply_timeout=PATIENCE) as relay:
+        relay.open(PORT)
+        relay.write(PORT, b"ping")
+        device.receives(b"ping")
+        device.sends(b"pong")
+        received = relay.read_until(PORT, b"g", PATIENCE)
+        check(received == b"pong", f"the relay service received {received!r}")
+        relay.close(PORT)
 
 
 main()
