@@ -109,12 +109,6 @@ TEST_F(LinuxSocketTest, APortHeldByAnotherFailsWithEADDRINUSEAndNoLine) {
   EXPECT_EQ(-1, SendHex("41"));
 }
 
-TEST_F(LinuxSocketTest, AFailedListenLeavesTheSocketFresh) {
-  port.KeepForItself();
-  ASSERT_EQ(EADDRINUSE, socket.Listen(port.Number()));
-  EXPECT_EQ(EADDRINUSE, socket.Listen(port.Number())) << "not listening yet, so it tries again";
-}
-
 TEST_F(LinuxSocketTest, ASecondListenReturns0AtOnceAndAcceptsNobody) {
   ASSERT_EQ(0, ListenAndConnect());
   EXPECT_EQ("[ACCEPT]IP:127.0.0.1\n", output.NextLine());
