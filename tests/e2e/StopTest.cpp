@@ -43,6 +43,7 @@ class StopTest : public ServiceTest, public testing::WithParamInterface<Signal> 
   void ExpectAStopUnderTheListeningSocket() {
     EXPECT_EQ("exit 255", Stopped());
     EXPECT_EQ(std::string::npos, Service::Errors().find("終了"));
+    EXPECT_TRUE(Service::Output().ends_with("[LISTEN]IP:127.0.0.1(PORT:60004)\n"));
     EXPECT_EQ((std::vector<std::string>{kStarted, kStopRequested, kLinkFailed}), LogFile::Lines());
   }
 };

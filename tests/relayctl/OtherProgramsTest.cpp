@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Programs that know nothing of the service use its port through relayctl. Where the device's side
 // is a program too, two pseudo-terminals of socat are the line.
-#include <csignal>
 #include <filesystem>
 #include <random>
 
 #include "relayctl/RelayctlTest.h"
-#include "relayctl/TmuxWindow.h"
 
 namespace {
 
@@ -97,26 +95,6 @@ TEST_F(OtherProgramsTest, ZmodemSendsAMegabyteThroughPipe) {
 TEST_F(OtherProgramsTest, ZmodemReceivesAMegabyteThroughPipe) {
   ASSERT_NO_FATAL_FAILURE(StartLine());
   ExpectTransfer(SendOn(kFar), Through("rz --quiet --binary --overwrite"));
-}
-
-// One after the other through the same pseudo-terminal.
-TEST_F(OtherProgramsTest, PicocomTalksThroughPty) {
-  ASSERT_NO_FATAL_FAILURE(StartLine());
-  ASSERT_NO_FATAL_FAILURE(StartPty());
-  const TmuxWindow window;
-  Background echo(std::string("sh -c 'while read -r line; do echo \"you said $line\"; done <") +
-                  kFar + " >" + kFar + "'");
-  for (int round = 0; round < 2; ++round) {
-    ASSERT_TRUE(window.Clears()) << window.Screen();  // the round before was "ready", too
-    window.Runs(std::string("picocom --baud 9600 --omap crlf ") + kLink);
-    EXPECT_TRUE(window.Shows("Terminal ready")) << window.Screen();
-    const std::string text = "hello " + std::to_string(round);
-    window.Runs(text);
-    EXPECT_TRUE(window.Shows("you said " + text)) << window.Screen();
-    window.Presses("C-a");
-    window.Presses("C-x");
-    EXPECT_TRUE(window.ShowsPrompt()) << window.Screen();
-  }
 }
 
 }  // namespace

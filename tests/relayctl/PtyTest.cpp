@@ -6,10 +6,8 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
 #include <sstream>
-#include <thread>
 
 #include "e2e/support/Transfer.h"
 #include "relayctl/RelayctlTest.h"
@@ -90,11 +88,6 @@ class PtyTest : public RelayctlTest {
     return false;
   }
 };
-
-TEST_F(PtyTest, JoinsAProgramAndAPort) {
-  ASSERT_NO_FATAL_FAILURE(StartAll());
-  ExpectBothWays(Program());
-}
 
 TEST_F(PtyTest, ProgramsComeAndGo) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
@@ -179,21 +172,6 @@ TEST_F(PtyTest, DoesNothingWhileNobodyHasItOpen) {
   }
 }
 
-TEST_F(PtyTest, ALotGoesThroughUnchanged) {
-  ASSERT_NO_FATAL_FAILURE(StartAll());
-  const Program program;
-  std::string bytes;
-  for (unsigned i = 0; bytes.size() < 300000; ++i) {
-    bytes += static_cast<char>(i * 7 + i / 256);
-  }
-  std::thread writer([&] { EXPECT_TRUE(program.Writes(bytes)); });
-  EXPECT_TRUE(bytes == device->Reads(bytes.size()));
-  writer.join();
-  std::thread sender([&] { EXPECT_TRUE(device->Sends(bytes)); });
-  EXPECT_TRUE(bytes == program.Reads(bytes.size()));
-  sender.join();
-}
-
 struct End {
   const char* name;
   int signal;
@@ -253,16 +231,6 @@ TEST_F(PtyTest, WhatEndsItIsPassedOnToTheProgram) {
   pty->Signal(SIGTERM);
   EXPECT_EQ("exit 143", pty->WaitForExit());
   EXPECT_EQ("told\n", workplace::ReadWhole("/tmp/e2e/told"));
-}
-
-TEST_F(PtyTest, ReplacesNoFileByItsLink) {
-  device = std::make_unique<Device>();
-  StartListening();
-  std::ofstream(kLink) << "precious";
-  StartPty();
-  EXPECT_EQ("exit 1", pty->WaitForExit());
-  EXPECT_TRUE(pty->Output().ends_with("\nrelayctl: /tmp/e2e/port: File exists\n")) << pty->Output();
-  EXPECT_EQ("precious", workplace::ReadWhole(kLink));
 }
 
 }  // namespace

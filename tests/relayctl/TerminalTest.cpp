@@ -121,20 +121,6 @@ TEST_P(TerminalProgramTest, LeavesTheTerminalRightWhenItIsKilled) {
   ExpectGone(GetParam(), "137");
 }
 
-TEST_P(TerminalProgramTest, GoesOnWhenTheServiceComesBack) {
-  ASSERT_NO_FATAL_FAILURE(StartTerminal(GetParam()));
-  service->Signal(SIGKILL);
-  ASSERT_EQ("signal 9", service->WaitForExit());
-  EXPECT_TRUE(window.Shows("waiting for the service on 127.0.0.1:60004\n")) << window.Screen();
-  EXPECT_TRUE(window.Shows("\nrelayctl: waiting for")) << window.Screen();
-  StartListening(2);
-  EXPECT_TRUE(Eventually([this] {
-    const std::string screen = window.Screen();
-    return screen.find(": open\n", screen.rfind("\nrelayctl: waiting for")) != std::string::npos;
-  })) << window.Screen();
-  ExpectBothWays();
-}
-
 INSTANTIATE_TEST_SUITE_P(With, TerminalProgramTest, testing::Values(kTio, kPicocom), NameOf<Known>);
 
 // Whoever sends them means the program that has the terminal, as the keyboard does.

@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <vector>
 
@@ -122,16 +121,6 @@ TEST_F(WatchTest, ShowsTimesInThreeForms) {
   EXPECT_TRUE(clock.Prints(":")) << clock.Output();
 }
 
-TEST_F(WatchTest, WaitsForTheServiceToStart) {
-  device = std::make_unique<Device>();
-  Watch();
-  ASSERT_TRUE(watch->Prints("! waiting for the service on 127.0.0.1:60004\n"));
-  StartService();
-  ASSERT_TRUE(watch->Prints("! linked to 127.0.0.1:60004\n! #PhysicalPort0: open\n"));
-  ASSERT_TRUE(device->Sends("x"));
-  EXPECT_TRUE(watch->Prints("< #PhysicalPort0  78"));
-}
-
 TEST_F(WatchTest, LinksAndOpensAgainWhenTheServiceWasKilled) {
   PlugStartAndWatch("--time none --split 0");
   ASSERT_TRUE(device->Sends("1"));
@@ -151,22 +140,6 @@ TEST_F(WatchTest, LinksAndOpensAgainWhenTheServiceWasKilled) {
   watch->Signal(SIGINT);
   EXPECT_EQ("exit 0", watch->WaitForExit());
   EXPECT_NE(std::string::npos, watch->Output().find("opened 3 times")) << watch->Output();
-}
-
-TEST_F(WatchTest, OpensAPortOnceItsDeviceIsThere) {
-  StartListening();
-  Watch();
-  ASSERT_TRUE(watch->Prints("! #PhysicalPort0: status 4: "));
-  device = std::make_unique<Device>();
-  EXPECT_TRUE(watch->Prints("! #PhysicalPort0: open\n"));
-  const std::string shown = watch->Output();
-  EXPECT_EQ(shown.find("status 4"), shown.rfind("status 4")) << "told more than once: " << shown;
-}
-
-TEST_F(WatchTest, TellsThatAnotherPeerHoldsTheLink) {
-  StartLinked();
-  Watch();
-  EXPECT_TRUE(watch->Prints(kTaken)) << watch->Output();
 }
 
 TEST_F(WatchTest, HintsAtAMissingHash) {
@@ -237,27 +210,6 @@ TEST_F(PipeTest, WithIdleEndsWhateverTheInput) {
   EXPECT_EQ(0, RunShell("mkfifo /tmp/e2e/input; "
                         "relayctl pipe '#PhysicalPort0' --idle 0.2 0<>/tmp/e2e/input")
                    .status);
-}
-
-TEST_F(PipeTest, AMegabyteEachWayArrivesUnchanged) {
-  PlugAndStart();
-  std::string bytes(1U << 20, '\0');
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    bytes[i] = static_cast<char>((i * 2654435761U) >> 13);
-  }
-  workplace::WriteWhole("/tmp/e2e/out", bytes);
-  Background out("relayctl pipe '#PhysicalPort0' --exit-after 3 </tmp/e2e/out");
-  EXPECT_TRUE(bytes == device->Reads(bytes.size()));
-  EXPECT_EQ("exit 0", out.WaitForExit());
-  Background in("relayctl pipe '#PhysicalPort0' --idle 3 --exit-after 1000 </dev/null");
-  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
-  ASSERT_TRUE(Service::Prints("OPEN[", 2));
-  ASSERT_TRUE(device->Sends(bytes));
-  EXPECT_EQ("exit 0", in.WaitForExit());
-  const std::string came = in.Output();
-  const auto differs = std::mismatch(bytes.begin(), bytes.end(), came.begin(), came.end()).first;
-  EXPECT_TRUE(bytes == came) << came.size() << " bytes, other ones from "
-                             << differs - bytes.begin();
 }
 
 TEST_F(PipeTest, EndsWithItsStatusWhenTheServiceDies) {

@@ -54,10 +54,11 @@ void Device::Unplug() {
 bool Device::Sends(const std::string& bytes) const { return WritesAll(farEnd, bytes); }
 
 // While nobody has the near end open, the far end reads as an error.
-std::string Device::ReadsWaiting() const {
-  std::array<char, 4096> buffer{};
-  const ssize_t result = read(farEnd, buffer.data(), buffer.size());
-  return {buffer.data(), result > 0 ? static_cast<size_t>(result) : 0};
+std::string Device::ReadsWaiting(size_t most) const {
+  std::string bytes(most, '\0');
+  const ssize_t result = read(farEnd, bytes.data(), bytes.size());
+  bytes.resize(result > 0 ? static_cast<size_t>(result) : 0);
+  return bytes;
 }
 
 std::string Device::Reads(size_t count) const { return ReadsAll(farEnd, count); }

@@ -32,8 +32,8 @@ class Device {
   // The next `count` bytes from the service; fewer when the deadline passes.
   std::string Reads(size_t count) const;
 
-  // What has come from the service and was not read yet.
-  std::string ReadsWaiting() const;
+  // What has come from the service and was not read yet, at most so much of it.
+  std::string ReadsWaiting(size_t most = 4096) const;
 
   // The line settings of the near end.
   termios Settings() const;
