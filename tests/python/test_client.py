@@ -112,15 +112,6 @@ class WithService(unittest.TestCase):
         self.assertIn(f"took {taken} bytes, and no more", str(caught.exception))
         self.assertEqual(self.device.receives(taken), sent[:taken])
 
-    def test_a_device_that_is_gone_is_told_by_the_next_open(self) -> None:
-        device = Device("/dev/ttyUSB0")
-        client = self.connect()
-        client.open(USB)
-        device.remove()
-        self.assertEqual(self.refusal(client, USB), 3)
-        client.close(USB)
-        self.assertEqual(self.refusal(client, USB), 4)
-
     def test_a_slow_line_is_no_failure(self) -> None:
         client = self.connect()
         client.open(PHYSICAL)
@@ -170,15 +161,6 @@ class WithService(unittest.TestCase):
         self.assertFalse(client.is_connected)
         client.connect()
         client.open(PHYSICAL)  # also when the new link is reset first
-
-    def test_killed_and_started_again(self) -> None:
-        client = self.connect(reconnect=True)
-        client.open(PHYSICAL, keep=True)
-        self.service.kill()
-        self.service.start()
-        self.assertIsNone(client.receive(0.5))
-        self.device.sends(b"again")
-        self.assertEqual(client.receive(PATIENCE), Received(Port(PHYSICAL.encode()), b"again"))
 
     def test_no_answer(self) -> None:
         with socket.create_server(("127.0.0.1", 0)) as mute:

@@ -51,20 +51,6 @@ class WithService(unittest.TestCase):
 
 
 class Restart(WithService):
-    def test_receive(self) -> None:
-        client = self.kept()
-        self.service.kill()
-        for _ in range(3):
-            self.assertIsNone(client.receive(0.1))
-        self.service.start()
-        self.receive_until(client, lambda: Change.OPENED in self.told())
-        self.device.sends(b"again")
-        piece = client.receive(PATIENCE)
-        assert piece is not None
-        self.assertEqual((piece.port, piece.data), (Port(PHYSICAL.encode()), b"again"))
-        self.assertGreater(piece.link, 1)
-        self.assertEqual(self.told(), [Change.ENDED, Change.LINKED, Change.OPENED])
-
     def test_write(self) -> None:
         client = self.kept()
         for data in (b"one", b"two"):
@@ -90,16 +76,6 @@ class Restart(WithService):
         client.close(PHYSICAL)
         with self.assertRaisesRegex(Refused, "status 2"):
             client.close(PHYSICAL)
-
-    def test_read_until(self) -> None:
-        client = self.kept()
-        client.on_event = self.send_when_open
-        self.restart()
-        self.assertEqual(client.read_until(PHYSICAL, b"\n", PATIENCE), b"again\n")
-
-    def send_when_open(self, event: Event) -> None:
-        if event.what is Change.OPENED:
-            self.device.sends(b"again\n")
 
     def test_packets_of_ones_own(self) -> None:
         client = self.connect()
