@@ -143,6 +143,8 @@ TEST_F(PtyTest, SaysWhyThePortIsNotOpenAndWaitsForIt) {
   StartListening();
   StartPty();
   ASSERT_TRUE(pty->Prints("#PhysicalPort0: status 4")) << pty->Output();
+  ASSERT_TRUE(LogFile::Shows("3 SerialPortHandler SerialPortHandler.cpp 4 open command proc.", 3));
+  EXPECT_EQ(pty->Output().find("status 4"), pty->Output().rfind("status 4")) << pty->Output();
   device = std::make_unique<Device>();
   ASSERT_TRUE(Eventually([] { return fs::is_symlink(kLink); }));
   ExpectBothWays(Program());
