@@ -64,3 +64,12 @@ unsigned long long Input::Size() const {
   const bool isFile = fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
   return isFile ? static_cast<unsigned long long>(about.st_size) : 0;
 }
+
+std::string ReadAll(const std::string& path) {
+  Input input(path);
+  std::string all;
+  for (std::string piece = input.Read(); !piece.empty(); piece = input.Read()) {
+    all += piece;
+  }
+  return all;
+}

@@ -26,3 +26,6 @@ class Input {
   std::string name;
   int descriptor;
 };
+
+// All of a file, as Input reads it.
+std::string ReadAll(const std::string& path);

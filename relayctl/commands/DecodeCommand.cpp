@@ -117,15 +117,6 @@ class Decoder {
   bool allWell = true;
 };
 
-std::string ReadAll(const std::string& path) {
-  Input input(path);
-  std::string all;
-  for (std::string piece = input.Read(); !piece.empty(); piece = input.Read()) {
-    all += piece;
-  }
-  return all;
-}
-
 int Decode(const CommonOptions& common, const Options& options) {
   if (!options.hex.empty() && !options.file.empty()) {
     throw relay::Error(relay::ErrorKind::kUsage, "decode: give HEX or --file, not both");

@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "CommandLine.h"
 #include "ExitStatus.h"
+#include "Input.h"
 #include "link/Loop.h"
+#include "machine/Files.h"
 #include "machine/RunningService.h"
 #include "machine/Suggest.h"
 #include "show/Json.h"
 #include "show/Output.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // How often the names of the machine's device nodes are looked at, and how long after a change
 // there the database is: udev writes it after the node has appeared.
@@ -53,15 +50,13 @@ int ListConfigured(bool asJson) {
 // The names of terminals and of raw USB devices: cheap to look at, and different after each change.
 std::string NodeNames() {
   std::string names;
-  std::error_code error;
-  fs::directory_iterator entry("/dev", error);
-  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
-    const std::string name = entry->path().filename();
-    names += name.starts_with("tty") ? name + " " : "";
+  for (const std::string& node : PathsIn("/dev")) {
+    names += node.starts_with("/dev/tty") ? node + " " : "";
   }
-  fs::recursive_directory_iterator raw("/dev/bus/usb", error);
-  for (const fs::recursive_directory_iterator end; !error && raw != end; raw.increment(error)) {
-    names += raw->path().string() + " ";
+  for (const std::string& bus : PathsIn("/dev/bus/usb")) {
+    for (const std::string& device : PathsIn(bus)) {
+      names += device + " ";
+    }
   }
   return names;
 }
@@ -111,13 +106,7 @@ class Suggestions {
 };
 
 int ListFile(const std::string& path, bool asJson) {
-  const std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (!file || !text) {
-    throw relay::Error(relay::ErrorKind::kUsage, path + ": cannot be read");
-  }
-  const UdevSnapshot snapshot(text.str());
+  const UdevSnapshot snapshot(ReadAll(path));
   if (snapshot.Devices().empty()) {
     throw relay::Error(relay::ErrorKind::kUsage,
                        path + ": not the text of \"udevadm info --export-db\"");

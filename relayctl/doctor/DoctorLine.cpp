@@ -2,12 +2,10 @@
 #include "doctor/DoctorLine.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
+
+#include "machine/Files.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // An adapter that waits longer than this before it passes a lone byte on slows every answer down.
 constexpr int kQuickLatencyMillis = 1;
@@ -86,7 +84,7 @@ bool ExamineHolders(const Machine& machine, const TerminalNode& node, const std:
 // The properties of a device and of all that it is plugged into.
 bool AnyProperty(const UdevSnapshot& udev, std::string path, const std::string& key,
                  const std::string& value = "") {
-  for (; path.size() > 1; path = fs::path(path).parent_path()) {
+  for (; path.find('/') != std::string::npos; path.erase(path.rfind('/'))) {
     const UdevDevice* const device = udev.AtPath(path);
     const std::string found = device != nullptr ? device->Property(key) : "";
     if (!found.empty() && (value.empty() || found == value)) {
@@ -98,14 +96,10 @@ bool AnyProperty(const UdevSnapshot& udev, std::string path, const std::string& 
 
 bool AnyRule(const std::vector<std::string>& folders, const std::string& part) {
   return std::any_of(folders.begin(), folders.end(), [&](const std::string& folder) {
-    std::error_code error;
-    fs::directory_iterator entry(folder, error);
-    for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
-      if (entry->path().filename().string().find(part) != std::string::npos) {
-        return true;
-      }
-    }
-    return false;
+    const std::vector<std::string> rules = PathsIn(folder);
+    return std::any_of(rules.begin(), rules.end(), [&](const std::string& rule) {
+      return NameIn(rule).find(part) != std::string::npos;
+    });
   });
 }
 

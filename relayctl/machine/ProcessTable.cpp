@@ -6,14 +6,13 @@
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
 
-namespace {
+#include "machine/Files.h"
 
-namespace fs = std::filesystem;
+namespace {
 
 constexpr unsigned kCapabilityToOverride = 1;  // CAP_DAC_OVERRIDE
 
@@ -39,25 +38,12 @@ void ReadEndpoint(const std::string& text, uint32_t& address, uint16_t& port) {
 }
 
 // The descriptors of one process whose link text `accept` takes. False when they may not be seen.
-bool AnyDescriptor(const std::string& folder, const std::function<bool(const fs::path&)>& accept,
+bool AnyDescriptor(const std::string& folder, const std::function<bool(const std::string&)>& accept,
                    bool& found) {
   std::error_code error;
-  fs::directory_iterator entry(folder, error);
-  if (error) {
-    return error == std::errc::no_such_file_or_directory;  // it ended meanwhile
-  }
-  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
-    if (accept(entry->path())) {
-      found = true;
-      return true;
-    }
-  }
-  return true;
-}
-
-std::string LinkOf(const fs::path& path) {
-  std::error_code gone;
-  return fs::read_symlink(path, gone).string();
+  const std::vector<std::string> descriptors = PathsIn(folder, error);
+  found = std::any_of(descriptors.begin(), descriptors.end(), accept);
+  return !error || error == std::errc::no_such_file_or_directory;  // it ended meanwhile
 }
 
 }  // namespace
@@ -86,10 +72,8 @@ const TcpSocket* PeerOf(const TcpSocket& link, const std::vector<TcpSocket>& soc
 
 std::vector<pid_t> ProcessTable::Pids() const {
   std::vector<pid_t> pids;
-  std::error_code error;
-  fs::directory_iterator entry(proc, error);
-  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
-    const auto pid = NumberFrom<pid_t>(entry->path().filename().string());
+  for (const std::string& path : PathsIn(proc)) {
+    const auto pid = NumberFrom<pid_t>(NameIn(path));
     if (pid > 0) {
       pids.push_back(pid);
     }
@@ -132,7 +116,7 @@ Process ProcessTable::Describe(pid_t pid) const {
 
 ProcessSearch ProcessTable::HoldersOf(dev_t device) const {
   ProcessSearch search;
-  const auto isDevice = [device](const fs::path& descriptor) {
+  const auto isDevice = [device](const std::string& descriptor) {
     struct stat status {};
     // The link's text first: to ask for the state of what stands on a dead network drive can hang.
     return LinkOf(descriptor).starts_with("/dev/") && stat(descriptor.c_str(), &status) == 0 &&
@@ -151,7 +135,9 @@ ProcessSearch ProcessTable::HoldersOf(dev_t device) const {
 ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
   ProcessSearch search;
   const std::string text = "socket:[" + std::to_string(inode) + "]";
-  const auto isSocket = [&text](const fs::path& descriptor) { return LinkOf(descriptor) == text; };
+  const auto isSocket = [&text](const std::string& descriptor) {
+    return LinkOf(descriptor) == text;
+  };
   for (const pid_t pid : Pids()) {
     bool found = false;
     search.complete &= AnyDescriptor(FolderOf(pid) + "/fd", isSocket, found);

@@ -8,18 +8,16 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <thread>
 
+#include "machine/Files.h"
 #include "machine/TerminalDevice.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kLooks = 20;
@@ -41,13 +39,6 @@ struct Look {
   std::map<pid_t, ThreadLook> threads;
   std::map<std::string, LineProgress> lines;  // of the terminals that are being written to
 };
-
-std::string TextOf(const std::string& path) {
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
 
 // The fields behind the name, which may hold anything: the state is the first, proc(5) counts it
 // as the third.
@@ -83,8 +74,7 @@ ThreadLook LookAtThread(const std::string& process, const std::string& folder) {
   uint64_t argument = 0;
   if (call >> look.call >> std::hex >> argument) {
     look.descriptor = process + "/fd/" + std::to_string(argument);
-    std::error_code none;
-    look.target = fs::read_symlink(look.descriptor, none).string();
+    look.target = LinkOf(look.descriptor);
   } else {
     look.call = -1;
   }
@@ -102,17 +92,14 @@ bool SendsBytes(long call) {
 Look LookAt(const ProcessTable& processes, const std::string& folder) {
   Look look;
   look.sockets = processes.TcpSockets();
-  std::error_code error;
-  fs::directory_iterator entry(folder + "/task", error);
-  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
-    const pid_t thread = std::atoi(entry->path().filename().c_str());
-    ThreadLook seen = LookAtThread(folder, entry->path());
+  for (const std::string& path : PathsIn(folder + "/task")) {
+    ThreadLook seen = LookAtThread(folder, path);
     if (WritesToTerminal(seen)) {
       if (const std::optional<LineProgress> line = ReadProgress(seen.descriptor)) {
         look.lines[seen.target] = *line;
       }
     }
-    look.threads[thread] = std::move(seen);
+    look.threads[std::atoi(NameIn(path).c_str())] = std::move(seen);
   }
   return look;
 }

@@ -13,21 +13,18 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <sstream>
+
+#include "machine/Files.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
 std::optional<int> ReadNumber(const std::string& path) {
-  std::ifstream file(path);
+  std::istringstream file(TextOf(path));
   int number = 0;
   return file >> number ? std::optional(number) : std::nullopt;
-}
-
-std::string LinkTarget(const std::string& path) {
-  std::error_code none;
-  return fs::read_symlink(path, none).filename().string();
 }
 
 std::string UserName(uid_t user) {
@@ -87,8 +84,8 @@ TerminalHardware InspectHardware(dev_t number, const std::string& sys) {
   TerminalHardware hardware;
   const std::string folder =
       sys + "/dev/char/" + std::to_string(major(number)) + ":" + std::to_string(minor(number));
-  hardware.name = LinkTarget(folder);
-  hardware.driver = LinkTarget(folder + "/device/driver");
+  hardware.name = NameIn(LinkOf(folder));
+  hardware.driver = NameIn(LinkOf(folder + "/device/driver"));
   hardware.latencyMillis = ReadNumber(folder + "/device/latency_timer");
   hardware.uartType = ReadNumber(folder + "/type");
   return hardware;
