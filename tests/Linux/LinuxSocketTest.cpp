@@ -295,6 +295,7 @@ TEST_F(InterruptedListenTest, ACloseFromASignalHandlerOnTheWaitingThreadEndsList
   });
   EXPECT_NE(0, socket.Listen(port.Number()));
   EXPECT_EQ(ListenLine(port), interrupter.get());
+  EXPECT_EQ("", output.Rest()) << "nobody was accepted";
   EXPECT_TRUE(PortIsFree());
 }
 
