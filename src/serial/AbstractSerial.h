@@ -35,9 +35,6 @@ class CAbstractSerial {
   // Applies the settings to the open device: 0 or -1.
   virtual int Configure(const SerialSettings& settings) = 0;
 
-  // Always -1; a place kept free.
-  virtual int Reserved() = 0;
-
   // `length` when all bytes were written (and, as it is, when it is below 1), or 0 as soon as the
   // device takes none; some may have been written then. Blocks while the line is held.
   virtual int Write(const uint8_t* data, int length) = 0;

@@ -97,8 +97,6 @@ int CLinuxSerial::Close() {
   return fd.Close(taken);
 }
 
-int CLinuxSerial::Reserved() { return -1; }
-
 int CLinuxSerial::Write(const uint8_t* data, int length) {
   const auto use = fd.Use();
   for (int done = 0; done < length;) {

@@ -17,7 +17,6 @@ class CLinuxSerial final : public CAbstractSerial {
   int Open(const std::string& path, const SerialSettings& settings) override;
   int Close() override;
   int Configure(const SerialSettings& settings) override;
-  int Reserved() override;
   int Write(const uint8_t* data, int length) override;
   int Read(uint8_t* buffer, int capacity) override;
   std::string FindUsbDevice(unsigned vendorId, unsigned productId) override;

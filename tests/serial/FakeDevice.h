@@ -18,7 +18,6 @@ class FakeDevice final : public CAbstractSerial {
     return 0;
   }
   int Configure(const SerialSettings&) override { return 0; }
-  int Reserved() override { return -1; }
   int Write(const uint8_t* data, int length) override { return onWrite(data, length); }
   int Read(uint8_t* buffer, int capacity) override { return onRead(buffer, capacity); }
   std::string FindUsbDevice(unsigned, unsigned) override { return ""; }

@@ -144,12 +144,6 @@ TEST_F(LinuxSerialTest, ConfigureOfAClosedObjectReturnsMinus1) {
   EXPECT_EQ(-1, serial.Configure(kSettings));
 }
 
-TEST_F(LinuxSerialTest, ReservedReturnsMinus1) {
-  EXPECT_EQ(-1, serial.Reserved());
-  Open();
-  EXPECT_EQ(-1, serial.Reserved());
-}
-
 TEST_F(LinuxSerialTest, CloseOfANeverOpenedObjectReturns0) { EXPECT_EQ(0, serial.Close()); }
 
 TEST_F(LinuxSerialTest, AClosedObjectCanBeOpenedAgain) {
