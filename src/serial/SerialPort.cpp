@@ -50,6 +50,7 @@ int CSerialPort::Open(const std::string& name, const ReceiveCallback& callback,
   return Start(callback, settings);
 }
 
+// cppcheck-suppress unusedFunction ; no command opens by ids yet
 int CSerialPort::OpenUsb(uint16_t vendor, uint16_t product, const ReceiveCallback& callback,
                          const SerialSettings& settings) {
   ReplaceLine();
