@@ -171,6 +171,15 @@ void MeasureOnOneProcessor(const Bridge& bridge, const Line& line, Peer& peer, c
   MeasureDelayed(line, peer, plan, figures);
 }
 
+void MeasureEverything(const Bridge& bridge, const Line& line, Peer& peer, const Plan& plan,
+                       Figures& figures) {
+  MeasureOnOneProcessor(bridge, line, peer, plan, figures);
+  MeasureDuplex(line, peer, plan, figures);
+  MeasureBulk(bridge, line, peer, plan, figures);
+  MeasureCommands(bridge, line, peer, plan, figures);
+  MeasureIdle(bridge, plan, figures);
+}
+
 Figures Measured(const Options& options) {
   std::vector<std::unique_ptr<Line>> lines;
   std::vector<uint16_t> tcpPorts;
@@ -205,11 +214,7 @@ Figures Measured(const Options& options) {
   }
   UseEveryPort(lines, peer);
   if (options.measure == "all") {
-    MeasureOnOneProcessor(bridge, *lines[0], peer, plan, figures);
-    MeasureDuplex(*lines[0], peer, plan, figures);
-    MeasureBulk(bridge, *lines[0], peer, plan, figures);
-    MeasureCommands(bridge, *lines[0], peer, plan, figures);
-    MeasureIdle(bridge, plan, figures);
+    MeasureEverything(bridge, *lines[0], peer, plan, figures);
   }
   const Usage usage = bridge.Used();
   figures["memory_kib"] = static_cast<double>(usage.peakMemoryKib);

@@ -79,7 +79,7 @@ TEST_P(StreamWriterTest, AReaderThatIsSlowGetsEverything) {
                 }
               });
               const bool same =
-                  ReadSlowly(pipe.ends[0], 4 * 3'000) == kLong + kLong + kLong + kLong;
+                  ReadSlowly(pipe.ends[0], size_t{4} * 3'000) == kLong + kLong + kLong + kLong;
               thread.join();
               return same && whole ? 0 : 1;
             }));
@@ -128,7 +128,7 @@ TEST_P(StreamWriterTest, ATerminalThatIsReadSlowlyGetsEverything) {
                   whole += writer.Write(kLong) ? 1 : 0;
                 }
               });
-              (void)ReadSlowly(terminal.FarEnd(), 9 * 3'001, milliseconds(25));
+              (void)ReadSlowly(terminal.FarEnd(), size_t{9} * 3'001, milliseconds(25));
               thread.join();
               return 9 - whole;
             }));

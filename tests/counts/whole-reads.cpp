@@ -18,6 +18,7 @@ size_t WantedBytes() {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's are reserved
 extern "C" __attribute__((visibility("default"))) ssize_t read(int descriptor, void* buffer,
                                                                size_t capacity) {
   static const auto next = reinterpret_cast<Read>(dlsym(RTLD_NEXT, "read"));

@@ -19,14 +19,14 @@ TEST_F(LogTest, TheLogTellsTheWholeStory) {
   EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
   EXPECT_EQ("exit 0", Stop(SIGTERM));
   const std::string core = "SerialPortHandler SerialPortHandler.cpp 4 ";
+  const std::string port = "SerialPortHandler SerialPort.cpp 4 ";
   EXPECT_EQ((std::vector<std::string>{
                 "3 " + core + "Serial Port Handler start running.",
                 "3 " + core + "open command proc.",
                 "3 " + core + "data command proc.",
                 "3 " + core + "close command proc.",
                 "3 " + core + "open command proc.",
-                "1 SerialPortHandler SerialPort.cpp 4 "
-                "Cannot open serial device. [Port /dev/ttyS2]",
+                "1 " + port + "Cannot open serial device. [Port /dev/ttyS2]",
                 "1 " + core + "Command parse failed.",
                 "3 " + core + "close command proc.",
                 "3 " + core + "request stop.",

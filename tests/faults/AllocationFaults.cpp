@@ -76,11 +76,11 @@ class AllocationTest : public FaultTest, public testing::WithParamInterface<unsi
     }
     device.reset();  // the old one takes its path away
     device = std::make_unique<Device>();
-    const std::string text =
+    command =
         "exec env LD_PRELOAD=$FAULT_TOOLS/../lib/libfailing-allocation.so "
         "FAIL_ALLOCATION=" +
         std::to_string(n) + " \"$@\"";
-    start = text.c_str();
+    start = command.c_str();
     StartAs();
     if (Comes(*this, [] { return Printed("[LISTEN]"); })) {
       relay = std::make_unique<Relay>();
@@ -92,6 +92,9 @@ class AllocationTest : public FaultTest, public testing::WithParamInterface<unsi
         << Service::Errors();
     return std::filesystem::exists(kFailed);
   }
+
+ private:
+  std::string command;
 };
 
 // Each row takes every eighth allocation.

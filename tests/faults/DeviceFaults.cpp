@@ -80,7 +80,7 @@ void LineGoesOnAfterXon(FaultTest& test) {
 
 // The payload of a notification of #PhysicalPort0, in hex; empty for any other packet.
 std::string PayloadOf(const std::string& packet) {
-  constexpr size_t kHeader = 2 * (2 + 1 + 1 + 2 + 14 + 1 + 1 + 2);
+  constexpr size_t kHeader = size_t{2} * (2 + 1 + 1 + 2 + 14 + 1 + 1 + 2);
   const bool isNotification = packet.size() > kHeader && packet.substr(4, 2) == "04";
   return isNotification ? packet.substr(kHeader) : "";
 }

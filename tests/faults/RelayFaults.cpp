@@ -75,8 +75,8 @@ void FeedUntil(std::chrono::steady_clock::time_point end, const Device& device, 
 
 // What the relay gets from six ports, in hex, up to the semicolon of each.
 std::map<std::string, std::string> ReceivedFromSix(Relay& relay) {
-  constexpr size_t kName = 2 * (2 + 1 + 1 + 2);
-  constexpr size_t kHeader = kName + 2 * (15 + 1 + 1 + 2);
+  constexpr size_t kName = size_t{2} * (2 + 1 + 1 + 2);
+  constexpr size_t kHeader = kName + size_t{2} * (15 + 1 + 1 + 2);
   std::map<std::string, std::string> received;
   for (int ended = 0; ended < 6;) {
     const std::string packet = relay.NextPacket();
@@ -84,7 +84,7 @@ std::map<std::string, std::string> ReceivedFromSix(Relay& relay) {
       ADD_FAILURE() << packet;
       break;
     }
-    received[packet.substr(kName, 2 * 15)] += packet.substr(kHeader);
+    received[packet.substr(kName, size_t{2} * 15)] += packet.substr(kHeader);
     ended += packet.ends_with(HexOf(";")) ? 1 : 0;
   }
   return received;

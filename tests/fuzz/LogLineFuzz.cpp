@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     return 0;
   }
   const size_t room = 4 + data[0] * size_t{16};
-  const int level = static_cast<signed char>(data[1]);
+  const int level =
+      static_cast<int8_t>(data[1]);  // NOLINT(bugprone-signed-char-misuse): below 0 too
   std::vector<std::string> fields(1);
   for (const uint8_t* byte = data + 2; byte != data + size; ++byte) {
     if (*byte == 0 && fields.size() < 5) {

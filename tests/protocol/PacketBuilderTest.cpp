@@ -157,7 +157,8 @@ TEST(PacketBuilderTest, The257thBlockAppendsASecondCountByte) {
   ASSERT_TRUE(notification.AddBlock(data.data(), 2, 1));
   ASSERT_EQ(8U + 1 + 256 * 4 + 1 + 4, notification.Bytes().size());
   EXPECT_EQ(0, notification.Bytes()[8]);
-  EXPECT_EQ(Packed("01 02 0001 41"), ToHex(notification.Bytes().data() + 8 + 1 + 256 * 4, 5));
+  EXPECT_EQ(Packed("01 02 0001 41"),
+            ToHex(notification.Bytes().data() + 8 + 1 + size_t{256} * 4, 5));
   EXPECT_EQ("040E", ToHex(notification.Bytes().data(), 2));
 }
 

@@ -3,6 +3,7 @@
 // test as the device, both from the same file.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "e2e/support/RecordedDevice.h"
@@ -30,7 +31,7 @@ std::string Events(const std::string& text) {
   std::string events;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    line = line.substr(0, line.find("  ;"));
+    line.resize(std::min(line.size(), line.find("  ;")));
     if (!line.empty() && line[0] != ';') {
       events += line.substr(line.find_first_of("<>!")) + "\n";
     }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -76,7 +75,7 @@ void SerialPortTest::ScriptReads(std::vector<std::string> chunks) {
       return FakeDevice::Idle(buffer, capacity);
     }
     const std::string& chunk = chunks[next++];
-    std::memcpy(buffer, chunk.data(), std::min(chunk.size(), static_cast<size_t>(capacity)));
+    std::copy_n(chunk.data(), std::min(chunk.size(), static_cast<size_t>(capacity)), buffer);
     return static_cast<int>(chunk.size());
   };
 }

@@ -28,7 +28,7 @@ class Receiver {
   std::string Bytes() const;
   std::vector<std::string> Names() const;  // the port name of each call
   int Events() const;
-  bool WaitFor(const std::string& bytes) const;
+  bool WaitFor(const std::string& expected) const;
 
   // Runs on the receive thread at each delivery. Set before the port opens.
   std::function<void(const uint8_t* data, int length)> hook;

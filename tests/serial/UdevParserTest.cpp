@@ -59,9 +59,9 @@ class UdevParserTable : public UdevParserTest, public testing::WithParamInterfac
 
 TEST_P(UdevParserTable, Finds) { EXPECT_EQ(GetParam().found, Both(GetParam().dump)); }
 
-const std::string kFirst = kPath;
-const std::string kWhole = Under(kFirst);
-const std::string kNoNode = kFirst + kIds + "E: DEVNAME=/dev/y\n\n";
+const std::string kPathLine = kPath;
+const std::string kWhole = Under(kPathLine);
+const std::string kNoNode = kPathLine + kIds + "E: DEVNAME=/dev/y\n\n";
 constexpr const char* kBoth = "/dev/x /dev/x";
 
 const ParserCase kParserCases[] = {
@@ -78,9 +78,9 @@ const ParserCase kParserCases[] = {
      kBoth},
     {"NoNode", kNoNode, "- -"},
     {"ARecordBehindOneWithoutANode", kNoNode + kWhole, kBoth},
-    {"PropertiesBeforeTheNode", kFirst + kIds + "E: DEVNAME=/dev/y\nN: y\n\n", "- -"},
-    {"OtherLinesBeforeTheNode", Under(kFirst + "M: ttyUSB4\nP: /another\nnoise\n"), kBoth},
-    {"PathAndNodeBehindTheNode", Under(kFirst + "N: a\nP: /elsewhere\n"), kBoth},
+    {"PropertiesBeforeTheNode", kPathLine + kIds + "E: DEVNAME=/dev/y\nN: y\n\n", "- -"},
+    {"OtherLinesBeforeTheNode", Under(kPathLine + "M: ttyUSB4\nP: /another\nnoise\n"), kBoth},
+    {"PathAndNodeBehindTheNode", Under(kPathLine + "N: a\nP: /elsewhere\n"), kBoth},
     {"PropertiesBehindTheEmptyLine", kWhole + "E: DEVNAME=/dev/late\n\n", kBoth},
     {"CrLf",
      "P: /devices/pci0000:00/0000:00:1d.2/usb4/4-1\r\nN: x\r\nE: ID_BUS=usb\r\n"

@@ -26,7 +26,8 @@ inline std::vector<uint8_t> FromHex(const std::string& text) {
       throw std::invalid_argument("no hex text: " + text.substr(0, 80));
     }
     if (isSecond) {
-      bytes.back() = static_cast<uint8_t>(bytes.back() * 16 + digit);
+      const size_t high = bytes.back();
+      bytes.back() = static_cast<uint8_t>(high * 16 + digit);
     } else {
       bytes.push_back(static_cast<uint8_t>(digit));
     }

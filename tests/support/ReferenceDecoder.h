@@ -19,23 +19,43 @@ struct ReferencePacket {
   std::vector<std::pair<unsigned, std::string>> blocks;  // type and data
 };
 
+inline unsigned ReferenceByte(const std::string& bytes, size_t at) {
+  return static_cast<unsigned char>(bytes.at(at));
+}
+
+inline unsigned ReferenceWord(const std::string& bytes, size_t at) {
+  return ReferenceByte(bytes, at) * 256 + ReferenceByte(bytes, at + 1);
+}
+
+// Whether the bytes from `at` on are a number of blocks and as many blocks.
+inline bool ReferenceBlocks(const std::string& bytes, size_t at, ReferencePacket& packet) {
+  unsigned count = ReferenceByte(bytes, at);
+  for (++at; count > 0; --count) {
+    if (at + 3 > bytes.size() || at + 3 + ReferenceWord(bytes, at + 1) > bytes.size()) {
+      return false;
+    }
+    const unsigned length = ReferenceWord(bytes, at + 1);
+    packet.blocks.emplace_back(ReferenceByte(bytes, at), bytes.substr(at + 3, length));
+    at += 3 + length;
+  }
+  return at == bytes.size();
+}
+
 // Nothing when the packet must be refused.
 inline std::optional<ReferencePacket> ReferenceDecode(const std::string& bytes) {
-  const auto byteAt = [&](size_t i) { return static_cast<unsigned char>(bytes.at(i)); };
-  const auto wordAt = [&](size_t i) { return byteAt(i) * 256U + byteAt(i + 1); };
-  if (bytes.size() < 8 && !(bytes.size() == 7 && byteAt(3) == 2)) {
+  if (bytes.size() < 8 && !(bytes.size() == 7 && ReferenceByte(bytes, 3) == 2)) {
     return std::nullopt;  // the shortest packets: ids (8), a name of one byte (7)
   }
   ReferencePacket packet;
-  packet.command = byteAt(2);
-  packet.form = byteAt(3);
+  packet.command = ReferenceByte(bytes, 2);
+  packet.form = ReferenceByte(bytes, 3);
   size_t body = 0;
   if (packet.form == 1) {
-    packet.id1 = wordAt(4);
-    packet.id2 = wordAt(6);
+    packet.id1 = ReferenceWord(bytes, 4);
+    packet.id2 = ReferenceWord(bytes, 6);
     body = 8;
   } else if (packet.form == 2) {
-    const size_t nameLength = wordAt(4);
+    const size_t nameLength = ReferenceWord(bytes, 4);
     body = 6 + nameLength;
     if (nameLength == 0 || body > bytes.size()) {
       return std::nullopt;
@@ -47,20 +67,12 @@ inline std::optional<ReferencePacket> ReferenceDecode(const std::string& bytes) 
   const size_t left = bytes.size() - body;
   if (packet.command == 1 || packet.command == 2) {
     if (left == 2) {
-      packet.parameter = wordAt(body);
+      packet.parameter = ReferenceWord(bytes, body);
     }
     return left == 0 || left == 2 ? std::optional(packet) : std::nullopt;
   }
   if (packet.command != 4 || left == 0) {
     return std::nullopt;
   }
-  size_t at = body + 1;
-  for (unsigned count = byteAt(body); count > 0; --count) {
-    if (at + 3 > bytes.size() || at + 3 + wordAt(at + 1) > bytes.size()) {
-      return std::nullopt;
-    }
-    packet.blocks.emplace_back(byteAt(at), bytes.substr(at + 3, wordAt(at + 1)));
-    at += 3 + wordAt(at + 1);
-  }
-  return at == bytes.size() ? std::optional(packet) : std::nullopt;
+  return ReferenceBlocks(bytes, body, packet) ? std::optional(packet) : std::nullopt;
 }

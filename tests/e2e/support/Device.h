@@ -9,8 +9,8 @@
 // whose far end is in the test's hands.
 class Device {
  public:
-  // Plugged in at `path`.
-  explicit Device(std::string path = "/dev/ttyS2");
+  // Plugged in at `where`.
+  explicit Device(std::string where = "/dev/ttyS2");
   ~Device();
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;

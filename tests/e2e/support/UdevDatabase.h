@@ -23,7 +23,7 @@ class UdevDatabase {
   void Clear();
 
   // The database as a whole.
-  void Text(const std::string& text);
+  void Text(const std::string& replacement);
 
   // From now on each search waits until the file `path` exists.
   static void WaitsFor(const std::string& path);
