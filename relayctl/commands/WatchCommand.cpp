@@ -115,11 +115,15 @@ class Watch {
     }
     log.open(options.log, std::ios::app);
     if (!log) {
-      throw relay::Error(relay::ErrorKind::kSystem,
-                         "cannot write " + relay::Escape(options.log) + ": " +
-                             std::generic_category().message(errno),
-                         errno);
+      FailToLog();
     }
+  }
+
+  [[noreturn]] void FailToLog() const {
+    throw relay::Error(relay::ErrorKind::kSystem,
+                       "cannot write " + relay::Escape(options.log) + ": " +
+                           std::generic_category().message(errno),
+                       errno);
   }
 
   void OnKey(char key) {
@@ -151,10 +155,7 @@ class Watch {
   void Put(const std::string& plain, const std::string& colored) {
     PrintLine(isColored ? colored : plain);
     if (log.is_open() && !(log << plain << std::endl)) {
-      throw relay::Error(relay::ErrorKind::kSystem,
-                         "cannot write " + relay::Escape(options.log) + ": " +
-                             std::generic_category().message(errno),
-                         errno);
+      FailToLog();
     }
   }
 
