@@ -74,7 +74,7 @@ bool CLinuxSocket::Bind(uint32_t port) {
   // A refusal shows in bind.
   (void)setsockopt(listenDescriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   const sockaddr_in address = LoopbackAddress(port);
-  return bind(listenDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return ::bind(listenDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 int CLinuxSocket::AcceptPeer() {

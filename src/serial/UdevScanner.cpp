@@ -156,7 +156,7 @@ std::string FourHexDigits(unsigned id) {
 
 int DumpDeviceDatabase() {
   // The file tells whether it worked.
-  (void)RunCommand(std::string(kDumpCommand) + " > " + kDatabaseFile);
+  (void)RunCommand(std::string(kDumpCommand).append(" > ").append(kDatabaseFile));
   return DatabaseIsFile(kSmallestDump) ? 0 : -1;
 }
 
@@ -164,7 +164,7 @@ int RemoveDeviceDatabase() {
   if (!DatabaseIsFile()) {
     return -1;
   }
-  (void)RunCommand(std::string("rm ") + kDatabaseFile);
+  (void)RunCommand(std::string("rm ").append(kDatabaseFile));
   return 0;
 }
 
