@@ -24,13 +24,7 @@ std::string ManyBytes(size_t count) {
   return bytes;
 }
 
-class CommandsTest : public RelayctlTest {
- protected:
-  void PlugAndStart() {
-    device = std::make_unique<Device>();
-    StartListening();
-  }
-};
+class CommandsTest : public RelayctlTest {};
 
 struct Answer {
   const char* name;

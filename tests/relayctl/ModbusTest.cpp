@@ -6,16 +6,12 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <thread>
 
 #include "relayctl/RelayctlTest.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr const char* kFar = "/tmp/e2e/far";
 constexpr int kSlave = 17;
 
 // Answers on a terminal until it goes out of scope.
@@ -64,12 +60,9 @@ class Slave {
 class ModbusTest : public RelayctlTest {};
 
 TEST_F(ModbusTest, AMasterReadsAndWritesASlaveThroughPty) {
-  const Background line(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
-                        "pty,raw,echo=0,link=" + kFar);
-  ASSERT_TRUE(Eventually([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
-  ASSERT_NO_FATAL_FAILURE(StartListening());
-  const Background pty(std::string("relayctl pty ") + kPort + " --link " + kLink);
-  ASSERT_TRUE(pty.Prints(kLink)) << pty.Output();
+  ASSERT_NO_FATAL_FAILURE(StartLine());
+  StartPty();
+  ASSERT_TRUE(pty->Prints(kLink)) << pty->Output();
   const Slave slave(kFar);
   const std::string master = std::string("mbpoll -m rtu -a ") + std::to_string(kSlave) +
                              " -b 9600 -P none -0 -r 2 -t 4 -1 -o 10 -q ";

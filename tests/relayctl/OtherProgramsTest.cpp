@@ -10,20 +10,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kFar = "/tmp/e2e/far";  // the device's end of the line
-
 class OtherProgramsTest : public RelayctlTest {
  protected:
-  // A line between /dev/ttyS2 and kFar, which a program on the device's side opens.
-  void StartLine() {
-    line = std::make_unique<Background>(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
-                                        "pty,raw,echo=0,link=" + kFar);
-    ASSERT_TRUE(Eventually([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
-    StartListening();
-  }
-
-  void StartPty() {
-    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+  // Starts pty, and waits until it has the port.
+  void StartPortOnALine() {
+    ASSERT_NO_FATAL_FAILURE(StartLine());
+    StartPty();
     ASSERT_TRUE(pty->Prints(kLink)) << pty->Output();
   }
 
@@ -57,9 +49,6 @@ class OtherProgramsTest : public RelayctlTest {
     EXPECT_TRUE(payload == workplace::ReadWhole("/tmp/e2e/in/payload"));
     fs::remove_all("/tmp/e2e/in");
   }
-
-  std::unique_ptr<Background> line;
-  std::unique_ptr<Background> pty;
 };
 
 // At its end sz drains its terminal and then flushes it. Draining a pseudo-terminal waits for
@@ -75,14 +64,12 @@ std::string ReceiveOn(const char* terminal) {
 }
 
 TEST_F(OtherProgramsTest, ZmodemSendsAMegabyteThroughPty) {
-  ASSERT_NO_FATAL_FAILURE(StartLine());
-  ASSERT_NO_FATAL_FAILURE(StartPty());
+  ASSERT_NO_FATAL_FAILURE(StartPortOnALine());
   ExpectTransfer(SendOn(kLink), ReceiveOn(kFar));
 }
 
 TEST_F(OtherProgramsTest, ZmodemReceivesAMegabyteThroughPty) {
-  ASSERT_NO_FATAL_FAILURE(StartLine());
-  ASSERT_NO_FATAL_FAILURE(StartPty());
+  ASSERT_NO_FATAL_FAILURE(StartPortOnALine());
   ExpectTransfer(SendOn(kFar), ReceiveOn(kLink));
 }
 

@@ -122,24 +122,6 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
   EXPECT_EQ(0u, next.Settings().c_oflag & OPOST);
 }
 
-TEST_F(PseudoTerminalTest, PassesEveryByteValue) {
-  PseudoTerminal terminal(kLink);
-  std::string all;
-  for (int value = 0; value < 256; ++value) {
-    all += static_cast<char>(value);
-  }
-  const Program program;
-  (void)terminal.Look();
-  EXPECT_EQ(all.size(), terminal.Write(all.data(), all.size()));
-  std::string there;
-  EXPECT_TRUE(Eventually([&] { return (there += program.Reads()).size() >= all.size(); }));
-  EXPECT_EQ(all, there);
-  program.Writes(all);
-  std::string back;
-  EXPECT_TRUE(Eventually([&] { return (back += ReadAll(terminal)).size() >= all.size(); }));
-  EXPECT_EQ(all, back);
-}
-
 TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
   PseudoTerminal terminal(kLink);
   const Program program;

@@ -34,13 +34,8 @@ class Program {
 
 class PtyTest : public RelayctlTest {
  protected:
-  void StartPty() {
-    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
-  }
-
   void StartAll() {
-    device = std::make_unique<Device>();
-    StartListening();
+    PlugAndStart();
     StartPty();
     ASSERT_TRUE(pty->Prints(std::string(kLink) + " -> /dev/pts/")) << pty->Output();
   }
@@ -68,8 +63,6 @@ class PtyTest : public RelayctlTest {
     pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink +
                                        " --exec " + Quoted(command));
   }
-
-  std::unique_ptr<Background> pty;
 
  private:
   // Whether bytes from the service wait to be received.

@@ -39,13 +39,7 @@ std::string Events(const std::string& text) {
   return events;
 }
 
-class RecordTest : public RelayctlTest {
- protected:
-  void PlugAndStart() {
-    device = std::make_unique<Device>();
-    StartListening();
-  }
-};
+class RecordTest : public RelayctlTest {};
 
 TEST_F(RecordTest, ReplayPlaysTheRelayAndComparesWhatComes) {
   workplace::WriteWhole(kRecording, kConversation);

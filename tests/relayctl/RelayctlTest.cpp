@@ -63,3 +63,19 @@ void RelayctlTest::StartListening(size_t count) {
   StartService();
   ASSERT_TRUE(Service::Prints("[LISTEN]IP:", count)) << "the service does not listen";
 }
+
+void RelayctlTest::PlugAndStart() {
+  device = std::make_unique<Device>();
+  StartListening();
+}
+
+void RelayctlTest::StartLine() {
+  socat = std::make_unique<Background>(std::string("socat pty,raw,echo=0,link=/dev/ttyS2 ") +
+                                       "pty,raw,echo=0,link=" + kFar);
+  ASSERT_TRUE(Eventually([] { return fs::exists("/dev/ttyS2") && fs::exists(kFar); }));
+  StartListening();
+}
+
+void RelayctlTest::StartPty() {
+  pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+}

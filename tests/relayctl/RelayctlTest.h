@@ -40,5 +40,18 @@ class RelayctlTest : public ServiceTest {
   // Starts the service and waits until it listens for the `count`-th time in this test.
   void StartListening(size_t count = 1);
 
+  // The same, with a device plugged in.
+  void PlugAndStart();
+
+  // The same, with a line between /dev/ttyS2 and kFar, which a program on the device's side opens.
+  void StartLine();
+
+  // Starts pty, which makes kLink the port.
+  void StartPty();
+
   static constexpr const char* kPort = "'#PhysicalPort0'";  // for the shell
+  static constexpr const char* kFar = "/tmp/e2e/far";
+
+  std::unique_ptr<Background> socat;
+  std::unique_ptr<Background> pty;
 };

@@ -83,11 +83,6 @@ class SlowReaderTest : public RelayctlTest {
                  1);
   }
 
-  void PlugAndStart() {
-    device = std::make_unique<Device>();
-    StartListening();
-  }
-
   // Has the device send the stream until the line takes no more, at most `most`. Gives how much it
   // took.
   size_t Flood(size_t most = kFlood) {
@@ -162,11 +157,9 @@ class SlowPtyTest : public SlowReaderTest {
  protected:
   void StartPty() {
     ASSERT_NO_FATAL_FAILURE(PlugAndStart());
-    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink);
+    RelayctlTest::StartPty();
     ASSERT_TRUE(pty->Prints(" -> /dev/pts/")) << pty->Output();
   }
-
-  std::unique_ptr<Background> pty;
 };
 
 TEST_F(SlowPtyTest, LosesNothing) {

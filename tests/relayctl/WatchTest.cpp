@@ -180,13 +180,7 @@ TEST_F(WatchTest, UsesColourOnATerminalOnly) {
   EXPECT_EQ(std::string::npos, RunShell("TERM=xterm " + watching).output.find('\x1B'));
 }
 
-class PipeTest : public RelayctlTest {
- protected:
-  void PlugAndStart() {
-    device = std::make_unique<Device>();
-    StartListening();
-  }
-};
+class PipeTest : public RelayctlTest {};
 
 TEST_F(PipeTest, PassesBothWays) {
   PlugAndStart();
