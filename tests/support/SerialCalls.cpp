@@ -296,8 +296,11 @@ int __wrap_tcflush(int descriptor, int queue) {
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                           void* (*routine)(void*), void* argument) {
   (void)Called("pthread_create", "");
-  return Get(&State::refusesThreads) ? EAGAIN
-                                     : __real_pthread_create(thread, attributes, routine, argument);
+  if (Get(&State::refusesThreads)) {
+    *thread = pthread_self();  // the C library, too, leaves a handle behind
+    return EAGAIN;
+  }
+  return __real_pthread_create(thread, attributes, routine, argument);
 }
 
 int __wrap_usleep(useconds_t microseconds) {
