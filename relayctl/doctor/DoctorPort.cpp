@@ -13,7 +13,7 @@
 
 namespace {
 
-void ExamineConfiguration(const MachineConfiguration& configuration, Report& report) {
+void ExamineSettings(const MachineConfiguration& configuration, Report& report) {
   const ConfiguredPort* const port = configuration.Find(report.subject);
   if (port == nullptr) {
     report.Fault("not configured: an open is answered with status 2",
@@ -134,7 +134,7 @@ Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen
     ExamineIds(machine, report);
     return report;
   }
-  ExamineConfiguration(machine.configuration, report);
+  ExamineSettings(machine.configuration, report);
   const std::string path = Resolve(machine, report);
   if (!path.empty()) {
     const TerminalNode node = InspectNode(path);

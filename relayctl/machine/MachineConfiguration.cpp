@@ -46,7 +46,7 @@ std::string ListOf(const WordTable& table) {
 using Section = std::map<std::string, std::string>;
 
 // A text of the library may fill its field without a terminating zero.
-std::string TextOf(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
+std::string FieldText(const KX_TEXT& field) { return {field, strnlen(field, sizeof field)}; }
 
 // The names that can lead to a device.
 std::set<std::string> UsableNames() {
@@ -64,11 +64,11 @@ Section AskFor(const std::string& name) {
   if (Libvost().getSerialByPortID(words, id.data()) == 0) {
     return {};
   }
-  return {{"baud", TextOf(words.baud)},
-          {"data", TextOf(words.data)},
-          {"parity", TextOf(words.parity)},
-          {"stop", TextOf(words.stop)},
-          {"flow", TextOf(words.flow)}};
+  return {{"baud", FieldText(words.baud)},
+          {"data", FieldText(words.data)},
+          {"parity", FieldText(words.parity)},
+          {"stop", FieldText(words.stop)},
+          {"flow", FieldText(words.flow)}};
 }
 
 ConfiguredPort PortFrom(const std::string& name, const Section& section) {
@@ -116,7 +116,7 @@ MachineConfiguration ReadMachineConfiguration() {
   configuration.exists = file.exists;
   KX_CONNECT_INFO info{};
   configuration.relayPort = Libvost().getSystemConnectInfo(info) != 0
-                                ? RelayPortOf(TextOf(info.port))
+                                ? RelayPortOf(FieldText(info.port))
                                 : kDefaultRelayPort;
   std::set<std::string> names = UsableNames();
   for (const auto& [name, section] : file.sections) {

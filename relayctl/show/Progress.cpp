@@ -22,7 +22,7 @@ std::string Rate(double bytesPerSecond) {
                               : OneDecimal(bytesPerSecond / 1e6) + " MB/s";
 }
 
-std::string Clock(uint64_t seconds) {
+std::string ClockText(uint64_t seconds) {
   constexpr uint64_t kLongest = 359999;  // what nobody waits for
   seconds = seconds < kLongest ? seconds : kLongest;
   std::array<char, 64> text{};
@@ -58,7 +58,7 @@ std::string ProgressText(uint64_t done, uint64_t total, std::chrono::millisecond
   std::string left;
   if (rate > 0 && total > done) {
     const double time = static_cast<double>(total - done) / rate;
-    left = Clock(static_cast<uint64_t>(std::round(time))) + " left";
+    left = ClockText(static_cast<uint64_t>(std::round(time))) + " left";
   }
   for (const std::string& text :
        {Joined({count, percent, pace, left}), Joined({count, percent, left})}) {
