@@ -30,7 +30,7 @@ std::string Quoted(std::string_view bytes) {
 struct Utf8Form {
   uint8_t first;
   uint8_t last;
-  size_t size;
+  uint8_t size;
   uint8_t secondFirst;
   uint8_t secondLast;
 };
