@@ -12,7 +12,7 @@ namespace {
 
 void LogPath(const CLogSource& log, const char* before, const std::string& path,
              int line = __builtin_LINE()) {
-  log.Log(LogLevel::kError, (before + path + "]").c_str(), line);
+  log.Log(LogLevel::kError, std::string(before).append(path).append("]").c_str(), line);
 }
 
 constexpr const char* kCannotOpen = "Cannot open serial device. [Port ";
