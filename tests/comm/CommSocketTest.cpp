@@ -20,8 +20,6 @@ using testing::IsEmpty;
 
 constexpr const char* kTenBytes = "000A 02 01 0003 0007 0005";
 constexpr const char* kTenBytesEvent = "packet 10: 000A0201000300070005";
-constexpr const char* kFence = "0004 AB CD";
-constexpr const char* kFenceEvent = "packet 4: 0004ABCD";
 
 class CommSocketTest : public ConnectionFixture {
  protected:

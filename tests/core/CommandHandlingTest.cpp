@@ -14,7 +14,6 @@ namespace {
 
 constexpr const char* kOpenA = "0007 01 02 0001 41";
 constexpr const char* kCloseA = "0007 02 02 0001 41";
-constexpr const char* kOpenB = "0007 01 02 0001 42";
 
 class CommandHandlingTest : public testing::Test {
  protected:
