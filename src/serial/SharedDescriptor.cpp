@@ -37,6 +37,8 @@ int CSharedDescriptor::Close(const std::shared_ptr<CFile>& taken) {
   if (taken->number == -1 || taken.use_count() > 1) {
     return 0;
   }
+  // What was read orders nothing. Letting go of a copy does: others' calls come before the close.
+  std::shared_ptr<CFile>(taken).reset();
   const int number = taken->number.exchange(-1);
   if (close(number) < 0) {
     Set(number);

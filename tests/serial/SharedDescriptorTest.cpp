@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <optional>
+#include <atomic>
+#include <thread>
 
 #include "serial/SharedDescriptor.h"
+#include "support/Eventually.h"
 
 namespace {
 
@@ -41,6 +44,24 @@ TEST(SharedDescriptorTest, ANumberThatIsInUseIsGivenBackByItsLastUser) {
     EXPECT_TRUE(IsOpen(number)) << "no other device can get the number meanwhile";
   }
   EXPECT_FALSE(IsOpen(number));
+}
+
+// That the call has ended is seen in a way that orders nothing: ThreadSanitizer tells when the
+// close does not order it either.
+TEST(SharedDescriptorTest, ACallThatHasEndedComesBeforeTheClose) {
+  CSharedDescriptor descriptor;
+  descriptor.Set(OpenNull());
+  std::atomic<bool> hasEnded{false};
+  std::thread user([&descriptor, &hasEnded] {
+    {
+      const auto use = descriptor.Use();
+      EXPECT_EQ(1, write(use->Number(), "x", 1));
+    }
+    hasEnded.store(true, std::memory_order_relaxed);
+  });
+  EXPECT_TRUE(Eventually([&hasEnded] { return hasEnded.load(std::memory_order_relaxed); }));
+  EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
+  user.join();
 }
 
 TEST(SharedDescriptorTest, OnlyOneOfTwoClosersGetsTheNumber) {
