@@ -60,8 +60,8 @@ def test_it_opens_a_port(box: Box) -> None:
 
 def test_the_journal_has_the_log_and_not_the_received_bytes(box: Box) -> None:
     entries = journal_of(box)
-    opened = [entry for entry in entries if entry["MESSAGE"].endswith(" open command proc.")]
-    assert [entry["PRIORITY"] for entry in opened] == ["6"]
+    closed = [entry for entry in entries if entry["MESSAGE"].endswith(" close command proc.")]
+    assert [entry["PRIORITY"] for entry in closed] == ["6"]
     assert any(entry["MESSAGE"] == "OPEN[/dev/ttyS2]" for entry in entries)
     assert not any("Received(" in entry["MESSAGE"] for entry in entries)
 
