@@ -189,6 +189,7 @@ const FaultRow kStreamRows[] = {
     {"StopWithTheExitText",   State::kAbsent,   kPipeError,  StopWhileItCannotWriteItsExitText,   {}, Outcome::kEndsWith0},
     {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, StopWhileItsLogStandsInATerminal,   {}, Outcome::kEndsWith0},
     {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, ForwardWhileItCannotShowWhatItReceived, {}, Outcome::kEndsWith0},
+    {"ForeignPipeWithTheExitText", State::kAbsent, kForeignPipe, StopWhileItCannotWriteItsExitText, {}, Outcome::kEndsWith0},
     {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, ForwardToAReaderThatCameLate, {}, Outcome::kEndsWith0},
     {"StopBehindASlowReader", State::kAbsent,   kPipeError,  StopWhileADumpIsReadSlowly,          {}, Outcome::kEndsWith0},
 };
