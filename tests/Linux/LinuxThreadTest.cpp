@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <thread>
 
 #include "Linux/LinuxThread.h"
 #include "Linux/Routine.h"
@@ -15,7 +15,6 @@
 
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 using testing::ElementsAre;
@@ -23,6 +22,9 @@ using testing::IsEmpty;
 
 // What pthread_cancel and pthread_detach, replaced at link time, return behind the real call.
 int refusal = 0;
+
+// Released where a stop pauses, by a usleep that is replaced at link time.
+Routine* releasedByPause = nullptr;
 
 }  // namespace
 
@@ -32,6 +34,8 @@ int __real_pthread_cancel(pthread_t thread);
 int __wrap_pthread_cancel(pthread_t thread);
 int __real_pthread_detach(pthread_t thread);
 int __wrap_pthread_detach(pthread_t thread);
+int __real_usleep(useconds_t microseconds);
+int __wrap_usleep(useconds_t microseconds);
 
 int __wrap_pthread_cancel(pthread_t thread) {
   const int result = __real_pthread_cancel(thread);
@@ -41,6 +45,13 @@ int __wrap_pthread_cancel(pthread_t thread) {
 int __wrap_pthread_detach(pthread_t thread) {
   const int result = __real_pthread_detach(thread);
   return refusal != 0 ? refusal : result;
+}
+
+int __wrap_usleep(useconds_t microseconds) {
+  if (releasedByPause != nullptr) {
+    releasedByPause->Release();
+  }
+  return __real_usleep(microseconds);
 }
 
 }  // extern "C"
@@ -75,12 +86,9 @@ TEST(LinuxThreadTest, ARoutineThatEndsDuringTheStopIsJoined) {
   Routine routine;
   CLinuxThread thread;
   ASSERT_EQ(0, thread.Start(Routine::Run, &routine));
-  std::thread releasing([&routine] {
-    std::this_thread::sleep_for(milliseconds(150));  // deliberate: the stop has begun to wait
-    routine.Release();
-  });
+  releasedByPause = &routine;
   EXPECT_EQ(0, thread.Stop());
-  releasing.join();
+  releasedByPause = nullptr;
   EXPECT_TRUE(routine.Returned());
   EXPECT_THAT(CapturedLog(), IsEmpty());
 }
