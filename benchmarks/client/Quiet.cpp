@@ -24,6 +24,7 @@ double Median(std::vector<double> samples) {
 void MeasureIdle(const Bridge& bridge, const Plan& plan, Figures& figures) {
   const Usage before = bridge.Used();
   const Clock::time_point begin = Clock::now();
+  // What a bridge does all by itself meanwhile is what is measured.
   std::this_thread::sleep_for(std::chrono::milliseconds(plan.idleMilliseconds));
   const Usage after = bridge.Used();
   const double seconds = MicrosecondsSince(begin) / 1e6;

@@ -20,6 +20,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// A second in all: what hangs shows in that nothing changes from one look to the next.
 constexpr int kLooks = 20;
 constexpr std::chrono::milliseconds kPause{50};
 
