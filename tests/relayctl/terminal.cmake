@@ -27,6 +27,12 @@ sph_add_test(RelayctlTerminalTest SANDBOX
   TmuxWindow.cpp
   LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlTerminalTest relayctl)
+# In kB. A sanitizer keeps what the program has freed: there, the bound is only that of the device.
+set(memory 4096)
+if(SPH_SANITIZE)
+  set(memory SIZE_MAX)
+endif()
+target_compile_definitions(RelayctlTerminalTest PRIVATE SPH_MOST_MEMORY=${memory})
 
 # The library is the machine's own: there is none for another architecture.
 if(NOT CMAKE_CROSSCOMPILING)
