@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The programs of docs/cpp-client.md, built as it says against the installed library, at work with
-the real service. For the sandbox of the end-to-end tests.
+"""The installed client library, and the programs of docs/cpp-client.md: built with it as the page
+says, at work with the real service. For the sandbox of the end-to-end tests.
 
 usage: python3 test_guide.py BUILD
 """
@@ -37,21 +37,25 @@ def run(folder: Path, command: str) -> None:
 
 
 class Guide(unittest.TestCase):
+    """All tests use one installed tree, which was moved after it was installed."""
+
     folder: Path
+    prefix: Path
 
     @classmethod
     def setUpClass(cls) -> None:
         folder = tempfile.TemporaryDirectory(prefix="guide-")
         cls.addClassCleanup(folder.cleanup)
         cls.folder = Path(folder.name)
-        prefix = cls.folder / "prefix"
-        run(cls.folder, f"cmake --install '{BUILD}' --component client --prefix '{prefix}'")
+        first = cls.folder / "first"
+        run(cls.folder, f"cmake --install '{BUILD}' --component client --prefix '{first}'")
+        cls.prefix = first.rename(cls.folder / "moved")
         files = dict(blocks("cmake") + blocks("cpp"))
         assert set(files) == {"CMakeLists.txt", "ask.cpp", "show.cpp"}, list(files)
         for name, text in files.items():
             (cls.folder / name).write_text(text, encoding="utf-8")
-        os.environ["CMAKE_PREFIX_PATH"] = str(prefix)
-        os.environ["PKG_CONFIG_PATH"] = str(next(prefix.rglob("relayclient.pc")).parent)
+        os.environ["CMAKE_PREFIX_PATH"] = str(cls.prefix)
+        os.environ["PKG_CONFIG_PATH"] = str(next(cls.prefix.rglob("relayclient.pc")).parent)
         os.environ["CMAKE_GENERATOR"] = "Ninja"
         os.environ["CXXFLAGS"] = STRICT
         commands = [text for _, text in blocks("sh")]
@@ -78,6 +82,20 @@ class Guide(unittest.TestCase):
         self.addCleanup(process.kill)
         self.addCleanup(giving_up.cancel)
         return process
+
+    def test_nothing_else_is_installed(self) -> None:
+        files = [path for path in self.prefix.rglob("*") if path.is_file()]
+        self.assertEqual({"include", "lib"},
+                         {path.relative_to(self.prefix).parts[0] for path in files})
+        self.assertEqual({".h", ".a", ".cmake", ".pc"}, {path.suffix for path in files})
+
+    def test_each_header_stands_alone(self) -> None:
+        include = self.prefix / "include/relayclient"
+        headers = sorted(include.rglob("*.h"))
+        self.assertGreater(len(headers), 5)
+        for header in headers:
+            run(self.folder, f"echo '#include \"{header.relative_to(include)}\"' >alone.cpp\n"
+                             f"g++ -std=c++20 {STRICT} -fsyntax-only -I'{include}' alone.cpp")
 
     def test_ask_by_both_builds(self) -> None:
         device = self.device("/dev/ttyS2")
