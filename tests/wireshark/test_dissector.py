@@ -254,14 +254,6 @@ class Dissector(unittest.TestCase):
         problem = "Malformed packet: the length does not count itself"
         self.assertEqual(rows, [f"0||{problem}", f"20|{P0}|"])
 
-    def test_information_column(self) -> None:
-        rows = self.shown(self.segments, ["_ws.col.Protocol", "_ws.col.Info"])
-        self.assertEqual(rows[0], f"SerialRelay|open {P0}")
-        self.assertEqual(rows[3], "SerialRelay|reply to open X: status 2")
-        self.assertEqual(rows[10], f"SerialRelay|data for {P0}: 5 bytes")
-        self.assertEqual(rows[11], f"SerialRelay|data from {P0}: 2 bytes")
-        self.assertEqual(rows[13], "SerialRelay|malformed: there is no command 3")
-
 
 if __name__ == "__main__":
     unittest.main()
