@@ -46,39 +46,23 @@ def scratch() -> Iterator[pathlib.Path]:
 
 
 @pytest.fixture(scope="session")
-def pc(scratch: pathlib.Path, request: pytest.FixtureRequest) -> list[str]:
-    """QEMU's command for the PC with the service under test."""
-    folder = scratch / "pc"
-    folder.mkdir()
-    build = pathlib.Path(request.config.getoption("--service"))
-    kind = guest.Kind("amd64", "linux-image-amd64", build, ("SerialPortHandler", "open_line"))
-    return machines.command_line(guest.image(kind, folder))
+def build(request: pytest.FixtureRequest) -> pathlib.Path:
+    """That of the service under test."""
+    return pathlib.Path(request.config.getoption("--service"))
 
 
 @pytest.fixture(scope="session")
-def saved(pc: list[str], scratch: pathlib.Path) -> pathlib.Path:
-    """The state of a PC that has just been booted, with no adapter plugged in."""
-    folder = scratch / "boot"
-    folder.mkdir()
-    booted = machines.Machine(pc, folder)
-    try:
-        booted.save(scratch / "state")
-    finally:
-        booted.end()
-    return scratch / "state"
+def saved(build: pathlib.Path, scratch: pathlib.Path) -> machines.Saved:
+    """A PC with the service under test, just booted, with no adapter plugged in."""
+    kind = guest.Kind("amd64", "linux-image-amd64", build, ("SerialPortHandler", "open_line"))
+    return machines.saved(lambda folder: machines.command_line(guest.image(kind, folder)), scratch)
 
 
 @pytest.fixture
-def machine(pc: list[str], saved: pathlib.Path,
-            scratch: pathlib.Path) -> Iterator[machines.Machine]:
+def machine(saved: machines.Saved, scratch: pathlib.Path) -> Iterator[machines.Machine]:
     """A fresh PC, with no adapter plugged in and the service not running."""
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
-    fresh = machines.restored(pc, saved, folder)
-    try:
+    with saved.restored(scratch) as fresh:
         yield fresh
-    finally:
-        fresh.end()
-        shutil.rmtree(folder)
 
 
 @pytest.fixture

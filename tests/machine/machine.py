@@ -3,13 +3,15 @@
 
 from __future__ import annotations
 
+import contextlib
 import dataclasses
 import pathlib
 import re
 import shlex
 import socket
+import tempfile
 import time
-from collections.abc import Sequence
+from collections.abc import Callable, Iterator, Sequence
 
 import guest
 from line import Line
@@ -238,7 +240,35 @@ class Machine:
         self.qemu.end()
 
 
-def restored(command: list[str], state: pathlib.Path, folder: pathlib.Path) -> Machine:
-    """A machine that goes on from a saved state. `command` is that of the one that was saved."""
-    incoming = ["-incoming", f"exec:cat {shlex.quote(str(state))}"]
-    return Machine(command + incoming, folder, stopped=True)
+@contextlib.contextmanager
+def running(command: list[str], scratch: pathlib.Path, stopped: bool = False) -> Iterator[Machine]:
+    """A machine in a folder of its own, which goes with it."""
+    with tempfile.TemporaryDirectory(prefix="machine-", dir=scratch) as folder:
+        machine = Machine(command, pathlib.Path(folder), stopped)
+        try:
+            yield machine
+        finally:
+            machine.end()
+
+
+@dataclasses.dataclass(frozen=True)
+class Saved:
+    """QEMU's command for a machine, and the state of one that has been booted."""
+    command: list[str]
+    state: pathlib.Path
+
+    def restored(self, scratch: pathlib.Path) -> contextlib.AbstractContextManager[Machine]:
+        """A machine that goes on from there."""
+        incoming = ["-incoming", f"exec:cat {shlex.quote(str(self.state))}"]
+        return running(self.command + incoming, scratch, stopped=True)
+
+
+def saved(make: Callable[[pathlib.Path], list[str]], scratch: pathlib.Path,
+          is_up: str = "true") -> Saved:
+    """Boots what `make` makes in a folder, until a shell command in the guest succeeds."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="saved-", dir=scratch))
+    made = Saved(make(folder), folder / "state")
+    with running(made.command, scratch) as machine:
+        machine.waits(is_up)
+        machine.save(made.state)
+    return made

@@ -8,19 +8,17 @@ the search by ids can be tried.
 
 from __future__ import annotations
 
-import dataclasses
 import pathlib
 import random
-import shutil
-import tempfile
 from collections.abc import Callable, Iterator
+from typing import NamedTuple
 
 import pytest
 
 import other_machines
 from background import Background
 from line import checksum
-from machine import ADAPTERS, UART, Machine, restored
+from machine import ADAPTERS, UART, Machine, Saved, running, saved, settings
 from other_machines import BOARD_USB_PORT, EMULATOR
 from relay import CLOSE, Relay
 from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
@@ -28,74 +26,9 @@ from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
 PHYSICAL_PORT = "#PhysicalPort0"
 
 
-@dataclasses.dataclass(frozen=True)
-class Saved:
-    """A machine that has just been booted."""
-    command: list[str]
-    state: pathlib.Path
-
-
-def _saved(make: Callable[[pathlib.Path], list[str]], scratch: pathlib.Path) -> Saved:
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="other-", dir=scratch))
-    command = make(folder)
-    booted = Machine(command, folder)
-    try:
-        booted.save(folder / "state")
-    finally:
-        booted.end()
-    return Saved(command, folder / "state")
-
-
-def _fresh(saved: Saved, scratch: pathlib.Path) -> Iterator[Machine]:
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
-    machine = restored(saved.command, saved.state, folder)
-    try:
-        yield machine
-    finally:
-        machine.end()
-        shutil.rmtree(folder)
-
-
-@pytest.fixture(scope="module")
-def saved_pc_of_32_bits(scratch: pathlib.Path) -> Saved:
-    return _saved(other_machines.pc_of_32_bits, scratch)
-
-
-@pytest.fixture(scope="module")
-def saved_pc_with_the_arm_build(scratch: pathlib.Path) -> Saved:
-    return _saved(other_machines.pc_with_the_arm_build, scratch)
-
-
-@pytest.fixture(scope="module")
-def saved_board(scratch: pathlib.Path) -> Saved:
-    return _saved(other_machines.arm_board, scratch)
-
-
-@pytest.fixture
-def pc_of_32_bits(saved_pc_of_32_bits: Saved, scratch: pathlib.Path) -> Iterator[Machine]:
-    """With all six adapters, and the service not running."""
-    for machine in _fresh(saved_pc_of_32_bits, scratch):
-        machine.plug_all()
-        yield machine
-
-
-@pytest.fixture
-def pc_with_the_arm_build(saved_pc_with_the_arm_build: Saved,
-                          scratch: pathlib.Path) -> Iterator[Machine]:
-    """With all six adapters, and the service not running."""
-    for machine in _fresh(saved_pc_with_the_arm_build, scratch):
-        machine.plug_all()
-        yield machine
-
-
-@pytest.fixture
-def board(saved_board: Saved, scratch: pathlib.Path) -> Iterator[Machine]:
-    """Without an adapter, and the service not running."""
-    yield from _fresh(saved_board, scratch)
-
-
-def pours_both_ways(relay: Relay, name: str, machine: Machine, line: str, size: int) -> None:
+def pours_both_ways(relay: Relay, name: str, machine: Machine, line: str) -> None:
     """Random bytes through the open port, in both directions at the same time."""
+    size = 65536
     there, back = random.Random(1).randbytes(size), random.Random(2).randbytes(size)
     pour = Background(machine.line(line).sends, back)
     relay.writes(name, there)
@@ -104,94 +37,81 @@ def pours_both_ways(relay: Relay, name: str, machine: Machine, line: str, size: 
     pour.wait()
 
 
-@dataclasses.dataclass(frozen=True)
-class Setting:
-    """The values of a port's five keys, and what `stty` then tells of the device."""
-    baud: str
-    data: str
-    parity: str
-    stop: str
-    flow: str
+class Setting(NamedTuple):
+    """What is not as usual in a port's section, and what `stty` then tells of the device."""
+    words: dict[str, str]
     shown: str
-
-    def lines(self) -> str:
-        return (f"baud={self.baud}\ndata={self.data}\nparity={self.parity}\nstop={self.stop}\n"
-                f"flow={self.flow}")
-
-    def expect(self, machine: Machine, node: str) -> None:
-        told = machine.run(f"stty -a -F {node}").replace(";", "")
-        words = told.split()
-        assert f"speed {self.baud} baud" in told
-        missing = [word for word in self.shown.split() if word not in words]
-        assert not missing, f"{node} should show {missing}: {told}"
 
 
 SETTINGS = [
-    Setting("2400", "7", "even", "1", "none", "cs7 parenb -parodd -cstopb -crtscts -ixon -ixoff"),
-    Setting("4800", "7", "odd", "2", "none", "cs7 parenb parodd cstopb -crtscts -ixon -ixoff"),
-    Setting("9600", "8", "odd", "2", "XOnXOff", "cs8 parenb parodd cstopb -crtscts ixon ixoff"),
-    Setting("19200", "8", "even", "1", "hardware", "cs8 parenb -parodd -cstopb crtscts -ixon"),
-    Setting("38400", "8", "none", "2", "none", "cs8 -parenb cstopb -crtscts -ixon -ixoff"),
-    Setting("57600", "8", "none", "1", "XOnXOff", "cs8 -parenb -cstopb -crtscts ixon ixoff"),
-    Setting("115200", "8", "none", "1", "none", "cs8 -parenb -cstopb -crtscts -ixon -ixoff"),
+    Setting({"baud": "2400", "data": "7", "parity": "even"},
+            "2400 cs7 parenb -parodd -cstopb -crtscts -ixon -ixoff"),
+    Setting({"baud": "4800", "data": "7", "parity": "odd", "stop": "2"},
+            "4800 cs7 parenb parodd cstopb -crtscts -ixon -ixoff"),
+    Setting({"baud": "9600", "parity": "odd", "stop": "2", "flow": "XOnXOff"},
+            "9600 cs8 parenb parodd cstopb -crtscts ixon ixoff"),
+    Setting({"baud": "19200", "parity": "even", "flow": "hardware"},
+            "19200 cs8 parenb -parodd -cstopb crtscts -ixon"),
+    Setting({"baud": "38400", "stop": "2"}, "38400 cs8 -parenb cstopb -crtscts -ixon -ixoff"),
+    Setting({"baud": "57600", "flow": "XOnXOff"}, "57600 cs8 -parenb -cstopb -crtscts ixon ixoff"),
+    Setting({}, "115200 cs8 -parenb -cstopb -crtscts -ixon -ixoff"),
 ]
+# The emulator of a single program does not know it.
+MARK = Setting({"baud": "9600", "parity": "mark"}, "9600 cs8 parenb parodd cmspar -cstopb -crtscts")
 
 
-def test_the_i386_build_finds_each_adapter_at_its_place(pc_of_32_bits: Machine) -> None:
-    assert pc_of_32_bits.run("uname -m") == "i686"
-    pc_of_32_bits.start_service()
-    relay = pc_of_32_bits.relay()
-    for name, adapter in zip(USB_PORTS, ADAPTERS):
-        leads_to(relay, name, pc_of_32_bits, adapter)
-    leads_to(relay, PHYSICAL_PORT, pc_of_32_bits, UART)
-    pours_both_ways(relay, "#USBSerialPort3", pc_of_32_bits, "usb3", 65536)
+def takes(relay: Relay, name: str, machine: Machine, node: str, setting: Setting) -> None:
+    """The closed port, when it is opened."""
+    machine.configure({name: settings(**setting.words)})
+    relay.opens(name)
+    told = machine.run(f"stty -a -F {node}").replace(";", "").split()
+    missing = set(setting.shown.split()) - set(told)
+    assert not missing, f"{node} should show {missing}: {told}"
+    relay.closes(name)
 
 
-def test_the_arm_build_finds_each_adapter_at_its_place(pc_with_the_arm_build: Machine) -> None:
-    machine = pc_with_the_arm_build
-    machine.start_service(prefix=EMULATOR)
-    relay = machine.relay()
-    for name, adapter in zip(USB_PORTS, ADAPTERS):
-        leads_to(relay, name, machine, adapter)
-    assert relay.asks(CLOSE, FTDI) == NO_SUCH_PORT
+@pytest.mark.parametrize("make, processor, prefix", [
+    (other_machines.pc_of_32_bits, "i686", ""),
+    (other_machines.pc_with_the_arm_build, "x86_64", EMULATOR),
+], ids=["i386", "armhf"])
+def test_another_build_serves_each_place(
+        make: Callable[[pathlib.Path], list[str]], processor: str, prefix: str,
+        scratch: pathlib.Path, tmp_path: pathlib.Path) -> None:
+    with running(make(tmp_path), scratch) as machine:
+        assert machine.run("uname -m") == processor
+        machine.plug_all()
+        machine.start_service(prefix=prefix)
+        relay = machine.relay()
+        lines = dict(zip([*USB_PORTS, PHYSICAL_PORT], [*ADAPTERS, UART]))
+        for name, line in lines.items():
+            leads_to(relay, name, machine, line)
+        assert relay.asks(CLOSE, FTDI) == NO_SUCH_PORT
+        pours_both_ways(relay, "#USBSerialPort2", machine, "usb2")
+        pours_both_ways(relay, PHYSICAL_PORT, machine, UART)
+
+        machine.unplug("usb5")
+        machine.waits_for_nodes(5)
+        machine.plug("usb5")
+        machine.waits('[ "$(grep -c "OPEN.*ttyUSB" /run/service.out)" -ge 7 ]')
+        machine.line("usb5").sends(b"back again")
+        relay.expects("#USBSerialPort5", b"back again")
+
+        for (name, line), setting in zip(lines.items(), SETTINGS):
+            relay.closes(name)
+            node = "/dev/ttyS2" if line == UART else machine.node_of(line)
+            takes(relay, name, machine, node, setting)
 
 
-def test_much_data_pass_the_arm_build_both_ways(pc_with_the_arm_build: Machine) -> None:
-    machine = pc_with_the_arm_build
-    machine.start_service(prefix=EMULATOR)
-    relay = machine.relay()
-    for name, line in (("#USBSerialPort2", "usb2"), (PHYSICAL_PORT, UART)):
-        relay.opens(name)
-        pours_both_ways(relay, name, machine, line, 65536)
+@pytest.fixture(scope="module")
+def saved_board(scratch: pathlib.Path) -> Saved:
+    return saved(other_machines.arm_board, scratch)
 
 
-def test_the_arm_build_sets_the_lines(pc_with_the_arm_build: Machine) -> None:
-    machine = pc_with_the_arm_build
-    names = [*USB_PORTS, PHYSICAL_PORT]
-    machine.start_service({name: setting.lines() for name, setting in zip(names, SETTINGS)},
-                          prefix=EMULATOR)
-    relay = machine.relay()
-    for name in names:
-        relay.opens(name)
-    nodes = [node.strip("[]") for node in machine.service_out("OPEN")]
-    assert len(nodes) == len(names)
-    for node, setting in zip(nodes, SETTINGS):
-        setting.expect(machine, node)
-
-
-def test_an_adapter_is_unplugged_under_the_arm_build_and_comes_back(
-        pc_with_the_arm_build: Machine) -> None:
-    machine = pc_with_the_arm_build
-    machine.start_service(prefix=EMULATOR)
-    relay = machine.relay()
-    leads_to(relay, "#USBSerialPort5", machine, "usb5")
-    machine.unplug("usb5")
-    machine.waits_for_nodes(5)
-    machine.plug("usb5")
-    machine.waits_for_nodes(6)
-    machine.waits('[ "$(grep -c "OPEN.*ttyUSB" /run/service.out)" -ge 2 ]')
-    machine.line("usb5").sends(b"back again")
-    relay.expects("#USBSerialPort5", b"back again")
+@pytest.fixture
+def board(saved_board: Saved, scratch: pathlib.Path) -> Iterator[Machine]:
+    """Without an adapter, and the service not running."""
+    with saved_board.restored(scratch) as machine:
+        yield machine
 
 
 def test_the_board_has_its_uart_at_a_pci_card(board: Machine) -> None:
@@ -200,18 +120,14 @@ def test_the_board_has_its_uart_at_a_pci_card(board: Machine) -> None:
     board.start_service()
     relay = board.relay()
     leads_to(relay, PHYSICAL_PORT, board, UART)
-    pours_both_ways(relay, PHYSICAL_PORT, board, UART, 65536)
+    pours_both_ways(relay, PHYSICAL_PORT, board, UART)
 
 
-MARK = Setting("9600", "8", "mark", "1", "none", "cs8 parenb parodd cmspar -cstopb -crtscts")
-
-
-@pytest.mark.parametrize("setting", [*SETTINGS[:4], MARK],
-                         ids=lambda setting: "-".join(setting.lines().split("\n")))
-def test_the_board_sets_its_uart(board: Machine, setting: Setting) -> None:
-    board.start_service({PHYSICAL_PORT: setting.lines()})
-    board.relay().opens(PHYSICAL_PORT)
-    setting.expect(board, "/dev/ttyS2")
+def test_the_board_sets_its_uart(board: Machine) -> None:
+    board.start_service()
+    relay = board.relay()
+    for setting in [*SETTINGS, MARK]:
+        takes(relay, PHYSICAL_PORT, board, "/dev/ttyS2", setting)
 
 
 def test_the_board_finds_an_adapter_by_its_ids_and_none_at_a_place(board: Machine) -> None:

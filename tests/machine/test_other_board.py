@@ -5,14 +5,10 @@ from __future__ import annotations
 
 import pathlib
 import re
-import shutil
-import tempfile
-from collections.abc import Iterator
 
-import pytest
-
-from machine import UART, Machine
+from machine import UART, Machine, Saved, running
 from packages import ROOT
+from test_topology import leads_to
 
 PAGE = (ROOT / "docs/other-boards.md").read_text(encoding="utf-8")
 RULES = "/etc/udev/rules.d/61-serial-port-handler.rules"
@@ -28,33 +24,18 @@ def takes_rules(machine: Machine, shown: str, real: str) -> None:
                 "udevadm trigger --action=add --subsystem-match=tty --settle")
 
 
-@pytest.fixture
-def two_uarts(pc: list[str], scratch: pathlib.Path) -> Iterator[Machine]:
-    """A PC whose UARTs are ttyS0, which is the line, and ttyS1."""
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
-    command = [word.replace("console=ttyS0", "console=ttyS1 8250.nr_uarts=2") for word in pc]
-    booted = Machine(command, folder)
-    try:
-        yield booted
-    finally:
-        booted.end()
-        shutil.rmtree(folder)
-
-
-def test_a_link_of_the_name_leads_to_another_uart(two_uarts: Machine) -> None:
-    machine = two_uarts
-    machine.run("! test -e /dev/ttyS2")
-    takes_rules(machine, "ttyAMA0", "ttyS0")
-    assert machine.run("readlink /dev/ttyS2") == "ttyS0"
-    assert machine.run("stat -c '%G %a' /dev/ttyS0") == "dialout 660"
-    assert "E: ID_MM_DEVICE_IGNORE=1" in machine.run("udevadm info /dev/ttyS2").splitlines()
-    machine.start_service()
-    relay = machine.relay()
-    relay.opens("#PhysicalPort0")
-    machine.line(UART).sends(b"from the line")
-    relay.expects("#PhysicalPort0", b"from the line")
-    relay.writes("#PhysicalPort0", b"to the line")
-    machine.line(UART).expects(b"to the line")
+def test_a_link_of_the_name_leads_to_another_uart(saved: Saved, scratch: pathlib.Path) -> None:
+    # ttyS0 is the line, and there is ttyS1.
+    command = [word.replace("console=ttyS0", "console=ttyS1 8250.nr_uarts=2")
+               for word in saved.command]
+    with running(command, scratch) as machine:
+        machine.run("! test -e /dev/ttyS2")
+        takes_rules(machine, "ttyAMA0", "ttyS0")
+        assert machine.run("readlink /dev/ttyS2") == "ttyS0"
+        assert machine.run("stat -c '%G %a' /dev/ttyS0") == "dialout 660"
+        assert "E: ID_MM_DEVICE_IGNORE=1" in machine.run("udevadm info /dev/ttyS2").splitlines()
+        machine.start_service()
+        leads_to(machine.relay(), "#PhysicalPort0", machine, UART)
 
 
 def test_a_link_does_not_take_the_place_of_a_node(machine: Machine) -> None:

@@ -5,16 +5,15 @@ from __future__ import annotations
 
 import json
 import pathlib
-import shutil
-import tempfile
 from collections.abc import Iterator
 
 import pytest
 
+import machine as machines
 import packages
 import systemd_pc
 from figures import Figure
-from machine import ADAPTERS, UART, Machine, restored, settings
+from machine import ADAPTERS, UART, Machine, settings
 from relay import CLOSE, Relay
 from systemd_pc import SERVICE
 from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
@@ -26,33 +25,19 @@ DROP_INS = f"/run/systemd/system/{SERVICE}.d"
 
 
 @pytest.fixture(scope="module")
-def booted(scratch: pathlib.Path,
-           request: pytest.FixtureRequest) -> tuple[list[str], pathlib.Path]:
-    """QEMU's command, and the state of the machine when systemd has started everything."""
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="systemd-", dir=scratch))
-    command = systemd_pc.pc(pathlib.Path(request.config.getoption("--service")), folder)
-    machine = Machine(command, folder)
-    try:
-        machine.waits("systemctl is-system-running --quiet")
-        machine.waits_for_listen(1)
-        machine.save(folder / "state")
-    finally:
-        machine.end()
-    return command, folder / "state"
+def saved(build: pathlib.Path, scratch: pathlib.Path) -> machines.Saved:
+    """When systemd has started everything."""
+    return machines.saved(lambda folder: systemd_pc.pc(build, folder), scratch,
+                          "systemctl is-system-running --quiet && grep LISTEN /run/service.out")
 
 
 @pytest.fixture
-def machine(booted: tuple[list[str], pathlib.Path], scratch: pathlib.Path) -> Iterator[Machine]:
+def machine(saved: machines.Saved, scratch: pathlib.Path) -> Iterator[Machine]:
     """Fresh, with all six adapters, and the service listening."""
-    folder = pathlib.Path(tempfile.mkdtemp(prefix="machine-", dir=scratch))
-    fresh = restored(*booted, folder)
-    try:
+    with saved.restored(scratch) as fresh:
         fresh.configure({name: settings() for name in [*USB_PORTS, PHYSICAL_PORT]})
         fresh.plug_all()
         yield fresh
-    finally:
-        fresh.end()
-        shutil.rmtree(folder)
 
 
 def property_of(machine: Machine, name: str) -> str:
