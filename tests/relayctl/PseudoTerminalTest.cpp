@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -12,41 +10,18 @@
 
 #include "e2e/support/Workplace.h"
 #include "pty/PseudoTerminal.h"
+#include "relayctl/Program.h"
 #include "support/Eventually.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kLink = "/tmp/e2e/port";
-
-// A program that uses the port.
-class Program {
- public:
-  Program() : near(open(kLink, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
-  ~Program() { (void)close(near); }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  bool IsOpen() const { return near != -1; }
-  void Writes(const std::string& bytes) const {
-    EXPECT_EQ(static_cast<ssize_t>(bytes.size()), write(near, bytes.data(), bytes.size()));
-  }
-  std::string Reads() const {
-    std::array<char, 64> buffer{};
-    const ssize_t count = read(near, buffer.data(), buffer.size());
-    return {buffer.data(), static_cast<size_t>(count > 0 ? count : 0)};
-  }
-  termios Settings() const {
-    termios settings{};
-    EXPECT_EQ(0, tcgetattr(near, &settings));
-    return settings;
-  }
-  void Sets(const termios& settings) const { EXPECT_EQ(0, tcsetattr(near, TCSANOW, &settings)); }
-
- private:
-  int near;
-};
+termios SettingsOf(const Program& program) {
+  termios settings{};
+  EXPECT_EQ(0, tcgetattr(program.Descriptor(), &settings));
+  return settings;
+}
 
 bool IsReadable(int descriptor) {
   pollfd state = {descriptor, POLLIN, 0};
@@ -78,12 +53,12 @@ TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
   for (int round = 0; round < 3; ++round) {
     {
       const Program program;
-      ASSERT_TRUE(program.IsOpen());
+      ASSERT_NE(-1, program.Descriptor());
       EXPECT_TRUE(IsReadable(terminal.Openings()));
       EXPECT_TRUE(terminal.Look());
       EXPECT_TRUE(terminal.InUse());
       const Program second;
-      program.Writes("hello");
+      EXPECT_TRUE(program.Writes("hello"));
       EXPECT_TRUE(Eventually([&] { return ReadAll(terminal) == "hello"; }));
       EXPECT_TRUE(terminal.InUse());
     }
@@ -97,7 +72,7 @@ TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
   PseudoTerminal terminal(kLink);
   {
     const Program program;
-    program.Writes("bye");
+    EXPECT_TRUE(program.Writes("bye"));
   }
   (void)terminal.Look();
   std::string all;
@@ -109,17 +84,17 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
   {
     const Program program;
     (void)terminal.Look();
-    termios settings = program.Settings();
+    termios settings = SettingsOf(program);
     settings.c_lflag |= ECHO | ICANON;
-    program.Sets(settings);
+    EXPECT_EQ(0, tcsetattr(program.Descriptor(), TCSANOW, &settings));
     EXPECT_EQ(6u, terminal.Write("stale\n", 6));
   }
   (void)ReadAll(terminal);
   ASSERT_FALSE(terminal.InUse());
   const Program next;
-  EXPECT_EQ("", next.Reads());
-  EXPECT_EQ(0u, next.Settings().c_lflag & (ECHO | ICANON | ISIG));
-  EXPECT_EQ(0u, next.Settings().c_oflag & OPOST);
+  EXPECT_FALSE(IsReadable(next.Descriptor()));
+  EXPECT_EQ(0u, SettingsOf(next).c_lflag & (ECHO | ICANON | ISIG));
+  EXPECT_EQ(0u, SettingsOf(next).c_oflag & OPOST);
 }
 
 TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {

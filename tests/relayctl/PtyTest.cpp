@@ -1,36 +1,15 @@
 // SPDX-License-Identifier: MIT
 // relayctl pty: a port of the real service as a pseudo-terminal.
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <filesystem>
 #include <ostream>
 #include <sstream>
 
-#include "e2e/support/Transfer.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// A program that has the pseudo-terminal open.
-class Program {
- public:
-  Program() : descriptor(open(kLink, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
-  ~Program() { (void)close(descriptor); }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  bool Writes(const std::string& bytes) const { return WritesAll(descriptor, bytes); }
-
-  std::string Reads(size_t size) const { return ReadsAll(descriptor, size); }
-
- private:
-  int descriptor;
-};
 
 class PtyTest : public RelayctlTest {
  protected:

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "e2e/ServiceTest.h"
+#include "relayctl/Program.h"
 #include "relayctl/Shell.h"
 
-constexpr const char* kLink = "/tmp/e2e/port";            // to the pseudo-terminal
 constexpr const char* kRecording = "/tmp/e2e/recording";  // relayctl record's, or replay's
 
 // A command line of the shell that runs beside the test.

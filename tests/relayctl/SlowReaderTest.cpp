@@ -1,17 +1,14 @@
 // SPDX-License-Identifier: MIT
 // A device that sends without end, and a reader that sleeps: relayctl holds a bounded amount, the
 // rest waits in front of the service, and nothing is lost.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
-#include <sstream>
 #include <thread>
 
-#include "e2e/support/Transfer.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
@@ -34,43 +31,19 @@ std::string BytesFrom(size_t begin, size_t count) {
 }
 
 // What a program reads when it wakes up at last.
-class Reader {
+class Reader : public Program {
  public:
-  explicit Reader(const char* path)
-      : descriptor(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
-  ~Reader() { (void)close(descriptor); }
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
+  using Program::Program;
 
   // Whether the first `count` bytes are those of the stream.
-  bool ReadsStream(size_t count) {
-    size_t at = 0;
-    bool isSame = true;
-    std::string buffer(65536, '\0');
-    while (at < count && isSame) {
-      ssize_t size = 0;
-      if (!Eventually(
-              [&] { return (size = read(descriptor, buffer.data(), buffer.size())) > 0; })) {
-        return false;
-      }
-      const auto length = static_cast<size_t>(size);
-      isSame = BytesFrom(at, length) == buffer.substr(0, length);
-      at += length;
-    }
-    return isSame && at == count;
-  }
+  bool ReadsStream(size_t count) const { return Reads(count) == BytesFrom(0, count); }
 
   // Whether `end`, which is not part of the stream, is among what has come.
   bool ReadsEnd(const std::string& end) const {
     std::string buffer(65536, '\0');
-    const ssize_t size = read(descriptor, buffer.data(), buffer.size());
+    const ssize_t size = read(Descriptor(), buffer.data(), buffer.size());
     return size > 0 && buffer.find(end) < static_cast<size_t>(size);
   }
-
-  bool Writes(const std::string& bytes) const { return WritesAll(descriptor, bytes); }
-
- private:
-  int descriptor;
 };
 
 class SlowReaderTest : public RelayctlTest {

@@ -2,24 +2,15 @@
 // Which name reaches which adapter, on saved databases and on a machine that changes.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
+#include "e2e/support/Workplace.h"
 #include "machine/MachineConfiguration.h"
 #include "machine/Suggest.h"
 #include "machine/UdevSnapshot.h"
 
 namespace {
 
-std::string ReadText(const std::string& path) {
-  const std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
 UdevSnapshot Saved(const std::string& name) {
-  return UdevSnapshot(ReadText(std::string(SPH_TEST_DATA) + "/" + name));
+  return UdevSnapshot(workplace::ReadWhole(std::string(SPH_TEST_DATA) + "/" + name));
 }
 
 // An adapter's two records, as short as they can be.
