@@ -117,6 +117,25 @@ INSTANTIATE_TEST_SUITE_P(
         FlagCase{"FlowControl3IsUnknown", kFlow, 3, 0, 0, 0, 0}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(LineSettingsTest, RawModeClearsWhatAnEarlierUserMayHaveSet) {
+  termios attributes{};
+  attributes.c_iflag = ~tcflag_t{0};
+  attributes.c_oflag = ~tcflag_t{0};
+  attributes.c_lflag = ~tcflag_t{0};
+  attributes.c_cflag = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CRTSCTS | HUPCL;
+  attributes.c_cc[VMIN] = 7;
+  attributes.c_cc[VTIME] = 7;
+  SetRawMode(attributes);
+  EXPECT_EQ(CS8 | CLOCAL | CREAD | HUPCL,
+            attributes.c_cflag & (CSIZE | PARENB | CSTOPB | CRTSCTS | CLOCAL | CREAD | HUPCL));
+  EXPECT_EQ(0U, attributes.c_iflag &
+                    (IGNBRK | BRKINT | PARMRK | ISTRIP | INLCR | IGNCR | ICRNL | IXON | IXOFF));
+  EXPECT_EQ(0U, attributes.c_oflag & OPOST);
+  EXPECT_EQ(0U, attributes.c_lflag & (ECHO | ECHONL | ICANON | ISIG | IEXTEN));
+  EXPECT_EQ(0, attributes.c_cc[VMIN]);
+  EXPECT_EQ(1, attributes.c_cc[VTIME]);
+}
+
 TEST(LineSettingsTest, XonXoffSetsTheStartAndStopCharacters) {
   termios attributes{};
   SerialSettings settings = kNothing;

@@ -52,6 +52,18 @@ TEST_F(LinuxSerialTest, OpenPrintsOneLineWithThePath) {
   EXPECT_EQ("", error.Rest());
 }
 
+// A pseudo-terminal has always 8 bits and no parity bit; all else it keeps.
+TEST_F(LinuxSerialTest, OpenSetsRawModeAndThenTheLine) {
+  ASSERT_EQ(0, serial.Open(line.Node(), {19200, 7, kParityOdd, kTwoStopBits, kXonXoff}));
+  const termios set = line.Settings();
+  EXPECT_EQ(B19200, cfgetospeed(&set));
+  EXPECT_EQ(B19200, cfgetispeed(&set));
+  EXPECT_EQ(PARODD | CSTOPB, set.c_cflag & (PARODD | CMSPAR | CSTOPB | CRTSCTS));
+  EXPECT_EQ(0U, set.c_iflag & ICRNL);
+  EXPECT_EQ(0U, set.c_lflag & (ECHO | ICANON));
+  EXPECT_EQ(IXON | IXOFF, set.c_iflag & (IXON | IXOFF)) << "raw mode clears them";
+}
+
 TEST_F(LinuxSerialTest, OpenOfAnOpenObjectReturnsMinus2AndLeavesTheDeviceAlone) {
   Open();
   PtyLine other;

@@ -2,10 +2,12 @@
 // Ports that are found through the udev database.
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <stdexcept>
 
 #include "serial/SerialPortTest.h"
+#include "support/PtyLine.h"
 #include "support/UdevTool.h"
 
 namespace {
@@ -15,10 +17,11 @@ using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
-// One adapter, whose node is a symbolic link in the test's folder.
+// A port on a real device: one adapter, whose node is a symbolic link in the test's folder.
 class SerialPortUsbTest : public SerialPortTest {
  protected:
   SerialPortUsbTest() {
+    port = CreateSerialPort("TheModule", "TheTag");
     Link();
     udev.Prints(Adapter(node));
   }
@@ -38,6 +41,7 @@ class SerialPortUsbTest : public SerialPortTest {
   int OpenUsb() { return port->OpenUsb(0x0403, 0x6001, receiver.Callback(), kSettings); }
 
   UdevTool udev;
+  std::unique_ptr<PtyLine> line = std::make_unique<PtyLine>();
   const std::string node = udev.Path("ttyUSB4");
 };
 
@@ -49,7 +53,7 @@ TEST_F(SerialPortUsbTest, AUsbPortIsOpenedByItsIdsUnderItsPath) {
   EXPECT_EQ(0U, port->GetOpenKind());
   line->Sends("hello");
   EXPECT_TRUE(receiver.WaitFor("hello"));
-  EXPECT_THAT(receiver.Names(), testing::Each(node));
+  EXPECT_EQ(node, receiver.Deliveries()[0].portName);
 }
 
 TEST_F(SerialPortUsbTest, AnUnpluggedAdapterIsReopenedAtItsPathWithoutASearch) {
@@ -57,8 +61,12 @@ TEST_F(SerialPortUsbTest, AnUnpluggedAdapterIsReopenedAtItsPathWithoutASearch) {
   StreamCapture error(STDERR_FILENO);
   ASSERT_EQ(0, port->Open("#USBSerialPort0", receiver.Callback(), kSettings));
   EXPECT_EQ("OPEN[" + node + "]\n", output.NextLine());
+  const int descriptors = OpenDescriptorCount();
   fs::remove(node);
   line->HangUp();
+  const auto time = TimeOf(
+      [&] { EXPECT_TRUE(Eventually([&] { return OpenDescriptorCount() == descriptors - 2; })); });
+  EXPECT_LT(time, std::chrono::milliseconds(500)) << "the far end and the device are closed";
   EXPECT_EQ("recv error:Input/output error\n", error.NextLine());
   EXPECT_EQ("(" + node + ")port close\n", output.NextLine());
   ASSERT_TRUE(Eventually([] { return CapturedLog().size() == 1; }));
@@ -92,7 +100,7 @@ TEST_F(SerialPortUsbTest, AnAdapterWithoutANodeReturnsMinus1AndLogsMessage0) {
   udev.Prints(Adapter(""));
   EXPECT_EQ(-1, OpenUsb());
   EXPECT_THAT(CapturedMessages(), ElementsAre("Cannot open serial device. [Port ]"));
-  EXPECT_EQ(0, calls.Count("pthread_create"));
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
   EXPECT_EQ("", port->GetPortName());
   EXPECT_EQ(2U, port->GetOpenKind());
 }
@@ -116,10 +124,10 @@ TEST_F(SerialPortUsbTest, LookupFindsThePathOrThrows) {
 
 TEST_F(SerialPortUsbTest, OpenUsbSearchesTwice) {
   udev.Prints(Adapter("/dev/first"));
-  udev.PrintsLater(Adapter(kNode));
+  udev.PrintsLater(Adapter(node));
   EXPECT_EQ(0, OpenUsb());
   EXPECT_THAT(udev.Runs(), ElementsAre("info --export-db", "info --export-db"));
-  EXPECT_EQ(kNode, port->GetPortName()) << "the second search counts";
+  EXPECT_EQ(node, port->GetPortName()) << "the second search counts";
 }
 
 }  // namespace

@@ -40,6 +40,12 @@ std::string PtyLine::Receives(size_t count) const {
   return bytes;
 }
 
+termios PtyLine::Settings() const {
+  termios attributes{};
+  EXPECT_EQ(0, tcgetattr(descriptor, &attributes));
+  return attributes;
+}
+
 void PtyLine::HangUp() {
   if (descriptor != -1) {
     (void)close(descriptor);

@@ -3,6 +3,8 @@
 // test opens and whose far end is the test.
 #pragma once
 
+#include <termios.h>
+
 #include <string>
 
 class PtyLine {
@@ -20,6 +22,9 @@ class PtyLine {
   // That many bytes; fewer when no more have come for 20 seconds. The near end may be closed
   // meanwhile and opened again.
   std::string Receives(size_t count) const;
+
+  // Of the near end.
+  termios Settings() const;
 
   // As if the adapter were unplugged: the near end is hung up and its path is gone.
   void HangUp();
