@@ -190,6 +190,12 @@ class Machine:
             self.plug(adapter)
         self.waits_for_nodes(len(adapters))
 
+    def takes_rules(self, path: str, rules: str, sign: str = "true") -> None:
+        """Gives udev rules for the terminals that are there and those to come. They may not count
+        for the first event after it has read them: until then `sign`, a shell command, fails."""
+        self.run(f"cat >{path} <<'END'\n{rules}END\nudevadm control --reload")
+        self.waits(f"udevadm trigger --action=add --subsystem-match=tty --settle; {sign}")
+
     def line(self, name: str) -> Line:
         """The far end of an adapter, or of the UART."""
         if name not in self._lines:

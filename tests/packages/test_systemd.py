@@ -1,5 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The installed unit under a real systemd, in a clean system: sandbox, journal, restart, stop."""
+"""The installed unit under a real systemd, in a clean system: rights, journal, restart, stop.
+
+That it finds adapters and opens their ports: tests/machine/test_systemd.py.
+"""
 
 import json
 from collections.abc import Iterator
@@ -54,11 +57,8 @@ def test_the_installation_starts_it_without_rights(box: Box) -> None:
     assert status["Seccomp"] == ["2"]
 
 
-def test_it_opens_a_port(box: Box) -> None:
-    converse(box)
-
-
 def test_the_journal_has_the_log_and_not_the_received_bytes(box: Box) -> None:
+    converse(box)
     entries = journal_of(box)
     closed = [entry for entry in entries if entry["MESSAGE"].endswith(" close command proc.")]
     assert [entry["PRIORITY"] for entry in closed] == ["6"]
@@ -86,36 +86,6 @@ def test_the_other_example_writes_them_to_a_file(box: Box) -> None:
     remove_drop_ins(box)
 
 
-def test_the_sandbox_lets_the_search_for_adapters_work(box: Box) -> None:
-    add_drop_in(box, "search.conf", """[Service]
-ExecStartPre=/bin/sh -euc 'udevadm info --export-db >/tmp/found; grep -q ^P: /tmp/found'
-""")
-    box.run("systemctl", "restart", SERVICE)  # which fails when the search does
-    remove_drop_ins(box)
-
-
-RULES = "60-serial-port-handler.rules"
-
-
-@pytest.mark.parametrize("ours, its", [
-    ('KERNEL=="ttyS2"', 'KERNEL=="tty0"'),
-    ("/devices/pci0000:00/0000:00:1d.2/usb4/4-1/*", "/devices/virtual/tty/*"),
-])
-def test_the_udev_rules_apply_to_the_ports(box: Box, ours: str, its: str) -> None:
-    """As no such port is in this machine, the rules are told that another device is one."""
-    rules = box.path(f"/lib/udev/rules.d/{RULES}").read_text()
-    assert ours in rules
-    box.path(f"/etc/udev/rules.d/{RULES}").write_text(rules.replace(ours, its))
-    told = box.run("udevadm", "test", "--action=add", "/sys/class/tty/tty0")
-    assert "ID_MM_DEVICE_IGNORE=1" in told
-    noted = [line for line in told.splitlines() if f"{RULES}:" in line]
-    assert len(noted) == 2 and "GROUP 20" in noted[0] and "MODE 0660" in noted[1]
-
-    box.path(f"/etc/udev/rules.d/{RULES}").unlink()
-    told = box.run("udevadm", "test", "--action=add", "/sys/class/tty/tty0")
-    assert f"rules.d/{RULES}" in told and "ID_MM_DEVICE_IGNORE" not in told
-
-
 def test_it_comes_back_however_often_it_dies(box: Box) -> None:
     for _ in range(7):  # systemd gives up after five, if it is not told otherwise
         before = property_of(box, "MainPID")
@@ -132,5 +102,3 @@ def test_a_stop_while_it_listens_is_no_failure(box: Box) -> None:
     assert property_of(box, "ExecMainStatus") == "255"
     assert property_of(box, "Result") == "success"
     assert property_of(box, "ActiveState") == "inactive"
-
-
