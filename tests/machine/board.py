@@ -39,7 +39,7 @@ def much_comes_back(relay: Relay, names: list[str], size: int) -> None:
     began = time.monotonic()
     writer = Background(write_in_turn)
     for name in names:
-        found = relay.takes(name, size, 600)
+        found = relay.port(name).takes(size, 600)
         assert checksum(found) == checksum(sent[name]), f"{name}: {len(found)} bytes, not the same"
     writer.wait()
     say(f"ok: {size} bytes came back on each of {len(names)} lines, "
@@ -55,7 +55,7 @@ def opens_and_closes(relay: Relay, name: str) -> None:
 def comes_back(relay: Relay, name: str, number: int, seconds: float) -> bool:
     word = f"probe {number} of {name};".encode()
     relay.writes(name, word)
-    return word in relay.takes_what_comes(name, word, seconds)
+    return word in relay.port(name).takes_what_comes(word, seconds)
 
 
 def unplugged_and_plugged_in(relay: Relay, name: str) -> None:

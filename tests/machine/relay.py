@@ -7,6 +7,8 @@ import socket
 import struct
 import threading
 
+from received import Received
+
 OPEN, CLOSE, DATA = 1, 2, 4
 NUMBERED, NAMED = 1, 2
 
@@ -33,7 +35,7 @@ class Relay:
         self._peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         self._changed = threading.Condition()
         self._replies: list[bytes] = []
-        self._received: dict[bytes, bytearray] = {}
+        self._received: dict[str, Received] = {}
         self._packets: list[bytes] = []
         self._ended = False
         self._reader = threading.Thread(target=self._read, daemon=True)
@@ -69,7 +71,7 @@ class Relay:
             return
         size = struct.unpack(">H", whole[4:6])[0]
         name, body = whole[6:6 + size], whole[6 + size + 4:]
-        self._received.setdefault(name, bytearray()).extend(body)
+        self.port(name.decode()).adds(body)
 
     def sends_bytes(self, data: bytes) -> None:
         self._peer.sendall(data)
@@ -108,46 +110,15 @@ class Relay:
         status = self.asks(CLOSE, named(name))
         assert status == 0, f"close {name}: status {status}"
 
-    def takes(self, name: str, count: int, seconds: float = 60) -> bytes:
-        """The next `count` bytes of a port, or what came of them."""
-        key = name.encode()
+    def port(self, name: str) -> Received:
+        """What a port brings."""
         with self._changed:
-            self._changed.wait_for(
-                lambda: len(self._received.get(key, b"")) >= count or self._ended, seconds)
-            waiting = self._received.setdefault(key, bytearray())
-            found = bytes(waiting[:count])
-            del waiting[:count]
-        return found
+            if name not in self._received:
+                self._received[name] = Received(name)
+            return self._received[name]
 
-    def waits_for(self, name: str, count: int, seconds: float = 60) -> None:
-        """Until a port has brought so many bytes, which stay for others to take."""
-        key = name.encode()
-        with self._changed:
-            assert self._changed.wait_for(
-                lambda: len(self._received.get(key, b"")) >= count, seconds), f"{name} is silent"
-
-    def takes_what_comes(self, name: str, mark: bytes, seconds: float) -> bytes:
-        """All bytes of a port up to now: when `mark` is among them, or the time is over."""
-        key = name.encode()
-        with self._changed:
-            self._changed.wait_for(lambda: mark in self._received.get(key, b""), seconds)
-            return bytes(self._received.pop(key, b""))
-
-    def takes_until(self, name: str, mark: bytes, seconds: float = 60) -> bytes:
-        """All bytes of a port up to `mark`, with it."""
-        key = name.encode()
-        with self._changed:
-            came = self._changed.wait_for(lambda: mark in self._received.get(key, b""), seconds)
-            waiting = self._received.setdefault(key, bytearray())
-            assert came, f"{name} brought {len(waiting)} bytes, and the mark is not among them"
-            end = waiting.find(mark) + len(mark)
-            found = bytes(waiting[:end])
-            del waiting[:end]
-        return found
-
-    def expects(self, name: str, data: bytes, seconds: float = 60) -> None:
-        found = self.takes(name, len(data), seconds)
-        assert found == data, f"{name} brought {found!r} instead of {data!r}"
+    def expects(self, name: str, data: bytes) -> None:
+        self.port(name).expects(data)
 
     def next_packet(self, seconds: float = 60) -> bytes:
         """The next packet of any kind, as it came: for tests that use nothing else."""

@@ -57,7 +57,7 @@ def test_a_megabyte_both_ways_on_all_seven_ports_at_once(
     work = [Background(service.line(line).sends, inward[name]) for name, line in PORTS.items()]
     work.append(Background(write_in_turn))
     for name, line in PORTS.items():
-        assert checksum(relay.takes(name, MEGABYTE, 300)) == checksum(inward[name]), name
+        assert checksum(relay.port(name).takes(MEGABYTE, 300)) == checksum(inward[name]), name
         assert checksum(service.line(line).takes(MEGABYTE, 300)) == checksum(outward[name]), name
     for task in work:
         task.wait()

@@ -33,7 +33,7 @@ def pours_both_ways(relay: Relay, name: str, machine: Machine, line: str) -> Non
     pour = Background(machine.line(line).sends, back)
     relay.writes(name, there)
     assert checksum(machine.line(line).takes(size)) == checksum(there)
-    assert checksum(relay.takes(name, size)) == checksum(back)
+    assert checksum(relay.port(name).takes(size)) == checksum(back)
     pour.wait()
 
 
