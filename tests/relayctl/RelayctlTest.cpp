@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "relayctl/RelayctlTest.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
-#include <sstream>
 
 namespace {
 
@@ -39,16 +37,11 @@ bool Background::Prints(const std::string& text) const {
 }
 
 uint64_t Background::ProcessorTime() const {
-  const std::string stat = workplace::ReadWhole(Folder() + "/stat");
-  std::istringstream fields(stat.substr(stat.rfind(')') + 1));
-  std::string skipped;
-  for (int field = 3; field < 14; ++field) {
-    fields >> skipped;
-  }
-  uint64_t user = 0;
-  uint64_t system = 0;
-  fields >> user >> system;
-  return (user + system) * 1000 / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+  clockid_t clock{};
+  EXPECT_EQ(0, clock_getcpuclockid(Pid(), &clock));
+  timespec time{};
+  EXPECT_EQ(0, clock_gettime(clock, &time));
+  return static_cast<uint64_t>(time.tv_sec * 1000 + time.tv_nsec / 1000000);
 }
 
 RelayctlTest::RelayctlTest() {
