@@ -3,7 +3,6 @@
 #include <csignal>
 #include <filesystem>
 #include <ostream>
-#include <sstream>
 
 #include "relayctl/RelayctlTest.h"
 
@@ -46,18 +45,7 @@ class PtyTest : public RelayctlTest {
  private:
   // Whether bytes from the service wait to be received.
   static bool LinkHoldsBytes() {
-    constexpr const char* kFromService = ":EA64";  // 60004
-    constexpr const char* kNone = ":00000000";
-    std::istringstream connections(workplace::ReadWhole("/proc/net/tcp"));
-    for (std::string line; std::getline(connections, line);) {
-      std::istringstream words(line);
-      std::string number, local, remote, state, queues;
-      words >> number >> local >> remote >> state >> queues;
-      if (remote.ends_with(kFromService) && !queues.ends_with(kNone)) {
-        return true;
-      }
-    }
-    return false;
+    return !RunShell("ss -Htn dport = 60004 | awk '$2 > 0'").output.empty();
   }
 };
 
