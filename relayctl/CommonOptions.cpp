@@ -30,3 +30,9 @@ relay::ClientOptions CommonOptions::ForClient(bool reconnect) const {
   options.replyTimeout = reconnect ? relay::Millis(0) : MillisOf(timeout);
   return options;
 }
+
+relay::ClientOptions CommonOptions::ForPatientClient() const {
+  relay::ClientOptions options = ForClient();
+  options.replyTimeout = relay::Millis(0);
+  return options;
+}

@@ -21,4 +21,7 @@ struct CommonOptions {
   // Options for a client. `reconnect`: for commands that outlive the service; those wait for
   // answers without limit, as a line that takes no bytes holds up all commands behind it.
   relay::ClientOptions ForClient(bool reconnect = false) const;
+
+  // The same for one that does not reconnect, and waits for answers without limit all the same.
+  relay::ClientOptions ForPatientClient() const;
 };

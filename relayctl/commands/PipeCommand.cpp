@@ -45,7 +45,7 @@ class Pipe {
         options(commandOptions),
         port(PortToOpen(options.port)),
         until(relay::Unescape(options.until)),
-        client(Patient(common)),
+        client(common.ForPatientClient()),
         writer(client, port) {}
 
   int Run() {
@@ -84,12 +84,6 @@ class Pipe {
  private:
   // A line that takes nothing because of its flow control holds up the answers behind its data, and
   // that may last: only the open has a limit.
-  static relay::ClientOptions Patient(const CommonOptions& common) {
-    relay::ClientOptions result = common.ForClient();
-    result.replyTimeout = relay::Millis(0);
-    return result;
-  }
-
   Clock::duration AnswerTime() const {
     return FromSeconds(common.timeout > 0 ? common.timeout + common.patience : 1e6);
   }

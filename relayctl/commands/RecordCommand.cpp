@@ -63,9 +63,7 @@ int RecordPorts(const CommonOptions& common, const Options& options) {
   Loop loop;
   loop.Serve(client);
   loop.When([&] { return notices.Due(); }, [&] { notices.Remind(); });
-  const auto end = EndAfter(options.duration);
-  loop.When([&] { return end; }, [] {});
-  const int signal = loop.Run([&] { return end && Clock::now() >= *end; });
+  const int signal = loop.RunFor(options.duration);
   Report(options, recording.Packets());
   if (signal == 0) {
     notices.MustHaveLinked();
@@ -87,7 +85,7 @@ class Tap {
         options(commandOptions),
         socket(static_cast<uint16_t>(options.listen)),
         recording(options.file),
-        client(Patient(common)) {}
+        client(common.ForPatientClient()) {}  // a limit is the relay service's own business
 
   int Run() {
     relay::Events events;
@@ -121,21 +119,13 @@ class Tap {
         [this](short) { Accept(); });
     PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
     loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
-    const auto end = EndAfter(options.duration);
-    loop.When([end] { return end; }, [] {});
-    (void)loop.Run([end] { return end && Clock::now() >= *end; });
+    (void)loop.RunFor(options.duration);
     Report(options, recording.Packets());
     return kExitDone;
   }
 
  private:
   static constexpr size_t kMostKept = 1U << 20;
-
-  static relay::ClientOptions Patient(const CommonOptions& common) {
-    relay::ClientOptions result = common.ForClient();
-    result.replyTimeout = relay::Millis(0);  // the relay service's own business
-    return result;
-  }
 
   void Accept() {
     if (!socket.Accept()) {

@@ -87,13 +87,11 @@ class Watch {
     loop.Serve(client);
     loop.When([this] { return gatherer.Due(); }, [this] { gatherer.Flush(); });
     loop.When([this] { return notices.Due(); }, [this] { notices.Remind(); });
-    const auto end = EndAfter(options.duration);
-    loop.When([end] { return end; }, [] {});
     Keys keys;
     loop.Watch(
         STDIN_FILENO, [&keys]() -> short { return keys.AreThere() ? POLLIN : 0; },
         [this, &keys](short) { OnKey(keys.Next()); });
-    const int signal = loop.Run([this, end] { return mayEnd || (end && Clock::now() >= *end); });
+    const int signal = loop.RunFor(options.duration, [this] { return mayEnd; });
     gatherer.Flush(true);
     ShowStatistics();
     if (signal == 0 && !mayEnd) {

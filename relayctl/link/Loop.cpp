@@ -10,6 +10,8 @@
 #include <climits>
 #include <csignal>
 
+#include "Duration.h"
+
 namespace {
 
 constexpr int kEndSignals[] = {SIGINT, SIGTERM, SIGHUP};
@@ -129,4 +131,13 @@ int Loop::Run(const std::function<bool()>& done) {
     Wait();
   }
   return ended;
+}
+
+int Loop::RunFor(double seconds, const std::function<bool()>& done) {
+  if (seconds <= 0) {
+    return Run(done);
+  }
+  const auto end = relay::Clock::now() + FromSeconds(seconds);
+  When([end] { return end; }, [] {});
+  return Run([&] { return done() || relay::Clock::now() >= end; });
 }

@@ -36,6 +36,10 @@ class Loop {
   // client's failure when it is over.
   int Run(const std::function<bool()>& done);
 
+  // The same, and no longer than `seconds`; 0: as long as it takes.
+  int RunFor(
+      double seconds, const std::function<bool()>& done = [] { return false; });
+
   // Any other signal as an event: SIGWINCH. It is blocked from here on.
   void OnSignal(int signal, std::function<void()> action);
 
