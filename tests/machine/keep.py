@@ -16,7 +16,7 @@ import tty
 
 import guest
 import packages
-from machine import ADAPTERS, UART, Machine, command_line
+from machine import ADAPTERS, UART, command_line, running
 
 # A terminal in the guest for an interactive shell. When that ends the machine ends, too.
 SHELL = "socat - EXEC:'sh -i',pty,setsid,ctty,stderr,sane; poweroff -f\n"
@@ -69,16 +69,13 @@ def main() -> None:
         folder = pathlib.Path(name)
         kind = guest.Kind("amd64", "linux-image-amd64", packages.ROOT / "build" / "release")
         print("Booting…", flush=True)
-        machine = Machine(command_line(guest.image(kind, folder)), folder)
-        try:
+        with running(command_line(guest.image(kind, folder)), folder) as machine:
             machine.plug_all()
             machine.start_service()
             for line in (*ADAPTERS, UART):
                 machine.line(line).loops_back()
-            print(WELCOME.format(folder=folder, port=machine.relay_port()), flush=True)
+            print(WELCOME.format(folder=machine.folder, port=machine.relay_port()), flush=True)
             at_the_terminal(machine.shell(SHELL))
-        finally:
-            machine.end()
 
 
 if __name__ == "__main__":
