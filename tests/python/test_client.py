@@ -1,9 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The client, with the real service. The environment's SPH_SERVICE names its program."""
+"""The client, with the real service."""
 
 import contextlib
 import io
-import os
 import pathlib
 import re
 import socket
@@ -13,24 +12,13 @@ import unittest
 
 from serial_port_relay import Client, LinkEnded, NoAnswer, NotListening, Port, Received, Refused
 from serial_port_relay.packet import OPEN
+from with_service import PROGRAM, WithService
 from workplace import PATIENCE, PHYSICAL, USB, Device, make
 
-PROGRAM = os.environ["SPH_SERVICE"]
 README = pathlib.Path(__file__).parents[2] / "clients/python/README.md"
 
 
-class WithService(unittest.TestCase):
-    def setUp(self) -> None:
-        self.service = make(PROGRAM, self.addCleanup)
-        self.device = Device("/dev/ttyS2")
-        self.addCleanup(self.device.remove)
-
-    def connect(self, reconnect: bool = False) -> Client:
-        client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect)
-        self.addCleanup(client.disconnect)
-        client.connect()
-        return client
-
+class ClientTest(WithService):
     def refusal(self, client: Client, port: str, close: bool = False) -> int:
         with self.assertRaises(Refused) as caught:
             if close:
@@ -83,10 +71,7 @@ class WithService(unittest.TestCase):
         client.on_received = lambda piece: came.append(piece.data)
         client.open(PHYSICAL)
         self.device.sends(b"abc")
-        for _ in range(int(PATIENCE * 100)):
-            if came:
-                break
-            self.assertIsNone(client.receive(0.01))
+        self.receive_until(client, lambda: bool(came))
         self.assertEqual(came, [b"abc"])
 
     def test_much_data_both_ways(self) -> None:

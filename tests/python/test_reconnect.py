@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A client that reconnects, with the real service: SPH_SERVICE names its program."""
+"""A client that reconnects, with the real service."""
 
 import fcntl
 import os
@@ -12,27 +12,13 @@ import unittest
 from collections.abc import Callable
 
 from serial_port_relay import Change, Client, Event, NotListening, Port, Received, Refused
-from workplace import PATIENCE, PHYSICAL, USB, Device, make
+from with_service import WithService
+from workplace import PATIENCE, PHYSICAL, USB, Device
 
-PROGRAM = os.environ["SPH_SERVICE"]
 
-
-class WithService(unittest.TestCase):
-    def setUp(self) -> None:
-        self.service = make(PROGRAM, self.addCleanup)
-        self.device = Device("/dev/ttyS2")
-        self.addCleanup(self.device.remove)
-        self.events: list[Event] = []
-
-    def connect(self, reconnect: bool = True) -> Client:
-        client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect,
-                        reply_timeout=PATIENCE, on_event=self.events.append)
-        self.addCleanup(client.disconnect)
-        client.connect()
-        return client
-
+class Reconnecting(WithService):
     def kept(self) -> Client:
-        client = self.connect()
+        client = self.connect(reconnect=True)
         client.open(PHYSICAL, keep=True)
         return client
 
@@ -40,17 +26,11 @@ class WithService(unittest.TestCase):
         self.service.kill()
         self.service.start()
 
-    def receive_until(self, client: Client, done: Callable[[], bool]) -> None:
-        deadline = time.monotonic() + PATIENCE
-        while not done():
-            self.assertLess(time.monotonic(), deadline, f"events: {self.events}")
-            self.assertIsNone(client.receive(0.01))
-
     def told(self) -> list[Change]:
         return [event.what for event in self.events]
 
 
-class Restart(WithService):
+class Restart(Reconnecting):
     def test_write(self) -> None:
         client = self.kept()
         for data in (b"one", b"two"):
@@ -59,7 +39,7 @@ class Restart(WithService):
             self.assertEqual(self.device.receives(3), data)
 
     def test_open(self) -> None:
-        client = self.connect()
+        client = self.connect(reconnect=True)
         self.restart()
         client.open(PHYSICAL)
         self.restart()
@@ -78,13 +58,13 @@ class Restart(WithService):
             client.close(PHYSICAL)
 
     def test_packets_of_ones_own(self) -> None:
-        client = self.connect()
+        client = self.connect(reconnect=True)
         self.restart()
         client.send(bytes.fromhex("0007 01 02 0001 58"))
         self.assertEqual(client.reply(PATIENCE).number, 2)
 
 
-class Limits(WithService):
+class Limits(Reconnecting):
     def test_receive_takes_its_timeout(self) -> None:
         client = self.kept()
         self.service.kill()
@@ -94,7 +74,7 @@ class Limits(WithService):
         self.assertTrue(0.1 <= passed < PATIENCE / 4, passed)
 
     def test_commands_take_the_reply_timeout(self) -> None:
-        client = self.connect()
+        client = self.connect(reconnect=True)
         client.open(PHYSICAL)
         self.service.kill()
         client.reply_timeout = 0.2
@@ -126,9 +106,9 @@ class Limits(WithService):
         self.assertEqual(self.device.receives(3), b"abc")
 
 
-class KeptPorts(WithService):
+class KeptPorts(Reconnecting):
     def test_an_adapter_that_comes_later(self) -> None:
-        client = self.connect()
+        client = self.connect(reconnect=True)
         with self.assertRaisesRegex(Refused, "status 4"):
             client.open(USB, keep=True)
         usb = Device("/dev/ttyUSB0")
@@ -140,7 +120,7 @@ class KeptPorts(WithService):
 
     def test_an_adapter_that_is_away_after_a_restart(self) -> None:
         usb = Device("/dev/ttyUSB0")
-        client = self.connect()
+        client = self.connect(reconnect=True)
         client.open(USB, keep=True)
         usb.remove()
         self.restart()
