@@ -109,16 +109,6 @@ TEST(LinuxThreadTest, WhatTheCLibraryRefusesIsLoggedAndTheObjectIdle) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
 }
 
-TEST(LinuxThreadTest, StartReturns0AndHandsTheArgumentOn) {
-  Routine routine;
-  CLinuxThread thread;
-  EXPECT_EQ(0, thread.Start(Routine::Run, &routine));
-  EXPECT_TRUE(Eventually([&routine] { return routine.Runs(); }));
-  routine.Release();
-  EXPECT_EQ(0, thread.Stop());
-  EXPECT_TRUE(routine.Returned());
-}
-
 TEST(LinuxThreadTest, AStoppedThreadCanBeStartedAgain) {
   CLinuxThread thread;
   for (int run = 0; run < 2; ++run) {

@@ -178,6 +178,14 @@ TEST_P(StreamWriterTest, InAHurryOnlyTheLastTextWaits) {
             }));
 }
 
+TEST_P(StreamWriterTest, TheStreamStaysBlockingForOtherPrograms) {
+  EXPECT_EQ(0, InChild([] {
+              const Terminal terminal;
+              (void)WriterTo(terminal.NearEnd()).Write("m\n");
+              return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
+            }));
+}
+
 INSTANTIATE_TEST_SUITE_P(Stream, StreamWriterTest, testing::Values(Owner::kSelf, Owner::kOther),
                          NameOf);
 

@@ -94,15 +94,6 @@ TEST_P(StandardErrorTest, PipeWhoseLastPageAnotherTakesHoldsUpNobody) {
             }));
 }
 
-TEST_P(StandardErrorTest, StaysAsItIsForOtherPrograms) {
-  EXPECT_EQ(0, InChild([] {
-              const Terminal terminal;
-              Take(terminal.NearEnd());
-              Log("m");
-              return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
-            }));
-}
-
 INSTANTIATE_TEST_SUITE_P(Stream, StandardErrorTest, testing::Values(Owner::kSelf, Owner::kOther),
                          NameOf);
 
