@@ -103,6 +103,11 @@ class PortNameResolverTest : public testing::Test {
            devName + "\n\n";
   }
 
+  static void ExpectNothingFound() {
+    EXPECT_EQ("", ResolvePortName("#USBSerialPort0"));
+    EXPECT_THROW((void)CLinuxSerial().FindUsbDevice(0x0403, 0x6001), std::logic_error);
+  }
+
   UdevTool udev;
 };
 
@@ -120,14 +125,6 @@ TEST_F(PortNameResolverTest, AUsbNameDumpsTheDatabaseOnceAtEachResolution) {
   EXPECT_EQ("/dev/ttyUSB1", ResolvePortName("#USBSerialPort0"));
   EXPECT_EQ("/dev/ttyUSB2", ResolvePortName("#USBSerialPort0"));
   EXPECT_THAT(udev.Runs(), ElementsAre("info --export-db", "info --export-db"));
-}
-
-TEST_F(PortNameResolverTest, AnAdapterAtNoKnownPlaceLeadsNowhereByName) {
-  udev.Prints(RealDatabase("udev-db-arm-board.txt"));
-  for (const char* name : {"#USBSerialPort0", "#USBSerialPort3", "#USBSerialPort5"}) {
-    EXPECT_EQ("", ResolvePortName(name));
-  }
-  EXPECT_EQ("/dev/ttyUSB0", CLinuxSerial().FindUsbDevice(0x0403, 0x6001));
 }
 
 // Both searches ignore what the dump and the removal report.
@@ -160,22 +157,19 @@ TEST_F(PortNameResolverTest, FindUsbDeviceOfARecordWithoutANodeIsEmpty) {
 
 TEST_F(PortNameResolverTest, AMissingUdevadmLeadsNowhere) {
   udev.IsMissing();
-  EXPECT_EQ("", ResolvePortName("#USBSerialPort0"));
-  EXPECT_THROW((void)CLinuxSerial().FindUsbDevice(0x0403, 0x6001), std::logic_error);
+  ExpectNothingFound();
   EXPECT_FALSE(std::filesystem::exists(kDumpFile));
 }
 
 TEST_F(PortNameResolverTest, AnEmptyDatabaseLeadsNowhere) {
   udev.Prints("");
-  EXPECT_EQ("", ResolvePortName("#USBSerialPort0"));
-  EXPECT_THROW((void)CLinuxSerial().FindUsbDevice(0x0403, 0x6001), std::logic_error);
+  ExpectNothingFound();
 }
 
 TEST_F(PortNameResolverTest, AFolderInTheDumpsPlaceLeadsNowhere) {
   std::filesystem::create_directory(kDumpFile);
   udev.Prints(RealDatabase("udev-db-six-adapters.txt"));
-  EXPECT_EQ("", ResolvePortName("#USBSerialPort0"));
-  EXPECT_THROW((void)CLinuxSerial().FindUsbDevice(0x0403, 0x6001), std::logic_error);
+  ExpectNothingFound();
 }
 
 }  // namespace
