@@ -7,8 +7,6 @@
 
 #include <atomic>
 
-#include "support/Eventually.h"
-
 // A routine for a thread under test: waits in a read, as the receive threads do, until it is
 // released or cancelled.
 class Routine {

@@ -7,14 +7,7 @@
 
 namespace {
 
-TEST(HexDumpTest, ThreeBytesAreTwoUpperCaseDigitsAndABlankEach) {
-  const uint8_t bytes[] = {0x41, 0x42, 0x0D};
-  std::string text;
-  FormatHexDump(bytes, sizeof bytes, text);
-  EXPECT_EQ("Received(3):41 42 0D \n", text);
-}
-
-TEST(HexDumpTest, TheLowestAndTheHighestByteHaveTwoDigits) {
+TEST(HexDumpTest, AByteIsTwoUpperCaseDigitsAndABlank) {
   const uint8_t bytes[] = {0x00, 0x0F, 0xA0, 0xFF};
   std::string text;
   FormatHexDump(bytes, sizeof bytes, text);

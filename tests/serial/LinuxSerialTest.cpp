@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The device on a real line: a pseudo-terminal.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 
 #include "serial/LinuxSerial.h"
 #include "support/Eventually.h"
@@ -16,11 +13,6 @@
 #include "support/StreamCapture.h"
 
 namespace {
-
-double MillisecondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-      .count();
-}
 
 class LinuxSerialTest : public testing::Test {
  protected:
@@ -108,10 +100,9 @@ TEST_F(LinuxSerialTest, EveryByteValuePassesUnchangedBothWays) {
 TEST_F(LinuxSerialTest, ReadOnAnIdleLineReturns0AfterATenthOfASecond) {
   Open();
   uint8_t byte = 0;
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(0, serial.Read(&byte, 1));
-  EXPECT_GE(MillisecondsSince(start), 80);
-  EXPECT_LE(MillisecondsSince(start), 5000);
+  const auto time = TimeOf([&] { EXPECT_EQ(0, serial.Read(&byte, 1)); });
+  EXPECT_GE(time, std::chrono::milliseconds(80));
+  EXPECT_LE(time, std::chrono::milliseconds(5000));
 }
 
 TEST_F(LinuxSerialTest, ReadReturnsWhatThereIsWithoutWaitingForMore) {
