@@ -182,7 +182,7 @@ TEST_P(StreamWriterTest, TheStreamStaysBlockingForOtherPrograms) {
   EXPECT_EQ(0, InChild([] {
               const Terminal terminal;
               (void)WriterTo(terminal.NearEnd()).Write("m\n");
-              return fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK;
+              return (fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK) == 0 ? 0 : 1;
             }));
 }
 
