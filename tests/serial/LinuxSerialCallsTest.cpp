@@ -146,7 +146,12 @@ constexpr uint8_t kBytes[] = {0x41, 0x42, 0x43, 0x44, 0x45};
 class LinuxSerialCallsTest : public testing::Test {
  public:
   LinuxSerialCallsTest() { followedPath = line.Node(); }
-  ~LinuxSerialCallsTest() override { followedPath.clear(); }
+  ~LinuxSerialCallsTest() override {
+    followedPath.clear();
+    calls.clear();
+    afterOpen = nullptr;
+    answers.clear();
+  }
 
   void Open() {
     ASSERT_EQ(0, serial.Open(line.Node(), kSettings));
