@@ -57,11 +57,6 @@ class Stream(WithFakeService):
         client.send(b"GO")
         self.assertEqual(client.receive(PATIENCE), Received(X, b"abc"))
 
-    def test_a_reply_byte_by_byte(self) -> None:
-        pieces = [f"< {byte:02X}" for byte in bytes.fromhex(OPENED_X[1:])]
-        client = self.connect([OPEN_X, *pieces])
-        client.open("X")
-
     def test_data_before_the_reply_are_kept(self) -> None:
         client = self.connect([OPEN_X, DATA_OF_X, OPENED_X])
         client.open("X")

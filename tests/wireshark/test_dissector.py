@@ -208,14 +208,6 @@ class Dissector(unittest.TestCase):
             passed = (self.segments[frame - 1].microseconds - asked) / 1e6
             self.assertAlmostEqual(float(text), passed, delta=1e-6)
 
-    def test_byte_by_byte(self) -> None:
-        pieces = [Segment(whole.microseconds, whole.to_service, whole.data[at : at + 1])
-                  for whole in self.segments for at in range(len(whole.data))]
-        names = ["serialrelay.length", "serialrelay.port", "serialrelay.block.data"]
-        columns = [[part for part in row.split("|")] for row in ROWS]
-        wanted = ["|".join((row[1], row[8], row[14])) for row in columns]
-        self.assertEqual(self.shown(pieces, names, "-Y", "serialrelay"), wanted)
-
     def test_packets_in_one_segment(self) -> None:
         sent = b"".join(part.data for part in self.segments if part.to_service)
         came = b"".join(part.data for part in self.segments if not part.to_service)
