@@ -96,19 +96,24 @@ TEST_F(DoctorCommandTest, OfSeveralServicesTheOneOnTheGivenPortCounts) {
                         std::to_string(service->Pid()) + ")");
 }
 
-// The relay port as the service takes it from its configuration: leading digits, no reserved one,
-// and of a larger number the low 16 bits.
+// Where nobody listens, each says so. The relay port as the service takes it from its
+// configuration: leading digits, no reserved one, and of a larger number the low 16 bits.
 TEST_F(DoctorCommandTest, EachCommandTakesTheConfiguredRelayPort) {
+  workplace::WriteWhole(kRecording, "0 > X close\n");
   for (const auto& [text, port] : {std::pair("60123", "60123"),
                                    {"1024", "60004"},
                                    {"125660 or so", "60124"},
                                    {"x", "60004"}}) {
     configuration.RelayPort(text);
-    for (const char* const command : {"open X", "write X a", "pipe X", "raw 00"}) {
+    for (const char* const command :
+         {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /tmp/e2e/recording"}) {
+      const Outcome outcome =
+          RunShell(std::string("relayctl --patience 0 ") + command + " </dev/null");
       EXPECT_EQ(std::string("relayctl: nothing listens on 127.0.0.1:") + port +
                     ": is the service running?\n",
-                RunShell(std::string("relayctl --patience 0 ") + command + " </dev/null").output)
+                outcome.output)
           << command;
+      EXPECT_EQ(3, outcome.status) << command;
     }
   }
 }

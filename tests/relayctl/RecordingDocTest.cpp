@@ -70,7 +70,9 @@ class RecordingPlayTest : public RelayctlTest, public testing::WithParamInterfac
 TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
   StartListening();
   RecordedDevice far(*device, "#PhysicalPort0", kRecording);
-  EXPECT_EQ(0, RunShell(std::string("relayctl replay ") + kRecording).status);
+  const Outcome outcome = RunShell(std::string("relayctl replay ") + kRecording);
+  EXPECT_TRUE(outcome.output.ends_with(" came as recorded, no difference\n")) << outcome.output;
+  EXPECT_EQ(0, outcome.status);
   EXPECT_EQ("", far.Finish());
 }
 

@@ -113,19 +113,6 @@ TEST_F(UsageTest, AnErrorShowsNoControlBytesOfWhatWasTyped) {
   EXPECT_EQ(std::string::npos, outcome.output.find('\x1B')) << outcome.output;
 }
 
-TEST_F(UsageTest, WithoutAServiceEachCommandSaysSo) {
-  workplace::WriteWhole("/tmp/e2e/recording", "0 > X close\n");
-  for (const char* const command :
-       {"open X", "close X", "write X a", "pipe X", "raw 00", "replay /tmp/e2e/recording"}) {
-    const Outcome outcome =
-        RunShell(std::string("relayctl --patience 0.2 ") + command + " </dev/null");
-    EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
-              outcome.output)
-        << command;
-    EXPECT_EQ(3, outcome.status) << command;
-  }
-}
-
 // The kernel's choice of a local port narrowed down so that it takes the service's for one: these
 // two ranges lead bind and connect there.
 TEST_F(UsageTest, WithoutAServiceNobodyIsConnectedToHimself) {
