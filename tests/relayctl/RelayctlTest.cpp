@@ -44,6 +44,14 @@ uint64_t Background::ProcessorTime() const {
   return static_cast<uint64_t>(time.tv_sec * 1000 + time.tv_nsec / 1000000);
 }
 
+void ExpectHas(const std::string& text, const std::string& part) {
+  EXPECT_NE(std::string::npos, text.find(part)) << "not there: " << part << "\nin:\n" << text;
+}
+
+void ExpectHasNot(const std::string& text, const std::string& part) {
+  EXPECT_EQ(std::string::npos, text.find(part)) << "there: " << part << "\nin:\n" << text;
+}
+
 RelayctlTest::RelayctlTest() {
   const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "/usr/bin:/bin";
   (void)setenv("PATH", (std::string(workplace::kPrograms) + ":" + path).c_str(), 1);

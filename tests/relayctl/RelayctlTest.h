@@ -32,6 +32,10 @@ class Background : public Process {
   std::string file;
 };
 
+// A failure shows all of `text`.
+void ExpectHas(const std::string& text, const std::string& part);
+void ExpectHasNot(const std::string& text, const std::string& part);
+
 // The service's and relayctl's configuration is one, and `relayctl` is on PATH.
 class RelayctlTest : public ServiceTest {
  protected:

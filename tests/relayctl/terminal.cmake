@@ -12,6 +12,7 @@ target_compile_definitions(RelayctlPartsTest PRIVATE
 # The real doctor, and the real service.
 sph_add_test(RelayctlDoctorTest SANDBOX
   DoctorCommandTest.cpp
+  HangTest.cpp
   RelayctlTest.cpp
   Shell.cpp
   LIBRARIES e2e_support sph_warnings)
