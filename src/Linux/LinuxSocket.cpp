@@ -44,13 +44,6 @@ void ReportEndpoint(const char* event, uint32_t port) {
                       "(PORT:" + std::to_string(static_cast<int32_t>(port)) + ")\n");
 }
 
-void CloseDescriptor(std::atomic<int>& descriptor) {
-  const int owned = descriptor.exchange(-1);  // so that two closers never close one number twice
-  if (owned != -1) {
-    (void)close(owned);
-  }
-}
-
 }  // namespace
 
 CLinuxSocket::CLinuxSocket() = default;
@@ -80,16 +73,17 @@ bool CLinuxSocket::Bind(uint32_t port) {
 int CLinuxSocket::AcceptPeer() {
   sockaddr_in peer{};
   socklen_t length = sizeof peer;
+  int accepted = -1;
   {
     // A stop (see SignalMask.h) closes the listening descriptor under us. Whether it comes before
     // or inside accept, accept then fails: no retry, or it would be lost.
     const CStopSignalsAdmitted admitted;
-    connectionDescriptor = accept(listenDescriptor, reinterpret_cast<sockaddr*>(&peer), &length);
+    accepted = accept(listenDescriptor, reinterpret_cast<sockaddr*>(&peer), &length);
   }
-  if (connectionDescriptor == -1) {
+  if (accepted == -1) {
     return Fail();
   }
-  (void)KeptFromChildren(connectionDescriptor);
+  Take(KeptFromChildren(accepted));
   char text[INET_ADDRSTRLEN] = {};
   (void)inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
   WriteStandardOutput("[ACCEPT]IP:" + std::string(text) + "\n");
@@ -100,20 +94,30 @@ int CLinuxSocket::AcceptPeer() {
 }
 
 int CLinuxSocket::Connect(uint32_t port) {
-  if (connectionDescriptor != -1) {
+  if (Connection().IsOpen()) {
     return 0;
   }
-  connectionDescriptor = NewStream();
-  if (connectionDescriptor == -1) {
+  const int made = NewStream();
+  if (made == -1) {
     return Fail();
   }
+  Take(made);
   const sockaddr_in address = LoopbackAddress(port);
-  if (connect(connectionDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
-      0) {
+  const CUsedDescriptor::CUse use(Connection());
+  if (connect(use.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return Fail();
   }
   ReportEndpoint("[CONNECT]IP:", port);
   return 0;
+}
+
+void CLinuxSocket::Take(int number) {
+  if (Connection().Set(number)) {
+    return;
+  }
+  connections.emplace_front();
+  (void)connections.front().Set(number);  // it is new
+  connection = &connections.front();
 }
 
 int CLinuxSocket::Fail() {
@@ -124,13 +128,17 @@ int CLinuxSocket::Fail() {
 
 int CLinuxSocket::Close() {
   const CCancellationShield shield;
-  CloseDescriptor(connectionDescriptor);
-  CloseDescriptor(listenDescriptor);
+  Connection().Close();
+  const int listening = listenDescriptor.exchange(-1);  // two closers never close one number twice
+  if (listening != -1) {
+    (void)close(listening);
+  }
   return 0;
 }
 
 int CLinuxSocket::Send(const uint8_t* data, int length) {
-  return static_cast<int>(send(connectionDescriptor, data, static_cast<size_t>(length), 0));
+  const CUsedDescriptor::CUse use(Connection());
+  return static_cast<int>(send(use.Number(), data, static_cast<size_t>(length), 0));
 }
 
 int CLinuxSocket::Recv(uint8_t* buffer, int capacity) {
@@ -139,6 +147,7 @@ int CLinuxSocket::Recv(uint8_t* buffer, int capacity) {
   if (capacity < 1) {
     return -1;
   }
-  const ssize_t received = recv(connectionDescriptor, buffer, static_cast<size_t>(capacity), 0);
+  const CUsedDescriptor::CUse use(Connection());
+  const ssize_t received = recv(use.Number(), buffer, static_cast<size_t>(capacity), 0);
   return received < 1 ? -1 : static_cast<int>(received);
 }

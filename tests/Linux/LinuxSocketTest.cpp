@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <future>
@@ -16,13 +17,15 @@
 
 #include "Linux/LinuxSocket.h"
 #include "Linux/SignalMask.h"
+#include "support/Eventually.h"
 #include "support/Hex.h"
 #include "support/LoopbackPeer.h"
 #include "support/StreamCapture.h"
 
 namespace {
 
-bool refusesReuse = false;  // setsockopt says so, but grants it: the port is reserved
+bool refusesReuse = false;           // setsockopt says so, but grants it: the port is reserved
+std::atomic<bool> receiving{false};  // a recv has begun
 
 }  // namespace
 
@@ -40,6 +43,14 @@ int __wrap_setsockopt(int socket, int level, int name, const void* value, sockle
 // What it is called where time has 64 bits on a 32-bit machine.
 int __wrap___setsockopt64(int socket, int level, int name, const void* value, socklen_t size) {
   return __wrap_setsockopt(socket, level, name, value, size);
+}
+
+ssize_t __real_recv(int socket, void* buffer, size_t capacity, int flags);
+ssize_t __wrap_recv(int socket, void* buffer, size_t capacity, int flags);
+
+ssize_t __wrap_recv(int socket, void* buffer, size_t capacity, int flags) {
+  receiving = true;
+  return __real_recv(socket, buffer, capacity, flags);
 }
 
 }  // extern "C"
@@ -307,6 +318,50 @@ TEST_F(InterruptedListenTest, ASignalHeldBackBeforeListenEndsItsWait) {
             pthread_kill(pthread_self(), SIGTERM));  // NOLINT(bugprone-bad-signal-to-kill-thread)
   EXPECT_NE(0, socket.Listen(port.Number()));
   EXPECT_TRUE(PortIsFree());
+}
+
+class UnderwayRecvTest : public LinuxSocketTest {
+ protected:
+  void SetUp() override {
+    peer.ListenOn(port.Number());
+    number = dup(STDIN_FILENO);
+    (void)close(number);
+    ASSERT_EQ(0, socket.Connect(port.Number()));
+    peer.Accept();
+    receiving = false;
+    waiting = std::async(std::launch::async, [this] { return ReceiveHex(1); });
+    ASSERT_TRUE(Eventually([] { return receiving.load(); }));
+    ASSERT_EQ(0, socket.Close());
+  }
+
+  void ExpectItsEnd() {
+    peer.Sends("41");
+    EXPECT_EQ("41", waiting.get()) << "the kernel keeps the connection for a call that waits";
+    EXPECT_TRUE(peer.SeesEnd());
+    EXPECT_EQ(-1, fcntl(number, F_GETFD));
+  }
+
+  int number = -1;  // the connection's
+  std::future<std::string> waiting;
+};
+
+// Or what the thread does to its connection, it would do to another file.
+TEST_F(UnderwayRecvTest, KeepsItsNumber) {
+  const int next = dup(STDIN_FILENO);
+  EXPECT_NE(number, next);
+  (void)close(next);
+  ExpectItsEnd();
+}
+
+TEST_F(UnderwayRecvTest, KeepsNobodyFromConnectingAgain) {
+  LoopbackPeer other;
+  ReservedPort otherPort;
+  other.ListenOn(otherPort.Number());
+  ASSERT_EQ(0, socket.Connect(otherPort.Number()));
+  other.Accept();
+  EXPECT_EQ(1, SendHex("42"));
+  EXPECT_EQ("42", other.Receives(1));
+  ExpectItsEnd();
 }
 
 TEST_F(LinuxSocketTest, SendToAPeerThatHasClosedReturnsMinus1) {
