@@ -10,14 +10,14 @@
 
 #include "e2e/support/Workplace.h"
 #include "pty/PseudoTerminal.h"
-#include "relayctl/Program.h"
+#include "relayctl/PtyProgram.h"
 #include "support/Eventually.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-termios SettingsOf(const Program& program) {
+termios SettingsOf(const PtyProgram& program) {
   termios settings{};
   EXPECT_EQ(0, tcgetattr(program.Descriptor(), &settings));
   return settings;
@@ -52,12 +52,12 @@ TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
   PseudoTerminal terminal(kLink);
   for (int round = 0; round < 3; ++round) {
     {
-      const Program program;
+      const PtyProgram program;
       ASSERT_NE(-1, program.Descriptor());
       EXPECT_TRUE(IsReadable(terminal.Openings()));
       EXPECT_TRUE(terminal.Look());
       EXPECT_TRUE(terminal.InUse());
-      const Program second;
+      const PtyProgram second;
       EXPECT_TRUE(program.Writes("hello"));
       EXPECT_TRUE(Eventually([&] { return ReadAll(terminal) == "hello"; }));
       EXPECT_TRUE(terminal.InUse());
@@ -71,7 +71,7 @@ TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
 TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
   PseudoTerminal terminal(kLink);
   {
-    const Program program;
+    const PtyProgram program;
     EXPECT_TRUE(program.Writes("bye"));
   }
   (void)terminal.Look();
@@ -82,7 +82,7 @@ TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
 TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
   PseudoTerminal terminal(kLink);
   {
-    const Program program;
+    const PtyProgram program;
     (void)terminal.Look();
     termios settings = SettingsOf(program);
     settings.c_lflag |= ECHO | ICANON;
@@ -91,7 +91,7 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
   }
   (void)ReadAll(terminal);
   ASSERT_FALSE(terminal.InUse());
-  const Program next;
+  const PtyProgram next;
   EXPECT_FALSE(IsReadable(next.Descriptor()));
   EXPECT_EQ(0u, SettingsOf(next).c_lflag & (ECHO | ICANON | ISIG));
   EXPECT_EQ(0u, SettingsOf(next).c_oflag & OPOST);
@@ -99,7 +99,7 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
 
 TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
   PseudoTerminal terminal(kLink);
-  const Program program;
+  const PtyProgram program;
   (void)terminal.Look();
   const std::string piece(4096, 'x');
   EXPECT_TRUE(Eventually([&] { return terminal.Write(piece.data(), piece.size()) == 0; }));

@@ -18,7 +18,7 @@ class PtyTest : public RelayctlTest {
     ASSERT_TRUE(pty->Prints(std::string(kLink) + " -> /dev/pts/")) << pty->Output();
   }
 
-  void ExpectBothWays(const Program& program) const {
+  void ExpectBothWays(const PtyProgram& program) const {
     EXPECT_TRUE(program.Writes("to the device"));
     EXPECT_EQ("to the device", device->Reads(13));
     EXPECT_TRUE(device->Sends("from the device"));
@@ -52,13 +52,13 @@ class PtyTest : public RelayctlTest {
 TEST_F(PtyTest, ProgramsComeAndGo) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
   for (int round = 0; round < 5; ++round) {
-    ExpectBothWays(Program());
+    ExpectBothWays(PtyProgram());
   }
 }
 
 TEST_F(PtyTest, TheServiceLeavesAndComesBackUnderAProgram) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
-  const Program program;
+  const PtyProgram program;
   ExpectBothWays(program);
   for (size_t round = 2; round < 4; ++round) {
     service->Signal(SIGKILL);
@@ -83,7 +83,7 @@ TEST_F(PtyTest, WaitsForTheService) {
   EXPECT_FALSE(fs::is_symlink(kLink));
   ASSERT_NO_FATAL_FAILURE(StartListening());
   ASSERT_TRUE(Eventually([] { return fs::is_symlink(kLink); }));
-  ExpectBothWays(Program());
+  ExpectBothWays(PtyProgram());
 }
 
 TEST_F(PtyTest, WaitsForAnotherPeerToLeave) {
@@ -96,7 +96,7 @@ TEST_F(PtyTest, WaitsForAnotherPeerToLeave) {
   relay.reset();
   ASSERT_TRUE(pty->Prints(std::string(kLink) + " -> /dev/pts/")) << pty->Output();
   EXPECT_EQ(std::string::npos, pty->Output().find("reset the link")) << pty->Output();
-  ExpectBothWays(Program());
+  ExpectBothWays(PtyProgram());
 }
 
 TEST_F(PtyTest, SaysWhyThePortIsNotOpenAndWaitsForIt) {
@@ -107,17 +107,17 @@ TEST_F(PtyTest, SaysWhyThePortIsNotOpenAndWaitsForIt) {
   EXPECT_EQ(pty->Output().find("status 4"), pty->Output().rfind("status 4")) << pty->Output();
   device = std::make_unique<Device>();
   ASSERT_TRUE(Eventually([] { return fs::is_symlink(kLink); }));
-  ExpectBothWays(Program());
+  ExpectBothWays(PtyProgram());
 }
 
 TEST_F(PtyTest, WhatNobodyReadsIsNotKeptForTheNextProgram) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
-  { const Program leaves; }
+  { const PtyProgram leaves; }
   ASSERT_TRUE(device->Sends("nobody is here"));
   ASSERT_TRUE(Service::PrintsError("Received("));
   Settle();  // its notification is on the link, in front of what follows
   SettlePty();
-  const Program program;
+  const PtyProgram program;
   ExpectBothWays(program);
 }
 
@@ -130,7 +130,7 @@ TEST_F(PtyTest, DoesNothingWhileNobodyHasItOpen) {
     (void)Eventually([] { return false; }, std::chrono::milliseconds(500));
     EXPECT_LE(pty->ProcessorTime(), time + 20) << "ms of processor in half a second";
     EXPECT_LE(pty->Waits(), waits + 5);
-    ExpectBothWays(Program());
+    ExpectBothWays(PtyProgram());
   }
 }
 

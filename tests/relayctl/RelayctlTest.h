@@ -6,7 +6,7 @@
 #include <string>
 
 #include "e2e/ServiceTest.h"
-#include "relayctl/Program.h"
+#include "relayctl/PtyProgram.h"
 #include "relayctl/Shell.h"
 
 constexpr const char* kRecording = "/tmp/e2e/recording";  // relayctl record's, or replay's

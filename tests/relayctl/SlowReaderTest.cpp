@@ -31,9 +31,9 @@ std::string BytesFrom(size_t begin, size_t count) {
 }
 
 // What a program reads when it wakes up at last.
-class Reader : public Program {
+class Reader : public PtyProgram {
  public:
-  using Program::Program;
+  using PtyProgram::PtyProgram;
 
   // Whether the first `count` bytes are those of the stream.
   bool ReadsStream(size_t count) const { return Reads(count) == BytesFrom(0, count); }

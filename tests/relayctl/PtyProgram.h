@@ -11,13 +11,13 @@
 constexpr const char* kLink = "/tmp/e2e/port";  // to the pseudo-terminal
 
 // A program that has the pseudo-terminal, or another file, open.
-class Program {
+class PtyProgram {
  public:
-  explicit Program(const char* path = kLink)
+  explicit PtyProgram(const char* path = kLink)
       : descriptor(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
-  ~Program() { (void)close(descriptor); }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
+  ~PtyProgram() { (void)close(descriptor); }
+  PtyProgram(const PtyProgram&) = delete;
+  PtyProgram& operator=(const PtyProgram&) = delete;
 
   int Descriptor() const { return descriptor; }
   bool Writes(const std::string& bytes) const { return WritesAll(descriptor, bytes); }
