@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Fiber.h"
+
+#include <link.h>
+
+#include <algorithm>
+#include <boost/context/fixedsize_stack.hpp>
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+namespace simulation {
+namespace {
+
+// Where the thread-local variables of this program lie on the real thread, and their first values.
+struct Locals {
+  char* begin = nullptr;
+  size_t size = 0;
+  const char* image = nullptr;
+  size_t imageSize = 0;
+};
+
+int FindLocals(dl_phdr_info* object, size_t /*size*/, void* result) {
+  for (int i = 0; i < object->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& header = object->dlpi_phdr[i];
+    if (header.p_type == PT_TLS) {
+      *static_cast<Locals*>(result) = {
+          static_cast<char*>(object->dlpi_tls_data), header.p_memsz,
+          reinterpret_cast<const char*>(object->dlpi_addr + header.p_vaddr), header.p_filesz};
+    }
+  }
+  return 1;  // the program itself comes first
+}
+
+const Locals& OwnLocals() {
+  static const Locals found = [] {
+    Locals locals;
+    (void)dl_iterate_phdr(FindLocals, &locals);
+    return locals;
+  }();
+  return found;
+}
+
+std::vector<char> FirstLocals() {
+  const Locals& own = OwnLocals();
+  std::vector<char> locals(own.size);
+  std::copy_n(own.image, own.imageSize, locals.begin());
+  return locals;
+}
+
+}  // namespace
+
+Fiber::Fiber() : locals(OwnLocals().size) {}
+
+Fiber::Fiber(std::function<void()> body)
+    : rest(std::allocator_arg, boost::context::fixedsize_stack(kStackBytes),
+           [body = std::move(body)](boost::context::fiber&& origin) {
+             // Never empty: whoever switches here leaves its own rest behind in SwitchTo.
+             body();
+             return std::move(origin);
+           }),
+      locals(FirstLocals()) {}
+
+bool Fiber::IsLocal(const void* address) {
+  const Locals& own = OwnLocals();
+  return address >= own.begin && address < own.begin + own.size;
+}
+
+void Fiber::SwitchTo(Fiber& next) {
+  const Locals& own = OwnLocals();
+  error = errno;
+  std::copy_n(own.begin, own.size, locals.begin());
+  std::copy_n(next.locals.begin(), own.size, own.begin);
+  (void)std::move(next.rest).resume_with([this](boost::context::fiber&& here) {
+    rest = std::move(here);
+    return boost::context::fiber{};
+  });
+  // Again here: whoever switched back has put this fiber's variables in place.
+  errno = error;
+}
+
+}  // namespace simulation

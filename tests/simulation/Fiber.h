@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <boost/context/fiber.hpp>
+#include <functional>
+#include <vector>
+
+namespace simulation {
+
+// A simulated thread's stack, and what C++ and the C library keep for each thread: this program's
+// thread-local variables (the exceptions in flight are among them) and errno. All fibers run on the
+// one real thread; a switch costs about as much as a function call.
+class Fiber {
+ public:
+  static constexpr size_t kStackBytes = size_t{128} * 1024;
+
+  // The stack on which the caller runs already.
+  Fiber();
+  // `body` runs at the first switch to it, and never returns.
+  explicit Fiber(std::function<void()> body);
+  Fiber(const Fiber&) = delete;
+  Fiber& operator=(const Fiber&) = delete;
+
+  // Whether a thread-local variable of this program is there.
+  static bool IsLocal(const void* address);
+
+  // Goes on where `next` left off, until somebody switches back to this one, which is running.
+  void SwitchTo(Fiber& next);
+
+ private:
+  boost::context::fiber rest;
+  std::vector<char> locals;
+  int error = 0;
+};
+
+}  // namespace simulation

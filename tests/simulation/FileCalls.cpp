@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "simulation/Calls.h"
+
+using namespace simulation;
+
+namespace {
+
+Result OpenNode(const char* path, int flags) {
+  Machine& machine = *Machine::Running();
+  const auto found = machine.nodes.find(path);
+  if (found == machine.nodes.end()) {
+    return -ENOENT;
+  }
+  const std::shared_ptr<Node> node = found->second;
+  std::shared_ptr<File> file;
+  if (const Result result = node->Open(flags, file); result < 0) {
+    return result;
+  }
+  file->blocks = (flags & O_NONBLOCK) == 0;
+  return machine.descriptors.Add(std::move(file));
+}
+
+}  // namespace
+
+extern "C" int __real_open64(const char* path, int flags, ...);
+extern "C" int __wrap_open64(const char* path, int flags, ...) {
+  if (!IsRunning()) {
+    std::va_list more;
+    va_start(more, flags);
+    const mode_t mode = va_arg(more, mode_t);
+    va_end(more);
+    return __real_open64(path, flags, mode);
+  }
+  Call call("open", Call::kCancellable, path);
+  return static_cast<int>(call.Gives(OpenNode(path, flags)));
+}
+
+SIMULATED(int, close, int number) {
+  if (!IsRunning()) {
+    return __real_close(number);
+  }
+  Call call("close", Call::kCancellable, std::to_string(number));
+  const Result result = Machine::Running()->descriptors.Close(number);
+  if (result == -EBADF) {
+    Kernel::Running()->Defect("number " + std::to_string(number) + " is closed and not open");
+  }
+  return static_cast<int>(call.Gives(result));
+}
+
+SIMULATED(ssize_t, read, int number, void* buffer, size_t capacity) {
+  if (!IsRunning()) {
+    return __real_read(number, buffer, capacity);
+  }
+  Call call("read", Call::kCancellable, std::to_string(number));
+  const Target<File> file(number, "read");
+  return call.Gives(file ? file->Read(static_cast<char*>(buffer), capacity) : -EBADF);
+}
+
+SIMULATED(ssize_t, write, int number, const void* bytes, size_t count) {
+  if (!IsRunning()) {
+    return __real_write(number, bytes, count);
+  }
+  Call call("write", Call::kCancellable, std::to_string(number) + ", " + std::to_string(count));
+  const Target<File> file(number, "write");
+  return call.Gives(file ? file->Write({static_cast<const char*>(bytes), count}) : -EBADF);
+}
+
+SIMULATED(int, poll, pollfd* entries, nfds_t count, int timeout) {
+  if (!IsRunning()) {
+    return __real_poll(entries, count, timeout);
+  }
+  Kernel& kernel = *Kernel::Running();
+  Call call("poll", Call::kCancellable, count > 0 ? std::to_string(entries[0].fd) : "");
+  int found = 0;
+  const Condition ready = [&] {
+    found = 0;
+    for (nfds_t i = 0; i < count; ++i) {
+      const auto file = Machine::Running()->descriptors.Find(entries[i].fd);
+      const int always = POLLHUP | POLLERR | POLLNVAL;
+      entries[i].revents =
+          static_cast<short>((file ? file->Ready() : POLLNVAL) & (entries[i].events | always));
+      found += entries[i].revents != 0 ? 1 : 0;
+    }
+    return found > 0;
+  };
+  const Woken woken =
+      kernel.WaitCancellably(ready, timeout < 0 ? kForever : kernel.Now() + timeout * kMillisecond);
+  return static_cast<int>(call.Gives(woken == Woken::kSignal ? -EINTR : found));
+}
+
+extern "C" int __real_fcntl64(int number, int command, ...);
+extern "C" int __wrap_fcntl64(int number, int command, ...) {
+  std::va_list more;
+  va_start(more, command);
+  const long argument = va_arg(more, long);
+  va_end(more);
+  if (!IsRunning()) {
+    return __real_fcntl64(number, command, argument);
+  }
+  Call call("fcntl", Call::kPlain, std::to_string(number));
+  Descriptors& descriptors = Machine::Running()->descriptors;
+  if (command == F_DUPFD_CLOEXEC) {
+    return static_cast<int>(
+        call.Gives(descriptors.Add(descriptors.Find(number), static_cast<int>(argument))));
+  }
+  // A socket that could not be made is not asked whether it is there.
+  return static_cast<int>(call.Gives(descriptors.Find(number) ? 0 : -EBADF));
+}
+
+SIMULATED(int, dup3, int from, int to, int flags) {
+  if (!IsRunning()) {
+    return __real_dup3(from, to, flags);
+  }
+  Call call("dup3", Call::kPlain, std::to_string(from) + ", " + std::to_string(to));
+  Descriptors& descriptors = Machine::Running()->descriptors;
+  return static_cast<int>(call.Gives(descriptors.Replace(to, descriptors.Find(from))));
+}
+
+SIMULATED(int, fstat64, int number, struct stat* status) {
+  if (!IsRunning()) {
+    return __real_fstat64(number, status);
+  }
+  const Target<File> file(number, "fstat");
+  if (!file) {
+    return static_cast<int>(Told(-EBADF));
+  }
+  *status = file->Status();
+  return 0;
+}
+
+SIMULATED(int, stat64, const char* path, struct stat* status) {
+  if (!IsRunning()) {
+    return __real_stat64(path, status);
+  }
+  Call call("stat", Call::kPlain, path);
+  const auto& nodes = Machine::Running()->nodes;
+  const auto found = nodes.find(path);
+  if (found != nodes.end()) {
+    *status = found->second->Status();
+  }
+  return static_cast<int>(call.Gives(found != nodes.end() ? 0 : -ENOENT));
+}
+
+SIMULATED(int, unlink, const char* path) {
+  if (!IsRunning()) {
+    return __real_unlink(path);
+  }
+  Call call("unlink", Call::kPlain, path);
+  return static_cast<int>(call.Gives(Machine::Running()->nodes.erase(path) == 1 ? 0 : -ENOENT));
+}
+
+extern "C" int __real_ioctl(int number, unsigned long request, ...);
+extern "C" int __wrap_ioctl(int number, unsigned long request, ...) {
+  std::va_list more;
+  va_start(more, request);
+  void* const argument = va_arg(more, void*);
+  va_end(more);
+  if (!IsRunning()) {
+    return __real_ioctl(number, request, argument);
+  }
+  Call call("ioctl", Call::kPlain, std::to_string(number));
+  const Target<File> file(number, "ioctl");
+  return static_cast<int>(call.Gives(file ? file->Control(request, argument) : -EBADF));
+}
+
+SIMULATED(int, tcgetattr, int number, termios* attributes) {
+  if (!IsRunning()) {
+    return __real_tcgetattr(number, attributes);
+  }
+  Call call("tcgetattr", Call::kPlain, std::to_string(number));
+  const Target<File> file(number, "tcgetattr");
+  return static_cast<int>(call.Gives(file ? file->GetAttributes(*attributes) : -EBADF));
+}
+
+SIMULATED(int, tcsetattr, int number, int when, const termios* attributes) {
+  if (!IsRunning()) {
+    return __real_tcsetattr(number, when, attributes);
+  }
+  Call call("tcsetattr", Call::kPlain, std::to_string(number));
+  const Target<File> file(number, "tcsetattr");
+  return static_cast<int>(call.Gives(file ? file->SetAttributes(*attributes) : -EBADF));
+}
+
+SIMULATED(int, tcflush, int number, int queue) {
+  if (!IsRunning()) {
+    return __real_tcflush(number, queue);
+  }
+  Call call("tcflush", Call::kPlain, std::to_string(number));
+  const Target<File> file(number, "tcflush");
+  return static_cast<int>(call.Gives(file ? file->Flush(queue) : -EBADF));
+}
+
+SIMULATED(int, isatty, int number) { return IsRunning() ? 0 : __real_isatty(number); }
+
+// The database: the stream keeps the text as it was when it was opened.
+SIMULATED(FILE*, fopen64, const char* path, const char* mode) {
+  if (!IsRunning()) {
+    return __real_fopen64(path, mode);
+  }
+  Call call("fopen", Call::kCancellable, path);
+  const auto& nodes = Machine::Running()->nodes;
+  const auto found = nodes.find(path);
+  const auto* const file =
+      found == nodes.end() ? nullptr : dynamic_cast<TextNode*>(found->second.get());
+  if (file == nullptr) {
+    (void)call.Gives(-ENOENT);
+    return nullptr;
+  }
+  FILE* const stream = std::tmpfile();
+  (void)std::fwrite(file->text.data(), 1, file->text.size(), stream);
+  std::rewind(stream);
+  (void)call.Gives(0);
+  return stream;
+}
+
+SIMULATED(int, system, const char* command) {
+  if (!IsRunning()) {
+    return __real_system(command);
+  }
+  Call call("system", Call::kCancellable, command);
+  return static_cast<int>(call.Gives(Machine::Running()->RunShell(command)));
+}
+
+SIMULATED(char*, getenv, const char* name) {
+  if (!IsRunning()) {
+    return __real_getenv(name);
+  }
+  auto& environment = Machine::Running()->environment;
+  const auto found = environment.find(name);
+  return found == environment.end() ? nullptr : found->second.data();
+}
+
+// Not a session's leader: no terminal of its own is needed.
+SIMULATED(pid_t, getsid, pid_t process) { return IsRunning() ? 1 : __real_getsid(process); }

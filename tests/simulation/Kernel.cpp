@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Kernel.h"
+
+#include <unwind.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <utility>
+
+#include "simulation/Races.h"
+
+namespace simulation {
+namespace {
+
+constexpr Time kCallCost = kMicrosecond;
+constexpr Time kSettled = 400 * kMillisecond;  // the service has begun
+constexpr Time kLongestRun = 600 * kSecond;
+constexpr SignalSet kNeverBlocked = SetOf(SIGKILL) | SetOf(SIGSTOP);
+
+Kernel* running = nullptr;
+
+// Unwinding ends at the frame in which the thread's routine was called: what is below is ours.
+_Unwind_Reason_Code StopAtBase(int /*version*/, _Unwind_Action actions,
+                               _Unwind_Exception_Class /*kind*/, _Unwind_Exception* /*exception*/,
+                               _Unwind_Context* context, void* /*unused*/) {
+  Kernel& kernel = *Kernel::Running();
+  const auto frame = reinterpret_cast<void*>(_Unwind_GetCFA(context));
+  if ((actions & _UA_END_OF_STACK) != 0 || frame >= kernel.Current().stackBase) {
+    kernel.EndThread();
+  }
+  return _URC_NO_REASON;
+}
+
+void NotRethrown(_Unwind_Reason_Code /*reason*/, _Unwind_Exception* /*exception*/) {
+  Kernel::Running()->Defect("a cancellation was caught and not thrown on");
+}
+
+}  // namespace
+
+Kernel::Kernel(Chooser& decisions, bool traced, std::function<void(const std::string&)> onEnd)
+    : chooser(decisions), isTraced(traced), tellEnd(std::move(onEnd)) {}
+
+Kernel* Kernel::Running() { return running; }
+
+void Kernel::Run(const std::string& name, std::function<void()> body) {
+  running = this;
+  Fiber origin;
+  Thread& first = Spawn(name, true, std::move(body));
+  current = &first;
+  origin.SwitchTo(*first.fiber);
+  __builtin_trap();  // nobody switches back
+}
+
+Thread& Kernel::Spawn(const std::string& name, bool isService, std::function<void()> body) {
+  auto thread = std::make_unique<Thread>();
+  Thread& made = *thread;
+  made.number = static_cast<int>(threads.size()) + 1;
+  made.name = name;
+  made.isService = isService;
+  made.blocked = current != nullptr ? current->blocked : 0;
+  made.fiber =
+      std::make_unique<Fiber>([this, &made, body = std::move(body)] { Start(made, body); });
+  threads.push_back(std::move(thread));
+  if (Races* const races = Races::Watching()) {
+    races->Begins(made.number, current != nullptr ? current->number : 0);
+  }
+  return made;
+}
+
+void Kernel::Start(Thread& thread, const std::function<void()>& body) {
+  thread.stackBase = __builtin_frame_address(0);
+  Trace("begins");
+  body();
+  EndThread();
+}
+
+Thread* Kernel::Find(int number) {
+  const auto index = static_cast<size_t>(number) - 1;
+  return index < threads.size() ? threads[index].get() : nullptr;
+}
+
+// The stack of a thread that has ended is never switched to again.
+void Kernel::EndThread() {
+  current->isEnded = true;
+  Trace("ends");
+  if (current->locks != 0) {
+    Defect(current->name + " ended and holds a lock");
+  }
+  Dispatch();
+  __builtin_trap();
+}
+
+bool Kernel::OnlyMainIsLeft() const {
+  return std::all_of(threads.begin() + 1, threads.end(),
+                     [](const auto& thread) { return thread->isEnded || !thread->isService; });
+}
+
+void Kernel::Point() {
+  now += kCallCost;
+  Dispatch();
+  (void)DeliverSignals();
+}
+
+void Kernel::AtomicPoint() {
+  Dispatch();
+  (void)DeliverSignals();
+}
+
+void Kernel::Dispatch() {
+  Thread* const before = current;
+  if (now >= kSettled && current->isService) {
+    Stall();
+  }
+  current = Pick();
+  if (current != before) {
+    before->fiber->SwitchTo(*current->fiber);
+  }
+}
+
+// Only then: a stop that comes before the service's first look is forgotten, as it has to be.
+void Kernel::Stall() {
+  if (const Time stall = chooser.Stall(*current)) {
+    current->stalledUntil = now + stall;
+    Trace("stalls");
+  }
+}
+
+Thread* Kernel::Pick() {
+  for (;;) {
+    ready.clear();
+    for (const auto& thread : threads) {
+      if (IsReady(*thread)) {
+        ready.push_back(thread.get());
+      }
+    }
+    if (!ready.empty()) {
+      return chooser.Next(ready);
+    }
+    LetTimePass();
+  }
+}
+
+bool Kernel::IsReady(const Thread& thread) const {
+  if (thread.isEnded || now < thread.stalledUntil) {
+    return false;
+  }
+  return thread.awaited == nullptr || now >= thread.deadline || (*thread.awaited)() ||
+         HasDeliverable(thread) || (thread.isWaitingCancellably && MustUnwind(thread));
+}
+
+void Kernel::LetTimePass() {
+  Time next = kForever;
+  for (const auto& thread : threads) {
+    if (!thread->isEnded) {
+      next = std::min(next, now < thread->stalledUntil ? thread->stalledUntil : thread->deadline);
+    }
+  }
+  if (next == kForever) {
+    std::string all;
+    for (const auto& thread : threads) {
+      all += thread->isEnded ? "" : " " + thread->name;
+    }
+    Defect("everybody waits for ever:" + all);
+  }
+  now = next;
+  if (now > kLongestRun) {
+    Defect("the run does not end");
+  }
+}
+
+Woken Kernel::WaitHere(const Condition& condition, Time deadline, Waits how, bool isCancellable) {
+  Thread& me = *current;
+  for (;;) {
+    if (isCancellable && MustUnwind(me)) {
+      Unwind();
+    }
+    if (condition()) {
+      return Woken::kReady;
+    }
+    if (now >= deadline) {
+      return Woken::kTimeout;
+    }
+    me.awaited = &condition;
+    me.deadline = deadline;
+    me.isWaitingCancellably = isCancellable;
+    Dispatch();
+    me.awaited = nullptr;
+    me.deadline = kForever;
+    me.isWaitingCancellably = false;
+    if (DeliverSignals() && how == Waits::kInterruptibly) {
+      return Woken::kSignal;
+    }
+  }
+}
+
+Woken Kernel::Wait(const Condition& condition, Time deadline, Waits how) {
+  return WaitHere(condition, deadline, how, false);
+}
+
+Woken Kernel::WaitCancellably(const Condition& condition, Time deadline) {
+  return WaitHere(condition, deadline, Waits::kInterruptibly, true);
+}
+
+void Kernel::Sleep(Time duration) {
+  (void)Wait([] { return false; }, now + duration, Waits::kThrough);
+}
+
+void Kernel::CancellationPoint() {
+  Point();
+  if (MustUnwind(*current)) {
+    Unwind();
+  }
+}
+
+bool Kernel::MustUnwind(const Thread& thread) const {
+  return thread.isCancelled && thread.isCancellable && !thread.isUnwinding;
+}
+
+void Kernel::Unwind() {
+  current->isUnwinding = true;
+  Trace("is cancelled");
+  // One for each thread: it is in use until the thread has ended.
+  auto* const exception = new _Unwind_Exception{};
+  exception->exception_cleanup = NotRethrown;
+  (void)_Unwind_ForcedUnwind(exception, StopAtBase, nullptr);
+  __builtin_trap();
+}
+
+void Kernel::Cancel(Thread& thread) { thread.isCancelled = true; }
+
+void Kernel::SendToProcess(int signal) {
+  if (ActionOf(signal).handler != SIG_IGN) {
+    processPending |= SetOf(signal);
+  }
+}
+
+void Kernel::SendToThread(Thread& thread, int signal) {
+  if (ActionOf(signal).handler != SIG_IGN) {
+    thread.pending |= SetOf(signal);
+  }
+}
+
+bool Kernel::HasDeliverable(const Thread& thread) const {
+  return thread.isService &&
+         ((thread.pending | processPending) & ~(thread.blocked & ~kNeverBlocked)) != 0;
+}
+
+// Takes the lowest one that is let in; 0: none is.
+int Kernel::TakeSignal() {
+  if (!HasDeliverable(*current)) {
+    return 0;
+  }
+  const SignalSet let = (current->pending | processPending) & ~current->blocked;
+  const int signal = __builtin_ctzll(let) + 1;
+  SignalSet& from = (current->pending & SetOf(signal)) != 0 ? current->pending : processPending;
+  from &= ~SetOf(signal);
+  return signal;
+}
+
+bool Kernel::DeliverSignals() {
+  bool handled = false;
+  while (const int signal = TakeSignal()) {
+    const Action action = ActionOf(signal);
+    if (action.handler == SIG_IGN) {
+      continue;
+    }
+    if (action.handler == SIG_DFL) {
+      End("signal " + std::to_string(signal));
+    }
+    Trace("signal " + std::to_string(signal));
+    const SignalSet before = current->blocked;
+    current->blocked |= action.mask | SetOf(signal);
+    action.handler(signal);
+    current->blocked = before;
+    handled = true;
+  }
+  return handled;
+}
+
+void Kernel::End(const std::string& text) {
+  Trace("== " + text);
+  tellEnd(text);
+  __builtin_trap();
+}
+
+void Kernel::Defect(const std::string& text) { End("defect: " + text); }
+
+void Kernel::Trace(const std::string& text) {
+  if (!isTraced) {
+    return;
+  }
+  char time[32];
+  const int length = snprintf(time, sizeof time, "%5" PRId64 ".%06" PRId64 "  ", now / kSecond,
+                              now % kSecond / kMicrosecond);
+  trace.append(time, static_cast<size_t>(length)).append(current != nullptr ? current->name : "");
+  trace.append(": ").append(text).append("\n");
+}
+
+}  // namespace simulation

@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+// The simulated kernel's core: threads of which one runs at a time, virtual time, signals and
+// cancellation. Whoever calls in here runs on a simulated thread, unless said otherwise.
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulation/Chooser.h"
+#include "simulation/Fiber.h"
+
+namespace simulation {
+
+// Nanoseconds of virtual time since the run began.
+using Time = int64_t;
+constexpr Time kMicrosecond = 1'000;
+constexpr Time kMillisecond = 1'000'000;
+constexpr Time kSecond = 1'000'000'000;
+constexpr Time kForever = INT64_MAX;
+
+// A set of signals: bit N - 1 is signal N, as in the kernel.
+using SignalSet = uint64_t;
+constexpr SignalSet SetOf(int signal) { return SignalSet{1} << (signal - 1); }
+
+// Looked at as often as anybody likes: it changes nothing.
+using Condition = std::function<bool()>;
+
+enum class Woken { kReady, kTimeout, kSignal };
+
+enum class Waits {
+  kThrough,       // a mutex, a device that does not let go: handlers run, the wait goes on
+  kInterruptibly  // a handler ends it
+};
+
+struct Thread {
+  int number = 0;
+  std::string name;
+  bool isService = true;  // or an actor: the relay, a device, an operator
+  std::unique_ptr<Fiber> fiber;
+
+  // Why it does not run; null when it can.
+  const Condition* awaited = nullptr;
+  Time deadline = kForever;
+  Time stalledUntil = 0;
+  bool isEnded = false;
+
+  SignalSet blocked = 0;
+  SignalSet pending = 0;
+
+  bool isCancellable = true;  // its cancel state
+  bool isCancelled = false;   // somebody asked for it
+  bool isWaitingCancellably = false;
+  bool isUnwinding = false;
+  bool isDetached = false;
+  bool isJoined = false;
+  int locks = 0;              // that it holds
+  void* stackBase = nullptr;  // the frame at which unwinding ends
+};
+
+class Kernel {
+ public:
+  // `onEnd` is told how the run ended ("exit 0", "signal 6", "defect: …"), on whatever stack, and
+  // must not return.
+  Kernel(Chooser& decisions, bool traced, std::function<void(const std::string&)> onEnd);
+  Kernel(const Kernel&) = delete;
+  Kernel& operator=(const Kernel&) = delete;
+
+  // The run's own, or null outside of one.
+  static Kernel* Running();
+
+  // Turns the caller into the scheduler's first thread, `name`, and runs `body` there. Not on a
+  // simulated thread. Never returns.
+  [[noreturn]] void Run(const std::string& name, std::function<void()> body);
+
+  Thread& Spawn(const std::string& name, bool isService, std::function<void()> body);
+  Thread& Current() { return *current; }
+  Thread* Find(int number);
+  [[noreturn]] void EndThread();
+  bool OnlyMainIsLeft() const;
+
+  Time Now() const { return now; }
+  Chooser& Choice() { return chooser; }
+
+  // A place where others may run and signals are delivered. Each costs a microsecond of virtual
+  // time, so that a loop that looks at the clock comes to its end.
+  void Point();
+  void AtomicPoint();  // the same between two instructions
+  Woken Wait(const Condition& condition, Time deadline, Waits how);
+  void Sleep(Time duration);
+
+  // The same where the C library lets a cancellation in: on the way in, while it waits, and on the
+  // way out, even of a call that has done its work.
+  void CancellationPoint();
+  Woken WaitCancellably(const Condition& condition, Time deadline);
+
+  void Cancel(Thread& thread);
+
+  using Handler = void (*)(int);
+  struct Action {
+    Handler handler = SIG_DFL;
+    SignalSet mask = 0;
+  };
+  Action& ActionOf(int signal) { return actions[static_cast<size_t>(signal)]; }
+  void SendToProcess(int signal);
+  void SendToThread(Thread& thread, int signal);
+  // True when a handler ran.
+  bool DeliverSignals();
+
+  [[noreturn]] void End(const std::string& text);
+  [[noreturn]] void Defect(const std::string& text);
+
+  bool IsTraced() const { return isTraced; }
+  void Trace(const std::string& text);  // nothing where the run is not traced
+  const std::string& TraceText() const { return trace; }
+
+ private:
+  static constexpr int kSignals = 65;
+
+  void Dispatch();
+  void Stall();
+  Thread* Pick();
+  bool IsReady(const Thread& thread) const;
+  bool HasDeliverable(const Thread& thread) const;
+  bool MustUnwind(const Thread& thread) const;
+  void LetTimePass();
+  void Start(Thread& thread, const std::function<void()>& body);
+  [[noreturn]] void Unwind();
+  int TakeSignal();
+  Woken WaitHere(const Condition& condition, Time deadline, Waits how, bool isCancellable);
+
+  Chooser& chooser;
+  const bool isTraced;
+  const std::function<void(const std::string&)> tellEnd;
+  std::vector<std::unique_ptr<Thread>> threads;
+  std::vector<Thread*> ready;  // of the last look, to keep its memory
+  Thread* current = nullptr;
+  Time now = 0;
+  Action actions[kSignals];
+  SignalSet processPending = 0;
+  std::string trace;  // lines
+};
+
+}  // namespace simulation

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Scripts.h"
+
+namespace simulation {
+namespace {
+
+void RelinkAgainstNotification(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  line->DeviceSends("of the first link");
+  relay.Reset();
+  relay.data.clear();
+  std::string answer;
+  do {  // the old listening socket takes peers until it is closed
+    kernel.Sleep(100 * kMillisecond);
+    relay.Connect();
+    answer = relay.Answer(OpenCommand(kUart));
+  } while (answer == "reset" || answer == "end");
+  Expect(kernel, Reply("open", kUart, 0), answer);
+  Expect(kernel, "", relay.data);
+  EndService(machine);
+}
+
+void TwoUnpluggedWhileTheLinkBreaks(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  const auto usb = machine.Plug(kUsbNode);
+  machine.Place(0, kUsbNode);
+  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
+  machine.Unplug(kUartNode, *line);
+  relay.Reset();
+  machine.Unplug(kUsbNode, *usb);
+  (void)machine.Plug(kUsbNode);
+  Expect(kernel, Reply("open", kUsb, 0), AnswerOfNextLink(kernel, relay, OpenCommand(kUsb)));
+  Expect(kernel, Reply("open", kUart, 4), relay.Answer(OpenCommand(kUart)));
+  EndService(machine);
+}
+
+void ARelayThatReadsSlowly(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto uart = machine.Plug(kUartNode);
+  const auto usb = machine.Plug(kUsbNode);
+  machine.Place(0, kUsbNode);
+  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
+  relay.TakesAtOnce(50);
+  Stream(machine, uart, 10);
+  Stream(machine, usb, 10);
+  relay.AwaitData(20 * kStreamed.size());
+  EndService(machine);
+}
+
+void ARelayThatDoesNotRead(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto uart = machine.Plug(kUartNode);
+  const auto usb = machine.Plug(kUsbNode);
+  machine.Place(0, kUsbNode);
+  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
+  relay.TakesAtOnce(50);
+  Stream(machine, uart, 10);
+  Stream(machine, usb, 10);
+  kernel.Sleep(kSecond);
+  relay.Send(CloseCommand(kUart));
+  kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(4000)) * kMillisecond);
+  if (kernel.Choice().Draw(2) == 0) {
+    relay.Reset();
+    (void)AnswerOfNextLink(kernel, relay, OpenCommand(kUart));
+  }
+  EndService(machine);
+}
+
+void ASlowOpenOutlivesItsLink(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  const auto usb = machine.Plug(kUsbNode);
+  machine.Place(0, kUsbNode);
+  line->openTakes = static_cast<Time>(kernel.Choice().Draw(5000)) * kMillisecond;
+  relay.Send(OpenCommand(kUart));
+  relay.Send(OpenCommand(kUsb));
+  kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(300)) * kMillisecond);
+  relay.Reset();
+  line->openTakes = 0;
+  Stream(machine, usb, 5);
+  (void)AnswerOfNextLink(kernel, relay, OpenCommand(kUsb));
+  (void)relay.Answer(OpenCommand(kUart));
+  (void)relay.Answer(CloseCommand(kUart));
+  EndService(machine);
+}
+
+void ARelayThatLeavesAtOnce(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  machine.Plug(kUartNode);
+  for (int i = 0; i < 3; ++i) {
+    relay.Reset();
+    kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(400)) * kMillisecond);
+    relay.Connect();
+  }
+  relay.Reset();
+  Expect(kernel, Reply("open", kUart, 0), AnswerOfNextLink(kernel, relay, OpenCommand(kUart)));
+  kernel.Sleep(kSecond);
+  EndService(machine);
+}
+
+}  // namespace
+
+std::vector<Scenario> LinkScenarios() {
+  return {
+      Script("relink-against-notification", {"exit 0"}, RelinkAgainstNotification),
+      Script("two-unplugged-while-the-link-breaks", {"exit 0"}, TwoUnpluggedWhileTheLinkBreaks),
+      Script("a-relay-that-reads-slowly", {"exit 0"}, ARelayThatReadsSlowly),
+      Script("a-relay-that-does-not-read", {"exit 0", "exit 255"}, ARelayThatDoesNotRead),
+      Script("a-slow-open-outlives-its-link", {"exit 0"}, ASlowOpenOutlivesItsLink),
+      Script("a-relay-that-leaves-at-once", {"exit 0"}, ARelayThatLeavesAtOnce),
+  };
+}
+
+}  // namespace simulation

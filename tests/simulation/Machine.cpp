@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Machine.h"
+
+#include "serial/UsbPlaces.h"
+
+namespace simulation {
+namespace {
+
+constexpr const char* kConfiguration = "/etc/vost.conf";
+constexpr const char* kDump = "/tmp/deviceinfo.txt";
+constexpr const char* kLog = "/var/log/service";
+
+Machine* ofThisRun = nullptr;
+
+class NullNode : public Node {
+ public:
+  Result Open(int /*flags*/, std::shared_ptr<File>& opened) override {
+    opened = std::make_shared<Null>();
+    return 0;
+  }
+  struct stat Status() const override {
+    return StatusOf(S_IFCHR | 0666);
+  }
+};
+
+std::string Configuration() {
+  std::string text;
+  for (const std::string& name : {std::string("#PhysicalPort0"), std::string("#USBSerialPort0"),
+                                  std::string("#USBSerialPort1"), std::string("#USBSerialPort2"),
+                                  std::string("#USBSerialPort3"), std::string("#USBSerialPort4"),
+                                  std::string("#USBSerialPort5")}) {
+    text += "[" + name + "]\nbaud = 115200\ndata = 8\nparity = none\nstop = 1\nflow = none\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+Machine::Machine(Kernel& threads) : kernel(threads) {
+  ofThisRun = this;
+  nodes["/dev/null"] = std::make_shared<NullNode>();
+  nodes[kConfiguration] = std::make_shared<TextNode>(Configuration());
+  nodes[kLog] = std::make_shared<TextNode>();
+  environment["KXLOGGER_FILE"] = kLog;
+  (void)descriptors.Add(std::make_shared<Null>());
+  (void)descriptors.Add(std::make_shared<PipeEnd>(output));
+  (void)descriptors.Add(std::make_shared<PipeEnd>(errors));
+  nodes["/proc/self/fd/1"] = std::make_shared<PipeNode>(output);
+  nodes["/proc/self/fd/2"] = std::make_shared<PipeNode>(errors);
+}
+
+Machine* Machine::Running() { return ofThisRun; }
+
+std::shared_ptr<Line> Machine::Plug(const std::string& node) {
+  auto line = std::make_shared<Line>();
+  nodes[node] = std::make_shared<LineNode>(line);
+  return line;
+}
+
+void Machine::Unplug(const std::string& node, Line& line) {
+  line.Unplug();
+  nodes.erase(node);
+}
+
+void Machine::Place(int index, const std::string& node) { placed[index] = node; }
+
+std::string Machine::Log() const { return static_cast<const TextNode&>(*nodes.at(kLog)).text; }
+
+std::string Machine::Database() const {
+  std::string text = "P: /devices/virtual/tty/tty0\nN: tty0\nE: DEVNAME=/dev/tty0\nE: MAJOR=4\n\n";
+  for (const auto& [index, node] : placed) {
+    text += "P: " + std::string(kUsbPlaces[static_cast<size_t>(index)]) +
+            "/1:1.0/tty\nN: " + node.substr(sizeof "/dev/" - 1) + "\nE: DEVNAME=" + node +
+            "\nE: ID_BUS=usb\n\n";
+  }
+  return text;
+}
+
+// What the service asks of the shell. The first ends with the file that udevadm writes.
+int Machine::RunShell(const std::string& command) {
+  if (command == std::string("udevadm info --export-db > ") + kDump) {
+    auto file = std::make_shared<TextNode>();
+    nodes[kDump] = file;
+    kernel.Sleep(dumpTakes);
+    file->text = Database();
+    return 0;
+  }
+  if (command != std::string("rm ") + kDump) {
+    kernel.Defect("an unknown command: " + command);
+  }
+  kernel.Sleep(kMillisecond);
+  return nodes.erase(kDump) == 1 ? 0 : 1;
+}
+
+}  // namespace simulation

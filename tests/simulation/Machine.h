@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulation/Files.h"
+#include "simulation/Network.h"
+#include "simulation/Terminal.h"
+
+namespace simulation {
+
+// What the service runs on: files, lines, network, standard streams, and the tools that it calls.
+class Machine {
+ public:
+  explicit Machine(Kernel& threads);
+  Machine(const Machine&) = delete;
+  Machine& operator=(const Machine&) = delete;
+
+  // The run's own, or null outside of one.
+  static Machine* Running();
+
+  Kernel& kernel;
+  Descriptors descriptors;
+  Network network;
+  std::map<std::string, std::shared_ptr<Node>> nodes;  // by path
+  std::map<std::string, std::string> environment;
+  std::shared_ptr<Pipe> output = std::make_shared<Pipe>();
+  std::shared_ptr<Pipe> errors = std::make_shared<Pipe>();
+
+  // A line at a node, in the place of whatever is there.
+  std::shared_ptr<Line> Plug(const std::string& node);
+  void Unplug(const std::string& node, Line& line);
+
+  // An adapter in USB port `index` is at `node`.
+  void Place(int index, const std::string& node);
+
+  std::string Log() const;
+  int RunShell(const std::string& command);
+
+  Time dumpTakes = 30 * kMillisecond;
+
+ private:
+  std::string Database() const;
+
+  std::map<int, std::string> placed;
+};
+
+}  // namespace simulation

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulation/Machine.h"
+
+namespace simulation {
+
+// What happens around the service in one run, and what has to come of it.
+struct Scenario {
+  std::string name;
+  // Before the service starts: spawns the actors.
+  std::function<void(Machine&)> prepare;
+  std::vector<std::string> endings;  // one of which it has to come to
+};
+
+std::vector<Scenario> PortScenarios();  // devices and their ports
+std::vector<Scenario> LinkScenarios();  // relays that leave, come back, or do not read
+std::vector<Scenario> StopScenarios();  // signals against whatever is under way
+
+std::vector<Scenario> Scenarios();  // and chaos
+
+}  // namespace simulation

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Scripts.h"
+
+#include <csignal>
+#include <utility>
+
+namespace simulation {
+
+void Expect(Kernel& kernel, const std::string& expected, const std::string& found) {
+  if (expected != found) {
+    kernel.Defect("expected \"" + expected + "\", found \"" + found + "\"");
+  }
+}
+
+std::string Reply(const char* verb, const relay::Port& port, int status) {
+  return std::string(verb) + " " + port.Text() + " " + std::to_string(status);
+}
+
+void EndService(Machine& machine) { machine.kernel.SendToProcess(SIGTERM); }
+
+std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view command) {
+  std::string answer;
+  do {
+    kernel.Sleep(100 * kMillisecond);
+    relay.Connect();
+    answer = relay.Answer(command);
+  } while (answer == "reset" || answer == "end");
+  return answer;
+}
+
+void Stream(Machine& machine, const std::shared_ptr<Line>& line, int pieces) {
+  Kernel& kernel = machine.kernel;
+  (void)kernel.Spawn("device", false, [&kernel, line, pieces] {
+    for (int i = 0; i < pieces; ++i) {
+      line->DeviceSends(kStreamed);
+      kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(100)) * kMillisecond);
+    }
+  });
+}
+
+Scenario Script(std::string name, std::vector<std::string> endings,
+                std::function<void(Machine&, Relay&)> play) {
+  return {std::move(name),
+          [play = std::move(play)](Machine& machine) {
+            (void)machine.kernel.Spawn("relay", false, [&machine, play] {
+              Relay relay(machine);
+              relay.Connect();
+              machine.kernel.Sleep(kSecond / 2);  // so that it has begun
+              play(machine, relay);
+              machine.kernel.Wait([] { return false; }, kForever, Waits::kThrough);
+            });
+          },
+          std::move(endings)};
+}
+
+}  // namespace simulation

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Scenarios in which one relay does one thing after the other, and what they have in common.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulation/Relay.h"
+#include "simulation/Scenario.h"
+
+namespace simulation {
+
+inline const relay::Port kUart = relay::Port::FromText("#PhysicalPort0");
+inline const relay::Port kUsb = relay::Port::FromText("#USBSerialPort0");
+constexpr const char* kUartNode = "/dev/ttyS2";
+constexpr const char* kUsbNode = "/dev/ttyUSB0";
+
+void Expect(Kernel& kernel, const std::string& expected, const std::string& found);
+
+// As Relay::Answer tells it.
+std::string Reply(const char* verb, const relay::Port& port, int status);
+
+void EndService(Machine& machine);
+
+// Who connects before the service has noticed the end of the earlier link, waits for an accept that
+// does not come, and is reset: it tries until there is an answer.
+std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view command);
+
+// A device that sends so many times, beside all else.
+constexpr std::string_view kStreamed = "what a device sends all the time";
+void Stream(Machine& machine, const std::shared_ptr<Line>& line, int pieces);
+
+// `play` begins when the service has a link and has settled.
+Scenario Script(std::string name, std::vector<std::string> endings,
+                std::function<void(Machine&, Relay&)> play);
+
+}  // namespace simulation

@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: MIT
+#include "simulation/Terminal.h"
+
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace simulation {
+namespace {
+
+constexpr Time kReadTimeout = 100 * kMillisecond;
+
+class Terminal : public File {
+ public:
+  explicit Terminal(std::shared_ptr<Line> wanted) : line(std::move(wanted)) {
+    ++line->opens;
+    line->dtr = true;
+  }
+
+  // Closing a line that is still there drops what it holds.
+  ~Terminal() override {
+    if (--line->opens == 0) {
+      line->input.clear();
+      line->dtr = false;
+    }
+  }
+
+  Result Read(char* buffer, size_t capacity) override {
+    Kernel& kernel = *Kernel::Running();
+    const Woken woken =
+        kernel.WaitCancellably([this] { return line->isGone || !line->input.empty(); },
+                               kernel.Now() + (line->isGone ? 0 : kReadTimeout));
+    if (woken == Woken::kSignal) {
+      return -EINTR;
+    }
+    if (line->isGone) {
+      return 0;
+    }
+    const size_t count = std::min(capacity, line->input.size());
+    std::copy_n(line->input.begin(), count, buffer);
+    line->input.erase(0, count);
+    return static_cast<Result>(count);
+  }
+
+  // All of it, unless a signal comes or the line goes.
+  Result Write(std::string_view bytes) override {
+    Kernel& kernel = *Kernel::Running();
+    size_t done = 0;
+    while (done < bytes.size()) {
+      const Woken woken =
+          kernel.WaitCancellably([this] { return line->isGone || Room() > 0; }, kForever);
+      if (line->isGone) {
+        return done > 0 ? static_cast<Result>(done) : -EIO;
+      }
+      if (woken == Woken::kSignal) {
+        return done > 0 ? static_cast<Result>(done) : -EINTR;
+      }
+      const size_t count = std::min(Room(), bytes.size() - done);
+      line->output += bytes.substr(done, count);
+      done += count;
+    }
+    return static_cast<Result>(done);
+  }
+
+  short Ready() override {
+    if (line->isGone) {
+      return POLLIN | POLLOUT | POLLHUP | POLLERR;
+    }
+    return static_cast<short>((line->input.empty() ? 0 : POLLIN) | (Room() > 0 ? POLLOUT : 0));
+  }
+
+  Result Control(unsigned long request, void* argument) override {
+    if (line->isGone) {
+      return -EIO;
+    }
+    if (request == TIOCMBIC) {
+      line->dtr = line->dtr && (*static_cast<const int*>(argument) & TIOCM_DTR) == 0;
+      return 0;
+    }
+    return -EINVAL;
+  }
+
+  Result GetAttributes(termios& attributes) override {
+    attributes = line->attributes;
+    return line->isGone ? -EIO : 0;
+  }
+
+  Result SetAttributes(const termios& attributes) override {
+    if (line->isGone) {
+      return -EIO;
+    }
+    line->attributes = attributes;
+    return 0;
+  }
+
+  Result Flush(int queue) override {
+    if (line->isGone) {
+      return -EIO;
+    }
+    if (queue != TCOFLUSH) {
+      line->input.clear();
+      ++line->flushes;
+    }
+    if (queue != TCIFLUSH) {
+      line->output.clear();
+    }
+    return 0;
+  }
+
+ private:
+  size_t Room() const { return line->room - std::min(line->room, line->output.size()); }
+
+  const std::shared_ptr<Line> line;
+};
+
+}  // namespace
+
+std::string Line::DeviceTakes() { return std::exchange(output, {}); }
+
+Result LineNode::Open(int /*flags*/, std::shared_ptr<File>& opened) {
+  Kernel& kernel = *Kernel::Running();
+  if (line->openTakes > 0) {
+    kernel.Sleep(line->openTakes);
+  }
+  if (line->isGone || line->failsToOpen != 0) {
+    return line->isGone ? -EIO : -line->failsToOpen;
+  }
+  opened = std::make_shared<Terminal>(line);
+  return 0;
+}
+
+struct stat LineNode::Status() const {
+  return StatusOf(S_IFCHR | 0660);
+}
+
+}  // namespace simulation
