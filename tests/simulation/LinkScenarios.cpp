@@ -7,7 +7,7 @@ namespace {
 void RelinkAgainstNotification(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   line->DeviceSends("of the first link");
   relay.Reset();
   relay.data.clear();
@@ -27,8 +27,8 @@ void TwoUnpluggedWhileTheLinkBreaks(Machine& machine, Relay& relay) {
   const auto line = machine.Plug(kUartNode);
   const auto usb = machine.Plug(kUsbNode);
   machine.Place(0, kUsbNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
-  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
+  Open(machine, relay, kUart);
+  Open(machine, relay, kUsb);
   machine.Unplug(kUartNode, *line);
   relay.Reset();
   machine.Unplug(kUsbNode, *usb);
@@ -38,30 +38,29 @@ void TwoUnpluggedWhileTheLinkBreaks(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
-void ARelayThatReadsSlowly(Machine& machine, Relay& relay) {
-  Kernel& kernel = machine.kernel;
+constexpr size_t kPieces = 10;
+
+// Two devices send at once, and the relay has room for less than a packet.
+void FloodSlowRelay(Machine& machine, Relay& relay) {
   const auto uart = machine.Plug(kUartNode);
   const auto usb = machine.Plug(kUsbNode);
   machine.Place(0, kUsbNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
-  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
+  Open(machine, relay, kUart);
+  Open(machine, relay, kUsb);
   relay.TakesAtOnce(50);
-  Stream(machine, uart, 10);
-  Stream(machine, usb, 10);
-  relay.AwaitData(20 * kStreamed.size());
+  Stream(machine, uart, kPieces);
+  Stream(machine, usb, kPieces);
+}
+
+void ARelayThatReadsSlowly(Machine& machine, Relay& relay) {
+  FloodSlowRelay(machine, relay);
+  relay.AwaitData(2 * kPieces * kStreamed.size());
   EndService(machine);
 }
 
 void ARelayThatDoesNotRead(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
-  const auto uart = machine.Plug(kUartNode);
-  const auto usb = machine.Plug(kUsbNode);
-  machine.Place(0, kUsbNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
-  Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
-  relay.TakesAtOnce(50);
-  Stream(machine, uart, 10);
-  Stream(machine, usb, 10);
+  FloodSlowRelay(machine, relay);
   kernel.Sleep(kSecond);
   relay.Send(CloseCommand(kUart));
   kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(4000)) * kMillisecond);

@@ -5,13 +5,12 @@ namespace simulation {
 namespace {
 
 void AnOrdinaryDay(Machine& machine, Relay& relay) {
-  Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   line->DeviceSends("from the device");
   relay.AwaitData(15);
   relay.Send(DataCommand(kUart, {{1, "to the device"}}));
-  Expect(kernel, Reply("close", kUart, 0), relay.Answer(CloseCommand(kUart)));
+  Close(machine, relay, kUart);
   EndService(machine);
 }
 
@@ -34,62 +33,63 @@ void FirstBytesAgainstReply(Machine& machine, Relay& relay) {
 void UnplugAgainstWrite(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   relay.Send(DataCommand(kUart, {{1, std::string(5000, 'w')}}));
   machine.Unplug(kUartNode, *line);
   kernel.Sleep(kMillisecond / 2);  // the write is offered again all the time
   machine.Plug(kUartNode)->room = 100000;
   kernel.Sleep(2 * kSecond);
-  Expect(kernel, Reply("close", kUart, 0), relay.Answer(CloseCommand(kUart)));
+  Close(machine, relay, kUart);
   EndService(machine);
+}
+
+// Also an open that was under way has come to its end by then.
+void ExpectLetGo(Machine& machine, const Line& line) {
+  machine.kernel.Sleep(10 * kSecond);
+  if (line.opens != 0) {
+    machine.kernel.Defect("a closed port holds its line");
+  }
 }
 
 void CloseAgainstReopen(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   machine.Unplug(kUartNode, *line);
   kernel.Sleep(kSecond);
   const auto next = machine.Plug(kUartNode);
   next->openTakes = static_cast<Time>(kernel.Choice().Draw(700)) * kMillisecond;
   kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(700)) * kMillisecond);
-  Expect(kernel, Reply("close", kUart, 0), relay.Answer(CloseCommand(kUart)));
-  kernel.Sleep(5 * kSecond);
-  if (next->opens != 0) {
-    kernel.Defect("a closed port holds its line");
-  }
+  Close(machine, relay, kUart);
+  ExpectLetGo(machine, *next);
   EndService(machine);
 }
 
 void CloseAgainstSlowOpen(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   machine.Unplug(kUartNode, *line);
   const auto next = machine.Plug(kUartNode);
   next->openTakes = 4 * kSecond;
   kernel.Sleep(kSecond);
-  Expect(kernel, Reply("close", kUart, 0), relay.Answer(CloseCommand(kUart)));
-  kernel.Sleep(10 * kSecond);
-  if (next->opens != 0) {
-    kernel.Defect("a closed port holds its line");
-  }
+  Close(machine, relay, kUart);
+  ExpectLetGo(machine, *next);
   EndService(machine);
 }
 
 void TwoPortsWithTraffic(Machine& machine, Relay& relay) {
-  Kernel& kernel = machine.kernel;
   const auto uart = machine.Plug(kUartNode);
   const auto usb = machine.Plug(kUsbNode);
   machine.Place(0, kUsbNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   Stream(machine, uart, 20);
   Stream(machine, usb, 20);
   for (int i = 0; i < 3; ++i) {
-    Expect(kernel, Reply("open", kUsb, 0), relay.Answer(OpenCommand(kUsb)));
-    Expect(kernel, Reply("close", kUsb, 0), relay.Answer(CloseCommand(kUsb)));
+    Open(machine, relay, kUsb);
+    Close(machine, relay, kUsb);
   }
-  Expect(kernel, Reply("close", kUart, 0), relay.Answer(CloseCommand(kUart)));
+  Close(machine, relay, kUart);
   EndService(machine);
 }
 

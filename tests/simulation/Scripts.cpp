@@ -16,6 +16,14 @@ std::string Reply(const char* verb, const relay::Port& port, int status) {
   return std::string(verb) + " " + port.Text() + " " + std::to_string(status);
 }
 
+void Open(Machine& machine, Relay& relay, const relay::Port& port) {
+  Expect(machine.kernel, Reply("open", port, 0), relay.Answer(OpenCommand(port)));
+}
+
+void Close(Machine& machine, Relay& relay, const relay::Port& port) {
+  Expect(machine.kernel, Reply("close", port, 0), relay.Answer(CloseCommand(port)));
+}
+
 void EndService(Machine& machine) { machine.kernel.SendToProcess(SIGTERM); }
 
 std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view command) {
@@ -28,10 +36,10 @@ std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view comm
   return answer;
 }
 
-void Stream(Machine& machine, const std::shared_ptr<Line>& line, int pieces) {
+void Stream(Machine& machine, const std::shared_ptr<Line>& line, size_t pieces) {
   Kernel& kernel = machine.kernel;
   (void)kernel.Spawn("device", false, [&kernel, line, pieces] {
-    for (int i = 0; i < pieces; ++i) {
+    for (size_t i = 0; i < pieces; ++i) {
       line->DeviceSends(kStreamed);
       kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(100)) * kMillisecond);
     }

@@ -23,6 +23,10 @@ void Expect(Kernel& kernel, const std::string& expected, const std::string& foun
 // As Relay::Answer tells it.
 std::string Reply(const char* verb, const relay::Port& port, int status);
 
+// What has to be answered with 0.
+void Open(Machine& machine, Relay& relay, const relay::Port& port);
+void Close(Machine& machine, Relay& relay, const relay::Port& port);
+
 void EndService(Machine& machine);
 
 // Who connects before the service has noticed the end of the earlier link, waits for an accept that
@@ -31,7 +35,7 @@ std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view comm
 
 // A device that sends so many times, beside all else.
 constexpr std::string_view kStreamed = "what a device sends all the time";
-void Stream(Machine& machine, const std::shared_ptr<Line>& line, int pieces);
+void Stream(Machine& machine, const std::shared_ptr<Line>& line, size_t pieces);
 
 // `play` begins when the service has a link and has settled.
 Scenario Script(std::string name, std::vector<std::string> endings,

@@ -15,7 +15,7 @@ void StopAgainstOpen(Machine& machine, Relay& relay) {
 
 void TwoStopsAgainstData(Machine& machine, Relay& relay) {
   const auto line = machine.Plug(kUartNode);
-  Expect(machine.kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   line->DeviceSends("from the device");
   machine.kernel.SendToProcess(SIGTERM);
   machine.kernel.SendToProcess(SIGINT);
@@ -25,7 +25,7 @@ void TwoStopsAgainstData(Machine& machine, Relay& relay) {
 void StopAgainstRelink(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   relay.Finish();
   kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(2600)) * kMillisecond);
   machine.kernel.SendToProcess(SIGTERM);
@@ -45,7 +45,7 @@ void StopWhenTheNextLinkBegins(Machine& machine, Relay& relay) {
 void ASecondSignalInsideTheFirst(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   machine.Plug(kUartNode);
-  Expect(kernel, Reply("open", kUart, 0), relay.Answer(OpenCommand(kUart)));
+  Open(machine, relay, kUart);
   EndService(machine);
   for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
     kernel.Point();
