@@ -43,7 +43,10 @@ class CUsedDescriptor {
 
  private:
   // From the lowest bit: the number and one, 0 for none; how many use it; whether it is closed.
+  // Room for numbers up to 8 million, where the lowest free one is given to a process that has some
+  // dozens open; and for 255 uses at once, one for each of about eight threads.
   using State = uint32_t;
+  static_assert(std::atomic<State>::is_always_lock_free);  // or no signal handler may close it
   static constexpr State kNone = 0;
   static constexpr State kNumber = (State{1} << 23) - 1;
   static constexpr State kOneUse = State{1} << 23;
