@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -144,3 +145,16 @@ void writelog(const char*, const char* file, const char*, const char*, const cha
   const std::lock_guard guard(World::Get().mutex);
   World::Get().log.push_back(std::to_string(level) + " " + file + " " + message);
 }
+
+// Replaced at link time.
+extern "C" {
+
+int __real_usleep(useconds_t microseconds);
+int __wrap_usleep(useconds_t microseconds);
+
+int __wrap_usleep(useconds_t microseconds) {
+  World::Get().whenPausing();
+  return __real_usleep(microseconds);
+}
+
+}  // extern "C"

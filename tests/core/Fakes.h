@@ -99,6 +99,7 @@ class World {
   std::vector<std::weak_ptr<FakePort>> ports;
   std::function<void(FakePort&)> prepare = [](FakePort&) {};
   std::function<void(FakeRelay&)> prepareRelay = [](FakeRelay&) {};
+  std::function<void()> whenPausing = [] {};  // runs before each pause of the service
 
   // The five setting words by port name, and the relay port's text; null: no record.
   std::map<std::string, std::vector<std::string>> configuration;
