@@ -3,53 +3,21 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <atomic>
-#include <functional>
+#include <future>
 
 #include "Linux/CancellationShield.h"
+#include "Linux/Command.h"
 #include "Linux/LinuxSocket.h"
 #include "Linux/LinuxThread.h"
+#include "Linux/LogSource.h"
 #include "Linux/Routine.h"
 #include "Linux/Sleep.h"
+#include "support/CancelledThread.h"
 #include "support/CapturedLog.h"
 #include "support/LoopbackPeer.h"
 #include "support/StreamCapture.h"
 
 namespace {
-
-// Runs `step` on a thread whose cancellation is pending from before it on.
-class CancelledThread {
- public:
-  explicit CancelledThread(std::function<void()> toRun) : step(std::move(toRun)) {
-    pthread_t thread{};
-    EXPECT_EQ(0, pthread_create(&thread, nullptr, Run, this));
-    EXPECT_EQ(0, pthread_cancel(thread));
-    cancelPending = true;
-    void* result = nullptr;
-    EXPECT_EQ(0, pthread_join(thread, &result));
-    wasCancelled = result == PTHREAD_CANCELED;
-  }
-
-  bool stepDone = false;
-  bool wasCancelled = false;
-
- private:
-  static void* Run(void* self) {
-    static_cast<CancelledThread*>(self)->RunHere();
-    return nullptr;
-  }
-
-  void RunHere() {
-    while (!cancelPending) {  // no cancellation point
-    }
-    step();
-    stepDone = true;
-    pthread_testcancel();
-  }
-
-  std::function<void()> step;
-  std::atomic<bool> cancelPending{false};
-};
 
 class BlockingInItsDestructor {
  public:
@@ -104,6 +72,36 @@ TEST(CancellationShieldTest, ASocketIsClosedOnACancelledThread) {
   CancelledThread thread([&] { (void)socket.Close(); });
   EXPECT_TRUE(thread.stepDone);
   EXPECT_TRUE(peer.SeesEnd());
+}
+
+TEST(CancellationShieldTest, AListeningSocketIsClosedOnACancelledThread) {
+  StreamCapture output(1);
+  const ReservedPort port;
+  LoopbackPeer peer;
+  CLinuxSocket socket;
+  auto listened = std::async(std::launch::async, [&] { return socket.Listen(port.Number()); });
+  (void)output.NextLine();  // it listens
+  ASSERT_EQ(0, peer.ConnectTo(port.Number()));
+  ASSERT_EQ(0, listened.get());
+  CancelledThread thread([&] { (void)socket.Close(); });
+  EXPECT_TRUE(thread.stepDone);
+  EXPECT_TRUE(peer.SeesEnd());
+  EXPECT_NE(0, LoopbackPeer().ConnectTo(port.Number())) << "somebody listens there";
+}
+
+TEST(CancellationShieldTest, ALineIsLoggedOnACancelledThread) {
+  ForgetCapturedLog();
+  CancelledThread thread(
+      [] { WriteLog("module", "file", 1, "tag", LogLevel::kProgress, "whole"); });
+  EXPECT_TRUE(thread.stepDone);
+  EXPECT_THAT(CapturedMessages(), testing::ElementsAre("whole"));
+}
+
+TEST(CancellationShieldTest, ACommandRunsToItsEndOnACancelledThread) {
+  int status = -1;
+  CancelledThread thread([&status] { status = RunCommand("exit 3"); });
+  EXPECT_TRUE(thread.stepDone);
+  EXPECT_EQ(3, WEXITSTATUS(status));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -9,6 +10,7 @@
 #include <thread>
 
 #include "Linux/Console.h"
+#include "support/Eventually.h"
 #include "support/InChild.h"
 #include "support/StreamCapture.h"
 
@@ -23,25 +25,27 @@ TEST(ConsoleTest, TextsGoToTheirStreamsAsTheyAre) {
   EXPECT_EQ("to error, no newline", errors.Rest());
 }
 
+// Longer than a pipe takes in one piece.
 TEST(ConsoleTest, LinesOfTwoThreadsNeverMix) {
-  constexpr int kLines = 400;
-  const std::string first = std::string(70, 'a') + "\n";
-  const std::string second = std::string(70, 'b') + "\n";
+  constexpr int kLines = 40;
+  const std::string first = std::string(100'000, 'a') + "\n";
+  const std::string second = std::string(100'000, 'b') + "\n";
   StreamCapture output(1);
   const auto write = [](const std::string& line) {
     for (int i = 0; i < kLines; ++i) {
       WriteStandardOutput(line);
     }
   };
+  std::thread one(write, first);
   std::thread other(write, second);
-  write(first);
-  other.join();
   int count[2] = {0, 0};
   for (int i = 0; i < 2 * kLines; ++i) {
     const std::string line = output.NextLine();
-    ASSERT_TRUE(line == first || line == second) << line;
+    EXPECT_TRUE(line == first || line == second) << "line " << i << " is mixed";
     ++count[line == first ? 0 : 1];
   }
+  one.join();
+  other.join();
   EXPECT_EQ(kLines, count[0]);
   EXPECT_EQ(kLines, count[1]);
 }
@@ -102,6 +106,12 @@ int MakeErrorAPipe() {
   return ends[0];
 }
 
+int Waiting(int descriptor) {
+  int bytes = 0;
+  (void)ioctl(descriptor, FIONREAD, &bytes);
+  return bytes;
+}
+
 std::string ReadAll(int descriptor) {
   std::string text(100'000, '\0');
   (void)fcntl(descriptor, F_SETFL, O_NONBLOCK);
@@ -121,6 +131,27 @@ TEST(UnblockStandardStreamsTest, ALineAfterACutOneBeginsAnew) {
               }
               WriteStandardError("read again\n");
               return ReadAll(reader) == "\nread again\n" ? 0 : 2;
+            }));
+}
+
+// The line is given up while the last text waits for its turn, and only then somebody reads.
+TEST(UnblockStandardStreamsTest, TheLastTextComesBehindALineThatItCutsShort) {
+  EXPECT_EQ(0, InChild([] {
+              const int reader = MakeErrorAPipe();
+              UnblockStandardStreams();
+              std::thread line([] { WriteStandardError(std::string(10'000, 'x') + "\n"); });
+              if (!Eventually([reader] { return Waiting(reader) == 4096; })) {
+                return 1;
+              }
+              std::thread last([] { WriteLastStandardError("the end\n"); });
+              line.join();
+              std::string text;
+              (void)Eventually([&] {
+                text += ReadAll(reader);
+                return text.ends_with("the end\n");
+              });
+              last.join();
+              return text == std::string(4096, 'x') + "\nthe end\n" ? 0 : 2;
             }));
 }
 

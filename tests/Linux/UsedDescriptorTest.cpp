@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Linux/UsedDescriptor.h"
+#include "support/CancelledThread.h"
 
 namespace {
 
@@ -133,6 +134,16 @@ TEST_F(UsedDescriptorTest, EachNumberIsClosedOnceAndNeverInUse) {
   }
   EXPECT_EQ(0, missing);
   (void)close(kept);
+}
+
+TEST_F(UsedDescriptorTest, ACancelledThreadGivesTheNumberBackWithTheLastUse) {
+  ASSERT_TRUE(descriptor.Set(number));
+  CancelledThread thread([this] {
+    const CUsedDescriptor::CUse use(descriptor);
+    descriptor.Close();
+  });
+  EXPECT_TRUE(thread.stepDone);
+  EXPECT_TRUE(IsGivenAway(number));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "Linux/LinuxThread.h"
 #include "comm/CommCalls.h"
 #include "comm/ConnectionFixture.h"
+#include "support/CancelledThread.h"
 #include "support/CapturedLog.h"
 
 namespace {
@@ -159,6 +160,15 @@ TEST_F(CommSocketLinkTest, AThreadThatCloseGaveUpOnStaysStoppedWhenTheLinkIsOpen
   EXPECT_THAT(recorder.Events(), ElementsAre("packet 3: 000301", "packet 3: 000302"));
   Unlink();
   EXPECT_EQ("00037F", owner.seen);
+}
+
+TEST_F(CommSocketLinkTest, AConnectionIsDestroyedCompletelyOnACancelledThread) {
+  ASSERT_EQ(0, Link());
+  ASSERT_TRUE(WaitUntilReceiving());
+  commCalls.onSleep = [this] { peer.Close(); };  // the thread has still to be waited for
+  CancelledThread thread([this] { connection.reset(); });
+  EXPECT_TRUE(thread.stepDone);
+  EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(0));
 }
 
 }  // namespace

@@ -181,6 +181,25 @@ TEST_F(CommandHandlingTest, ACommandIsHandledWhileAPortsDataAreBeingHandled) {
   EXPECT_EQ(std::vector<std::string>{"62"}, Port(0).writes);
 }
 
+TEST_F(CommandHandlingTest, WhatTheRelayConnectionTellsWaitsForTheCommandThatIsBeingHandled) {
+  std::vector<std::future<void>> others;
+  relay->whenSending = [&] {
+    relay->whenSending = nullptr;
+    others.push_back(std::async(std::launch::async, [this] { relay->Sends(kCloseA); }));
+    others.push_back(std::async(std::launch::async, [this] {
+      (void)relay->callbacks.onError("", -1, relay->callbacks.context);
+    }));
+    for (const auto& other : others) {
+      EXPECT_EQ(std::future_status::timeout, other.wait_for(std::chrono::milliseconds(50)));
+    }
+  };
+  (void)Answer(kOpenA);
+  for (const auto& other : others) {
+    EXPECT_EQ(std::future_status::ready, other.wait_for(std::chrono::seconds(20)));
+  }
+  EXPECT_EQ(Packed("0009 02 02 0001 41 0000"), relay->sent.back());
+}
+
 TEST_F(CommandHandlingTest, TheSerialEventHookOnlyWaitsForItsTurn) {
   (void)Answer(kOpenA);
   std::future<void> event;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "serial/SerialPortTest.h"
+#include "support/CancelledThread.h"
 
 namespace {
 
@@ -119,6 +120,13 @@ TEST_F(SerialPortStopTest, AThreadThatComesBackAfterItsPortIsGoneEndsByItself) {
   EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
   EXPECT_EQ(1, goesOn);
   EXPECT_EQ(reads, device->reads);
+  EXPECT_FALSE(device->isOpen);
+}
+
+TEST_F(SerialPortStopTest, APortIsDestroyedCompletelyOnACancelledThread) {
+  ASSERT_EQ(0, Open());
+  CancelledThread thread([this] { port.reset(); });
+  EXPECT_TRUE(thread.stepDone);
   EXPECT_FALSE(device->isOpen);
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "serial/SharedDescriptor.h"
+#include "support/CancelledThread.h"
 #include "support/Eventually.h"
 
 namespace {
@@ -83,6 +84,18 @@ TEST(SharedDescriptorTest, ItsEndClosesWhatIsOpen) {
     CSharedDescriptor descriptor;
     descriptor.Set(number);
   }
+  EXPECT_FALSE(IsOpen(number));
+}
+
+TEST(SharedDescriptorTest, ACancelledThreadGivesTheNumberBackWithTheLastUse) {
+  CSharedDescriptor descriptor;
+  const int number = OpenNull();
+  descriptor.Set(number);
+  CancelledThread thread([&descriptor] {
+    const auto use = descriptor.Use();
+    EXPECT_EQ(0, descriptor.Close(descriptor.TakeOut()));
+  });
+  EXPECT_TRUE(thread.stepDone);
   EXPECT_FALSE(IsOpen(number));
 }
 
