@@ -34,6 +34,10 @@ class Call {
   enum Kind { kPlain, kCancellable };
   Call(const char* callName, Kind callKind, std::string details = "")
       : name(callName), kind(callKind), arguments(std::move(details)) {
+    Kernel::Running()->Current().call = std::string(name) + "(" + arguments;
+    if (kind == kCancellable) {
+      Machine::Running()->oracle.MayWait(Kernel::Running()->Current().call);
+    }
     Pass();
   }
 
@@ -44,6 +48,7 @@ class Call {
       kernel.Trace(std::string(name) + "(" + arguments + ") = " + std::to_string(result));
     }
     Pass();
+    kernel.Current().call.clear();
     return Told(result);
   }
 

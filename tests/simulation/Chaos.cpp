@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "simulation/Relay.h"
 
@@ -18,6 +19,22 @@ struct Site {
   relay::Port port;
   std::string node;
   std::shared_ptr<Line> line;  // null: unplugged
+};
+
+// Bytes of which one that is missing, comes twice or in another place is noticed: a generator's.
+class Bytes {
+ public:
+  std::string Next(uint64_t count) {
+    std::string some(count, '\0');
+    for (char& byte : some) {
+      state = state * 6364136223846793005 + 1442695040888963407;
+      byte = static_cast<char>(state >> 56);
+    }
+    return some;
+  }
+
+ private:
+  uint64_t state = 1;
 };
 
 // Does what relays, adapters and lines do, in any order, and asks for nothing but that the service
@@ -81,7 +98,7 @@ class Chaos {
         return relay.Send(CloseCommand(site.port));
       case 4:
       case 5:
-        return relay.Send(DataCommand(site.port, {{1, std::string(1 + Draw(3000), 'r')}}));
+        return relay.Send(DataCommand(site.port, Blocks()));
       case 6:
       case 7:
         return Receive(site);
@@ -96,9 +113,17 @@ class Chaos {
     }
   }
 
+  std::vector<relay::Block> Blocks() {
+    std::vector<relay::Block> blocks = {{1, bytes.Next(1 + Draw(3000))}};
+    while (Draw(3) == 0) {
+      blocks.push_back({static_cast<uint8_t>(Draw(256)), bytes.Next(Draw(4))});
+    }
+    return blocks;
+  }
+
   void Receive(Site& site) {
     if (site.line != nullptr) {
-      site.line->DeviceSends(std::string(1 + Draw(300), 'd'));
+      site.line->DeviceSends(bytes.Next(1 + Draw(300)));
       (void)site.line->DeviceTakes();
     }
   }
@@ -138,6 +163,7 @@ class Chaos {
   Machine& machine;
   Kernel& kernel;
   Relay relay;
+  Bytes bytes;
   std::array<Site, kPorts> sites;
 };
 

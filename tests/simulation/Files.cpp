@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "simulation/Machine.h"
+
 namespace simulation {
 namespace {
 
@@ -29,6 +31,7 @@ class TextFile : public File {
       return -EBADF;
     }
     node->text += bytes;
+    Machine::Running()->oracle.Logs(bytes);
     return static_cast<Result>(bytes.size());
   }
 
@@ -124,6 +127,8 @@ Result PipeEnd::Write(std::string_view bytes) {
   }
   const size_t count = std::min(bytes.size(), pipe->Room());
   pipe->text += bytes.substr(0, count);
+  Machine& machine = *Machine::Running();
+  machine.oracle.Prints(pipe == machine.errors, bytes.substr(0, count));
   return static_cast<Result>(count);
 }
 

@@ -122,6 +122,7 @@ void Kernel::Dispatch() {
 void Kernel::Stall() {
   if (const Time stall = chooser.Stall(*current)) {
     current->stalledUntil = now + stall;
+    stalled += stall;
     Trace("stalls");
   }
 }

@@ -59,6 +59,7 @@ struct Thread {
   bool isUnwinding = false;
   bool isDetached = false;
   bool isJoined = false;
+  std::string call;           // that it is in
   int locks = 0;              // that it holds
   void* stackBase = nullptr;  // the frame at which unwinding ends
 };
@@ -85,6 +86,7 @@ class Kernel {
   bool OnlyMainIsLeft() const;
 
   Time Now() const { return now; }
+  Time Stalled() const { return stalled; }  // all threads in all
   Chooser& Choice() { return chooser; }
 
   // A place where others may run and signals are delivered. Each costs a microsecond of virtual
@@ -141,6 +143,7 @@ class Kernel {
   std::vector<Thread*> ready;  // of the last look, to keep its memory
   Thread* current = nullptr;
   Time now = 0;
+  Time stalled = 0;
   Action actions[kSignals];
   SignalSet processPending = 0;
   std::string trace;  // lines

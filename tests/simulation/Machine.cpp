@@ -52,7 +52,7 @@ Machine::Machine(Kernel& threads) : kernel(threads) {
 Machine* Machine::Running() { return ofThisRun; }
 
 std::shared_ptr<Line> Machine::Plug(const std::string& node) {
-  auto line = std::make_shared<Line>();
+  auto line = std::make_shared<Line>(node);
   nodes[node] = std::make_shared<LineNode>(line);
   return line;
 }
@@ -63,6 +63,11 @@ void Machine::Unplug(const std::string& node, Line& line) {
 }
 
 void Machine::Place(int index, const std::string& node) { placed[index] = node; }
+
+bool Machine::IsConfigured(const std::string& name) const {
+  const auto& file = static_cast<const TextNode&>(*nodes.at(kConfiguration));
+  return file.text.find("[" + name + "]\n") != std::string::npos;
+}
 
 std::string Machine::Log() const { return static_cast<const TextNode&>(*nodes.at(kLog)).text; }
 
@@ -83,6 +88,7 @@ int Machine::RunShell(const std::string& command) {
     nodes[kDump] = file;
     kernel.Sleep(dumpTakes);
     file->text = Database();
+    oracle.Searches(placed);
     return 0;
   }
   if (command != std::string("rm ") + kDump) {

@@ -9,6 +9,7 @@
 #include "simulation/Files.h"
 #include "simulation/Network.h"
 #include "simulation/Terminal.h"
+#include "simulation/oracle/Oracle.h"
 
 namespace simulation {
 
@@ -37,10 +38,13 @@ class Machine {
   // An adapter in USB port `index` is at `node`.
   void Place(int index, const std::string& node);
 
+  bool IsConfigured(const std::string& name) const;
+
   std::string Log() const;
   int RunShell(const std::string& command);
 
   Time dumpTakes = 30 * kMillisecond;
+  Oracle oracle{*this};
 
  private:
   std::string Database() const;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "simulation/Machine.h"
+
 namespace simulation {
 
 // Null: nobody listens there, or there is no room in the queue.
@@ -74,6 +76,8 @@ Result Socket::Accept(std::shared_ptr<File>& accepted, in_addr_t& from) {
   if (listening == nullptr) {
     return -EINVAL;
   }
+  Oracle& oracle = Machine::Running()->oracle;
+  oracle.Listens();
   const Woken woken =
       Kernel::Running()->WaitCancellably([this] { return !listening->waiting.empty(); }, kForever);
   if (woken == Woken::kSignal) {
@@ -83,6 +87,7 @@ Result Socket::Accept(std::shared_ptr<File>& accepted, in_addr_t& from) {
   made->connection = listening->waiting.front();
   listening->waiting.pop_front();
   from = made->connection->peerAddress;
+  oracle.Accepts(made->connection);
   accepted = std::move(made);
   return 0;
 }
@@ -94,13 +99,16 @@ Result Socket::Read(char* buffer, size_t capacity) {
   }
   Kernel& kernel = *Kernel::Running();
   End& end = connection->service;
+  Oracle& oracle = Machine::Running()->oracle;
+  oracle.AsksForMore(*connection);
   const Woken woken = kernel.WaitCancellably(
       [&end] { return !end.waiting.empty() || end.hasEnded || end.isReset; }, kForever);
   if (woken == Woken::kSignal) {
     return -EINTR;
   }
-  if (end.isReset) {
-    return -ECONNRESET;
+  if (end.isReset || end.waiting.empty()) {
+    oracle.SeesTheEnd(*connection);
+    return end.isReset ? -ECONNRESET : 0;
   }
   size_t count = std::min(capacity, end.waiting.size());
   if (count > 1 && kernel.Choice().OneIn(4)) {
@@ -108,6 +116,7 @@ Result Socket::Read(char* buffer, size_t capacity) {
   }
   std::copy_n(end.waiting.begin(), count, buffer);
   end.waiting.erase(0, count);
+  oracle.Takes(*connection, {buffer, count});
   return static_cast<Result>(count);
 }
 
@@ -131,6 +140,8 @@ Result Socket::Write(std::string_view bytes) {
     const size_t count = std::min(other.room - other.waiting.size(), bytes.size() - done);
     other.waiting += bytes.substr(done, count);
     done += count;
+    Machine::Running()->oracle.Sends(*connection, bytes.substr(done - count, count),
+                                     done == bytes.size());
   }
   return static_cast<Result>(done);
 }

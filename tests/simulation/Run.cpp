@@ -79,8 +79,9 @@ void OnExit() {
 }
 
 [[noreturn]] void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, int report) {
-  Kernel kernel(chooser, traced,
-                [&kernel, report](const std::string& ending) { Report(report, kernel, ending); });
+  Kernel kernel(chooser, traced, [&kernel, report](const std::string& ending) {
+    Report(report, kernel, Machine::Running()->oracle.Judge(ending));
+  });
   Races races;
   Races::Watch(&races);
   __libc_single_threaded = 0;  // reference counts are to be atomic, as beside real threads

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "simulation/Machine.h"
+
 namespace simulation {
 namespace {
 
@@ -16,10 +18,12 @@ class Terminal : public File {
   explicit Terminal(std::shared_ptr<Line> wanted) : line(std::move(wanted)) {
     ++line->opens;
     line->dtr = true;
+    TheOracle().Opens(this, line);
   }
 
   // Closing a line that is still there drops what it holds.
   ~Terminal() override {
+    TheOracle().Closes(this);
     if (--line->opens == 0) {
       line->input.clear();
       line->dtr = false;
@@ -28,6 +32,7 @@ class Terminal : public File {
 
   Result Read(char* buffer, size_t capacity) override {
     Kernel& kernel = *Kernel::Running();
+    TheOracle().AsksToRead(this);
     const Woken woken =
         kernel.WaitCancellably([this] { return line->isGone || !line->input.empty(); },
                                kernel.Now() + (line->isGone ? 0 : kReadTimeout));
@@ -40,6 +45,7 @@ class Terminal : public File {
     const size_t count = std::min(capacity, line->input.size());
     std::copy_n(line->input.begin(), count, buffer);
     line->input.erase(0, count);
+    TheOracle().Reads(this, {buffer, count});
     return static_cast<Result>(count);
   }
 
@@ -51,6 +57,7 @@ class Terminal : public File {
       const Woken woken =
           kernel.WaitCancellably([this] { return line->isGone || Room() > 0; }, kForever);
       if (line->isGone) {
+        TheOracle().FailsToWrite();
         return done > 0 ? static_cast<Result>(done) : -EIO;
       }
       if (woken == Woken::kSignal) {
@@ -58,6 +65,7 @@ class Terminal : public File {
       }
       const size_t count = std::min(Room(), bytes.size() - done);
       line->output += bytes.substr(done, count);
+      TheOracle().Writes(this, bytes.substr(done, count));
       done += count;
     }
     return static_cast<Result>(done);
@@ -83,32 +91,40 @@ class Terminal : public File {
 
   Result GetAttributes(termios& attributes) override {
     attributes = line->attributes;
-    return line->isGone ? -EIO : 0;
+    return Told();
   }
 
   Result SetAttributes(const termios& attributes) override {
-    if (line->isGone) {
-      return -EIO;
-    }
     line->attributes = attributes;
-    return 0;
+    return Told();
   }
 
   Result Flush(int queue) override {
     if (line->isGone) {
-      return -EIO;
+      return Told();
     }
     if (queue != TCOFLUSH) {
+      TheOracle().Flushes(this);
       line->input.clear();
       ++line->flushes;
     }
     if (queue != TCIFLUSH) {
       line->output.clear();
     }
-    return 0;
+    return Told();
   }
 
  private:
+  static Oracle& TheOracle() { return Machine::Running()->oracle; }
+
+  // What a call that sets up comes to.
+  Result Told() {
+    if (line->isGone) {
+      TheOracle().FailsToSetUp();
+    }
+    return line->isGone ? -EIO : 0;
+  }
+
   size_t Room() const { return line->room - std::min(line->room, line->output.size()); }
 
   const std::shared_ptr<Line> line;
@@ -124,6 +140,7 @@ Result LineNode::Open(int /*flags*/, std::shared_ptr<File>& opened) {
     kernel.Sleep(line->openTakes);
   }
   if (line->isGone || line->failsToOpen != 0) {
+    Machine::Running()->oracle.FailsToOpen();
     return line->isGone ? -EIO : -line->failsToOpen;
   }
   opened = std::make_shared<Terminal>(line);

@@ -12,10 +12,14 @@ namespace simulation {
 // which the service uses it: raw, and a read waits a tenth of a second for the first byte.
 class Line {
  public:
+  explicit Line(std::string wanted) : node(std::move(wanted)) {}
+
   // The device's side.
   void DeviceSends(std::string_view bytes) { input += bytes; }
   std::string DeviceTakes();  // all that has come
   void Unplug() { isGone = true; }
+
+  const std::string node;  // its path
 
   // What a port that is open holds, or what a port that is closed left behind.
   std::string input;   // to the service
