@@ -46,7 +46,8 @@ class CAllSignalsAdmitted {
 };
 
 // Holds the stop signals back from the calling thread for a scope. They are delivered at its end,
-// or inside a CStopSignalsAdmitted.
+// or inside a CStopSignalsAdmitted. A function that changes what their handler uses takes one as an
+// argument: whoever calls it holds them.
 class CStopSignalsHeld {
  public:
   CStopSignalsHeld();

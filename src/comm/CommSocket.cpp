@@ -6,7 +6,6 @@
 #include "Linux/CancellationShield.h"
 #include "Linux/LinuxSocket.h"
 #include "Linux/LinuxThread.h"
-#include "Linux/SignalMask.h"
 
 std::shared_ptr<CCommSocketExport> CreateCommSocket(const std::string& moduleName,
                                                     const std::string& logTag) {
@@ -44,12 +43,12 @@ int CCommSocket::Opened(int result, uint32_t openedPort, const CommCallbacks* ca
   if (thread != nullptr) {
     receiver->SetCallbacks(wanted);
   } else {
-    StartReceiving(wanted);
+    StartReceiving(held, wanted);
   }
   return 0;
 }
 
-void CCommSocket::StartReceiving(const CommCallbacks& callbacks) {
+void CCommSocket::StartReceiving(const CStopSignalsHeld& /*held*/, const CommCallbacks& callbacks) {
   // Each thread has a receiver and so a stop flag of its own: a thread that an earlier Close gave
   // up on stays told to stop.
   receiver = std::make_shared<CCommReceiver>(socket, callbacks);

@@ -5,6 +5,7 @@
 
 #include "Linux/AbstractThread.h"
 #include "Linux/LogSource.h"
+#include "Linux/SignalMask.h"
 #include "comm/CommReceiver.h"
 #include "comm/CommSocketExport.h"
 
@@ -24,7 +25,7 @@ class CCommSocket final : public CCommSocketExport {
 
  private:
   int Opened(int result, uint32_t port, const CommCallbacks* callbacks);
-  void StartReceiving(const CommCallbacks& callbacks);
+  void StartReceiving(const CStopSignalsHeld& held, const CommCallbacks& callbacks);
 
   CLogSource log;
   uint32_t port = 0;  // of the last successful open, for reference only

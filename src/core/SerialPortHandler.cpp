@@ -10,7 +10,6 @@
 #include "Linux/LinuxThread.h"
 #include "Linux/LockGuard.h"
 #include "Linux/LogSource.h"
-#include "Linux/SignalMask.h"
 #include "Linux/Sleep.h"
 #include "protocol/PacketBuilder.h"
 #include "serial/SerialPort.h"
@@ -112,7 +111,7 @@ void SerialPortHandler::RequestStop() {
 
 bool SerialPortHandler::OpenRelayConnection() {
   const uint32_t port = MachineSettings::RelayPort();
-  SetRelay(make.relay(logModule, logTag));
+  SetRelay(CStopSignalsHeld(), make.relay(logModule, logTag));
   // Cleared before Listen, not after: a peer that leaves at once is reported before Listen returns.
   const bool requestedBefore = reconnectRequested.exchange(false);
   const CommCallbacks callbacks = {OnRelayPacket, OnRelayError, this};
@@ -136,18 +135,18 @@ bool SerialPortHandler::ReopenRelayConnection() {
   // A receive thread that the bounded stop gave up on may hold the connection a little longer. Its
   // listening end must be gone before the next one is bound to the same port.
   (void)OwnRelay()->Close();
-  SetRelay(nullptr);
+  SetRelay(held, nullptr);
   return OpenRelayConnection();
 }
 
-// Stops are held back here, as in the next and in the rebuild above: see SignalMask.h.
+// Stops are held back here, as in the rebuild above: see SignalMask.h.
 bool SerialPortHandler::DropOnePort() {
   const CStopSignalsHeld held;
   return ports.RemoveFirst();
 }
 
-void SerialPortHandler::SetRelay(std::shared_ptr<CCommSocketExport> connection) {
-  const CStopSignalsHeld held;
+void SerialPortHandler::SetRelay(const CStopSignalsHeld& /*held*/,
+                                 std::shared_ptr<CCommSocketExport> connection) {
   const CLockGuard guard(relayLock);
   relay.swap(connection);  // the earlier one is released last, with the argument
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Linux/LinuxLock.h"
+#include "Linux/SignalMask.h"
 #include "comm/CommSocketExport.h"
 #include "core/MachineSettings.h"
 #include "core/PortTable.h"
@@ -57,7 +58,7 @@ class SerialPortHandler {
   bool OpenRelayConnection();
   bool ReopenRelayConnection();
   bool DropOnePort();
-  void SetRelay(std::shared_ptr<CCommSocketExport> connection);
+  void SetRelay(const CStopSignalsHeld& held, std::shared_ptr<CCommSocketExport> connection);
   // For the main thread and its signal handlers.
   CCommSocketExport* OwnRelay() NO_THREAD_SAFETY_ANALYSIS { return relay.get(); }
   void SendToRelay(const std::vector<uint8_t>& packet);
