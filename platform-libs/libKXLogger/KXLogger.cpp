@@ -52,8 +52,7 @@ std::string_view Text(const char* text) { return text != nullptr ? text : ""; }
 kxlogger::LogTime Now() {
   timespec now = {};
   clock_gettime(CLOCK_REALTIME, &now);
-  return kxlogger::LogTime(std::chrono::seconds(now.tv_sec) +
-                           std::chrono::microseconds(now.tv_nsec / 1000));
+  return kxlogger::TimeOf(now);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <span>
 #include <string_view>
 
@@ -15,6 +16,12 @@ namespace kxlogger {
 inline constexpr std::size_t kLineSize = 4096;
 
 using LogTime = std::chrono::sys_time<std::chrono::microseconds>;
+
+// What the clock shows: a microsecond counts when it is over.
+constexpr LogTime TimeOf(const timespec& clock) {
+  return LogTime(std::chrono::seconds(clock.tv_sec) +
+                 std::chrono::microseconds(clock.tv_nsec / 1000));
+}
 
 struct LogRecord {
   LogTime time;

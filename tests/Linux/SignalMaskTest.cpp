@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "Linux/Command.h"
 #include "Linux/SignalMask.h"
 
 namespace {
@@ -120,6 +121,12 @@ TEST(SignalMaskTest, StopSignalsAreSigintSighupAndSigtermAlone) {
     const bool stops = signal == SIGINT || signal == SIGHUP || signal == SIGTERM;
     EXPECT_EQ(stops ? 1 : 0, sigismember(&signals, signal)) << signal;
   }
+}
+
+TEST(SignalMaskTest, ACommandInheritsNoBlockedSignal) {
+  const CSignalMask blocked(CSignalMask::AllSignals());
+  EXPECT_EQ(0, RunCommand("grep -qx 'SigBlk:[[:space:]]*0*' /proc/self/status"));
+  EXPECT_TRUE(IsBlocked(SIGTERM));
 }
 
 }  // namespace

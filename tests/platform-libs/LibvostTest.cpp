@@ -95,10 +95,11 @@ TEST_F(LibvostTest, RecordsHoldNothingElse) {
 }
 
 TEST_F(LibvostTest, WordFieldsAreTheNinthToThirteenthOfTheRecord) {
-  EXPECT_EQ(8U * KX_TEXT_SIZE, offsetof(KX_SERIAL, baud));
-  EXPECT_EQ(12U * KX_TEXT_SIZE, offsetof(KX_SERIAL, flow));
-  EXPECT_EQ(13U * KX_TEXT_SIZE, sizeof(KX_SERIAL));
-  EXPECT_EQ(4U * KX_TEXT_SIZE, offsetof(KX_CONNECT_INFO, port));
+  EXPECT_EQ(512U, offsetof(KX_SERIAL, baud));
+  EXPECT_EQ(768U, offsetof(KX_SERIAL, flow));
+  EXPECT_EQ(832U, sizeof(KX_SERIAL));
+  EXPECT_EQ(256U, offsetof(KX_CONNECT_INFO, port));
+  EXPECT_EQ(320U, sizeof(KX_CONNECT_INFO));
 }
 
 TEST_F(LibvostTest, MissingFileSectionOrKeyIsSilent) {
@@ -184,7 +185,7 @@ TEST_F(LibvostTest, LinkThatLeadsNowhereElseIsRefused) {
 
 TEST_F(LibvostTest, FileOfTheLargestSizeIsReadAndALargerOneRefused) {
   std::string text = "[connect]\nport=1\n";
-  text.resize(vost::kLargestFile, '\n');
+  text.resize(65536, '\n');
   WriteFile(path, text);
   EXPECT_NE(0, Connect());
   WriteFile(path, text + "\n");

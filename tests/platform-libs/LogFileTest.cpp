@@ -50,8 +50,9 @@ using testing::IsEmpty;
 
 class LogFileTest : public testing::Test {
  protected:
-  bool Append(std::string_view message, int second = 0) {
-    const kxlogger::LogTime time(std::chrono::seconds(1000000000 + second));
+  bool Append(std::string_view message, int second = 0, int microsecond = 0) {
+    const kxlogger::LogTime time(std::chrono::seconds(1000000000 + second) +
+                                 std::chrono::microseconds(microsecond));
     return file.Append(path.c_str(), {time, 3, "M", "f.cpp", "1", "4", message});
   }
 
@@ -95,7 +96,7 @@ TEST_F(LogFileTest, PathIsLookedAtOnceASecondAtMost) {
   Append("one", 0);
   Append("two", 0);
   std::filesystem::rename(path, old);
-  Append("three", 0);
+  Append("three", 0, 999'999);
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_EQ(3U, LinesOf(old).size());
   Append("four", 1);

@@ -54,6 +54,11 @@ TEST(LogLineTest, HoldsItsFieldsWithSingleBlanksBetween) {
       Compose(Record("Serial Port Handler start running.")));
 }
 
+TEST(LogLineTest, TimeIsCutOffAtTheMicrosecond) {
+  EXPECT_EQ("1970-01-01T00:00:05.999999Z", Timestamp(kxlogger::TimeOf({5, 999'999'999})));
+  EXPECT_EQ("1970-01-01T00:00:05.000000Z", Timestamp(kxlogger::TimeOf({5, 999})));
+}
+
 TEST(LogLineTest, TimeIsUtcWithSixDigitsOfMicroseconds) {
   EXPECT_EQ("1970-01-01T00:00:00.000000Z", Timestamp(At(0, 0)));
   EXPECT_EQ("1969-12-31T23:59:59.999999Z", Timestamp(At(0, -1)));
