@@ -96,6 +96,12 @@ bool Kernel::OnlyMainIsLeft() const {
                      [](const auto& thread) { return thread->isEnded || !thread->isService; });
 }
 
+size_t Kernel::LivingThreads() const {
+  return static_cast<size_t>(std::count_if(threads.begin(), threads.end(), [](const auto& thread) {
+    return thread->isService && !thread->isEnded;
+  }));
+}
+
 void Kernel::Point() {
   now += kCallCost;
   Dispatch();

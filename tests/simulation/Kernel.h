@@ -84,6 +84,7 @@ class Kernel {
   Thread* Find(int number);
   [[noreturn]] void EndThread();
   bool OnlyMainIsLeft() const;
+  size_t LivingThreads() const;  // of the service
 
   Time Now() const { return now; }
   Time Stalled() const { return stalled; }  // all threads in all

@@ -38,39 +38,6 @@ void TwoUnpluggedWhileTheLinkBreaks(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
-constexpr size_t kPieces = 10;
-
-// Two devices send at once, and the relay has room for less than a packet.
-void FloodSlowRelay(Machine& machine, Relay& relay) {
-  const auto uart = machine.Plug(kUartNode);
-  const auto usb = machine.Plug(kUsbNode);
-  machine.Place(0, kUsbNode);
-  Open(machine, relay, kUart);
-  Open(machine, relay, kUsb);
-  relay.TakesAtOnce(50);
-  Stream(machine, uart, kPieces);
-  Stream(machine, usb, kPieces);
-}
-
-void ARelayThatReadsSlowly(Machine& machine, Relay& relay) {
-  FloodSlowRelay(machine, relay);
-  relay.AwaitData(2 * kPieces * kStreamed.size());
-  EndService(machine);
-}
-
-void ARelayThatDoesNotRead(Machine& machine, Relay& relay) {
-  Kernel& kernel = machine.kernel;
-  FloodSlowRelay(machine, relay);
-  kernel.Sleep(kSecond);
-  relay.Send(CloseCommand(kUart));
-  kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(4000)) * kMillisecond);
-  if (kernel.Choice().Draw(2) == 0) {
-    relay.Reset();
-    (void)AnswerOfNextLink(kernel, relay, OpenCommand(kUart));
-  }
-  EndService(machine);
-}
-
 void ASlowOpenOutlivesItsLink(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   const auto line = machine.Plug(kUartNode);
@@ -89,6 +56,25 @@ void ASlowOpenOutlivesItsLink(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
+void ManyRelaysLeaveNothingBehind(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto relink = [&] {
+    if (kernel.Choice().Draw(2) == 0) {
+      relay.Finish();
+    } else {
+      relay.Reset();
+    }
+    Expect(kernel, Reply("close", kUart, 2), AnswerOfNextLink(kernel, relay, CloseCommand(kUart)));
+  };
+  relink();
+  const Holdings before = HeldBy(machine);
+  for (int i = 0; i < 8; ++i) {
+    relink();
+  }
+  ExpectHeld(machine, before);
+  EndService(machine);
+}
+
 void ARelayThatLeavesAtOnce(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   machine.Plug(kUartNode);
@@ -103,16 +89,34 @@ void ARelayThatLeavesAtOnce(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
+// The way out does not lead through main's end then: a thread that an open holds is not let go.
+void APeerFromElsewhereAgainstASlowOpen(Machine& machine, Relay& relay) {
+  constexpr uint16_t kRelayPort = 60004;
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  Open(machine, relay, kUart);
+  machine.Unplug(kUartNode, *line);
+  machine.Plug(kUartNode)->openTakes = 60 * kSecond;
+  kernel.Sleep(kSecond);
+  relay.Reset();
+  machine.oracle.MayFail();
+  for (;;) {  // the old listening socket takes peers until it is closed
+    kernel.Sleep(100 * kMillisecond);
+    (void)machine.network.Connect(kRelayPort, INADDR_LOOPBACK + 1);
+  }
+}
+
 }  // namespace
 
 std::vector<Scenario> LinkScenarios() {
   return {
       Script("relink-against-notification", {"exit 0"}, RelinkAgainstNotification),
       Script("two-unplugged-while-the-link-breaks", {"exit 0"}, TwoUnpluggedWhileTheLinkBreaks),
-      Script("a-relay-that-reads-slowly", {"exit 0"}, ARelayThatReadsSlowly),
-      Script("a-relay-that-does-not-read", {"exit 0", "exit 255"}, ARelayThatDoesNotRead),
       Script("a-slow-open-outlives-its-link", {"exit 0"}, ASlowOpenOutlivesItsLink),
       Script("a-relay-that-leaves-at-once", {"exit 0"}, ARelayThatLeavesAtOnce),
+      Script("many-relays-leave-nothing-behind", {"exit 0"}, ManyRelaysLeaveNothingBehind),
+      Script("a-peer-from-elsewhere-against-a-slow-open", {"exit 255"},
+             APeerFromElsewhereAgainstASlowOpen),
   };
 }
 

@@ -30,6 +30,7 @@ class Machine {
   std::map<std::string, std::string> environment;
   std::shared_ptr<Pipe> output = std::make_shared<Pipe>();
   std::shared_ptr<Pipe> errors = std::make_shared<Pipe>();
+  bool losesErrors = false;  // whoever reads them does not keep up: nothing need arrive whole
 
   // A line at a node, in the place of whatever is there.
   std::shared_ptr<Line> Plug(const std::string& node);

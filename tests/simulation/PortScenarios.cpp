@@ -93,6 +93,21 @@ void TwoPortsWithTraffic(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
+void ManyOpensLeaveNothingBehind(Machine& machine, Relay& relay) {
+  machine.Plug(kUartNode);
+  machine.Plug(kUsbNode);
+  machine.Place(0, kUsbNode);
+  const Holdings before = HeldBy(machine);
+  for (int i = 0; i < 8; ++i) {
+    Open(machine, relay, kUart);
+    Open(machine, relay, kUsb);
+    Close(machine, relay, kUart);
+    Close(machine, relay, kUsb);
+  }
+  ExpectHeld(machine, before);
+  EndService(machine);
+}
+
 }  // namespace
 
 std::vector<Scenario> PortScenarios() {
@@ -103,6 +118,7 @@ std::vector<Scenario> PortScenarios() {
       Script("close-against-reopen", {"exit 0"}, CloseAgainstReopen),
       Script("close-against-slow-open", {"exit 0"}, CloseAgainstSlowOpen),
       Script("two-ports-with-traffic", {"exit 0"}, TwoPortsWithTraffic),
+      Script("many-opens-leave-nothing-behind", {"exit 0"}, ManyOpensLeaveNothingBehind),
   };
 }
 

@@ -17,9 +17,11 @@ struct Scenario {
   std::vector<std::string> endings;  // one of which it has to come to
 };
 
-std::vector<Scenario> PortScenarios();  // devices and their ports
-std::vector<Scenario> LinkScenarios();  // relays that leave, come back, or do not read
-std::vector<Scenario> StopScenarios();  // signals against whatever is under way
+std::vector<Scenario> PortScenarios();    // devices and their ports
+std::vector<Scenario> LinkScenarios();    // relays that leave and come back
+std::vector<Scenario> FloodScenarios();   // relays that do not read
+std::vector<Scenario> StreamScenarios();  // standard streams that nobody reads
+std::vector<Scenario> StopScenarios();    // signals against whatever is under way
 
 std::vector<Scenario> Scenarios();  // and chaos
 

@@ -6,7 +6,8 @@ namespace simulation {
 
 std::vector<Scenario> Scenarios() {
   std::vector<Scenario> all = {ChaosScenario()};
-  for (const auto& some : {PortScenarios(), LinkScenarios(), StopScenarios()}) {
+  for (const auto& some :
+       {PortScenarios(), LinkScenarios(), FloodScenarios(), StreamScenarios(), StopScenarios()}) {
     all.insert(all.end(), some.begin(), some.end());
   }
   return all;

@@ -26,6 +26,23 @@ void Close(Machine& machine, Relay& relay, const relay::Port& port) {
 
 void EndService(Machine& machine) { machine.kernel.SendToProcess(SIGTERM); }
 
+Holdings HeldBy(Machine& machine) {
+  return {machine.descriptors.Open().size(), machine.kernel.LivingThreads()};
+}
+
+void ExpectHeld(Machine& machine, const Holdings& expected) {
+  Kernel& kernel = machine.kernel;
+  (void)kernel.Wait([&] { return HeldBy(machine) == expected; }, kernel.Now() + 10 * kSecond,
+                    Waits::kThrough);
+  const Holdings held = HeldBy(machine);
+  if (held != expected) {
+    kernel.Defect(std::to_string(held.descriptors) + " descriptors and " +
+                  std::to_string(held.threads) + " threads, in the place of " +
+                  std::to_string(expected.descriptors) + " and " +
+                  std::to_string(expected.threads));
+  }
+}
+
 std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view command) {
   std::string answer;
   do {

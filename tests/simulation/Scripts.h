@@ -29,6 +29,16 @@ void Close(Machine& machine, Relay& relay, const relay::Port& port);
 
 void EndService(Machine& machine);
 
+// What the service has for as long as it runs.
+struct Holdings {
+  size_t descriptors = 0;
+  size_t threads = 0;
+  auto operator<=>(const Holdings&) const = default;
+};
+Holdings HeldBy(Machine& machine);
+// In a while: a thread that was given up on takes its time.
+void ExpectHeld(Machine& machine, const Holdings& expected);
+
 // Who connects before the service has noticed the end of the earlier link, waits for an accept that
 // does not come, and is reset: it tries until there is an answer.
 std::string AnswerOfNextLink(Kernel& kernel, Relay& relay, std::string_view command);

@@ -93,7 +93,8 @@ class Oracle {
   const Machine& machine;
   std::vector<std::unique_ptr<LinkModel>> links;  // the newest last
   std::map<const void*, std::shared_ptr<Use>> uses;
-  std::map<int, Hand> hands;  // by thread
+  std::map<std::string, std::shared_ptr<PortModel>> latest;  // that a command has opened, by node
+  std::map<int, Hand> hands;                                 // by thread
   Lines output;
   Lines errors;
   StopModel stop;

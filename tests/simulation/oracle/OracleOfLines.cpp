@@ -31,8 +31,14 @@ void Oracle::Opens(const void* use, const std::shared_ptr<const Line>& line) {
       command.port->name = command.Packet().port.name;
       command.port->node = node;
       command.port->link = link;
+      latest[node] = command.port;
     }
     port = command.port;
+  }
+  // By a thread that was given up on before its first look, or was about to end.
+  if (const auto last = latest.find(node);
+      port == nullptr && last != latest.end() && IsGivenUp(*last->second)) {
+    port = last->second;
   }
   Expect(port != nullptr, node + " is opened, and nobody has asked for it");
   Expect(node == port->node, "a port is opened again at another node");

@@ -89,7 +89,8 @@ std::string MessageOf(std::string_view line) {
 
 bool IsKnownOnConsole(std::string_view line) {
   constexpr std::string_view kListens = "[LISTEN]IP:127.0.0.1(PORT:";
-  return line == "[ACCEPT]IP:127.0.0.1" || line == "終了" || line.starts_with("recv error:") ||
+  return line.starts_with("[ACCEPT]IP:127.0.0.") || line == "終了" ||
+         line.starts_with("recv error:") ||
          (line.starts_with(kListens) && line.ends_with(")") &&
           IsNumber(line.substr(kListens.size(), line.size() - kListens.size() - 1)));
 }
