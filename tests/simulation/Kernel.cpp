@@ -278,7 +278,9 @@ bool Kernel::DeliverSignals() {
     Trace("signal " + std::to_string(signal));
     const SignalSet before = current->blocked;
     current->blocked |= action.mask | SetOf(signal);
+    ++current->handlers;
     action.handler(signal);
+    --current->handlers;
     current->blocked = before;
     handled = true;
   }

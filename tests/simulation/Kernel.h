@@ -61,6 +61,7 @@ struct Thread {
   bool isJoined = false;
   std::string call;           // that it is in
   int locks = 0;              // that it holds
+  int handlers = 0;           // of signals that it is inside of
   void* stackBase = nullptr;  // the frame at which unwinding ends
 };
 

@@ -149,6 +149,23 @@ ATOMICS(64)
 void __tsan_atomic_thread_fence(int) {}
 void __tsan_atomic_signal_fence(int) {}
 
+// The handler of a signal may have interrupted just that.
+static void ExpectNoHandler() {
+  if (Races::Watching() != nullptr && Kernel::Running()->Current().handlers != 0) {
+    Kernel::Running()->Defect("memory is asked for or given back in the handler of a signal");
+  }
+}
+
+void* WatchedNew(size_t size) {
+  ExpectNoHandler();
+  return ::operator new(size);
+}
+
+void WatchedDelete(void* memory, size_t /*size*/) {
+  ExpectNoHandler();
+  ::operator delete(memory);
+}
+
 // What the standard library does in code that was compiled without us.
 void* WatchedCopy(void* to, const void* from, size_t size) {
   Read(from, Watched(size), CALLER);
