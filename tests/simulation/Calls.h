@@ -45,7 +45,10 @@ class Call {
   long Gives(Result result) {
     Kernel& kernel = *Kernel::Running();
     if (kernel.IsTraced()) {
-      kernel.Trace(std::string(name) + "(" + arguments + ") = " + std::to_string(result));
+      kernel.Note(std::string(name) + "(" + arguments + ") = " + std::to_string(result));
+    }
+    if (result < 0) {
+      kernel.Spend(kFailureCost);
     }
     Pass();
     kernel.Current().call.clear();
@@ -53,6 +56,9 @@ class Call {
   }
 
  private:
+  // Who tries again at once does not fill the run with it.
+  static constexpr Time kFailureCost = 50 * kMillisecond;
+
   void Pass() const {
     if (kind == kCancellable) {
       Kernel::Running()->CancellationPoint();

@@ -4,8 +4,6 @@
 #include <unwind.h>
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
 #include <utility>
 
 #include "simulation/Races.h"
@@ -70,7 +68,7 @@ Thread& Kernel::Spawn(const std::string& name, bool isService, std::function<voi
 
 void Kernel::Start(Thread& thread, const std::function<void()>& body) {
   thread.stackBase = __builtin_frame_address(0);
-  Trace("begins");
+  Note(thread.name + " begins");
   body();
   EndThread();
 }
@@ -83,7 +81,7 @@ Thread* Kernel::Find(int number) {
 // The stack of a thread that has ended is never switched to again.
 void Kernel::EndThread() {
   current->isEnded = true;
-  Trace("ends");
+  Note("ends");
   if (current->locks != 0) {
     Defect(current->name + " ended and holds a lock");
   }
@@ -102,6 +100,8 @@ size_t Kernel::LivingThreads() const {
   }));
 }
 
+bool Kernel::HasSettled() const { return now >= kSettled; }
+
 void Kernel::Point() {
   now += kCallCost;
   Dispatch();
@@ -115,7 +115,7 @@ void Kernel::AtomicPoint() {
 
 void Kernel::Dispatch() {
   Thread* const before = current;
-  if (now >= kSettled && current->isService) {
+  if (HasSettled() && current->isService) {
     Stall();
   }
   current = Pick();
@@ -129,7 +129,7 @@ void Kernel::Stall() {
   if (const Time stall = chooser.Stall(*current)) {
     current->stalledUntil = now + stall;
     stalled += stall;
-    Trace("stalls");
+    Note("stalls");
   }
 }
 
@@ -226,7 +226,7 @@ bool Kernel::MustUnwind(const Thread& thread) const {
 
 void Kernel::Unwind() {
   current->isUnwinding = true;
-  Trace("is cancelled");
+  Note("is cancelled");
   // One for each thread: it is in use until the thread has ended.
   auto* const exception = new _Unwind_Exception{};
   exception->exception_cleanup = NotRethrown;
@@ -237,6 +237,7 @@ void Kernel::Unwind() {
 void Kernel::Cancel(Thread& thread) { thread.isCancelled = true; }
 
 void Kernel::SendToProcess(int signal) {
+  Note("kills with " + std::to_string(signal));
   if (ActionOf(signal).handler != SIG_IGN) {
     processPending |= SetOf(signal);
   }
@@ -275,7 +276,7 @@ bool Kernel::DeliverSignals() {
     if (action.handler == SIG_DFL) {
       End("signal " + std::to_string(signal));
     }
-    Trace("signal " + std::to_string(signal));
+    Note("signal " + std::to_string(signal));
     const SignalSet before = current->blocked;
     current->blocked |= action.mask | SetOf(signal);
     ++current->handlers;
@@ -288,22 +289,17 @@ bool Kernel::DeliverSignals() {
 }
 
 void Kernel::End(const std::string& text) {
-  Trace("== " + text);
+  Note("== " + text);
   tellEnd(text);
   __builtin_trap();
 }
 
 void Kernel::Defect(const std::string& text) { End("defect: " + text); }
 
-void Kernel::Trace(const std::string& text) {
-  if (!isTraced) {
-    return;
+void Kernel::Note(const std::string& text) {
+  if (isTraced) {
+    trace.Note(now, *current, text);
   }
-  char time[32];
-  const int length = snprintf(time, sizeof time, "%5" PRId64 ".%06" PRId64 "  ", now / kSecond,
-                              now % kSecond / kMicrosecond);
-  trace.append(time, static_cast<size_t>(length)).append(current != nullptr ? current->name : "");
-  trace.append(": ").append(text).append("\n");
 }
 
 }  // namespace simulation

@@ -14,6 +14,7 @@
 
 #include "simulation/Chooser.h"
 #include "simulation/Fiber.h"
+#include "simulation/Trace.h"
 
 namespace simulation {
 
@@ -89,12 +90,14 @@ class Kernel {
 
   Time Now() const { return now; }
   Time Stalled() const { return stalled; }  // all threads in all
+  bool HasSettled() const;                  // the service has begun
   Chooser& Choice() { return chooser; }
 
   // A place where others may run and signals are delivered. Each costs a microsecond of virtual
   // time, so that a loop that looks at the clock comes to its end.
   void Point();
-  void AtomicPoint();  // the same between two instructions
+  void Spend(Time duration) { now += duration; }  // on its processor
+  void AtomicPoint();                             // the same between two instructions
   Woken Wait(const Condition& condition, Time deadline, Waits how);
   void Sleep(Time duration);
 
@@ -120,8 +123,8 @@ class Kernel {
   [[noreturn]] void Defect(const std::string& text);
 
   bool IsTraced() const { return isTraced; }
-  void Trace(const std::string& text);  // nothing where the run is not traced
-  const std::string& TraceText() const { return trace; }
+  void Note(const std::string& text);  // into the trace; nothing where the run is not traced
+  const std::string& TraceText() const { return trace.Text(); }
 
  private:
   static constexpr int kSignals = 65;
@@ -148,7 +151,7 @@ class Kernel {
   Time stalled = 0;
   Action actions[kSignals];
   SignalSet processPending = 0;
-  std::string trace;  // lines
+  Trace trace;
 };
 
 }  // namespace simulation

@@ -58,6 +58,7 @@ std::shared_ptr<Line> Machine::Plug(const std::string& node) {
 }
 
 void Machine::Unplug(const std::string& node, Line& line) {
+  kernel.Note("unplugs " + node);
   line.Unplug();
   nodes.erase(node);
 }

@@ -34,11 +34,13 @@ bool Relay::TryToConnect() {
                                           machine.kernel.Now() + kPatience / 2, Waits::kThrough);
   if (woken == Woken::kReady) {
     link = machine.network.Connect(kRelayPort);
+    machine.kernel.Note("connects");
   }
   return woken == Woken::kReady;
 }
 
 void Relay::Send(std::string_view bytes) {
+  machine.kernel.Note("sends " + std::to_string(bytes.size()));
   link->service.waiting += bytes;
   machine.kernel.Point();
 }
@@ -98,11 +100,13 @@ void Relay::TakeAll() {
 void Relay::TakesAtOnce(size_t bytes) { link->peer.room = bytes; }
 
 void Relay::Finish() {
+  machine.kernel.Note("finishes");
   simulation::Finish(*link);
   machine.kernel.Point();
 }
 
 void Relay::Reset() {
+  machine.kernel.Note("resets");
   simulation::Reset(*link);
   machine.kernel.Point();
 }
