@@ -175,7 +175,8 @@ Scenario ChaosScenario() {
             const auto chaos = std::make_shared<Chaos>(machine);
             (void)machine.kernel.Spawn("chaos", false, [chaos] { chaos->Play(); });
           },
-          {"exit 0", "exit 255"}};
+          {"exit 0", "exit 255"},
+          false};
 }
 
 }  // namespace simulation

@@ -136,11 +136,12 @@ void HalfCloseUnderTwoFloods(Machine& machine, Relay& relay) {
 
 std::vector<Scenario> FloodScenarios() {
   return {
-      Script("a-relay-that-reads-slowly", {"exit 0"}, ARelayThatReadsSlowly),
+      LongScript("a-relay-that-reads-slowly", {"exit 0"}, ARelayThatReadsSlowly),
       Script("a-relay-that-does-not-read", {"exit 0", "exit 255"}, ARelayThatDoesNotRead),
-      Script("a-relay-that-reads-nothing-for-a-while", {"exit 0"}, ARelayThatReadsNothingForAWhile),
-      Script("half-close-under-a-flood", {"exit 0"}, HalfCloseUnderAFlood),
-      Script("half-close-under-two-floods", {"exit 0"}, HalfCloseUnderTwoFloods),
+      LongScript("a-relay-that-reads-nothing-for-a-while", {"exit 0"},
+                 ARelayThatReadsNothingForAWhile),
+      LongScript("half-close-under-a-flood", {"exit 0"}, HalfCloseUnderAFlood),
+      LongScript("half-close-under-two-floods", {"exit 0"}, HalfCloseUnderTwoFloods),
   };
 }
 

@@ -106,6 +106,16 @@ void APeerFromElsewhereAgainstASlowOpen(Machine& machine, Relay& relay) {
   }
 }
 
+// The port of the link that has ended is closed before the next one can ask for it.
+void ResetAgainstOpen(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  relay.Send(OpenCommand(kUart));
+  relay.Reset();
+  Expect(kernel, Reply("open", kUart, 0), AnswerOfNextLink(kernel, relay, OpenCommand(kUart)));
+  EndService(machine);
+}
+
 }  // namespace
 
 std::vector<Scenario> LinkScenarios() {
@@ -113,8 +123,9 @@ std::vector<Scenario> LinkScenarios() {
       Script("relink-against-notification", {"exit 0"}, RelinkAgainstNotification),
       Script("two-unplugged-while-the-link-breaks", {"exit 0"}, TwoUnpluggedWhileTheLinkBreaks),
       Script("a-slow-open-outlives-its-link", {"exit 0"}, ASlowOpenOutlivesItsLink),
+      Script("reset-against-open", {"exit 0"}, ResetAgainstOpen),
       Script("a-relay-that-leaves-at-once", {"exit 0"}, ARelayThatLeavesAtOnce),
-      Script("many-relays-leave-nothing-behind", {"exit 0"}, ManyRelaysLeaveNothingBehind),
+      LongScript("many-relays-leave-nothing-behind", {"exit 0"}, ManyRelaysLeaveNothingBehind),
       Script("a-peer-from-elsewhere-against-a-slow-open", {"exit 255"},
              APeerFromElsewhereAgainstASlowOpen),
   };

@@ -108,6 +108,18 @@ void ManyOpensLeaveNothingBehind(Machine& machine, Relay& relay) {
   EndService(machine);
 }
 
+void CommandsAtOnce(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  Stream(machine, line, 3);
+  relay.Send(OpenCommand(kUart) + DataCommand(kUart, {{1, "to the device"}}) + CloseCommand(kUart) +
+             OpenCommand(kUart) + CloseCommand(kUart));
+  for (const char* const verb : {"open", "close", "open", "close"}) {
+    Expect(kernel, Reply(verb, kUart, 0), relay.Answer(""));
+  }
+  EndService(machine);
+}
+
 }  // namespace
 
 std::vector<Scenario> PortScenarios() {
@@ -117,8 +129,9 @@ std::vector<Scenario> PortScenarios() {
       Script("unplug-against-write", {"exit 0"}, UnplugAgainstWrite),
       Script("close-against-reopen", {"exit 0"}, CloseAgainstReopen),
       Script("close-against-slow-open", {"exit 0"}, CloseAgainstSlowOpen),
-      Script("two-ports-with-traffic", {"exit 0"}, TwoPortsWithTraffic),
-      Script("many-opens-leave-nothing-behind", {"exit 0"}, ManyOpensLeaveNothingBehind),
+      LongScript("commands-at-once", {"exit 0"}, CommandsAtOnce),
+      LongScript("two-ports-with-traffic", {"exit 0"}, TwoPortsWithTraffic),
+      LongScript("many-opens-leave-nothing-behind", {"exit 0"}, ManyOpensLeaveNothingBehind),
   };
 }
 

@@ -2,46 +2,19 @@
 #include "simulation/Run.h"
 
 #include <sys/single_threaded.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <sstream>
 
+#include "simulation/Process.h"
 #include "simulation/Races.h"
 
 // The service's own, under another name.
 int ServiceMain();
 
-extern "C" ssize_t __real_read(int, void*, size_t);
-extern "C" ssize_t __real_write(int, const void*, size_t);
-extern "C" int __real_close(int);
-extern "C" [[noreturn]] void __real__Exit(int);
-
 namespace simulation {
 namespace {
-
-void WriteWhole(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t count = __real_write(descriptor, text.data(), text.size());
-    if (count < 1) {
-      __real__Exit(125);
-    }
-    text.remove_prefix(static_cast<size_t>(count));
-  }
-}
-
-std::string ReadWhole(int descriptor) {
-  std::string text;
-  char piece[65536];
-  for (;;) {
-    const ssize_t count = __real_read(descriptor, piece, sizeof piece);
-    if (count < 1) {
-      return text;
-    }
-    text.append(piece, static_cast<size_t>(count));
-  }
-}
 
 // What the process leaves when all its threads are gone.
 std::string Remains(const Machine& machine) {
@@ -58,17 +31,6 @@ std::string Remains(const Machine& machine) {
   return {};
 }
 
-// The ending, a zero, the virtual time, the trace.
-[[noreturn]] void Report(int descriptor, const Kernel& kernel, const std::string& ending) {
-  Races::Watch(nullptr);
-  WriteWhole(descriptor, ending);
-  const Time now = kernel.Now();
-  WriteWhole(descriptor, {"\0", 1});
-  WriteWhole(descriptor, {reinterpret_cast<const char*>(&now), sizeof now});
-  WriteWhole(descriptor, kernel.TraceText());
-  __real__Exit(0);
-}
-
 int serviceStatus = 0;  // the service's
 
 // Registered before the service's own objects are made, so that it runs behind their end.
@@ -78,9 +40,32 @@ void OnExit() {
                                          : remains);
 }
 
-[[noreturn]] void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, int report) {
-  Kernel kernel(chooser, traced, [&kernel, report](const std::string& ending) {
-    Report(report, kernel, Machine::Running()->oracle.Judge(ending));
+// Each with a zero behind it: ending, virtual time, schedule. Then the trace.
+std::string TextOf(const Kernel& kernel, const std::string& ending, const std::string& schedule) {
+  std::ostringstream text;
+  text << ending << '\0' << static_cast<double>(kernel.Now()) / kSecond << '\0' << schedule << '\0';
+  return text.str() + kernel.TraceText();
+}
+
+Outcome OutcomeOf(const Report& report) {
+  std::istringstream text(report.text);
+  Outcome outcome;
+  std::string seconds;
+  if (!std::getline(text, outcome.ending, '\0') || !std::getline(text, seconds, '\0') ||
+      !std::getline(text, outcome.schedule, '\0')) {
+    return {"defect: the run itself ended with status " + std::to_string(report.status)};
+  }
+  outcome.virtualSeconds = std::stod(seconds);
+  outcome.trace = report.text.substr(static_cast<size_t>(text.tellg()));
+  return outcome;
+}
+
+}  // namespace
+
+void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, const OnEnd& onEnd) {
+  Kernel kernel(chooser, traced, [&](const std::string& ending) {
+    Races::Watch(nullptr);
+    onEnd(kernel, Machine::Running()->oracle.Judge(ending));
   });
   Races races;
   Races::Watch(&races);
@@ -94,35 +79,29 @@ void OnExit() {
   });
 }
 
-}  // namespace
+Outcome Play(const Scenario& scenario, const MakeChooser& makeChooser, Wanted wanted) {
+  return OutcomeOf(ReportOf([&](int report) {
+    const std::unique_ptr<Chooser> decides = makeChooser();
+    Recorder recorder(*decides);
+    Chooser& chooser = wanted == kSchedule ? recorder : *decides;
+    PlayHere(scenario, chooser, wanted == kTrace, [&](const Kernel& kernel, const auto& ending) {
+      WriteWhole(report, TextOf(kernel, ending, TextOf(recorder.Recorded())));
+      EndProcess();
+    });
+  }));
+}
 
-Outcome Play(const Scenario& scenario, uint64_t seed, bool traced) {
-  int channel[2] = {};
-  if (pipe(channel) != 0) {
-    return {"defect: no pipe can be made"};
-  }
-  const pid_t child = fork();
-  if (child == -1) {
-    return {"defect: no process can be made"};
-  }
-  if (child == 0) {
-    (void)__real_close(channel[0]);
-    const std::unique_ptr<Chooser> chooser = ChooserOf(seed);
-    PlayHere(scenario, *chooser, traced, channel[1]);
-  }
-  (void)__real_close(channel[1]);
-  const std::string text = ReadWhole(channel[0]);
-  (void)__real_close(channel[0]);
-  int status = 0;
-  (void)waitpid(child, &status, 0);
-  const size_t end = text.find('\0');
-  if (end == std::string::npos) {
-    return {"defect: the run itself ended with status " + std::to_string(status)};
-  }
-  Time now = 0;
-  std::memcpy(&now, text.data() + end + 1, sizeof now);
-  return {text.substr(0, end), text.substr(end + 1 + sizeof now),
-          static_cast<double>(now) / kSecond};
+MakeChooser Seeded(uint64_t seed) {
+  return [seed] { return ChooserOf(seed); };
+}
+
+MakeChooser Replaying(const Schedule& schedule) {
+  return [&schedule] { return std::make_unique<Replay>(schedule); };
+}
+
+bool IsDefect(const Scenario& scenario, const std::string& ending) {
+  const auto& known = scenario.endings;
+  return std::find(known.begin(), known.end(), ending) == known.end();
 }
 
 }  // namespace simulation

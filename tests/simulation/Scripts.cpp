@@ -75,7 +75,14 @@ Scenario Script(std::string name, std::vector<std::string> endings,
               machine.kernel.Wait([] { return false; }, kForever, Waits::kThrough);
             });
           },
-          std::move(endings)};
+          std::move(endings), true};
+}
+
+Scenario LongScript(std::string name, std::vector<std::string> endings,
+                    std::function<void(Machine&, Relay&)> play) {
+  Scenario scenario = Script(std::move(name), std::move(endings), std::move(play));
+  scenario.isShort = false;
+  return scenario;
 }
 
 }  // namespace simulation

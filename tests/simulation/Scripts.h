@@ -51,4 +51,8 @@ void Stream(Machine& machine, const std::shared_ptr<Line>& line, size_t pieces);
 Scenario Script(std::string name, std::vector<std::string> endings,
                 std::function<void(Machine&, Relay&)> play);
 
+// The same of one that goes on so long that not every schedule of it can be played.
+Scenario LongScript(std::string name, std::vector<std::string> endings,
+                    std::function<void(Machine&, Relay&)> play);
+
 }  // namespace simulation

@@ -62,6 +62,30 @@ void StopAgainstSearch(Machine& machine, Relay& relay) {
   kernel.SendToProcess(SIGTERM);
 }
 
+void StopAgainstClose(Machine& machine, Relay& relay) {
+  (void)machine.Plug(kUartNode);
+  Open(machine, relay, kUart);
+  relay.Send(CloseCommand(kUart));
+  EndService(machine);
+}
+
+void StopAgainstNotification(Machine& machine, Relay& relay) {
+  const auto line = machine.Plug(kUartNode);
+  Open(machine, relay, kUart);
+  line->DeviceSends("from the device");
+  EndService(machine);
+}
+
+void StopAgainstReopen(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  const auto line = machine.Plug(kUartNode);
+  Open(machine, relay, kUart);
+  machine.Unplug(kUartNode, *line);
+  machine.Plug(kUartNode)->openTakes = kSecond / 2;
+  kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(1600)) * kMillisecond);
+  EndService(machine);
+}
+
 }  // namespace
 
 std::vector<Scenario> StopScenarios() {
@@ -71,6 +95,9 @@ std::vector<Scenario> StopScenarios() {
       Script("stop-against-relink", {"exit 0", "exit 255"}, StopAgainstRelink),
       Script("stop-when-the-next-link-begins", {"exit 0", "exit 255"}, StopWhenTheNextLinkBegins),
       Script("a-second-signal-inside-the-first", {"exit 0"}, ASecondSignalInsideTheFirst),
+      Script("stop-against-close", {"exit 0"}, StopAgainstClose),
+      Script("stop-against-notification", {"exit 0"}, StopAgainstNotification),
+      Script("stop-against-reopen", {"exit 0"}, StopAgainstReopen),
       Script("stop-against-search", {"exit 0"}, StopAgainstSearch),
   };
 }

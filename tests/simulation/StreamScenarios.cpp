@@ -113,8 +113,8 @@ std::vector<Scenario> StreamScenarios() {
       Behind(LeaveTheLogUnread, Script("a-log-that-nobody-reads", {"exit 0"}, ALogThatNobodyReads)),
       Behind(ReadTheLogByteByByte,
              Script("a-log-that-is-read-byte-by-byte", {"exit 0"}, ALogThatIsReadByteByByte)),
-      Behind(ReadErrorsSlowly, Script("lines-of-two-ports-on-a-full-stream", {"exit 0"},
-                                      LinesOfTwoPortsOnAFullStream)),
+      Behind(ReadErrorsSlowly, LongScript("lines-of-two-ports-on-a-full-stream", {"exit 0"},
+                                          LinesOfTwoPortsOnAFullStream)),
   };
 }
 

@@ -1,45 +1,88 @@
 // SPDX-License-Identifier: MIT
-// usage: Simulation [--scenario NAME] [--seed N [--runs N] [--trace]] [--seconds N] [--first]
-// Without a seed: new ones for a minute, or so many seconds. With one: that one, or so many from
-// it. With --first it ends at the first defect. Status 0: no run showed a defect. 1: one did, and
-// each is told.
+// usage: Simulation [--scenario NAME] [--trace] [--first] [COURSE]
+// Plays every scenario, or the one: for a minute with new seeds, or as COURSE tells:
+//   --seconds N          so long
+//   --seed N [--runs N]  with that seed, or so many from it
+//   --schedule TEXT      as an earlier run told it
+//   --explore N          every schedule of up to N deviations from the plain course
+// --first: ends at the first defect. Status 0: no run showed a defect. 1: one did, and each is
+// told.
 #include <execinfo.h>
 #include <getopt.h>
 
-#include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cstdlib>
 #include <iostream>
-#include <random>
-#include <set>
 #include <string_view>
 
-#include "simulation/Run.h"
+#include "simulation/Campaign.h"
 
 using namespace simulation;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct Options {
   std::string scenario;  // empty: all
   uint64_t seed = 0;     // 0: new ones
   uint64_t runs = 1;     // of each scenario, from `seed` on
   uint64_t seconds = 60;
+  std::optional<uint64_t> deviations;  // nothing: seeds are played
+  std::optional<Schedule> schedule;
   bool isTraced = false;
   bool endsAtFirst = false;
 };
+
+[[noreturn]] void GiveUp(const std::string& problem) {
+  std::cerr << "Simulation: " << problem << std::endl;
+  std::exit(2);
+}
 
 uint64_t NumberIn(std::string_view text) {
   uint64_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size()) {
-    std::cerr << "Simulation: no number: " << text << std::endl;
-    std::exit(2);
+    GiveUp("no number: " + std::string(text));
   }
   return number;
+}
+
+Schedule ScheduleIn(std::string_view text) {
+  const std::optional<Schedule> schedule = ScheduleFrom(text);
+  if (!schedule) {
+    GiveUp("no schedule: " + std::string(text));
+  }
+  return *schedule;
+}
+
+void TakeOption(int name, const char* value, Options& options) {
+  switch (name) {
+    case 'd':
+      options.deviations = NumberIn(value);
+      break;
+    case 'f':
+      options.endsAtFirst = true;
+      break;
+    case 'l':
+      options.schedule = ScheduleIn(value);
+      break;
+    case 'n':
+      options.scenario = value;
+      break;
+    case 'r':
+      options.runs = NumberIn(value);
+      break;
+    case 's':
+      options.seed = NumberIn(value);
+      break;
+    case 't':
+      options.seconds = NumberIn(value);
+      break;
+    case 'v':
+      options.isTraced = true;
+      break;
+    default:
+      std::exit(2);
+  }
 }
 
 Options OptionsOf(int argc, char** argv) {
@@ -47,111 +90,57 @@ Options OptionsOf(int argc, char** argv) {
                           {"runs", required_argument, nullptr, 'r'},
                           {"seconds", required_argument, nullptr, 't'},
                           {"seed", required_argument, nullptr, 's'},
+                          {"schedule", required_argument, nullptr, 'l'},
+                          {"explore", required_argument, nullptr, 'd'},
                           {"first", no_argument, nullptr, 'f'},
                           {"trace", no_argument, nullptr, 'v'},
                           {}};
   Options options;
   for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-    switch (found) {
-      case 'f':
-        options.endsAtFirst = true;
-        break;
-      case 'n':
-        options.scenario = optarg;
-        break;
-      case 'r':
-        options.runs = NumberIn(optarg);
-        break;
-      case 's':
-        options.seed = NumberIn(optarg);
-        break;
-      case 't':
-        options.seconds = NumberIn(optarg);
-        break;
-      case 'v':
-        options.isTraced = true;
-        break;
-      default:
-        std::exit(2);
-    }
+    TakeOption(found, optarg, options);
+  }
+  if (optind != argc) {
+    GiveUp("what is this: " + std::string(argv[optind]));
   }
   return options;
 }
 
-class Campaign {
- public:
-  explicit Campaign(Options wanted) : options(std::move(wanted)), scenarios(Scenarios()) {
-    if (!options.scenario.empty()) {
-      std::erase_if(scenarios,
-                    [this](const Scenario& scenario) { return scenario.name != options.scenario; });
-    }
+std::vector<Scenario> ScenariosFor(const Options& options) {
+  std::vector<Scenario> scenarios = Scenarios();
+  if (!options.scenario.empty()) {
+    std::erase_if(scenarios,
+                  [&options](const Scenario& each) { return each.name != options.scenario; });
   }
-
-  bool HasScenarios() const { return !scenarios.empty(); }
-
-  // Every scenario with a seed, then with the next. False when one showed a defect.
-  bool Play() {
-    const bool isNew = options.seed == 0;
-    uint64_t seed = isNew ? std::random_device()() : options.seed;
-    std::cout << "from seed " << seed << std::endl;
-    const auto end = begin + std::chrono::seconds(options.seconds);
-    for (uint64_t played = 0; isNew ? Clock::now() < end : played < options.runs; ++played) {
-      for (const Scenario& scenario : scenarios) {
-        PlayOne(scenario, seed);
-        if (options.endsAtFirst && !failed.empty()) {
-          return false;
-        }
-      }
-      ++seed;
-    }
-    Summarize();
-    return failed.empty();
+  if (scenarios.empty()) {
+    GiveUp("there is no scenario " + options.scenario);
   }
+  return scenarios;
+}
 
- private:
-  // One that has failed is told once: its next seeds would tell the same.
-  void PlayOne(const Scenario& scenario, uint64_t seed) {
-    if (failed.contains(scenario.name)) {
-      return;
-    }
-    const Outcome outcome = simulation::Play(scenario, seed, options.isTraced);
-    std::cout << outcome.trace;
-    ++runs;
-    virtualSeconds += outcome.virtualSeconds;
-    if (std::find(scenario.endings.begin(), scenario.endings.end(), outcome.ending) ==
-        scenario.endings.end()) {
-      failed.insert(scenario.name);
-      std::cout << scenario.name << ", seed " << seed << ": " << outcome.ending
-                << "\n  again: ./test simulation --scenario " << scenario.name << " --seed " << seed
-                << " --trace" << std::endl;
-    }
+void Play(Campaign& campaign, const Options& options) {
+  if (options.schedule) {
+    campaign.PlaySchedule(*options.schedule);
+  } else if (options.deviations) {
+    campaign.ExploreAll(*options.deviations);
+  } else if (options.seed != 0) {
+    campaign.PlaySeeds(options.seed, options.runs);
+  } else {
+    campaign.PlayNewSeeds(std::chrono::seconds(options.seconds));
   }
-
-  // Not on the standard output: there a seed tells the same each time.
-  void Summarize() const {
-    const std::chrono::duration<double> real = Clock::now() - begin;
-    std::cerr << scenarios.size() << " scenarios, " << runs << " runs, " << failed.size()
-              << " failed; " << virtualSeconds << " simulated seconds in " << real.count() << " s"
-              << std::endl;
-  }
-
-  const Options options;
-  const Clock::time_point begin = Clock::now();
-  std::vector<Scenario> scenarios;
-  std::set<std::string> failed;
-  uint64_t runs = 0;
-  double virtualSeconds = 0;
-};
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   void* frame = nullptr;
   (void)backtrace(&frame, 1);  // loads the unwinder once for all runs
-  Campaign campaign(OptionsOf(argc, argv));
-  if (!campaign.HasScenarios()) {
-    std::cerr << "Simulation: there is no such scenario" << std::endl;
-    return 2;
-  }
-  return campaign.Play() ? 0 : 1;
+  const Options options = OptionsOf(argc, argv);
+  Campaign campaign(ScenariosFor(options));
+  campaign.endsAtFirst = options.endsAtFirst;
+  campaign.isTraced = options.isTraced;
+  Play(campaign, options);
+  campaign.Summarize();
+  return campaign.HasDefects() ? 1 : 0;
+} catch (const std::exception& problem) {
+  GiveUp(problem.what());
 }
