@@ -53,6 +53,17 @@ void ASecondSignalInsideTheFirst(Machine& machine, Relay& relay) {
   }
 }
 
+// Also when the objects go that the handler uses.
+void SignalsUntilTheEnd(Machine& machine, Relay& relay) {
+  Kernel& kernel = machine.kernel;
+  machine.Plug(kUartNode);
+  Open(machine, relay, kUart);
+  for (;;) {
+    kernel.SendToProcess(kernel.Choice().Draw(2) == 0 ? SIGTERM : SIGHUP);
+    kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(1000)) * kMicrosecond);
+  }
+}
+
 void StopAgainstSearch(Machine& machine, Relay& relay) {
   Kernel& kernel = machine.kernel;
   (void)machine.Plug(kUsbNode);
@@ -98,6 +109,7 @@ std::vector<Scenario> StopScenarios() {
       Script("stop-against-close", {"exit 0"}, StopAgainstClose),
       Script("stop-against-notification", {"exit 0"}, StopAgainstNotification),
       Script("stop-against-reopen", {"exit 0"}, StopAgainstReopen),
+      Script("signals-until-the-end", {"exit 0"}, SignalsUntilTheEnd),
       Script("stop-against-search", {"exit 0"}, StopAgainstSearch),
   };
 }

@@ -99,6 +99,7 @@ void Oracle::Logs(std::string_view text) {
   const std::string message = MessageOf(text);
   Expect(!message.empty(), "no line of the log: " + std::string(text));
   const bool isServing = !links.empty() && links.back()->receiver != 0 && !links.back()->IsOver();
+  Expect(message != "request stop." || !stop.HasSaidGoodbye(), "a stop is handled behind the end");
   stop.Logs(message, isServing, links.empty() ? 0 : links.back()->ports.size());
   if (message == "request stop." && !links.empty()) {
     links.back()->Ends();

@@ -21,6 +21,7 @@ class StopModel {
   // `isServing`: a link stands. `ports`: that are open.
   void Logs(const std::string& message, bool isServing, size_t ports);
   void Prints(const std::string& line) { hasSaidGoodbye = hasSaidGoodbye || line == "終了"; }
+  bool HasSaidGoodbye() const { return hasSaidGoodbye; }
   void MayFail() { mayFail = true; }
   void MayAbort() { mayAbort = true; }
 
