@@ -36,7 +36,7 @@ class Call {
       : name(callName), kind(callKind), arguments(std::move(details)) {
     Kernel::Running()->Current().call = std::string(name) + "(" + arguments;
     if (kind == kCancellable) {
-      Machine::Running()->oracle.MayWait(Kernel::Running()->Current().call);
+      Machine::Running()->oracle->MayWait(Kernel::Running()->Current().call);
     }
     Pass();
   }
@@ -73,23 +73,26 @@ class Call {
 };
 
 // What a number leads to, kept for as long as the call takes. Of another kind than the call is for,
-// or of none: null, and a defect unless the number is -1.
+// or of none: null, and misuse unless the number is -1.
 template <class Kind>
 class Target {
  public:
   Target(int number, const char* call)
       : use(Machine::Running()->descriptors, number),
-        file(std::dynamic_pointer_cast<Kind>(Machine::Running()->descriptors.Find(number))) {
+        any(Machine::Running()->descriptors.Find(number)),
+        file(std::dynamic_pointer_cast<Kind>(any)) {
     if (file == nullptr && number != -1) {
-      Kernel::Running()->Defect(std::string(call) + " on number " + std::to_string(number) +
+      Kernel::Running()->Misuse(std::string(call) + " on number " + std::to_string(number) +
                                 ", which is not open for it");
     }
   }
   explicit operator bool() const { return file != nullptr; }
   Kind* operator->() const { return file.get(); }
+  Result Refusal() const { return any == nullptr ? -EBADF : -ENOTSOCK; }  // of what is null
 
  private:
   const Descriptors::Use use;
+  const std::shared_ptr<File> any;
   const std::shared_ptr<Kind> file;
 };
 

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -19,9 +20,12 @@ namespace {
 
 Result OpenNode(const char* path, int flags) {
   Machine& machine = *Machine::Running();
+  if ((flags & O_CREAT) != 0 && !machine.nodes.contains(path)) {
+    machine.nodes[path] = std::make_shared<TextNode>();
+  }
   const auto found = machine.nodes.find(path);
   if (found == machine.nodes.end()) {
-    machine.oracle.FailsToOpen();
+    machine.oracle->FailsToOpen();
     return -ENOENT;
   }
   const std::shared_ptr<Node> node = found->second;
@@ -30,6 +34,8 @@ Result OpenNode(const char* path, int flags) {
     return result;
   }
   file->blocks = (flags & O_NONBLOCK) == 0;
+  file->canRead = (flags & O_ACCMODE) != O_WRONLY;
+  file->canWrite = (flags & O_ACCMODE) != O_RDONLY;
   return machine.descriptors.Add(std::move(file));
 }
 
@@ -55,7 +61,7 @@ SIMULATED(int, close, int number) {
   Call call("close", Call::kCancellable, std::to_string(number));
   const Result result = Machine::Running()->descriptors.Close(number);
   if (result == -EBADF) {
-    Kernel::Running()->Defect("number " + std::to_string(number) + " is closed and not open");
+    Kernel::Running()->Misuse("number " + std::to_string(number) + " is closed and not open");
   }
   return static_cast<int>(call.Gives(result));
 }
@@ -66,7 +72,8 @@ SIMULATED(ssize_t, read, int number, void* buffer, size_t capacity) {
   }
   Call call("read", Call::kCancellable, std::to_string(number));
   const Target<File> file(number, "read");
-  return call.Gives(file ? file->Read(static_cast<char*>(buffer), capacity) : -EBADF);
+  return call.Gives(file && file->canRead ? file->Read(static_cast<char*>(buffer), capacity)
+                                          : -EBADF);
 }
 
 SIMULATED(ssize_t, write, int number, const void* bytes, size_t count) {
@@ -75,7 +82,8 @@ SIMULATED(ssize_t, write, int number, const void* bytes, size_t count) {
   }
   Call call("write", Call::kCancellable, std::to_string(number) + ", " + std::to_string(count));
   const Target<File> file(number, "write");
-  const Result result = file ? file->Write({static_cast<const char*>(bytes), count}) : -EBADF;
+  const Result result =
+      file && file->canWrite ? file->Write({static_cast<const char*>(bytes), count}) : -EBADF;
   if (result == -EIO || result == -EBADF) {
     // The service offers the same bytes at once, again and again. A second of that in as many calls
     // as it really takes would show nothing more.
@@ -102,8 +110,8 @@ SIMULATED(int, poll, pollfd* entries, nfds_t count, int timeout) {
     }
     return found > 0;
   };
-  const Woken woken =
-      kernel.WaitCancellably(ready, timeout < 0 ? kForever : kernel.Now() + timeout * kMillisecond);
+  const Woken woken = kernel.WaitCancellably(
+      ready, timeout < 0 ? kForever : kernel.Now() + timeout * kMillisecond, Waits::kInterruptibly);
   return static_cast<int>(call.Gives(woken == Woken::kSignal ? -EINTR : found));
 }
 
@@ -118,12 +126,16 @@ extern "C" int __wrap_fcntl64(int number, int command, ...) {
   }
   Call call("fcntl", Call::kPlain, std::to_string(number));
   Descriptors& descriptors = Machine::Running()->descriptors;
+  // A socket that could not be made is not asked whether it is there.
+  std::shared_ptr<File> file = descriptors.Find(number);
+  if (file == nullptr) {
+    return static_cast<int>(call.Gives(-EBADF));
+  }
   if (command == F_DUPFD_CLOEXEC) {
     return static_cast<int>(
-        call.Gives(descriptors.Add(descriptors.Find(number), static_cast<int>(argument))));
+        call.Gives(descriptors.Add(std::move(file), static_cast<int>(argument))));
   }
-  // A socket that could not be made is not asked whether it is there.
-  return static_cast<int>(call.Gives(descriptors.Find(number) ? 0 : -EBADF));
+  return static_cast<int>(call.Gives(0));
 }
 
 SIMULATED(int, dup3, int from, int to, int flags) {
@@ -132,7 +144,14 @@ SIMULATED(int, dup3, int from, int to, int flags) {
   }
   Call call("dup3", Call::kPlain, std::to_string(from) + ", " + std::to_string(to));
   Descriptors& descriptors = Machine::Running()->descriptors;
-  return static_cast<int>(call.Gives(descriptors.Replace(to, descriptors.Find(from))));
+  std::shared_ptr<File> file = descriptors.Find(from);
+  if (from == to) {
+    return static_cast<int>(call.Gives(-EINVAL));
+  }
+  if (file == nullptr || to < 0) {
+    return static_cast<int>(call.Gives(-EBADF));
+  }
+  return static_cast<int>(call.Gives(descriptors.Replace(to, std::move(file))));
 }
 
 SIMULATED(int, fstat64, int number, struct stat* status) {
@@ -209,7 +228,14 @@ SIMULATED(int, tcflush, int number, int queue) {
   return static_cast<int>(call.Gives(file ? file->Flush(queue) : -EBADF));
 }
 
-SIMULATED(int, isatty, int number) { return IsRunning() ? 0 : __real_isatty(number); }
+SIMULATED(int, isatty, int number) {
+  if (!IsRunning()) {
+    return __real_isatty(number);
+  }
+  const Target<File> file(number, "isatty");
+  termios attributes{};
+  return Told(file ? file->GetAttributes(attributes) : -EBADF) == 0 ? 1 : 0;
+}
 
 // The database: the stream keeps the text as it was when it was opened.
 SIMULATED(FILE*, fopen64, const char* path, const char* mode) {
@@ -232,12 +258,43 @@ SIMULATED(FILE*, fopen64, const char* path, const char* mode) {
   return stream;
 }
 
+namespace {
+
+// While a command runs its caller ignores what a terminal's keys send.
+class KeysIgnored {
+ public:
+  KeysIgnored() : interrupt(Ignore(SIGINT)), quit(Ignore(SIGQUIT)) {}
+  ~KeysIgnored() {
+    Kernel::Running()->SetAction(SIGINT, interrupt);
+    Kernel::Running()->SetAction(SIGQUIT, quit);
+  }
+  KeysIgnored(const KeysIgnored&) = delete;
+  KeysIgnored& operator=(const KeysIgnored&) = delete;
+
+ private:
+  static Kernel::Action Ignore(int signal) {
+    const Kernel::Action earlier = Kernel::Running()->ActionOf(signal);
+    Kernel::Running()->SetAction(signal, {SIG_IGN});
+    return earlier;
+  }
+
+  const Kernel::Action interrupt;
+  const Kernel::Action quit;
+};
+
+}  // namespace
+
 SIMULATED(int, system, const char* command) {
   if (!IsRunning()) {
     return __real_system(command);
   }
   Call call("system", Call::kCancellable, command);
-  return static_cast<int>(call.Gives(Machine::Running()->RunShell(command)));
+  int exit = 0;
+  {
+    const KeysIgnored ignored;
+    exit = Machine::Running()->RunShell(command);
+  }
+  return static_cast<int>(call.Gives(W_EXITCODE(exit, 0)));
 }
 
 SIMULATED(char*, getenv, const char* name) {

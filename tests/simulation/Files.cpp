@@ -31,7 +31,8 @@ class TextFile : public File {
       return -EBADF;
     }
     node->text += bytes;
-    Machine::Running()->oracle.Logs(bytes);
+    at = node->text.size();
+    Machine::Running()->oracle->Logs(bytes);
     return static_cast<Result>(bytes.size());
   }
 
@@ -62,7 +63,7 @@ Result Descriptors::Replace(int number, std::shared_ptr<File> file) {
   }
   const bool isFresh = files[index] == nullptr;
   if (isFresh && uses.contains(number)) {
-    Kernel::Running()->Defect("number " + std::to_string(number) +
+    Kernel::Running()->Misuse("number " + std::to_string(number) +
                               " is given anew while a call on it is under way");
   }
   files[index] = std::move(file);
@@ -114,26 +115,67 @@ struct stat TextNode::Status() const {
   return status;
 }
 
-Result PipeEnd::Write(std::string_view bytes) {
-  while (pipe->Room() == 0) {
-    if (!blocks) {
-      return -EAGAIN;
-    }
-    const Woken woken =
-        Kernel::Running()->WaitCancellably([this] { return pipe->Room() > 0; }, kForever);
-    if (woken == Woken::kSignal) {
-      return -EINTR;
+std::string Pipe::Take(size_t atMost) {
+  std::string bytes = text.substr(taken, atMost);
+  taken += bytes.size();
+  for (size_t left = bytes.size(); left > 0;) {
+    Page& page = pages.front();
+    const size_t count = std::min(left, page.end - page.begin);
+    page.begin += count;
+    left -= count;
+    if (page.begin == page.end) {
+      pages.pop_front();
     }
   }
-  const size_t count = std::min(bytes.size(), pipe->Room());
-  pipe->text += bytes.substr(0, count);
-  Machine& machine = *Machine::Running();
-  machine.oracle.Prints(pipe == machine.errors, bytes.substr(0, count));
-  return static_cast<Result>(count);
+  return bytes;
 }
 
-// There is room when a whole page is free.
-short PipeEnd::Ready() { return pipe->Room() >= 4096 ? POLLOUT : 0; }
+size_t Pipe::Put(std::string_view bytes, bool isBeginning) {
+  size_t done = 0;
+  const size_t odd = bytes.size() % kPage;
+  if (isBeginning && !pages.empty() && pages.back().end + odd <= kPage) {
+    pages.back().end += odd;
+    done = odd;
+  }
+  while (done < bytes.size() && HasRoom()) {
+    pages.push_back({0, std::min(kPage, bytes.size() - done)});
+    done += pages.back().end;
+  }
+  text += bytes.substr(0, done);
+  if (takesAll) {
+    (void)Take(Waiting());
+  }
+  return done;
+}
+
+// All of it, unless a signal comes or the reader goes.
+Result PipeEnd::Write(std::string_view bytes) {
+  Machine& machine = *Machine::Running();
+  for (size_t done = 0;;) {
+    if (!pipe->hasReader) {
+      Kernel::Running()->SendToThread(Kernel::Running()->Current(), SIGPIPE);
+      return done > 0 ? static_cast<Result>(done) : -EPIPE;
+    }
+    const size_t count = pipe->Put(bytes.substr(done), done == 0);
+    machine.oracle->Prints(pipe == machine.errors, bytes.substr(done, count));
+    done += count;
+    if (done == bytes.size()) {
+      return static_cast<Result>(done);
+    }
+    if (!blocks) {
+      return done > 0 ? static_cast<Result>(done) : -EAGAIN;
+    }
+    const Woken woken = Kernel::Running()->WaitCancellably(
+        [this] { return pipe->HasRoom() || !pipe->hasReader; }, kForever);
+    if (woken == Woken::kSignal) {
+      return done > 0 ? static_cast<Result>(done) : -EINTR;
+    }
+  }
+}
+
+short PipeEnd::Ready() {
+  return static_cast<short>((pipe->HasRoom() ? POLLOUT : 0) | (pipe->hasReader ? 0 : POLLERR));
+}
 
 Result PipeEnd::Control(unsigned long request, void* argument) {
   if (request != FIONREAD) {

@@ -7,6 +7,7 @@
 #include <termios.h>
 
 #include <cerrno>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -45,6 +46,8 @@ class File {
   virtual struct stat Status() const { return StatusOf(S_IFCHR); }
 
   bool blocks = true;  // no O_NONBLOCK
+  bool canRead = true;
+  bool canWrite = true;
 };
 
 // The process's table. Numbers are given as a kernel gives them: the lowest that is free.
@@ -103,21 +106,39 @@ class TextNode : public Node, public std::enable_shared_from_this<TextNode> {
   const ino_t number;
 };
 
-// A standard stream: a pipe whose reader takes what comes, or doesn't.
-struct Pipe {
-  bool takesAll = true;
-  std::string text;  // all that was ever written
-  size_t taken = 0;  // of it
-  size_t capacity = 65536;
+// A standard stream: a pipe whose reader takes what comes, or doesn't. It holds pages: a text that
+// the last one has no room for begins another.
+class Pipe {
+ public:
+  static constexpr size_t kPage = 4096;
 
-  size_t Waiting() const { return takesAll ? 0 : text.size() - taken; }
-  size_t Room() const { return capacity - Waiting(); }
+  // The reader's side.
+  std::string Take(size_t atMost);
+  bool takesAll = true;
+  bool hasReader = true;
+  size_t limit = 16;  // pages
+
+  // The writer's: how much goes in. Only the beginning of a text looks for room in the last page.
+  size_t Put(std::string_view bytes, bool isBeginning);
+  bool HasRoom() const { return pages.size() < limit; }
+  size_t Waiting() const { return text.size() - taken; }
+
+  std::string text;  // all that was ever written
+
+ private:
+  struct Page {
+    size_t begin = 0;
+    size_t end = 0;
+  };
+
+  size_t taken = 0;  // of the text
+  std::deque<Page> pages;
 };
 
 // Its end for writing; opened again by its path it is another one of the same pipe.
 class PipeEnd : public File {
  public:
-  explicit PipeEnd(std::shared_ptr<Pipe> wanted) : pipe(std::move(wanted)) {}
+  explicit PipeEnd(std::shared_ptr<Pipe> wanted) : pipe(std::move(wanted)) { canRead = false; }
   Result Write(std::string_view bytes) override;
   short Ready() override;
   Result Control(unsigned long request, void* argument) override;

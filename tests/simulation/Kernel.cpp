@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/Kernel.h"
 
+#include <pthread.h>
 #include <unwind.h>
 
 #include <algorithm>
@@ -14,7 +15,6 @@ namespace {
 constexpr Time kCallCost = kMicrosecond;
 constexpr Time kSettled = 400 * kMillisecond;  // the service has begun
 constexpr Time kLongestRun = 600 * kSecond;
-constexpr SignalSet kNeverBlocked = SetOf(SIGKILL) | SetOf(SIGSTOP);
 
 Kernel* running = nullptr;
 
@@ -195,7 +195,9 @@ Woken Kernel::WaitHere(const Condition& condition, Time deadline, Waits how, boo
     me.awaited = nullptr;
     me.deadline = kForever;
     me.isWaitingCancellably = false;
-    if (DeliverSignals() && how == Waits::kInterruptibly) {
+    const Handled handled = DeliverSignals();
+    if ((handled == Handled::kInterrupting && how != Waits::kThrough) ||
+        (handled == Handled::kRestarting && how == Waits::kInterruptibly)) {
       return Woken::kSignal;
     }
   }
@@ -205,8 +207,8 @@ Woken Kernel::Wait(const Condition& condition, Time deadline, Waits how) {
   return WaitHere(condition, deadline, how, false);
 }
 
-Woken Kernel::WaitCancellably(const Condition& condition, Time deadline) {
-  return WaitHere(condition, deadline, Waits::kInterruptibly, true);
+Woken Kernel::WaitCancellably(const Condition& condition, Time deadline, Waits how) {
+  return WaitHere(condition, deadline, how, true);
 }
 
 void Kernel::Sleep(Time duration) {
@@ -226,6 +228,7 @@ bool Kernel::MustUnwind(const Thread& thread) const {
 
 void Kernel::Unwind() {
   current->isUnwinding = true;
+  current->result = PTHREAD_CANCELED;
   Note("is cancelled");
   // One for each thread: it is in use until the thread has ended.
   auto* const exception = new _Unwind_Exception{};
@@ -236,58 +239,6 @@ void Kernel::Unwind() {
 
 void Kernel::Cancel(Thread& thread) { thread.isCancelled = true; }
 
-void Kernel::SendToProcess(int signal) {
-  Note("kills with " + std::to_string(signal));
-  if (ActionOf(signal).handler != SIG_IGN) {
-    processPending |= SetOf(signal);
-  }
-}
-
-void Kernel::SendToThread(Thread& thread, int signal) {
-  if (ActionOf(signal).handler != SIG_IGN) {
-    thread.pending |= SetOf(signal);
-  }
-}
-
-bool Kernel::HasDeliverable(const Thread& thread) const {
-  return thread.isService &&
-         ((thread.pending | processPending) & ~(thread.blocked & ~kNeverBlocked)) != 0;
-}
-
-// Takes the lowest one that is let in; 0: none is.
-int Kernel::TakeSignal() {
-  if (!HasDeliverable(*current)) {
-    return 0;
-  }
-  const SignalSet let = (current->pending | processPending) & ~current->blocked;
-  const int signal = __builtin_ctzll(let) + 1;
-  SignalSet& from = (current->pending & SetOf(signal)) != 0 ? current->pending : processPending;
-  from &= ~SetOf(signal);
-  return signal;
-}
-
-bool Kernel::DeliverSignals() {
-  bool handled = false;
-  while (const int signal = TakeSignal()) {
-    const Action action = ActionOf(signal);
-    if (action.handler == SIG_IGN) {
-      continue;
-    }
-    if (action.handler == SIG_DFL) {
-      End("signal " + std::to_string(signal));
-    }
-    Note("signal " + std::to_string(signal));
-    const SignalSet before = current->blocked;
-    current->blocked |= action.mask | SetOf(signal);
-    ++current->handlers;
-    action.handler(signal);
-    --current->handlers;
-    current->blocked = before;
-    handled = true;
-  }
-  return handled;
-}
-
 void Kernel::End(const std::string& text) {
   Note("== " + text);
   tellEnd(text);
@@ -295,6 +246,12 @@ void Kernel::End(const std::string& text) {
 }
 
 void Kernel::Defect(const std::string& text) { End("defect: " + text); }
+
+void Kernel::Misuse(const std::string& text) {
+  if (!allowsMisuse) {
+    Defect(text);
+  }
+}
 
 void Kernel::Note(const std::string& text) {
   if (isTraced) {

@@ -28,6 +28,7 @@ constexpr Time kForever = INT64_MAX;
 // A set of signals: bit N - 1 is signal N, as in the kernel.
 using SignalSet = uint64_t;
 constexpr SignalSet SetOf(int signal) { return SignalSet{1} << (signal - 1); }
+constexpr SignalSet kNeverBlocked = SetOf(SIGKILL) | SetOf(SIGSTOP);
 
 // Looked at as often as anybody likes: it changes nothing.
 using Condition = std::function<bool()>;
@@ -35,8 +36,9 @@ using Condition = std::function<bool()>;
 enum class Woken { kReady, kTimeout, kSignal };
 
 enum class Waits {
-  kThrough,       // a mutex, a device that does not let go: handlers run, the wait goes on
-  kInterruptibly  // a handler ends it
+  kThrough,        // a mutex, a device that does not let go: handlers run, the wait goes on
+  kRestartably,    // a handler ends it, unless it was set with SA_RESTART
+  kInterruptibly,  // a handler ends it
 };
 
 struct Thread {
@@ -63,6 +65,7 @@ struct Thread {
   std::string call;           // that it is in
   int locks = 0;              // that it holds
   int handlers = 0;           // of signals that it is inside of
+  void* result = nullptr;     // of its routine
   void* stackBase = nullptr;  // the frame at which unwinding ends
 };
 
@@ -104,7 +107,7 @@ class Kernel {
   // The same where the C library lets a cancellation in: on the way in, while it waits, and on the
   // way out, even of a call that has done its work.
   void CancellationPoint();
-  Woken WaitCancellably(const Condition& condition, Time deadline);
+  Woken WaitCancellably(const Condition& condition, Time deadline, Waits how = Waits::kRestartably);
 
   void Cancel(Thread& thread);
 
@@ -112,15 +115,18 @@ class Kernel {
   struct Action {
     Handler handler = SIG_DFL;
     SignalSet mask = 0;
+    bool restarts = false;
   };
-  Action& ActionOf(int signal) { return actions[static_cast<size_t>(signal)]; }
+  const Action& ActionOf(int signal) const { return actions[static_cast<size_t>(signal)]; }
+  void SetAction(int signal, const Action& action);
   void SendToProcess(int signal);
   void SendToThread(Thread& thread, int signal);
-  // True when a handler ran.
-  bool DeliverSignals();
 
   [[noreturn]] void End(const std::string& text);
   [[noreturn]] void Defect(const std::string& text);
+  // What the caller is told an errno of, and must not do in the first place.
+  void Misuse(const std::string& text);
+  void AllowMisuse() { allowsMisuse = true; }
 
   bool IsTraced() const { return isTraced; }
   void Note(const std::string& text);  // into the trace; nothing where the run is not traced
@@ -136,6 +142,9 @@ class Kernel {
   bool HasDeliverable(const Thread& thread) const;
   bool MustUnwind(const Thread& thread) const;
   void LetTimePass();
+  enum class Handled { kNothing, kRestarting, kInterrupting };
+  Handled DeliverSignals();
+  bool IsDropped(const Thread& target, int signal) const;
   void Start(Thread& thread, const std::function<void()>& body);
   [[noreturn]] void Unwind();
   int TakeSignal();
@@ -151,6 +160,7 @@ class Kernel {
   Time stalled = 0;
   Action actions[kSignals];
   SignalSet processPending = 0;
+  bool allowsMisuse = false;
   Trace trace;
 };
 

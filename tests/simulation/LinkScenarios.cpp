@@ -99,7 +99,7 @@ void APeerFromElsewhereAgainstASlowOpen(Machine& machine, Relay& relay) {
   machine.Plug(kUartNode)->openTakes = 60 * kSecond;
   kernel.Sleep(kSecond);
   relay.Reset();
-  machine.oracle.MayFail();
+  machine.oracle->MayFail();
   for (;;) {  // the old listening socket takes peers until it is closed
     kernel.Sleep(100 * kMillisecond);
     (void)machine.network.Connect(kRelayPort, INADDR_LOOPBACK + 1);

@@ -36,7 +36,8 @@ std::string Configuration() {
 
 }  // namespace
 
-Machine::Machine(Kernel& threads) : kernel(threads) {
+Machine::Machine(Kernel& threads, const Watched& watched)
+    : kernel(threads), oracle(watched(*this)) {
   ofThisRun = this;
   nodes["/dev/null"] = std::make_shared<NullNode>();
   nodes[kConfiguration] = std::make_shared<TextNode>(Configuration());
@@ -89,7 +90,7 @@ int Machine::RunShell(const std::string& command) {
     nodes[kDump] = file;
     kernel.Sleep(dumpTakes);
     file->text = Database();
-    oracle.Searches(placed);
+    oracle->Searches(placed);
     return 0;
   }
   if (command != std::string("rm ") + kDump) {

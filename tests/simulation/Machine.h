@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -9,14 +10,16 @@
 #include "simulation/Files.h"
 #include "simulation/Network.h"
 #include "simulation/Terminal.h"
-#include "simulation/oracle/Oracle.h"
+#include "simulation/Witness.h"
 
 namespace simulation {
 
 // What the service runs on: files, lines, network, standard streams, and the tools that it calls.
 class Machine {
  public:
-  explicit Machine(Kernel& threads);
+  // `watched` makes who is told of what passes.
+  using Watched = std::function<std::unique_ptr<Witness>(const Machine&)>;
+  Machine(Kernel& threads, const Watched& watched);
   Machine(const Machine&) = delete;
   Machine& operator=(const Machine&) = delete;
 
@@ -24,6 +27,7 @@ class Machine {
   static Machine* Running();
 
   Kernel& kernel;
+  const std::unique_ptr<Witness> oracle;
   Descriptors descriptors;
   Network network;
   std::map<std::string, std::shared_ptr<Node>> nodes;  // by path
@@ -45,7 +49,6 @@ class Machine {
   int RunShell(const std::string& command);
 
   Time dumpTakes = 30 * kMillisecond;
-  Oracle oracle{*this};
 
  private:
   std::string Database() const;

@@ -9,6 +9,7 @@
 
 #include "simulation/Process.h"
 #include "simulation/Races.h"
+#include "simulation/oracle/Oracle.h"
 
 // The service's own, under another name.
 int ServiceMain();
@@ -65,12 +66,12 @@ Outcome OutcomeOf(const Report& report) {
 void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, const OnEnd& onEnd) {
   Kernel kernel(chooser, traced, [&](const std::string& ending) {
     Races::Watch(nullptr);
-    onEnd(kernel, Machine::Running()->oracle.Judge(ending));
+    onEnd(kernel, Machine::Running()->oracle->Judge(ending));
   });
   Races races;
   Races::Watch(&races);
   __libc_single_threaded = 0;  // reference counts are to be atomic, as beside real threads
-  Machine machine(kernel);
+  Machine machine(kernel, [](const Machine& ours) { return std::make_unique<Oracle>(ours); });
   kernel.Run("main", [&] {
     scenario.prepare(machine);
     (void)std::atexit(OnExit);

@@ -17,7 +17,18 @@ SIMULATED(int, socket, int domain, int type, int protocol) {
 }
 
 SIMULATED(int, setsockopt, int number, int level, int option, const void* value, socklen_t size) {
-  return IsRunning() ? 0 : __real_setsockopt(number, level, option, value, size);
+  if (!IsRunning()) {
+    return __real_setsockopt(number, level, option, value, size);
+  }
+  Call call("setsockopt", Call::kPlain, std::to_string(number));
+  const Target<Socket> socket(number, "setsockopt");
+  if (!socket) {
+    return static_cast<int>(call.Gives(socket.Refusal()));
+  }
+  if (level == SOL_SOCKET && option == SO_REUSEADDR && *static_cast<const int*>(value) != 0) {
+    socket->AllowReuse();
+  }
+  return static_cast<int>(call.Gives(0));
 }
 
 SIMULATED(int, bind, int number, const sockaddr* address, socklen_t size) {
@@ -27,7 +38,7 @@ SIMULATED(int, bind, int number, const sockaddr* address, socklen_t size) {
   Call call("bind", Call::kPlain, std::to_string(number));
   const Target<Socket> socket(number, "bind");
   const auto port = ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port);
-  return static_cast<int>(call.Gives(socket ? socket->Bind(port) : -EBADF));
+  return static_cast<int>(call.Gives(socket ? socket->Bind(port) : socket.Refusal()));
 }
 
 SIMULATED(int, listen, int number, int backlog) {
@@ -37,7 +48,7 @@ SIMULATED(int, listen, int number, int backlog) {
   Call call("listen", Call::kPlain, std::to_string(number));
   const Target<Socket> socket(number, "listen");
   return static_cast<int>(
-      call.Gives(socket ? socket->StartListening(static_cast<size_t>(backlog)) : -EBADF));
+      call.Gives(socket ? socket->StartListening(static_cast<size_t>(backlog)) : socket.Refusal()));
 }
 
 SIMULATED(int, accept, int number, sockaddr* address, socklen_t* size) {
@@ -47,16 +58,15 @@ SIMULATED(int, accept, int number, sockaddr* address, socklen_t* size) {
   Call call("accept", Call::kCancellable, std::to_string(number));
   Result result = -EBADF;
   // A stop's handler may have closed it on this very thread, just before. Then accept has to fail.
-  if (std::dynamic_pointer_cast<Socket>(Machine::Running()->descriptors.Find(number)) != nullptr) {
+  if (Machine::Running()->descriptors.Find(number) != nullptr) {
     const Target<Socket> socket(number, "accept");
     std::shared_ptr<File> accepted;
     sockaddr_in from{};
     from.sin_family = AF_INET;
-    if (socket) {
-      result = socket->Accept(accepted, from.sin_addr.s_addr);
-    }
+    result = socket ? socket->Accept(accepted, from.sin_addr.s_addr) : socket.Refusal();
     if (result == 0) {
       *reinterpret_cast<sockaddr_in*>(address) = from;
+      *size = sizeof from;
       result = Machine::Running()->descriptors.Add(std::move(accepted));
     }
   }
@@ -68,12 +78,12 @@ SIMULATED(ssize_t, recv, int number, void* buffer, size_t capacity, int flags) {
     return __real_recv(number, buffer, capacity, flags);
   }
   Call call("recv", Call::kCancellable, std::to_string(number) + ", " + std::to_string(capacity));
-  Result result = -EBADF;
+  Result result = 0;
   {
     const Target<Socket> socket(number, "recv");
-    if (socket) {
-      result = socket->Read(static_cast<char*>(buffer), capacity);
-    }
+    result = socket ? socket->Receive(static_cast<char*>(buffer), capacity,
+                                      socket->blocks && (flags & MSG_DONTWAIT) == 0)
+                    : socket.Refusal();
   }
   return call.Gives(result);
 }
@@ -83,12 +93,15 @@ SIMULATED(ssize_t, send, int number, const void* bytes, size_t count, int flags)
     return __real_send(number, bytes, count, flags);
   }
   Call call("send", Call::kCancellable, std::to_string(number) + ", " + std::to_string(count));
-  Result result = -EBADF;
+  Result result = 0;
   {
     const Target<Socket> socket(number, "send");
-    if (socket) {
-      result = socket->Write({static_cast<const char*>(bytes), count});
-    }
+    result = socket ? socket->Send({static_cast<const char*>(bytes), count},
+                                   socket->blocks && (flags & MSG_DONTWAIT) == 0)
+                    : socket.Refusal();
+  }
+  if (result == -EPIPE && (flags & MSG_NOSIGNAL) == 0) {
+    Kernel::Running()->SendToThread(Kernel::Running()->Current(), SIGPIPE);
   }
   return call.Gives(result);
 }

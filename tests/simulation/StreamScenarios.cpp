@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Standard streams that are not read, or slowly.
-#include <algorithm>
 #include <sstream>
 
 #include "simulation/Scripts.h"
@@ -8,13 +7,11 @@
 namespace simulation {
 namespace {
 
-constexpr size_t kOnePage = 4096;
-
 // Before the service starts: the log goes to standard error, of which nobody reads anything.
 void LeaveTheLogUnread(Machine& machine) {
   machine.environment.erase("KXLOGGER_FILE");
   machine.errors->takesAll = false;
-  machine.errors->capacity = kOnePage;
+  machine.errors->limit = 1;
   machine.losesErrors = true;
 }
 
@@ -33,12 +30,12 @@ void ALogThatNobodyReads(Machine& machine, Relay& relay) {
 // The same, but its reader takes a byte now and then: nobody gives up because nobody reads.
 void ReadTheLogByteByByte(Machine& machine) {
   LeaveTheLogUnread(machine);
-  machine.errors->text = std::string(kOnePage, '.');
+  (void)machine.errors->Put(std::string(Pipe::kPage, '.'), true);
   Kernel& kernel = machine.kernel;
   (void)kernel.Spawn("reader", false, [&machine, &kernel] {
     for (;;) {
       kernel.Sleep(300 * kMillisecond);
-      machine.errors->taken += std::min<size_t>(machine.errors->Waiting(), 1);
+      (void)machine.errors->Take(1);
     }
   });
 }
@@ -60,14 +57,14 @@ void ALogThatIsReadByteByByte(Machine& machine, Relay& relay) {
 
 // A text is lost here only by a thread that is held up itself.
 void ReadErrorsSlowly(Machine& machine) {
-  machine.errors->takesAll = false;
-  machine.errors->capacity = kOnePage;
   machine.losesErrors = true;
+  machine.errors->takesAll = false;
+  machine.errors->limit = 1;
   Kernel& kernel = machine.kernel;
   (void)kernel.Spawn("reader", false, [&machine, &kernel] {
     for (;;) {
       const size_t waiting = machine.errors->Waiting();
-      machine.errors->taken += waiting == 0 ? 0 : 1 + kernel.Choice().Draw(waiting);
+      (void)machine.errors->Take(waiting == 0 ? 0 : 1 + kernel.Choice().Draw(waiting));
       kernel.Sleep(20 * kMillisecond);
     }
   });

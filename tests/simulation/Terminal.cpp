@@ -11,8 +11,6 @@
 namespace simulation {
 namespace {
 
-constexpr Time kReadTimeout = 100 * kMillisecond;
-
 class Terminal : public File {
  public:
   explicit Terminal(std::shared_ptr<Line> wanted) : line(std::move(wanted)) {
@@ -31,11 +29,12 @@ class Terminal : public File {
   }
 
   Result Read(char* buffer, size_t capacity) override {
-    Kernel& kernel = *Kernel::Running();
+    const auto isOver = [this] { return line->isGone || !line->input.empty(); };
+    if (!blocks && !isOver()) {
+      return -EAGAIN;
+    }
     TheOracle().AsksToRead(this);
-    const Woken woken =
-        kernel.WaitCancellably([this] { return line->isGone || !line->input.empty(); },
-                               kernel.Now() + (line->isGone ? 0 : kReadTimeout));
+    const Woken woken = Kernel::Running()->WaitCancellably(isOver, ReadDeadline());
     if (woken == Woken::kSignal) {
       return -EINTR;
     }
@@ -54,6 +53,9 @@ class Terminal : public File {
     Kernel& kernel = *Kernel::Running();
     size_t done = 0;
     while (done < bytes.size()) {
+      if (!blocks && !line->isGone && Room() == 0) {
+        return done > 0 ? static_cast<Result>(done) : -EAGAIN;
+      }
       const Woken woken =
           kernel.WaitCancellably([this] { return line->isGone || Room() > 0; }, kForever);
       if (line->isGone) {
@@ -115,7 +117,7 @@ class Terminal : public File {
   }
 
  private:
-  static Oracle& TheOracle() { return Machine::Running()->oracle; }
+  static Witness& TheOracle() { return *Machine::Running()->oracle; }
 
   // What a call that sets up comes to.
   Result Told() {
@@ -123,6 +125,14 @@ class Terminal : public File {
       TheOracle().FailsToSetUp();
     }
     return line->isGone ? -EIO : 0;
+  }
+
+  // VMIN bytes are waited for until they come, which the first one stands for; else VTIME tenths of
+  // a second.
+  Time ReadDeadline() const {
+    const termios& mode = line->attributes;
+    return mode.c_cc[VMIN] > 0 ? kForever
+                               : Kernel::Running()->Now() + mode.c_cc[VTIME] * (100 * kMillisecond);
   }
 
   size_t Room() const { return line->room - std::min(line->room, line->output.size()); }
@@ -140,7 +150,7 @@ Result LineNode::Open(int /*flags*/, std::shared_ptr<File>& opened) {
     kernel.Sleep(line->openTakes);
   }
   if (line->isGone || line->failsToOpen != 0) {
-    Machine::Running()->oracle.FailsToOpen();
+    Machine::Running()->oracle->FailsToOpen();
     return line->isGone ? -EIO : -line->failsToOpen;
   }
   opened = std::make_shared<Terminal>(line);

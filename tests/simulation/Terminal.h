@@ -8,8 +8,8 @@
 
 namespace simulation {
 
-// A serial line and the device at its other end. The service's side is a terminal in the mode in
-// which the service uses it: raw, and a read waits a tenth of a second for the first byte.
+// A serial line and the device at its other end. The service's side is a terminal in raw mode,
+// whatever it is set to.
 class Line {
  public:
   explicit Line(std::string wanted) : node(std::move(wanted)) {}

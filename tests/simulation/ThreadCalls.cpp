@@ -33,7 +33,7 @@ Thread& ThreadOf(pthread_t handle, const char* call) {
 SignalSet SetFrom(const sigset_t& set) {
   SignalSet bits = 0;
   std::memcpy(&bits, &set, sizeof bits);
-  return bits;
+  return bits & ~kNeverBlocked;
 }
 
 void SetTo(SignalSet bits, sigset_t* set) {
@@ -52,7 +52,9 @@ SIMULATED(int, pthread_create, pthread_t* handle, const pthread_attr_t* attribut
   }
   Kernel& kernel = *Kernel::Running();
   kernel.Point();
-  Thread& made = kernel.Spawn("thread", true, [routine, argument] { (void)routine(argument); });
+  Thread& made = kernel.Spawn("thread", true, [&kernel, routine, argument] {
+    kernel.Current().result = routine(argument);
+  });
   made.name += " " + std::to_string(made.number);
   *handle = static_cast<pthread_t>(made.number);
   kernel.Point();
@@ -71,6 +73,9 @@ SIMULATED(int, pthread_tryjoin_np, pthread_t handle, void** result) {
   Kernel::Running()->Point();
   Thread& thread = ThreadOf(handle, "pthread_tryjoin_np");
   thread.isJoined = thread.isEnded;
+  if (thread.isJoined && result != nullptr) {
+    *result = thread.result;
+  }
   if (thread.isJoined && Races::Watching() != nullptr) {
     Races::Watching()->Joins(thread.number);
   }
@@ -148,7 +153,8 @@ SIMULATED(int, pthread_mutex_destroy, pthread_mutex_t* mutex) {
     return __real_pthread_mutex_destroy(mutex);
   }
   if (StateOf(mutex).owner != 0) {
-    Kernel::Running()->Defect("a mutex is destroyed that somebody holds");
+    Kernel::Running()->Misuse("a mutex is destroyed that somebody holds");
+    return EBUSY;
   }
   return 0;
 }
@@ -199,14 +205,17 @@ SIMULATED(int, sigaction, int signal, const struct sigaction* wanted, struct sig
   if (!IsRunning()) {
     return __real_sigaction(signal, wanted, earlier);
   }
-  Kernel::Action& action = Kernel::Running()->ActionOf(signal);
+  Kernel& kernel = *Kernel::Running();
   if (earlier != nullptr) {
+    const Kernel::Action& action = kernel.ActionOf(signal);
     *earlier = {};
     earlier->sa_handler = action.handler;
+    earlier->sa_flags = action.restarts ? SA_RESTART : 0;
     SetTo(action.mask, &earlier->sa_mask);
   }
   if (wanted != nullptr) {
-    action = {wanted->sa_handler, SetFrom(wanted->sa_mask)};
+    kernel.SetAction(signal, {wanted->sa_handler, SetFrom(wanted->sa_mask),
+                              (wanted->sa_flags & SA_RESTART) != 0});
   }
   return 0;
 }
@@ -215,7 +224,10 @@ SIMULATED(sighandler_t, signal, int number, sighandler_t handler) {
   if (!IsRunning()) {
     return __real_signal(number, handler);
   }
-  return std::exchange(Kernel::Running()->ActionOf(number).handler, handler);
+  Kernel& kernel = *Kernel::Running();
+  const sighandler_t earlier = kernel.ActionOf(number).handler;
+  kernel.SetAction(number, {handler, SetOf(number), true});
+  return earlier;
 }
 
 SIMULATED(int, usleep, useconds_t microseconds) {
@@ -225,7 +237,8 @@ SIMULATED(int, usleep, useconds_t microseconds) {
   Kernel& kernel = *Kernel::Running();
   Call call("usleep", Call::kCancellable, std::to_string(microseconds));
   const Woken woken = kernel.WaitCancellably(
-      [] { return false; }, kernel.Now() + static_cast<Time>(microseconds) * kMicrosecond);
+      [] { return false; }, kernel.Now() + static_cast<Time>(microseconds) * kMicrosecond,
+      Waits::kInterruptibly);
   return static_cast<int>(call.Gives(woken == Woken::kSignal ? -EINTR : 0));
 }
 

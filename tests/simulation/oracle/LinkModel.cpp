@@ -68,6 +68,9 @@ void LinkModel::CompleteCurrent() {
   Expect(command.lines == 1 || machine.losesErrors, "the log does not tell what was carried out");
   if (command.Is(kCommandOpen) || command.Is(kCommandClose)) {
     Expect(command.isAnswered || IsOver(), "a command is not answered");
+    if (!command.isAnswered) {
+      TakesEffect();
+    }
   } else if (command.Is(kCommandData) && command.port != nullptr && !command.hasGivenUp) {
     Expect(command.Rest() == nullptr || IsOver(), "data are not written");
   }
@@ -131,15 +134,19 @@ void LinkModel::Answers(const relay::Packet& reply) {
   const int right = isOpen ? StatusOfOpen() : command.port != nullptr ? kStatusDone : kStatusNoPort;
   Expect(*reply.number == right, "answered with " + std::to_string(*reply.number) +
                                      " and not with " + std::to_string(right));
-  if (right != kStatusDone) {
-    return;
-  }
-  if (isOpen) {
-    Expect(command.port != nullptr, "answered as open, and no device was opened");
+  Expect(right != kStatusDone || command.port != nullptr,
+         "answered as open, and no device was opened");
+  TakesEffect();
+}
+
+// Also where the peer has gone, and nobody gets the answer.
+void LinkModel::TakesEffect() {
+  Command& command = *current;
+  if (command.Is(kCommandClose)) {
+    ports.erase(command.Packet().port.name);
+  } else if (command.port != nullptr && StatusOfOpen() == kStatusDone) {
     command.port->isAnswered = true;
     ports[command.Packet().port.name] = command.port;
-  } else {
-    ports.erase(command.Packet().port.name);
   }
 }
 

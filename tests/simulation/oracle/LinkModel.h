@@ -75,6 +75,7 @@ class LinkModel {
  private:
   void Begin(std::string_view packet);
   void CompleteCurrent();
+  void TakesEffect();
   int StatusOfOpen() const;
   void Expect(bool holds, const std::string& otherwise) const;
 

@@ -11,6 +11,7 @@
 
 #include "simulation/Network.h"
 #include "simulation/Terminal.h"
+#include "simulation/Witness.h"
 #include "simulation/oracle/LinkModel.h"
 #include "simulation/oracle/StopModel.h"
 #include "simulation/oracle/Streams.h"
@@ -19,45 +20,31 @@ namespace simulation {
 
 class Machine;
 
-class Oracle {
+class Oracle : public Witness {
  public:
   explicit Oracle(const Machine& wanted);
 
-  // The link. The service takes bytes, and asks for more when it has done with them.
-  void Accepts(const std::shared_ptr<Connection>& connection);
-  void AsksForMore(const Connection& connection);
-  void Takes(const Connection& connection, std::string_view bytes);
-  void SeesTheEnd(const Connection& connection);
-  // `isWhole`: all that the call was to send has gone.
-  void Sends(const Connection& connection, std::string_view bytes, bool isWhole);
-
-  // Lines. A use is an open description.
-  void Opens(const void* use, const std::shared_ptr<const Line>& line);
-  void FailsToOpen();
-  void FailsToSetUp();  // what this thread has just opened
-  void AsksToRead(const void* use);
-  void Reads(const void* use, std::string_view bytes);
-  void Writes(const void* use, std::string_view bytes);
-  void FailsToWrite();
-  void Flushes(const void* use);
-  void Closes(const void* use);
-
-  // The service listens, and takes who comes; or refuses who comes from elsewhere.
-  void Listens() { stop.Listens(); }
-  void MayFail() { stop.MayFail(); }
-
-  // What a search finds: the node at each place.
-  void Searches(const std::map<int, std::string>& places);
-
-  // The log, and what is written to the standard streams 1 and 2.
-  void Logs(std::string_view text);
-  void Prints(bool isError, std::string_view text);
-
-  // A call in which the thread may wait: "read(5".
-  void MayWait(const std::string& call) const;
-
-  // How the run ended: the same, or what is wrong with it.
-  std::string Judge(const std::string& ending) const;
+  void Accepts(const std::shared_ptr<Connection>& connection) override;
+  void AsksForMore(const Connection& connection) override;
+  void Takes(const Connection& connection, std::string_view bytes) override;
+  void SeesTheEnd(const Connection& connection) override;
+  void Sends(const Connection& connection, std::string_view bytes, bool isWhole) override;
+  void Opens(const void* use, const std::shared_ptr<const Line>& line) override;
+  void FailsToOpen() override;
+  void FailsToSetUp() override;
+  void AsksToRead(const void* use) override;
+  void Reads(const void* use, std::string_view bytes) override;
+  void Writes(const void* use, std::string_view bytes) override;
+  void FailsToWrite() override;
+  void Flushes(const void* use) override;
+  void Closes(const void* use) override;
+  void Listens() override { stop.Listens(); }
+  void MayFail() override { stop.MayFail(); }
+  void Searches(const std::map<int, std::string>& places) override;
+  void Logs(std::string_view text) override;
+  void Prints(bool isError, std::string_view text) override;
+  void MayWait(const std::string& call) const override;
+  std::string Judge(const std::string& ending) const override;
 
  private:
   struct Use {
