@@ -30,16 +30,15 @@ Holdings HeldBy(Machine& machine) {
   return {machine.descriptors.Open().size(), machine.kernel.LivingThreads()};
 }
 
-void ExpectHeld(Machine& machine, const Holdings& expected) {
+void ExpectHeld(Machine& machine, const Holdings& limit) {
   Kernel& kernel = machine.kernel;
-  (void)kernel.Wait([&] { return HeldBy(machine) == expected; }, kernel.Now() + 10 * kSecond,
+  (void)kernel.Wait([&] { return HeldBy(machine).IsWithin(limit); }, kernel.Now() + 10 * kSecond,
                     Waits::kThrough);
   const Holdings held = HeldBy(machine);
-  if (held != expected) {
+  if (!held.IsWithin(limit)) {
     kernel.Defect(std::to_string(held.descriptors) + " descriptors and " +
                   std::to_string(held.threads) + " threads, in the place of " +
-                  std::to_string(expected.descriptors) + " and " +
-                  std::to_string(expected.threads));
+                  std::to_string(limit.descriptors) + " and " + std::to_string(limit.threads));
   }
 }
 
