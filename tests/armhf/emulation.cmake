@@ -4,7 +4,7 @@
 # - the rows of tests/faults that preload a library or refuse system calls to the process are not
 #   built: they would hit the emulator, too;
 # - resident memory and the number of threads are those of the emulator and the service together:
-#   tests compare them, and what tests/e2e/EnduranceTest.cpp allows of memory is wider;
+#   tests compare them;
 # - AddressSanitizer takes the unwinding of a cancelled thread for an error, and starting it takes
 #   half a second: of the preset armhf-asan only the tests of the wire, the configuration and the log
 #   line are run, where an unsigned char and the alignment of numbers matter;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a service that runs for months must not do: grow.
+// What a service that runs for months must not do: grow. It takes a minute of waiting, so it is
+// part of the soak. That no descriptor and no thread is left, the simulation shows in a moment.
 #include <iostream>
 
 #include "e2e/ServiceTest.h"
@@ -33,9 +34,8 @@ class EnduranceTest : public ServiceTest {
     std::cout << "before: " << before << "; after: " << Held() << std::endl;
   }
 
-  // One leaked object per round would be more. Sanitizers keep freed memory back: theirs is larger,
-  // and their own look for leaks stands in for it.
-  static constexpr size_t kMemoryTolerance = SPH_MEMORY_TOLERANCE;  // kB
+  // Three kilobytes lost in each round would be more.
+  static constexpr size_t kMemoryTolerance = 512;  // kB
 };
 
 // Each close waits up to 0.2 s for the receive thread: two processes share the five hundred.
