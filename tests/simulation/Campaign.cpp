@@ -90,6 +90,9 @@ void Campaign::PlaySeed(uint64_t seed) {
     if (Fails(scenario, outcome)) {
       std::cout << scenario.name << ", seed " << seed << ": " << outcome.ending
                 << "\n  again:  " << Again(scenario, "--seed " + std::to_string(seed)) << std::endl;
+      if (endsAtFirst) {
+        return;
+      }
       const std::string schedule = Play(scenario, Seeded(seed), kSchedule).schedule;
       TellShrunk(scenario, ScheduleFrom(schedule).value());
     }

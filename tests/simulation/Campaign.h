@@ -27,7 +27,7 @@ class Campaign {
   void Summarize() const;
   bool HasDefects() const { return !failed.empty(); }
 
-  bool endsAtFirst = false;  // with the first defect
+  bool endsAtFirst = false;  // with the first defect, which is not shrunk
   bool isTraced = false;     // on the standard output
 
  private:

@@ -5,8 +5,8 @@
 //   --seed N [--runs N]  with that seed, or so many from it
 //   --schedule TEXT      as an earlier run told it
 //   --explore N          every schedule of up to N deviations from the plain course
-// --first: ends at the first defect. Status 0: no run showed a defect. 1: one did, and each is
-// told.
+// --first: ends at the first defect, and does not shrink it. Status 0: no run showed a defect. 1:
+// one did, and each is told.
 #include <execinfo.h>
 #include <getopt.h>
 
