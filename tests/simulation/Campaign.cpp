@@ -86,15 +86,14 @@ void Campaign::PlaySeed(uint64_t seed) {
     if (failed.contains(scenario.name) || IsOver()) {
       continue;
     }
-    const Outcome outcome = PlayOne(scenario, Seeded(seed));
+    const Outcome outcome = PlayOne(scenario, Seeded(scenario, seed));
     if (Fails(scenario, outcome)) {
       std::cout << scenario.name << ", seed " << seed << ": " << outcome.ending
                 << "\n  again:  " << Again(scenario, "--seed " + std::to_string(seed)) << std::endl;
-      if (endsAtFirst) {
-        return;
+      if (!endsAtFirst && !scenario.isCalm) {
+        const std::string schedule = Play(scenario, Seeded(scenario, seed), kSchedule).schedule;
+        TellShrunk(scenario, ScheduleFrom(schedule).value());
       }
-      const std::string schedule = Play(scenario, Seeded(seed), kSchedule).schedule;
-      TellShrunk(scenario, ScheduleFrom(schedule).value());
     }
   }
 }

@@ -57,12 +57,12 @@ Thread* Priorities::Next(const std::vector<Thread*>& ready) {
   Thread* const next = *std::max_element(
       ready.begin(), ready.end(),
       [this](const Thread* a, const Thread* b) { return PriorityOf(*a) < PriorityOf(*b); });
-  if (next != last) {
+  if (next->number != last) {
     alone = 0;
   } else if (ready.size() > 1) {  // another one may wait for a lock at every second point
     ++alone;
   }
-  last = next;
+  last = next->number;
   if (alone == kSpinning) {
     Lower(*next);
     alone = 0;

@@ -48,6 +48,13 @@ class RandomWalk : public Chooser {
   std::mt19937_64 generator;
 };
 
+// The same among threads that all have a processor.
+class CalmWalk : public RandomWalk {
+ public:
+  using RandomWalk::RandomWalk;
+  int64_t Stall(const Thread& /*running*/) override { return 0; }
+};
+
 // Probabilistic concurrency testing: each thread has a priority, the highest that can go on does,
 // and at `depth` - 1 points drawn at the start the running one falls below all others, or stalls. A
 // fault that
@@ -72,7 +79,7 @@ class Priorities : public Chooser {
   std::vector<int64_t> priorities;  // by the thread's number
   int64_t lowest = 0;
   uint64_t point = 0;
-  const Thread* last = nullptr;
+  int last = 0;   // the number of who ran
   int alone = 0;  // points since another one went on
 };
 

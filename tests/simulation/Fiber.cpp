@@ -4,7 +4,7 @@
 #include <link.h>
 
 #include <algorithm>
-#include <boost/context/fixedsize_stack.hpp>
+#include <boost/context/preallocated.hpp>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -50,16 +50,31 @@ std::vector<char> FirstLocals() {
 
 }  // namespace
 
-Fiber::Fiber() : locals(OwnLocals().size) {}
+// The owner of the memory is the Fiber.
+struct BorrowedStack {
+  void deallocate(boost::context::stack_context& /*stack*/) const {}
+};
+
+boost::context::preallocated WholeOf(char* stack) {
+  boost::context::stack_context context;
+  context.size = Fiber::kStackBytes;
+  context.sp = stack + context.size;
+  return {context.sp, context.size, context};
+}
+
+Fiber::Fiber() : rest(), locals(OwnLocals().size) {}
 
 Fiber::Fiber(std::function<void()> body)
-    : rest(std::allocator_arg, boost::context::fixedsize_stack(kStackBytes),
+    : stack(new char[kStackBytes]),
+      rest(std::allocator_arg, WholeOf(stack.get()), BorrowedStack(),
            [body = std::move(body)](boost::context::fiber&& origin) {
              // Never empty: whoever switches here leaves its own rest behind in SwitchTo.
              body();
              return std::move(origin);
            }),
       locals(FirstLocals()) {}
+
+Fiber::~Fiber() {}  // not `= default`, which a union's member forbids
 
 bool Fiber::IsLocal(const void* address) {
   const Locals& own = OwnLocals();

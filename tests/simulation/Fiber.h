@@ -3,6 +3,7 @@
 
 #include <boost/context/fiber.hpp>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace simulation {
@@ -18,6 +19,9 @@ class Fiber {
   Fiber();
   // `body` runs at the first switch to it, and never returns.
   explicit Fiber(std::function<void()> body);
+  // Of one that nobody will switch to again. What is on its stack is forgotten, not destroyed: the
+  // thread has ended.
+  ~Fiber();
   Fiber(const Fiber&) = delete;
   Fiber& operator=(const Fiber&) = delete;
 
@@ -28,7 +32,10 @@ class Fiber {
   void SwitchTo(Fiber& next);
 
  private:
-  boost::context::fiber rest;
+  const std::unique_ptr<char[]> stack;
+  union {
+    boost::context::fiber rest;  // never destroyed: that would unwind it
+  };
   std::vector<char> locals;
   int error = 0;
 };

@@ -14,7 +14,6 @@ namespace {
 
 constexpr Time kCallCost = kMicrosecond;
 constexpr Time kSettled = 400 * kMillisecond;  // the service has begun
-constexpr Time kLongestRun = 600 * kSecond;
 
 Kernel* running = nullptr;
 
@@ -51,31 +50,39 @@ void Kernel::Run(const std::string& name, std::function<void()> body) {
 }
 
 Thread& Kernel::Spawn(const std::string& name, bool isService, std::function<void()> body) {
-  auto thread = std::make_unique<Thread>();
-  Thread& made = *thread;
-  made.number = static_cast<int>(threads.size()) + 1;
-  made.name = name;
-  made.isService = isService;
-  made.blocked = current != nullptr ? current->blocked : 0;
-  made.fiber =
-      std::make_unique<Fiber>([this, &made, body = std::move(body)] { Start(made, body); });
-  threads.push_back(std::move(thread));
+  ForgetEnded();
+  Thread& thread = *threads.emplace_back(std::make_unique<Thread>());
+  thread.number = ++made;
+  thread.name = name;
+  thread.isService = isService;
+  thread.blocked = current != nullptr ? current->blocked : 0;
+  thread.body = std::move(body);
+  thread.fiber = std::make_unique<Fiber>([this, &thread] { Start(thread); });
   if (Races* const races = Races::Watching()) {
-    races->Begins(made.number, current != nullptr ? current->number : 0);
+    races->Begins(thread.number, current != nullptr ? current->number : 0);
   }
-  return made;
+  return thread;
 }
 
-void Kernel::Start(Thread& thread, const std::function<void()>& body) {
+// A run may last for a year.
+void Kernel::ForgetEnded() {
+  std::erase_if(threads, [](const auto& thread) {
+    return thread->isEnded && (thread->isJoined || thread->isDetached || !thread->isService);
+  });
+}
+
+void Kernel::Start(Thread& thread) {
   thread.stackBase = __builtin_frame_address(0);
   Note(thread.name + " begins");
-  body();
+  thread.body();
   EndThread();
 }
 
 Thread* Kernel::Find(int number) {
-  const auto index = static_cast<size_t>(number) - 1;
-  return index < threads.size() ? threads[index].get() : nullptr;
+  const auto found = std::find_if(threads.begin(), threads.end(), [number](const auto& thread) {
+    return thread->number == number;
+  });
+  return found == threads.end() ? nullptr : found->get();
 }
 
 // The stack of a thread that has ended is never switched to again.
@@ -171,7 +178,7 @@ void Kernel::LetTimePass() {
     Defect("everybody waits for ever:" + all);
   }
   now = next;
-  if (now > kLongestRun) {
+  if (now > longestRun) {
     Defect("the run does not end");
   }
 }
@@ -223,17 +230,15 @@ void Kernel::CancellationPoint() {
 }
 
 bool Kernel::MustUnwind(const Thread& thread) const {
-  return thread.isCancelled && thread.isCancellable && !thread.isUnwinding;
+  return thread.isCancelled && thread.isCancellable && thread.unwinding == nullptr;
 }
 
 void Kernel::Unwind() {
-  current->isUnwinding = true;
   current->result = PTHREAD_CANCELED;
   Note("is cancelled");
-  // One for each thread: it is in use until the thread has ended.
-  auto* const exception = new _Unwind_Exception{};
-  exception->exception_cleanup = NotRethrown;
-  (void)_Unwind_ForcedUnwind(exception, StopAtBase, nullptr);
+  current->unwinding = std::make_unique<_Unwind_Exception>();
+  current->unwinding->exception_cleanup = NotRethrown;
+  (void)_Unwind_ForcedUnwind(current->unwinding.get(), StopAtBase, nullptr);
   __builtin_trap();
 }
 

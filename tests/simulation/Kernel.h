@@ -3,6 +3,8 @@
 // cancellation. Whoever calls in here runs on a simulated thread, unless said otherwise.
 #pragma once
 
+#include <unwind.h>
+
 #include <csignal>
 #include <cstdint>
 #include <functional>
@@ -45,6 +47,7 @@ struct Thread {
   int number = 0;
   std::string name;
   bool isService = true;  // or an actor: the relay, a device, an operator
+  std::function<void()> body;
   std::unique_ptr<Fiber> fiber;
 
   // Why it does not run; null when it can.
@@ -59,7 +62,7 @@ struct Thread {
   bool isCancellable = true;  // its cancel state
   bool isCancelled = false;   // somebody asked for it
   bool isWaitingCancellably = false;
-  bool isUnwinding = false;
+  std::unique_ptr<_Unwind_Exception> unwinding;  // once it is
   bool isDetached = false;
   bool isJoined = false;
   std::string call;           // that it is in
@@ -79,6 +82,8 @@ class Kernel {
 
   // The run's own, or null outside of one.
   static Kernel* Running();
+
+  Time longestRun = 600 * kSecond;  // more of virtual time is a defect
 
   // Turns the caller into the scheduler's first thread, `name`, and runs `body` there. Not on a
   // simulated thread. Never returns.
@@ -145,7 +150,8 @@ class Kernel {
   enum class Handled { kNothing, kRestarting, kInterrupting };
   Handled DeliverSignals();
   bool IsDropped(const Thread& target, int signal) const;
-  void Start(Thread& thread, const std::function<void()>& body);
+  void Start(Thread& thread);
+  void ForgetEnded();
   [[noreturn]] void Unwind();
   int TakeSignal();
   Woken WaitHere(const Condition& condition, Time deadline, Waits how, bool isCancellable);
@@ -153,8 +159,9 @@ class Kernel {
   Chooser& chooser;
   const bool isTraced;
   const std::function<void(const std::string&)> tellEnd;
-  std::vector<std::unique_ptr<Thread>> threads;
-  std::vector<Thread*> ready;  // of the last look, to keep its memory
+  std::vector<std::unique_ptr<Thread>> threads;  // that somebody may still ask for; main first
+  int made = 0;                                  // the number of the last one
+  std::vector<Thread*> ready;                    // of the last look, to keep its memory
   Thread* current = nullptr;
   Time now = 0;
   Time stalled = 0;

@@ -73,6 +73,12 @@ bool Machine::IsConfigured(const std::string& name) const {
 
 std::string Machine::Log() const { return static_cast<const TextNode&>(*nodes.at(kLog)).text; }
 
+void Machine::ForgetLog() {
+  std::string& text = static_cast<TextNode&>(*nodes.at(kLog)).text;
+  text.clear();
+  text.shrink_to_fit();
+}
+
 std::string Machine::Database() const {
   std::string text = "P: /devices/virtual/tty/tty0\nN: tty0\nE: DEVNAME=/dev/tty0\nE: MAJOR=4\n\n";
   for (const auto& [index, node] : placed) {

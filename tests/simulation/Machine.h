@@ -46,6 +46,7 @@ class Machine {
   bool IsConfigured(const std::string& name) const;
 
   std::string Log() const;
+  void ForgetLog();
   int RunShell(const std::string& command);
 
   Time dumpTakes = 30 * kMillisecond;

@@ -16,6 +16,8 @@ using namespace simulation;
 
 namespace {
 
+size_t inUse = 0;  // bytes
+
 #define CALLER __builtin_return_address(0)
 
 void Read(const void* address, size_t size, const void* by) {
@@ -201,10 +203,26 @@ TreeNode* WatchedTreeErase(TreeNode* node, TreeNode& header) {
 
 }  // extern "C"
 
+size_t simulation::MemoryInUse() { return inUse; }
+
+void* operator new(size_t size) {
+  void* const memory = std::malloc(size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  inUse += malloc_usable_size(memory);
+  return memory;
+}
+
 // Memory that comes back is nobody's past.
 void operator delete(void* memory) noexcept {
-  if (Races* const races = memory != nullptr ? Races::Watching() : nullptr) {
-    races->Forget(memory, malloc_usable_size(memory));
+  if (memory == nullptr) {
+    return;
+  }
+  const size_t size = malloc_usable_size(memory);
+  inUse -= size;
+  if (Races* const races = Races::Watching()) {
+    races->Forget(memory, size);
   }
   std::free(memory);
 }

@@ -13,6 +13,9 @@
 
 namespace simulation {
 
+// Bytes that were asked for with `new` and have not come back: the simulation's own are among them.
+size_t MemoryInUse();
+
 class Races {
  public:
   // The run's own, or null where accesses are not watched.

@@ -69,7 +69,10 @@ void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, const OnE
     onEnd(kernel, Machine::Running()->oracle->Judge(ending));
   });
   Races races;
-  Races::Watch(&races);
+  Races::Watch(scenario.isCalm ? nullptr : &races);
+  if (scenario.isCalm) {
+    kernel.longestRun = kForever;
+  }
   __libc_single_threaded = 0;  // reference counts are to be atomic, as beside real threads
   Machine machine(kernel, [](const Machine& ours) { return std::make_unique<Oracle>(ours); });
   kernel.Run("main", [&] {
@@ -92,8 +95,10 @@ Outcome Play(const Scenario& scenario, const MakeChooser& makeChooser, Wanted wa
   }));
 }
 
-MakeChooser Seeded(uint64_t seed) {
-  return [seed] { return ChooserOf(seed); };
+MakeChooser Seeded(const Scenario& scenario, uint64_t seed) {
+  return [&scenario, seed]() -> std::unique_ptr<Chooser> {
+    return scenario.isCalm ? std::make_unique<CalmWalk>(seed) : ChooserOf(seed);
+  };
 }
 
 MakeChooser Replaying(const Schedule& schedule) {

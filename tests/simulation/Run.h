@@ -24,7 +24,7 @@ using MakeChooser = std::function<std::unique_ptr<Chooser>()>;
 
 // One run in a process of its own: what the service leaves behind goes with it.
 Outcome Play(const Scenario& scenario, const MakeChooser& makeChooser, Wanted wanted = kEnding);
-MakeChooser Seeded(uint64_t seed);
+MakeChooser Seeded(const Scenario& scenario, uint64_t seed);
 MakeChooser Replaying(const Schedule& schedule);
 
 // Plays it in this process. `onEnd` is told the ending, and must not return.

@@ -16,6 +16,7 @@ struct Scenario {
   std::function<void(Machine&)> prepare;
   std::vector<std::string> endings;  // one of which it has to come to
   bool isShort = true;  // so that every schedule of it can be played; its end needs no chance
+  bool isCalm = false;  // nobody stalls, and no race is looked for: it goes on for long
 };
 
 std::vector<Scenario> PortScenarios();    // devices and their ports
@@ -23,6 +24,10 @@ std::vector<Scenario> LinkScenarios();    // relays that leave and come back
 std::vector<Scenario> FloodScenarios();   // relays that do not read
 std::vector<Scenario> StreamScenarios();  // standard streams that nobody reads
 std::vector<Scenario> StopScenarios();    // signals against whatever is under way
+
+// So many days of an ordinary site: seven ports, an unplug a day, a relay's restart a week, traffic
+// in bursts. What the service holds is the same at the end of each week.
+Scenario DaysOfASite(int days);
 
 std::vector<Scenario> Scenarios();  // and chaos
 

@@ -56,6 +56,11 @@ bool Take(std::string_view& text, Deviation& deviation) {
   return true;
 }
 
+auto FindIn(const std::vector<Thread*>& ready, int64_t number) {
+  return std::find_if(ready.begin(), ready.end(),
+                      [number](const Thread* thread) { return thread->number == number; });
+}
+
 }  // namespace
 
 std::string TextOf(const Schedule& schedule) {
@@ -85,7 +90,7 @@ Deviation::Place PlainCourse::Come(Deviation::Kind kind) {
 }
 
 Thread* PlainCourse::PlainNext(const std::vector<Thread*>& ready) const {
-  const auto goesOn = std::find(ready.begin(), ready.end(), last);
+  const auto goesOn = FindIn(ready, last);
   if (goesOn == ready.end()) {
     return ready.front();
   }
@@ -96,12 +101,12 @@ Thread* PlainCourse::PlainNext(const std::vector<Thread*>& ready) const {
 }
 
 Thread* PlainCourse::Goes(Thread* next, const std::vector<Thread*>& ready) {
-  if (next != last) {
+  if (next->number != last) {
     alone = 0;
   } else if (ready.size() > 1) {  // another one may wait for a lock at every second point
     ++alone;
   }
-  last = next;
+  last = next->number;
   return next;
 }
 
@@ -132,9 +137,7 @@ Thread* Replay::Next(const std::vector<Thread*>& ready) {
     return Goes(plain, ready);
   }
   const int64_t wanted = At(Come(Deviation::kRuns), plain->number);
-  const auto found = std::find_if(ready.begin(), ready.end(), [wanted](const Thread* thread) {
-    return thread->number == wanted;
-  });
+  const auto found = FindIn(ready, wanted);
   return Goes(found == ready.end() ? plain : *found, ready);
 }
 

@@ -54,8 +54,8 @@ class PlainCourse : public Chooser {
   static constexpr int kSpinning = 1000;
 
   std::map<std::pair<Deviation::Kind, int>, uint64_t> counts;  // by kind and thread
-  const Thread* last = nullptr;
-  int alone = 0;  // points since another one went on
+  int last = 0;                                                // the number of who ran
+  int alone = 0;                                               // points since another one went on
 };
 
 // Plays a schedule. What does not fit any more (a thread that cannot go on) goes the plain way.

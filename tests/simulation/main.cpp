@@ -4,6 +4,7 @@
 //   --seconds N          so long
 //   --seed N [--runs N]  with that seed, or so many from it
 //   --schedule TEXT      as an earlier run told it
+//   --days N             so many of an ordinary site, in one run
 //   --explore N          every schedule of up to N deviations from the plain course
 // --first: ends at the first defect, and does not shrink it. Status 0: no run showed a defect. 1:
 // one did, and each is told.
@@ -28,6 +29,7 @@ struct Options {
   uint64_t seconds = 60;
   std::optional<uint64_t> deviations;  // nothing: seeds are played
   std::optional<Schedule> schedule;
+  uint64_t days = 0;
   bool isTraced = false;
   bool endsAtFirst = false;
 };
@@ -80,21 +82,21 @@ void TakeOption(int name, const char* value, Options& options) {
     case 'v':
       options.isTraced = true;
       break;
+    case 'y':
+      options.days = NumberIn(value);
+      break;
     default:
       std::exit(2);
   }
 }
 
 Options OptionsOf(int argc, char** argv) {
-  const option known[] = {{"scenario", required_argument, nullptr, 'n'},
-                          {"runs", required_argument, nullptr, 'r'},
-                          {"seconds", required_argument, nullptr, 't'},
-                          {"seed", required_argument, nullptr, 's'},
-                          {"schedule", required_argument, nullptr, 'l'},
-                          {"explore", required_argument, nullptr, 'd'},
-                          {"first", no_argument, nullptr, 'f'},
-                          {"trace", no_argument, nullptr, 'v'},
-                          {}};
+  const option known[] = {
+      {"scenario", required_argument, nullptr, 'n'}, {"runs", required_argument, nullptr, 'r'},
+      {"seconds", required_argument, nullptr, 't'},  {"seed", required_argument, nullptr, 's'},
+      {"schedule", required_argument, nullptr, 'l'}, {"days", required_argument, nullptr, 'y'},
+      {"explore", required_argument, nullptr, 'd'},  {"first", no_argument, nullptr, 'f'},
+      {"trace", no_argument, nullptr, 'v'},          {}};
   Options options;
   for (int found = 0; (found = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
     TakeOption(found, optarg, options);
@@ -106,6 +108,9 @@ Options OptionsOf(int argc, char** argv) {
 }
 
 std::vector<Scenario> ScenariosFor(const Options& options) {
+  if (options.days != 0) {
+    return {DaysOfASite(static_cast<int>(options.days))};
+  }
   std::vector<Scenario> scenarios = Scenarios();
   if (!options.scenario.empty()) {
     std::erase_if(scenarios,

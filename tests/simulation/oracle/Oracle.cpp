@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/oracle/Oracle.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "simulation/Machine.h"
@@ -37,8 +38,21 @@ Oracle::Hand& Oracle::Mine() { return hands[machine.kernel.Current().number]; }
 
 void Oracle::Accepts(const std::shared_ptr<Connection>& connection) {
   Expect(links.empty() || links.back()->IsOver(), "a link is accepted beside another one");
+  ForgetEnded();
   links.push_back(std::make_unique<LinkModel>(machine, connection));
   stop.Accepts();
+}
+
+// What no thread can tell of any more: a run may last for a year.
+void Oracle::ForgetEnded() {
+  std::erase_if(hands,
+                [this](const auto& hand) { return machine.kernel.Find(hand.first) == nullptr; });
+  std::erase_if(links, [this](const auto& link) {
+    return machine.kernel.Find(link->receiver) == nullptr &&
+           std::none_of(hands.begin(), hands.end(), [&link](const auto& hand) {
+             return hand.second.port != nullptr && hand.second.port->link == link.get();
+           });
+  });
 }
 
 void Oracle::AsksForMore(const Connection& connection) { LinkOf(connection)->AsksForMore(); }

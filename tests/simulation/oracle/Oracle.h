@@ -66,6 +66,7 @@ class Oracle : public Witness {
     std::shared_ptr<const Use> use;   // that it reads, and has not let go
   };
 
+  void ForgetEnded();
   LinkModel* LinkOf(const Connection& connection);
   LinkModel* CommandingLink();  // whose commands this thread carries out
   Hand& Mine();
