@@ -11,17 +11,17 @@
 namespace simulation {
 namespace {
 
-constexpr int kPorts = 1 + kUsbPortCount;
+constexpr int kSitePorts = 1 + kUsbPortCount;
 constexpr Time kHour = 3600 * kSecond;
 constexpr int kBurstsOfADay = 8;
-constexpr size_t kPiece = 200;   // bytes
-constexpr size_t kPieces = 5;    // of a burst, each way
-constexpr size_t kSlack = 4096;  // bytes of memory
+constexpr size_t kPieceSize = 200;     // bytes
+constexpr size_t kPiecesOfABurst = 5;  // of a burst, each way
+constexpr size_t kSlack = 4096;        // bytes of memory
 
-class Site {
+class OrdinarySite {
  public:
-  Site(Machine& wanted, Relay& peer) : machine(wanted), kernel(wanted.kernel), relay(peer) {
-    for (int i = 0; i < kPorts; ++i) {
+  OrdinarySite(Machine& wanted, Relay& peer) : machine(wanted), kernel(wanted.kernel), relay(peer) {
+    for (int i = 0; i < kSitePorts; ++i) {
       const std::string usb = std::to_string(i - 1);
       Place& place = places[static_cast<size_t>(i)];
       place.port = i == 0 ? kUart : relay::Port::FromText("#USBSerialPort" + usb);
@@ -83,23 +83,23 @@ class Site {
   // Each device and the relay send to each other, and all of it arrives.
   void Talk() {
     relay.data.clear();
-    for (size_t piece = 0; piece < kPieces; ++piece) {
+    for (size_t piece = 0; piece < kPiecesOfABurst; ++piece) {
       for (const Place& place : places) {
-        place.line->DeviceSends(std::string(kPiece, 'd'));
-        relay.Send(DataCommand(place.port, {{1, std::string(kPiece, 'r')}}));
+        place.line->DeviceSends(std::string(kPieceSize, 'd'));
+        relay.Send(DataCommand(place.port, {{1, std::string(kPieceSize, 'r')}}));
       }
       kernel.Sleep(static_cast<Time>(Draw(500)) * kMillisecond);
     }
-    relay.AwaitData(kPorts * kPieces * kPiece);
+    relay.AwaitData(kSitePorts * kPiecesOfABurst * kPieceSize);
     for (const Place& place : places) {
       ExpectWritten(*place.line);
     }
   }
 
   void ExpectWritten(Line& line) {
-    (void)kernel.Wait([&line] { return line.output.size() >= kPieces * kPiece; },
+    (void)kernel.Wait([&line] { return line.output.size() >= kPiecesOfABurst * kPieceSize; },
                       kernel.Now() + 10 * kSecond, Waits::kThrough);
-    Expect(kernel, std::string(kPieces * kPiece, 'r'), line.DeviceTakes());
+    Expect(kernel, std::string(kPiecesOfABurst * kPieceSize, 'r'), line.DeviceTakes());
   }
 
   void Unplug(Place& place) {
@@ -139,7 +139,7 @@ class Site {
   Machine& machine;
   Kernel& kernel;
   Relay& relay;
-  std::array<Place, kPorts> places;
+  std::array<Place, kSitePorts> places;
 };
 
 }  // namespace
@@ -147,7 +147,7 @@ class Site {
 Scenario DaysOfASite(int days) {
   Scenario scenario =
       LongScript("days-of-a-site", {"exit 0"}, [days](Machine& machine, Relay& relay) {
-        Site(machine, relay).LiveFor(days);
+        OrdinarySite(machine, relay).LiveFor(days);
         EndService(machine);
       });
   scenario.isCalm = true;

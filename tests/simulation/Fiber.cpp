@@ -74,7 +74,7 @@ Fiber::Fiber(std::function<void()> body)
            }),
       locals(FirstLocals()) {}
 
-Fiber::~Fiber() {}  // not `= default`, which a union's member forbids
+Fiber::~Fiber() {}  // NOLINT(modernize-use-equals-default): the member of a union forbids that
 
 bool Fiber::IsLocal(const void* address) {
   const Locals& own = OwnLocals();
