@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -37,6 +35,16 @@ Result OpenNode(const char* path, int flags) {
   file->canRead = (flags & O_ACCMODE) != O_WRONLY;
   file->canWrite = (flags & O_ACCMODE) != O_RDONLY;
   return machine.descriptors.Add(std::move(file));
+}
+
+// A close goes unnoticed until something happens with what was open.
+short EventsOf(const pollfd& entry, const std::shared_ptr<File>& file) {
+  if (file == nullptr) {
+    return entry.fd < 0 ? 0 : POLLNVAL;
+  }
+  const int events = file->Ready() & (entry.events | POLLHUP | POLLERR);
+  const bool isClosed = Machine::Running()->descriptors.Find(entry.fd) != file;
+  return static_cast<short>(events != 0 && isClosed ? POLLNVAL : events);
 }
 
 }  // namespace
@@ -98,14 +106,15 @@ SIMULATED(int, poll, pollfd* entries, nfds_t count, int timeout) {
   }
   Kernel& kernel = *Kernel::Running();
   Call call("poll", Call::kCancellable, count > 0 ? std::to_string(entries[0].fd) : "");
+  std::vector<std::shared_ptr<File>> files;
+  for (nfds_t i = 0; i < count; ++i) {
+    files.push_back(Machine::Running()->descriptors.Find(entries[i].fd));
+  }
   int found = 0;
   const Condition ready = [&] {
     found = 0;
     for (nfds_t i = 0; i < count; ++i) {
-      const auto file = Machine::Running()->descriptors.Find(entries[i].fd);
-      const int always = POLLHUP | POLLERR | POLLNVAL;
-      entries[i].revents =
-          static_cast<short>((file ? file->Ready() : POLLNVAL) & (entries[i].events | always));
+      entries[i].revents = EventsOf(entries[i], files[i]);
       found += entries[i].revents != 0 ? 1 : 0;
     }
     return found > 0;
@@ -185,56 +194,6 @@ SIMULATED(int, unlink, const char* path) {
   }
   Call call("unlink", Call::kPlain, path);
   return static_cast<int>(call.Gives(Machine::Running()->nodes.erase(path) == 1 ? 0 : -ENOENT));
-}
-
-extern "C" int __real_ioctl(int number, unsigned long request, ...);
-extern "C" int __wrap_ioctl(int number, unsigned long request, ...) {
-  std::va_list more;
-  va_start(more, request);
-  void* const argument = va_arg(more, void*);
-  va_end(more);
-  if (!IsRunning()) {
-    return __real_ioctl(number, request, argument);
-  }
-  Call call("ioctl", Call::kPlain, std::to_string(number));
-  const Target<File> file(number, "ioctl");
-  return static_cast<int>(call.Gives(file ? file->Control(request, argument) : -EBADF));
-}
-
-SIMULATED(int, tcgetattr, int number, termios* attributes) {
-  if (!IsRunning()) {
-    return __real_tcgetattr(number, attributes);
-  }
-  Call call("tcgetattr", Call::kPlain, std::to_string(number));
-  const Target<File> file(number, "tcgetattr");
-  return static_cast<int>(call.Gives(file ? file->GetAttributes(*attributes) : -EBADF));
-}
-
-SIMULATED(int, tcsetattr, int number, int when, const termios* attributes) {
-  if (!IsRunning()) {
-    return __real_tcsetattr(number, when, attributes);
-  }
-  Call call("tcsetattr", Call::kPlain, std::to_string(number));
-  const Target<File> file(number, "tcsetattr");
-  return static_cast<int>(call.Gives(file ? file->SetAttributes(*attributes) : -EBADF));
-}
-
-SIMULATED(int, tcflush, int number, int queue) {
-  if (!IsRunning()) {
-    return __real_tcflush(number, queue);
-  }
-  Call call("tcflush", Call::kPlain, std::to_string(number));
-  const Target<File> file(number, "tcflush");
-  return static_cast<int>(call.Gives(file ? file->Flush(queue) : -EBADF));
-}
-
-SIMULATED(int, isatty, int number) {
-  if (!IsRunning()) {
-    return __real_isatty(number);
-  }
-  const Target<File> file(number, "isatty");
-  termios attributes{};
-  return Told(file ? file->GetAttributes(attributes) : -EBADF) == 0 ? 1 : 0;
 }
 
 // The database: the stream keeps the text as it was when it was opened.

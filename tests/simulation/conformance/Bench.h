@@ -3,6 +3,8 @@
 // stream, and a look at its own threads. Each of the two kernels brings its own.
 #pragma once
 
+#include <netinet/in.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -61,8 +63,10 @@ class Bench {
   }
 
   virtual std::unique_ptr<Device> PlugsIn() = 0;
-  // Null when nobody listens there.
-  virtual std::unique_ptr<Peer> Connects(uint16_t port) = 0;
+  // From 127.0.0.1, or another address; null when nobody listens there.
+  virtual std::unique_ptr<Peer> Connects(uint16_t port, in_addr_t from = INADDR_LOOPBACK) = 0;
+  // Whether who connects now is taken, or waits.
+  virtual bool HasRoomFor(uint16_t port) = 0;
 
   // The reader of number 1.
   virtual std::string OutputTakes(size_t limit) = 0;

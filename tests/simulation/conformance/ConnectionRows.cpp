@@ -138,11 +138,11 @@ void Closes(Bench& bench) {
 void ClosesUnread(Bench& bench) {
   const Link link(bench);
   (void)link.Send("abc");
-  bench.Saw("the peer takes '" + TakesAll(bench, *link.peer, 3) + "'");
   link.peer->Sends("def");
   AwaitEvents(link.number, POLLIN);
   (void)close(link.number);
-  bench.Saw("sees " + SeenBy(bench, *link.peer));
+  bench.Saw({"the peer takes '" + TakesAll(bench, *link.peer, 3) + "'",
+             "sees " + SeenBy(bench, *link.peer)});
 }
 
 void IsClosedUnderARecv(Bench& bench) {
@@ -153,6 +153,17 @@ void IsClosedUnderARecv(Bench& bench) {
   link.peer->Sends("a");
   bench.Saw(worker.Ends());
   bench.Saw("the peer sees " + SeenBy(bench, *link.peer));
+}
+
+void IsClosedUnderASend(Bench& bench) {
+  const Link link(bench);
+  std::string sent;
+  Worker worker(bench, [&] { sent = link.Send(Endless()); });
+  worker.AwaitIn("send");
+  bench.Saw(Told("close", close(link.number)));
+  bench.Saw("the peer takes " +
+            std::to_string(TakesAll(bench, *link.peer, Endless().size()).size()));
+  bench.Saw({worker.Ends(), sent, "the peer sees " + SeenBy(bench, *link.peer)});
 }
 
 void IsInterruptedReceiving(Bench& bench) {
@@ -238,6 +249,7 @@ std::vector<Row> ConnectionRows() {
           {"`close`, seen by the peer", Closes},
           {"`close` with bytes unread, seen by the peer", ClosesUnread},
           {"`close` does not wake a `recv` that waits", IsClosedUnderARecv},
+          {"`close` does not wake a `send` that waits", IsClosedUnderASend},
           {"`recv`, interrupted", IsInterruptedReceiving},
           {"`send` to a peer that does not read", FloodsAPeer},
           {"the same with MSG_DONTWAIT", FloodsWithoutWaiting},

@@ -88,14 +88,25 @@ void IsSomethingElse(Bench& bench) {
              Told("send", send(kNotOpen, "a", 1, 0)), Told("listen", listen(kNotOpen, 1))});
 }
 
+// Who waits tries again by itself: nothing is said of the queue's end.
 void QueuesTwo(Bench& bench) {
   const int number = Listening();
   const auto one = bench.Connects(kPort);
   const auto two = bench.Connects(kPort);
   bench.Saw(one != nullptr && two != nullptr ? "two are taken" : "one is taken");
-  (void)close(Accepted(number));
-  (void)close(Accepted(number));
-  bench.Saw(PollOf(number));
+  bench.Saw(bench.HasRoomFor(kPort) ? "a third is taken" : "a third waits");
+  bench.Saw(Accepted(number) >= 0 ? "one is accepted" : "none is accepted");
+  bench.Saw(bench.HasRoomFor(kPort) ? "there is room again" : "there is none");
+}
+
+void TellsWhoConnects(Bench& bench) {
+  constexpr in_addr_t kAnother = INADDR_LOOPBACK + 1;
+  const int number = Listening();
+  const auto peer = bench.Connects(kPort, kAnother);
+  sockaddr_in from{};
+  socklen_t size = sizeof from;
+  bench.Saw(Told("accept", accept(number, reinterpret_cast<sockaddr*>(&from), &size)));
+  bench.Saw(from.sin_addr.s_addr == htonl(kAnother) ? "from 127.0.0.2" : "from elsewhere");
 }
 
 void QueuesWhoLeaves(Bench& bench) {
@@ -180,6 +191,7 @@ std::vector<Row> ListenRows() {
           {"a port of which a connection is left", ListensBehindAConnection},
           {"a call on a socket or file that is not for it", IsSomethingElse},
           {"a backlog of 1", QueuesTwo},
+          {"a peer from another address", TellsWhoConnects},
           {"`accept` of a peer that has left", QueuesWhoLeaves},
           {"`accept` of a peer that has reset", QueuesWhoResets},
           {"a peer in the queue of a socket that closes", LeavesTheQueue},

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <sstream>
 #include <utility>
 
 namespace conformance {
@@ -96,6 +98,31 @@ class Client : public Peer {
   int number;
 };
 
+sockaddr_in AddressOf(in_addr_t host, uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(host);
+  return address;
+}
+
+// A line of names, and below it one of numbers.
+long OverflowsOfQueues() {
+  std::ifstream file("/proc/net/netstat");
+  std::string names;
+  std::string numbers;
+  (void)std::getline(file, names);
+  (void)std::getline(file, numbers);
+  std::istringstream name(names);
+  std::istringstream number(numbers);
+  for (std::string text, count; name >> text && number >> count;) {
+    if (text == "ListenOverflows") {
+      return std::stol(count);
+    }
+  }
+  return 0;
+}
+
 // A pipe with its end for writing at `number`; the other end.
 int PipeAt(int number) {
   const auto [reader, writer] = NewPipe();
@@ -139,17 +166,31 @@ void RealBench::Saw(const std::string& text) {
 
 std::unique_ptr<Device> RealBench::PlugsIn() { return std::make_unique<Pty>(); }
 
-std::unique_ptr<Peer> RealBench::Connects(uint16_t port) {
+std::unique_ptr<Peer> RealBench::Connects(uint16_t port, in_addr_t from) {
   const int number = MovedUp(socket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (connect(number, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  const sockaddr_in own = AddressOf(from, 0);
+  const sockaddr_in address = AddressOf(INADDR_LOOPBACK, port);
+  if (bind(number, reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
+      connect(number, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     (void)close(number);
     return nullptr;
   }
   return std::make_unique<Client>(number);
+}
+
+// The kernel counts whom it lets wait: nothing else tells of it before a time is over.
+bool RealBench::HasRoomFor(uint16_t port) {
+  const long before = OverflowsOfQueues();
+  const int number = MovedUp(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+  const sockaddr_in address = AddressOf(INADDR_LOOPBACK, port);
+  (void)connect(number, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  pollfd entry = {number, POLLOUT, 0};
+  int found = 0;
+  while (found == 0 && OverflowsOfQueues() == before) {
+    found = poll(&entry, 1, 1);
+  }
+  (void)close(number);
+  return found == 1;
 }
 
 std::string RealBench::OutputTakes(size_t limit) {

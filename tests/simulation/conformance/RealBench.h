@@ -22,7 +22,8 @@ class RealBench : public Bench {
   using Bench::Saw;
   void Saw(const std::string& text) override;
   std::unique_ptr<Device> PlugsIn() override;
-  std::unique_ptr<Peer> Connects(uint16_t port) override;
+  std::unique_ptr<Peer> Connects(uint16_t port, in_addr_t from) override;
+  bool HasRoomFor(uint16_t port) override;
   std::string OutputTakes(size_t limit) override;
   void OutputReaderLeaves() override;
   void Puts(const std::string& path, const std::string& text) override;

@@ -100,8 +100,10 @@ std::unique_ptr<Device> SimulatedBench::PlugsIn() {
   return std::make_unique<SimulatedDevice>(machine);
 }
 
-std::unique_ptr<Peer> SimulatedBench::Connects(uint16_t port) {
-  auto connection = machine.network.Connect(port);
+bool SimulatedBench::HasRoomFor(uint16_t port) { return machine.network.Takes(port); }
+
+std::unique_ptr<Peer> SimulatedBench::Connects(uint16_t port, in_addr_t from) {
+  auto connection = machine.network.Connect(port, from);
   kernel.Point();
   return connection == nullptr ? nullptr
                                : std::make_unique<SimulatedPeer>(kernel, std::move(connection));

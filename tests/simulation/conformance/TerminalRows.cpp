@@ -238,6 +238,29 @@ void IsClosedUnderARead(Bench& bench) {
   bench.Saw(worker.Ends());
 }
 
+void IsClosedUnderAWrite(Bench& bench) {
+  const auto device = bench.PlugsIn();
+  const int number = OpenRaw(*device);
+  std::string written;
+  Worker worker(bench, [&] { written = WriteOf(number, Much()); });
+  worker.AwaitIn("write");
+  bench.Saw(Told("close", close(number)));
+  bench.Saw("the device takes " + std::to_string(TakesAll(bench, *device, Much().size()).size()));
+  bench.Saw({worker.Ends(), written});
+}
+
+void IsClosedUnderAPoll(Bench& bench) {
+  const auto device = bench.PlugsIn();
+  const int number = OpenRaw(*device);
+  pollfd entry = {number, POLLIN, 0};
+  Worker worker(bench, [&] { (void)poll(&entry, 1, -1); });
+  worker.AwaitIn("poll");
+  bench.Saw(Told("close", close(number)));
+  worker.AwaitIn("poll");
+  device->Sends("a");
+  bench.Saw({worker.Ends(), entry.revents == POLLNVAL ? "POLLNVAL" : "another event"});
+}
+
 }  // namespace
 
 std::vector<Row> TerminalRows() {
@@ -256,7 +279,9 @@ std::vector<Row> TerminalRows() {
       {"a line open with O_NONBLOCK", FillsALineWithoutWaiting},
       {"`write` to a full line, interrupted behind a part, and before any", IsInterruptedWriting},
       {"a line open twice", IsOpenTwice},
-      {"`close` does not wake a `read` that waits", IsClosedUnderARead}};
+      {"`close` does not wake a `read` that waits", IsClosedUnderARead},
+      {"`close` does not wake a `write` that waits", IsClosedUnderAWrite},
+      {"`close` does not wake a `poll` that waits, and a byte does", IsClosedUnderAPoll}};
 }
 
 }  // namespace conformance
