@@ -163,7 +163,8 @@ void FillsALine(Bench& bench) {
   Worker worker(bench,
                 [&] { bench.Saw(Told("write", write(number, Much().data(), Much().size()))); });
   worker.AwaitIn("write");
-  bench.Saw(PollOf(number));
+  Until(bench, [&] { return PollOf(number) == "poll 0"; });
+  bench.Saw("at last poll 0");
   bench.Saw("the device takes " + std::to_string(TakesAll(bench, *device, Much().size()).size()));
   bench.Saw({worker.Ends(), PollOf(number)});
 }
@@ -179,9 +180,9 @@ void FillsALineWithoutWaiting(Bench& bench) {
   (void)OpenRaw(*device);
   const int number = open(device->Node().c_str(), O_RDWR | O_NONBLOCK);
   bench.Saw({ReadOf(number, 10), Part(write(number, Much().data(), Much().size()))});
-  std::string text;
-  Until(bench, [&] { return (text = WriteOf(number, Much())) == "write EAGAIN"; });
-  bench.Saw({"at last " + text, PollOf(number)});
+  Until(bench,
+        [&] { return WriteOf(number, Much()) == "write EAGAIN" && PollOf(number) == "poll 0"; });
+  bench.Saw("at last write EAGAIN, poll 0");
 }
 
 void IsInterruptedWriting(Bench& bench) {
