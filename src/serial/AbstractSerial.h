@@ -51,4 +51,8 @@ class CAbstractSerial {
   // The node that a symbolic port name stands for, or an empty text when it leads nowhere. Dumps
   // the udev database for a USB port, see FindUsbDevice.
   virtual std::string ResolvePortName(const std::string& portName) = 0;
+
+  // Close, and no Open succeeds from now on: one that is about to begin, or under way, leaves the
+  // line as it is, for somebody else may have opened it by then.
+  virtual int CloseForGood() { return Close(); }
 };

@@ -82,5 +82,5 @@ bool CLine::Reopen() {
 
 void CLine::Stop() {
   stopRequested = true;
-  (void)device->Close();
+  (void)device->CloseForGood();
 }

@@ -56,6 +56,9 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   // descriptor would be lost, and the node stay busy.
   const CCancellationShield shield;
   const unsigned closesBefore = closes;
+  if (isClosedForGood) {  // looked at behind `closes`: a close that comes later is counted
+    return kDeviceNotOpened;
+  }
   const int opened = open(path.c_str(), O_RDWR);
   if (opened < 0) {
     return kDeviceNotOpened;
@@ -96,6 +99,11 @@ int CLinuxSerial::Close() {
   (void)ioctl(taken->Number(), TIOCMBIC, &dtr);
   (void)tcflush(taken->Number(), TCIOFLUSH);
   return fd.Close(taken);
+}
+
+int CLinuxSerial::CloseForGood() {
+  isClosedForGood = true;
+  return CLinuxSerial::Close();
 }
 
 int CLinuxSerial::Write(const uint8_t* data, int length) {

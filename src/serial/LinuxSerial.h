@@ -21,9 +21,11 @@ class CLinuxSerial final : public CAbstractSerial {
   int Read(uint8_t* buffer, int capacity) override;
   std::string FindUsbDevice(unsigned vendorId, unsigned productId) override;
   std::string ResolvePortName(const std::string& portName) override;
+  int CloseForGood() override;
 
  private:
   CSharedDescriptor fd;
   std::atomic<unsigned> closes{0};  // counted by whoever closes, read by whoever opens
-  std::string devicePath;           // last opened; nobody reads it but a debugger
+  std::atomic<bool> isClosedForGood{false};
+  std::string devicePath;  // last opened; nobody reads it but a debugger
 };
