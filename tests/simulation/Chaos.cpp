@@ -6,74 +6,43 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
-#include "simulation/Relay.h"
+#include "simulation/Scripts.h"
+#include "simulation/Sites.h"
+#include "simulation/Talk.h"
 
 namespace simulation {
 namespace {
 
-constexpr int kPorts = 3;
-
-struct Site {
-  relay::Port port;
-  std::string node;
-  std::shared_ptr<Line> line;  // null: unplugged
-};
-
-// Bytes of which one that is missing, comes twice or in another place is noticed: a generator's.
-class Bytes {
- public:
-  std::string Next(uint64_t count) {
-    std::string some(count, '\0');
-    for (char& byte : some) {
-      state = state * 6364136223846793005 + 1442695040888963407;
-      byte = static_cast<char>(state >> 56);
-    }
-    return some;
-  }
-
- private:
-  uint64_t state = 1;
-};
-
-// Does what relays, adapters and lines do, in any order, and asks for nothing but that the service
-// keeps to the protocol.
+// Does what relays, adapters and lines do, in any order, with the faults that the seed has chosen.
+// What may come of it the oracle knows; in the end everything works again.
 class Chaos {
  public:
-  explicit Chaos(Machine& wanted) : machine(wanted), kernel(wanted.kernel), relay(wanted) {
-    sites[0] = {relay::Port::FromText("#PhysicalPort0"), "/dev/ttyS2", nullptr};
-    for (int i = 1; i < kPorts; ++i) {
-      const std::string number = std::to_string(i - 1);
-      sites[static_cast<size_t>(i)] = {relay::Port::FromText("#USBSerialPort" + number),
-                                       "/dev/ttyUSB" + number, nullptr};
-      machine.Place(i - 1, "/dev/ttyUSB" + number);
-    }
-    for (Site& site : sites) {
-      site.line = machine.Plug(site.node);
-    }
-  }
+  explicit Chaos(Machine& wanted)
+      : machine(wanted),
+        kernel(wanted.kernel),
+        relay(wanted),
+        talk(kernel.Choice()),
+        sites(wanted) {}
 
   void Play() {
+    machine.faults.Draw(kernel.Choice());
+    canGoSilent = machine.faults.Have(Fault::kNoThread);
     relay.Connect();
     for (uint64_t left = 5 + Draw(30); left > 0; --left) {
       DoSomething();
       Pause();
-      relay.TakeAll();
+      Read();
     }
-    kernel.Sleep(300 * kMillisecond);
-    kernel.SendToProcess(std::array{SIGINT, SIGTERM, SIGHUP}[Draw(3)]);
-    while (Draw(3) != 0) {
-      DoSomething();
-      Pause();
+    if (!canGoSilent && Draw(3) == 0) {
+      Calm();
     }
-    kernel.SendToProcess(SIGTERM);
-    (void)kernel.Wait([] { return false; }, kForever, Waits::kThrough);
+    Stop();
   }
 
  private:
   uint64_t Draw(uint64_t count) { return kernel.Choice().Draw(count); }
-  Site& Any() { return sites[Draw(kPorts)]; }
+  Site& Any() { return sites[Draw(Sites::kCount)]; }
 
   // Mostly none: what comes at once is what races.
   void Pause() {
@@ -95,51 +64,55 @@ class Chaos {
       case 2:
         return relay.Send(OpenCommand(site.port));
       case 3:
-        return relay.Send(CloseCommand(site.port));
       case 4:
+        return Say(talk.Command(site.port));
       case 5:
-        return relay.Send(DataCommand(site.port, Blocks()));
+        return Say(talk.Command(site.port) + talk.Command(Any().port) + talk.Command(Any().port));
       case 6:
       case 7:
         return Receive(site);
       case 8:
-        return Unplug(site);
+        return sites.Unplug(site);
       case 9:
         return Plug(site);
       case 10:
-        return Relink();
+        return Draw(2) == 0 ? Relink() : ReadOrNot();
       default:
-        return relay.Send(std::string("\0\3\1", 3));
+        return Say(talk.Nonsense());
     }
   }
 
-  std::vector<relay::Block> Blocks() {
-    std::vector<relay::Block> blocks = {{1, bytes.Next(1 + Draw(3000))}};
-    while (Draw(3) == 0) {
-      blocks.push_back({static_cast<uint8_t>(Draw(256)), bytes.Next(Draw(4))});
+  // In one piece, or in two with others in between.
+  void Say(const std::string& text) {
+    const size_t first = Draw(3) == 0 ? Draw(text.size()) : text.size();
+    relay.Send(text.substr(0, first));
+    if (first < text.size()) {
+      Pause();
+      relay.Send(text.substr(first));
     }
-    return blocks;
+  }
+
+  void ReadOrNot() {
+    reads = !reads;
+    relay.TakesAtOnce(reads ? kRoom : 50);
+  }
+
+  void Read() {
+    if (reads) {
+      relay.TakeAll();
+    }
   }
 
   void Receive(Site& site) {
     if (site.line != nullptr) {
-      site.line->DeviceSends(bytes.Next(1 + Draw(300)));
+      site.line->DeviceSends(talk.Bytes(1 + Draw(300)));
       (void)site.line->DeviceTakes();
     }
   }
 
-  void Unplug(Site& site) {
-    if (site.line != nullptr) {
-      machine.Unplug(site.node, *site.line);
-      site.line = nullptr;
-    }
-  }
-
   void Plug(Site& site) {
-    if (site.line == nullptr) {
-      site.line = machine.Plug(site.node);
-      site.line->openTakes = Draw(4) == 0 ? static_cast<Time>(Draw(4000)) * kMillisecond : 0;
-    }
+    sites.Plug(site);
+    site.line->openTakes = Draw(4) == 0 ? static_cast<Time>(Draw(4000)) * kMillisecond : 0;
   }
 
   void Relink() {
@@ -149,22 +122,67 @@ class Chaos {
     } else {
       relay.Reset();
     }
+    reads = true;
     // While the service looks for an adapter that data are for, or waits for a line to take them,
     // it listens to nobody.
-    for (int left = kPorts; left > 0 && !relay.TryToConnect(); --left) {
+    for (size_t left = Sites::kCount; left > 0 && !relay.TryToConnect(); --left) {
+      sites.Mend();
       for (Site& site : sites) {
-        Plug(site);
         (void)site.line->DeviceTakes();
       }
     }
-    relay.Connect();
+    if (!canGoSilent) {
+      relay.Connect();
+    }
   }
+
+  // The faults are over: a new link opens every port, and bytes come through both ways.
+  void Calm() {
+    machine.faults.End();
+    sites.Mend();
+    relay.Reset();
+    relay.data.clear();
+    std::string answer = AnswerOfNextLink(kernel, relay, OpenCommand(sites[0].port));
+    for (Site& site : sites) {
+      if (site.place != -1) {
+        answer = relay.Answer(OpenCommand(site.port));
+      }
+      Expect(kernel, Reply("open", site.port, 0), answer);
+      (void)site.line->DeviceTakes();
+      site.line->DeviceSends(talk.Bytes(20));
+      relay.Send(DataCommand(site.port, {{1, talk.Bytes(20)}}));
+    }
+    relay.AwaitData(20 * Sites::kCount);
+    for (Site& site : sites) {
+      const auto has = [&site] { return site.line->output.size() == 20; };
+      if (kernel.Wait(has, kernel.Now() + 60 * kSecond, Waits::kThrough) == Woken::kTimeout) {
+        kernel.Defect("a device gets nothing");
+      }
+    }
+  }
+
+  void Stop() {
+    kernel.Sleep(300 * kMillisecond);
+    do {
+      kernel.SendToProcess(std::array{SIGINT, SIGTERM, SIGHUP}[Draw(3)]);
+    } while (Draw(4) == 0);
+    while (Draw(3) != 0) {
+      DoSomething();
+      Pause();
+    }
+    kernel.SendToProcess(SIGTERM);
+    (void)kernel.Wait([] { return false; }, kForever, Waits::kThrough);
+  }
+
+  static constexpr size_t kRoom = 65536;
 
   Machine& machine;
   Kernel& kernel;
   Relay relay;
-  Bytes bytes;
-  std::array<Site, kPorts> sites;
+  Talk talk;
+  Sites sites;
+  bool reads = true;
+  bool canGoSilent = false;  // a link without a thread is silent for good
 };
 
 }  // namespace
@@ -175,7 +193,7 @@ Scenario ChaosScenario() {
             const auto chaos = std::make_shared<Chaos>(machine);
             (void)machine.kernel.Spawn("chaos", false, [chaos] { chaos->Play(); });
           },
-          {"exit 0", "exit 255"},
+          {"exit 0", "exit 255", "signal 6"},
           false};
 }
 

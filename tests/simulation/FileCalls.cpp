@@ -92,7 +92,7 @@ SIMULATED(ssize_t, write, int number, const void* bytes, size_t count) {
   const Target<File> file(number, "write");
   const Result result =
       file && file->canWrite ? file->Write({static_cast<const char*>(bytes), count}) : -EBADF;
-  if (result == -EIO || result == -EBADF) {
+  if (result < 0) {
     // The service offers the same bytes at once, again and again. A second of that in as many calls
     // as it really takes would show nothing more.
     Kernel::Running()->Sleep(kMillisecond);
@@ -194,6 +194,11 @@ SIMULATED(int, unlink, const char* path) {
   }
   Call call("unlink", Call::kPlain, path);
   return static_cast<int>(call.Gives(Machine::Running()->nodes.erase(path) == 1 ? 0 : -ENOENT));
+}
+
+// There is no /proc, so that tools are not looked for among the real machine's processes.
+SIMULATED(ssize_t, readlink, const char* path, char* buffer, size_t size) {
+  return IsRunning() ? Told(-ENOENT) : __real_readlink(path, buffer, size);
 }
 
 // The database: the stream keeps the text as it was when it was opened.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/Machine.h"
 
+#include <csignal>
+
 #include "serial/UsbPlaces.h"
 
 namespace simulation {
@@ -22,6 +24,13 @@ class NullNode : public Node {
     return StatusOf(S_IFCHR | 0666);
   }
 };
+
+std::string RecordOf(int index, const std::string& node) {
+  return "P: " + std::string(kUsbPlaces[static_cast<size_t>(index)]) +
+         "/1:1.0/tty\nN: " + node.substr(sizeof "/dev/" - 1) + "\nE: DEVNAME=" + node +
+         "\nE: ID_BUS=usb\nE: ID_VENDOR_ID=0403\nE: ID_MODEL_ID=" + std::to_string(6001 + index) +
+         "\n\n";
+}
 
 std::string Configuration() {
   std::string text;
@@ -82,11 +91,18 @@ void Machine::ForgetLog() {
 std::string Machine::Database() const {
   std::string text = "P: /devices/virtual/tty/tty0\nN: tty0\nE: DEVNAME=/dev/tty0\nE: MAJOR=4\n\n";
   for (const auto& [index, node] : placed) {
-    text += "P: " + std::string(kUsbPlaces[static_cast<size_t>(index)]) +
-            "/1:1.0/tty\nN: " + node.substr(sizeof "/dev/" - 1) + "\nE: DEVNAME=" + node +
-            "\nE: ID_BUS=usb\n\n";
+    text += RecordOf(index, node);
   }
   return text;
+}
+
+// A record that is not whole counts as none.
+std::map<int, std::string> Machine::PlacesIn(const std::string& database) const {
+  std::map<int, std::string> found = placed;
+  std::erase_if(found, [&database](const auto& place) {
+    return database.find(RecordOf(place.first, place.second)) == std::string::npos;
+  });
+  return found;
 }
 
 // What the service asks of the shell. The first ends with the file that udevadm writes.
@@ -94,10 +110,15 @@ int Machine::RunShell(const std::string& command) {
   if (command == std::string("udevadm info --export-db > ") + kDump) {
     auto file = std::make_shared<TextNode>();
     nodes[kDump] = file;
-    kernel.Sleep(dumpTakes);
+    const bool isSlow = faults.Strike(Fault::kSearchIsSlow);
+    kernel.Sleep(isSlow ? static_cast<Time>(kernel.Choice().Draw(10)) * kSecond : dumpTakes);
     file->text = Database();
-    oracle->Searches(placed);
-    return 0;
+    const bool fails = faults.Strike(Fault::kSearchFails);
+    if (fails) {
+      file->text.resize(kernel.Choice().Draw(file->text.size()));
+    }
+    oracle->Searches(PlacesIn(file->text));
+    return fails ? SIGKILL : 0;
   }
   if (command != std::string("rm ") + kDump) {
     kernel.Defect("an unknown command: " + command);

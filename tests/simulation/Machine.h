@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "simulation/Faults.h"
 #include "simulation/Files.h"
 #include "simulation/Network.h"
 #include "simulation/Terminal.h"
@@ -30,6 +31,7 @@ class Machine {
   const std::unique_ptr<Witness> oracle;
   Descriptors descriptors;
   Network network;
+  Faults faults;
   std::map<std::string, std::shared_ptr<Node>> nodes;  // by path
   std::map<std::string, std::string> environment;
   std::shared_ptr<Pipe> output = std::make_shared<Pipe>();
@@ -42,6 +44,7 @@ class Machine {
 
   // An adapter in USB port `index` is at `node`.
   void Place(int index, const std::string& node);
+  void Displace(int index) { placed.erase(index); }
 
   bool IsConfigured(const std::string& name) const;
 
@@ -53,6 +56,7 @@ class Machine {
 
  private:
   std::string Database() const;
+  std::map<int, std::string> PlacesIn(const std::string& database) const;
 
   std::map<int, std::string> placed;
 };

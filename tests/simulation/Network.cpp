@@ -115,6 +115,10 @@ Result Socket::Accept(std::shared_ptr<File>& accepted, in_addr_t& from) {
   if (woken == Woken::kSignal) {
     return -EINTR;
   }
+  if (Machine::Running()->faults.Strike(Fault::kNoDescriptor)) {
+    oracle.MayFail();
+    return -ENFILE;
+  }
   auto made = std::make_shared<Socket>(network);
   made->connection = listening->waiting.front();
   listening->waiting.pop_front();
@@ -140,9 +144,10 @@ Result Socket::Receive(char* buffer, size_t capacity, bool waits) {
   if (kernel.WaitCancellably(isOver, kForever) == Woken::kSignal) {
     return -EINTR;
   }
-  if (end.waiting.empty()) {
+  const bool timesOut = Machine::Running()->faults.Strike(Fault::kReceiveFails);
+  if (end.waiting.empty() || timesOut) {
     oracle.SeesTheEnd(*connection);
-    return end.hasEnded ? 0 : -std::exchange(end.error, 0);
+    return timesOut ? -ETIMEDOUT : end.hasEnded ? 0 : -std::exchange(end.error, 0);
   }
   size_t count = std::min(capacity, end.waiting.size());
   if (count > 1 && kernel.Choice().OneIn(4)) {

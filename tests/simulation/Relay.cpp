@@ -25,7 +25,7 @@ void Relay::Connect() {
   }
 }
 
-bool Relay::TryToConnect() {
+bool Relay::TryToConnect(in_addr_t from) {
   if (link != nullptr) {
     simulation::Reset(*link);  // nobody reads there any more
   }
@@ -33,7 +33,7 @@ bool Relay::TryToConnect() {
   const Woken woken = machine.kernel.Wait([this] { return machine.network.Takes(kRelayPort); },
                                           machine.kernel.Now() + kPatience / 2, Waits::kThrough);
   if (woken == Woken::kReady) {
-    link = machine.network.Connect(kRelayPort);
+    link = machine.network.Connect(kRelayPort, from);
     machine.kernel.Note("connects");
   }
   return woken == Woken::kReady;
@@ -92,8 +92,8 @@ void Relay::AwaitData(size_t count) {
 }
 
 void Relay::TakeAll() {
-  while (link != nullptr && !link->peer.waiting.empty()) {
-    (void)Next();
+  if (link != nullptr) {
+    link->peer.waiting.clear();
   }
 }
 

@@ -15,7 +15,7 @@ class Relay {
   explicit Relay(Machine& site) : machine(site) {}
 
   void Connect();
-  bool TryToConnect();  // for half a minute
+  bool TryToConnect(in_addr_t from = INADDR_LOOPBACK);  // for half a minute
   void Send(std::string_view bytes);
   // What the service sends next: "open #PhysicalPort0 0", with the status, or "data
   // #PhysicalPort0"; "end" and "reset" are the link's.
@@ -24,7 +24,7 @@ class Relay {
   std::string Answer(std::string_view command);
   // Waits until so many bytes of data have come in all.
   void AwaitData(size_t count);
-  // Reads what has come and looks at nothing but its form.
+  // Reads what has come and looks at nothing: the oracle knows what was sent.
   void TakeAll();
   void TakesAtOnce(size_t bytes);  // no more are on their way to it
   void Finish();

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <sstream>
 
 #include "simulation/Process.h"
@@ -73,6 +74,7 @@ void PlayHere(const Scenario& scenario, Chooser& chooser, bool traced, const OnE
   if (scenario.isCalm) {
     kernel.longestRun = kForever;
   }
+  std::set_terminate([] { Kernel::Running()->End("signal 6"); });
   __libc_single_threaded = 0;  // reference counts are to be atomic, as beside real threads
   Machine machine(kernel, [](const Machine& ours) { return std::make_unique<Oracle>(ours); });
   kernel.Run("main", [&] {

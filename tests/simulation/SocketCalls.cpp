@@ -12,6 +12,10 @@ SIMULATED(int, socket, int domain, int type, int protocol) {
   }
   Call call("socket", Call::kPlain);
   Machine& machine = *Machine::Running();
+  if (machine.faults.Strike(Fault::kNoDescriptor)) {
+    machine.oracle->MayFail();
+    return static_cast<int>(call.Gives(-EMFILE));
+  }
   return static_cast<int>(
       call.Gives(machine.descriptors.Add(std::make_shared<Socket>(machine.network))));
 }

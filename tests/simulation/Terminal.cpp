@@ -41,6 +41,10 @@ class Terminal : public File {
     if (line->isGone) {
       return 0;
     }
+    if (TheFaults().Strike(Fault::kReadFails)) {
+      TheOracle().FailsToRead(this);
+      return -TheFaults().Errno();
+    }
     const size_t count = std::min(capacity, line->input.size());
     std::copy_n(line->input.begin(), count, buffer);
     line->input.erase(0, count);
@@ -65,10 +69,18 @@ class Terminal : public File {
       if (woken == Woken::kSignal) {
         return done > 0 ? static_cast<Result>(done) : -EINTR;
       }
-      const size_t count = std::min(Room(), bytes.size() - done);
+      if (done == 0 && TheFaults().Strike(Fault::kWriteFails)) {
+        TheOracle().FailsToWrite();
+        return -TheFaults().Errno();
+      }
+      const bool takesOne = done == 0 && TheFaults().Strike(Fault::kWriteTakesOne);
+      const size_t count = takesOne ? 1 : std::min(Room(), bytes.size() - done);
       line->output += bytes.substr(done, count);
       TheOracle().Writes(this, bytes.substr(done, count));
       done += count;
+      if (takesOne) {
+        break;
+      }
     }
     return static_cast<Result>(done);
   }
@@ -118,13 +130,15 @@ class Terminal : public File {
 
  private:
   static Witness& TheOracle() { return *Machine::Running()->oracle; }
+  static Faults& TheFaults() { return Machine::Running()->faults; }
 
   // What a call that sets up comes to.
   Result Told() {
-    if (line->isGone) {
-      TheOracle().FailsToSetUp();
+    const bool fails = line->isGone || TheFaults().Strike(Fault::kSetUpFails);
+    if (fails) {
+      TheOracle().FailsToSetUp(this);
     }
-    return line->isGone ? -EIO : 0;
+    return fails ? -EIO : 0;
   }
 
   // VMIN bytes are waited for until they come, which the first one stands for; else VTIME tenths of
@@ -146,12 +160,17 @@ std::string Line::DeviceTakes() { return std::exchange(output, {}); }
 
 Result LineNode::Open(int /*flags*/, std::shared_ptr<File>& opened) {
   Kernel& kernel = *Kernel::Running();
+  Machine& machine = *Machine::Running();
   if (line->openTakes > 0) {
     kernel.Sleep(line->openTakes);
   }
-  if (line->isGone || line->failsToOpen != 0) {
-    Machine::Running()->oracle->FailsToOpen();
-    return line->isGone ? -EIO : -line->failsToOpen;
+  if (machine.faults.Strike(Fault::kOpenIsSlow)) {
+    kernel.Sleep(static_cast<Time>(kernel.Choice().Draw(8000)) * kMillisecond);
+  }
+  const bool fails = machine.faults.Strike(Fault::kOpenFails);
+  if (line->isGone || line->failsToOpen != 0 || fails) {
+    machine.oracle->FailsToOpen();
+    return fails ? -machine.faults.Errno() : line->isGone ? -EIO : -line->failsToOpen;
   }
   opened = std::make_shared<Terminal>(line);
   return 0;

@@ -52,11 +52,15 @@ SIMULATED(int, pthread_create, pthread_t* handle, const pthread_attr_t* attribut
   }
   Kernel& kernel = *Kernel::Running();
   kernel.Point();
+  if (Machine::Running()->faults.Strike(Fault::kNoThread)) {
+    return EAGAIN;
+  }
   Thread& made = kernel.Spawn("thread", true, [&kernel, routine, argument] {
     kernel.Current().result = routine(argument);
   });
   made.name += " " + std::to_string(made.number);
   *handle = static_cast<pthread_t>(made.number);
+  Machine::Running()->oracle->Makes(made.number);
   kernel.Point();
   return 0;
 }

@@ -29,12 +29,16 @@ class Witness {
   virtual void Sends(const Connection& /*connection*/, std::string_view /*bytes*/,
                      bool /*isWhole*/) {}
 
+  // A thread is made by this one.
+  virtual void Makes(int /*thread*/) {}
+
   // Lines. A use is an open description.
   virtual void Opens(const void* /*use*/, const std::shared_ptr<const Line>& /*line*/) {}
   virtual void FailsToOpen() {}
-  virtual void FailsToSetUp() {}  // what this thread has just opened
+  virtual void FailsToSetUp(const void* /*use*/) {}
   virtual void AsksToRead(const void* /*use*/) {}
   virtual void Reads(const void* /*use*/, std::string_view /*bytes*/) {}
+  virtual void FailsToRead(const void* /*use*/) {}
   virtual void Writes(const void* /*use*/, std::string_view /*bytes*/) {}
   virtual void FailsToWrite() {}
   virtual void Flushes(const void* /*use*/) {}

@@ -51,7 +51,7 @@ void LinkModel::Expect(bool holds, const std::string& otherwise) const {
   if (!holds) {
     const std::string which =
         current ? relay::Describe(current->Packet(), relay::Direction::kToService) : "no command";
-    machine.kernel.Defect(otherwise + ", at: " + which);
+    machine.kernel.Defect(otherwise + ", at: " + which.substr(0, 60));
   }
 }
 
@@ -154,7 +154,7 @@ void LinkModel::TakesEffect() {
 void LinkModel::Writes(const PortModel& port, std::string_view bytes) {
   Expect(current && current->Is(kCommandData) && current->port.get() == &port,
          "bytes are written that are not for this port");
-  if (std::exchange(current->isOffered, false)) {
+  if (current->Rest() != nullptr && std::exchange(current->isOffered, false)) {
     current->written = 0;
   }
   while (!bytes.empty()) {

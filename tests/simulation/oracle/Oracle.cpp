@@ -37,6 +37,9 @@ LinkModel* Oracle::CommandingLink() {
 Oracle::Hand& Oracle::Mine() { return hands[machine.kernel.Current().number]; }
 
 void Oracle::Accepts(const std::shared_ptr<Connection>& connection) {
+  if (connection->peerAddress != htonl(INADDR_LOOPBACK)) {
+    return stop.MayFail();
+  }
   Expect(links.empty() || links.back()->IsOver(), "a link is accepted beside another one");
   ForgetEnded();
   links.push_back(std::make_unique<LinkModel>(machine, connection));
@@ -102,6 +105,10 @@ void Oracle::Searches(const std::map<int, std::string>& places) {
     return;
   }
   link->current->node.clear();
+  const relay::Port& port = link->current->Packet().port;
+  if (port.IsNumbered() && !places.contains(port.productId - 0x6001)) {
+    stop.MayAbort();
+  }
   for (const auto& [index, node] : places) {
     if (link->current->Packet().port.name == "#USBSerialPort" + std::to_string(index)) {
       link->current->node = node;

@@ -29,11 +29,13 @@ class Oracle : public Witness {
   void Takes(const Connection& connection, std::string_view bytes) override;
   void SeesTheEnd(const Connection& connection) override;
   void Sends(const Connection& connection, std::string_view bytes, bool isWhole) override;
+  void Makes(int thread) override;
   void Opens(const void* use, const std::shared_ptr<const Line>& line) override;
   void FailsToOpen() override;
-  void FailsToSetUp() override;
+  void FailsToSetUp(const void* use) override;
   void AsksToRead(const void* use) override;
   void Reads(const void* use, std::string_view bytes) override;
+  void FailsToRead(const void* use) override;
   void Writes(const void* use, std::string_view bytes) override;
   void FailsToWrite() override;
   void Flushes(const void* use) override;
@@ -50,6 +52,8 @@ class Oracle : public Witness {
   struct Use {
     std::shared_ptr<PortModel> port;
     std::shared_ptr<const Line> line;
+    bool isLate = false;  // opened when its port was given up already
+    bool isFlushed = false;
     bool isRead = false;  // by its port's thread
     bool isUsed = false;  // something was read or written
     bool hasFailed = false;

@@ -15,6 +15,12 @@ Oracle::Use& Oracle::UseOf(const void* use) {
   return *found->second;
 }
 
+// What is made while an open is carried out receives for its port.
+void Oracle::Makes(int thread) {
+  LinkModel* const link = CommandingLink();
+  hands[thread].port = link != nullptr && link->current ? link->current->port : nullptr;
+}
+
 // For the port that this thread receives for, or that the command names which it carries out.
 void Oracle::Opens(const void* use, const std::shared_ptr<const Line>& line) {
   const std::string& node = line->node;
@@ -26,7 +32,7 @@ void Oracle::Opens(const void* use, const std::shared_ptr<const Line>& line) {
     Command& command = *link->current;
     if (command.Is(kCommandOpen)) {
       Expect(node == link->NodeOfOpen(), node + " is opened, and the name leads elsewhere");
-      Expect(command.port == nullptr, "opened, and it is open already");
+      Expect(command.port == nullptr || link->IsOver(), "opened, and it is open already");
       command.port = std::make_shared<PortModel>();
       command.port->name = command.Packet().port.name;
       command.port->node = node;
@@ -42,7 +48,7 @@ void Oracle::Opens(const void* use, const std::shared_ptr<const Line>& line) {
   }
   Expect(port != nullptr, node + " is opened, and nobody has asked for it");
   Expect(node == port->node, "a port is opened again at another node");
-  uses[use] = std::make_shared<Use>(Use{port, line, false, false, false});
+  uses[use] = std::make_shared<Use>(Use{port, line, IsGivenUp(*port), false, false, false, false});
 }
 
 void Oracle::FailsToOpen() {
@@ -52,9 +58,10 @@ void Oracle::FailsToOpen() {
   }
 }
 
-void Oracle::FailsToSetUp() {
+void Oracle::FailsToSetUp(const void* use) {
   if (!Mine().opened.empty()) {
     Mine().opened.clear();
+    UseOf(use).hasFailed = true;
     FailsToOpen();
   }
 }
@@ -64,6 +71,7 @@ void Oracle::AsksToRead(const void* use) {
   Use& it = UseOf(use);
   Hand& mine = Mine();
   if (!it.isRead) {
+    Expect(it.isFlushed, "what waited in " + it.line->node + " before its open is read");
     it.isRead = true;
     it.port->cameBackAt = machine.kernel.Now();
   }
@@ -83,6 +91,8 @@ void Oracle::Reads(const void* use, std::string_view bytes) {
   mine.isShown = false;
 }
 
+void Oracle::FailsToRead(const void* use) { UseOf(use).hasFailed = true; }
+
 void Oracle::Writes(const void* use, std::string_view bytes) {
   Use& it = UseOf(use);
   it.isUsed = true;
@@ -100,9 +110,18 @@ void Oracle::FailsToWrite() {
 bool Oracle::IsGivenUp(const PortModel& port) { return port.isClosing || port.link->IsOver(); }
 
 void Oracle::Flushes(const void* use) {
-  const Use& it = UseOf(use);
+  Use& it = UseOf(use);
+  it.isFlushed = true;
   Expect(!it.isUsed || it.HasFailed() || IsGivenUp(*it.port),
          "what waits in " + it.line->node + " is thrown away");
+  Expect(!it.isLate || std::none_of(uses.begin(), uses.end(),
+                                    [&it](const auto& other) {
+                                      return other.second->line == it.line &&
+                                             other.second->isRead &&
+                                             other.second->port != it.port &&
+                                             !IsGivenUp(*other.second->port);
+                                    }),
+         "who is to have let go of " + it.line->node + " throws away what waits there");
 }
 
 void Oracle::Closes(const void* use) {
