@@ -43,6 +43,10 @@ class FakeDevice final : public CAbstractSerial {
     ++closes;
     return isOpen.exchange(closeFails) && closeFails ? -1 : 0;
   }
+  int CloseForGood() override {
+    isClosedForGood = true;
+    return Close();
+  }
   int Configure(const SerialSettings&) override { return 0; }
   int Write(const uint8_t* data, int length) override {
     writes.emplace_back(data, data + length);
@@ -85,6 +89,7 @@ class FakeDevice final : public CAbstractSerial {
   std::string node = "/dev/ttyS2";
   std::atomic<bool> isPlugged{true};
   std::atomic<bool> isOpen{false};
+  std::atomic<bool> isClosedForGood{false};
   std::atomic<bool> isDrained{false};  // a read behind the last chunk has begun
   std::atomic<bool> readFails{false};  // the next one
   std::atomic<bool> closeFails{false};

@@ -197,6 +197,16 @@ TEST_F(LinuxSerialCallsTest, ACloseDuringAnOpenEndsItAndLeavesTheLineAlone) {
   EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 
+// By then somebody else may have opened it.
+TEST_F(LinuxSerialCallsTest, BehindTheCloseForGoodAnOpenLeavesTheLineAlone) {
+  ASSERT_EQ(0, serial.Open(line.Node(), kSettings));
+  EXPECT_EQ(0, serial.CloseForGood());
+  calls.clear();
+  afterOpen = [] { ADD_FAILURE() << "it is opened"; };
+  EXPECT_EQ(-1, serial.Open(line.Node(), kSettings));
+  EXPECT_THAT(calls, IsEmpty());
+}
+
 // An adapter that does not answer can hold open for seconds. The C library acts on a cancellation
 // that came meanwhile on its way out of open, although open has succeeded.
 TEST_F(LinuxSerialCallsTest, AnOpenWhoseThreadIsCancelledMeanwhileKeepsItsDescriptor) {

@@ -74,6 +74,16 @@ TEST_F(SerialPortStopTest, CloseDuringAReopenLeavesTheDeviceClosed) {
   EXPECT_FALSE(device->isOpen);
 }
 
+// A thread that was given up on could open it again when another port has it.
+TEST_F(SerialPortStopTest, OnlyAStopClosesTheDeviceForGood) {
+  ASSERT_EQ(0, Open());
+  device->readFails = true;
+  ASSERT_TRUE(WaitForOpens(2));
+  EXPECT_FALSE(device->isClosedForGood);
+  EXPECT_EQ(0, port->Close());
+  EXPECT_TRUE(device->isClosedForGood);
+}
+
 TEST_F(SerialPortStopTest,
        AThreadStuckInItsCallbackIsCancelledAfterTwoSecondsAndTouchesNothingGone) {
   int ends[2] = {-1, -1};
