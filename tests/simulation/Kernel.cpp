@@ -13,6 +13,7 @@ namespace simulation {
 namespace {
 
 constexpr Time kCallCost = kMicrosecond;
+constexpr uint64_t kMostPoints = 5'000'000;
 constexpr Time kSettled = 400 * kMillisecond;  // the service has begun
 
 Kernel* running = nullptr;
@@ -107,6 +108,15 @@ size_t Kernel::LivingThreads() const {
   }));
 }
 
+// Not counting what is still to come.
+Time Kernel::Stalled() const {
+  Time past = stalled;
+  for (const auto& thread : threads) {
+    past -= std::max<Time>(0, thread->stalledUntil - now);
+  }
+  return past;
+}
+
 bool Kernel::HasSettled() const { return now >= kSettled; }
 
 void Kernel::Point() {
@@ -120,7 +130,15 @@ void Kernel::AtomicPoint() {
   (void)DeliverSignals();
 }
 
+// Who turns in a circle takes hardly any virtual time.
+void Kernel::CountPoint() {
+  if (++points > kMostPoints && longestRun != kForever) {
+    Defect(current->name + " turns in a circle");
+  }
+}
+
 void Kernel::Dispatch() {
+  CountPoint();
   Thread* const before = current;
   if (HasSettled() && current->isService) {
     Stall();

@@ -97,15 +97,14 @@ class Kernel {
   size_t LivingThreads() const;  // of the service
 
   Time Now() const { return now; }
-  Time Stalled() const { return stalled; }  // all threads in all
-  bool HasSettled() const;                  // the service has begun
+  Time Stalled() const;     // all threads in all
+  bool HasSettled() const;  // the service has begun
   Chooser& Choice() { return chooser; }
 
   // A place where others may run and signals are delivered. Each costs a microsecond of virtual
   // time, so that a loop that looks at the clock comes to its end.
   void Point();
-  void Spend(Time duration) { now += duration; }  // on its processor
-  void AtomicPoint();                             // the same between two instructions
+  void AtomicPoint();  // the same between two instructions
   Woken Wait(const Condition& condition, Time deadline, Waits how);
   void Sleep(Time duration);
 
@@ -147,6 +146,7 @@ class Kernel {
   bool HasDeliverable(const Thread& thread) const;
   bool MustUnwind(const Thread& thread) const;
   void LetTimePass();
+  void CountPoint();
   enum class Handled { kNothing, kRestarting, kInterrupting };
   Handled DeliverSignals();
   bool IsDropped(const Thread& target, int signal) const;
@@ -164,6 +164,7 @@ class Kernel {
   std::vector<Thread*> ready;                    // of the last look, to keep its memory
   Thread* current = nullptr;
   Time now = 0;
+  uint64_t points = 0;
   Time stalled = 0;
   Action actions[kSignals];
   SignalSet processPending = 0;

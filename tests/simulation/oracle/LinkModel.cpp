@@ -143,6 +143,9 @@ void LinkModel::Answers(const relay::Packet& reply) {
 void LinkModel::TakesEffect() {
   Command& command = *current;
   if (command.Is(kCommandClose)) {
+    if (command.port != nullptr) {
+      command.port->isClosed = true;
+    }
     ports.erase(command.Packet().port.name);
   } else if (command.port != nullptr && StatusOfOpen() == kStatusDone) {
     command.port->isAnswered = true;

@@ -22,6 +22,7 @@ struct PortModel {
   const LinkModel* link = nullptr;
   bool isAnswered = false;  // its open, with status 0
   bool isClosing = false;   // a close is carried out, or was
+  bool isClosed = false;    // that one is over
   Time cameBackAt = 0;      // the last time its device was open again
 };
 

@@ -52,7 +52,7 @@ class Oracle : public Witness {
   struct Use {
     std::shared_ptr<PortModel> port;
     std::shared_ptr<const Line> line;
-    bool isLate = false;  // opened when its port was given up already
+    bool isLate = false;  // opened behind the close of its port
     bool isFlushed = false;
     bool isRead = false;  // by its port's thread
     bool isUsed = false;  // something was read or written

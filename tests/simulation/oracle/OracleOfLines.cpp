@@ -48,7 +48,8 @@ void Oracle::Opens(const void* use, const std::shared_ptr<const Line>& line) {
   }
   Expect(port != nullptr, node + " is opened, and nobody has asked for it");
   Expect(node == port->node, "a port is opened again at another node");
-  uses[use] = std::make_shared<Use>(Use{port, line, IsGivenUp(*port), false, false, false, false});
+  const bool isLate = port->isClosed || port->link != links.back().get();
+  uses[use] = std::make_shared<Use>(Use{port, line, isLate, false, false, false, false});
 }
 
 void Oracle::FailsToOpen() {
