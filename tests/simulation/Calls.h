@@ -47,18 +47,12 @@ class Call {
     if (kernel.IsTraced()) {
       kernel.Note(std::string(name) + "(" + arguments + ") = " + std::to_string(result));
     }
-    if (result < 0) {
-      kernel.Spend(kFailureCost);
-    }
     Pass();
     kernel.Current().call.clear();
     return Told(result);
   }
 
  private:
-  // Who tries again at once does not fill the run with it.
-  static constexpr Time kFailureCost = 50 * kMillisecond;
-
   void Pass() const {
     if (kind == kCancellable) {
       Kernel::Running()->CancellationPoint();

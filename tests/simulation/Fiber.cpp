@@ -52,6 +52,7 @@ std::vector<char> FirstLocals() {
 
 // The owner of the memory is the Fiber.
 struct BorrowedStack {
+  // cppcheck-suppress unusedFunction ; the library calls it
   void deallocate(boost::context::stack_context& /*stack*/) const {}
 };
 

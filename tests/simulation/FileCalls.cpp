@@ -95,7 +95,7 @@ SIMULATED(ssize_t, write, int number, const void* bytes, size_t count) {
   if (result < 0) {
     // The service offers the same bytes at once, again and again. A second of that in as many calls
     // as it really takes would show nothing more.
-    Kernel::Running()->Sleep(kMillisecond);
+    Kernel::Running()->Sleep(50 * kMillisecond);
   }
   return call.Gives(result);
 }

@@ -89,8 +89,8 @@ Outcome Play(const Scenario& scenario, const MakeChooser& makeChooser, Wanted wa
   return OutcomeOf(ReportOf([&](int report) {
     const std::unique_ptr<Chooser> decides = makeChooser();
     Recorder recorder(*decides);
-    Chooser& chooser = wanted == kSchedule ? recorder : *decides;
-    PlayHere(scenario, chooser, wanted == kTrace, [&](const Kernel& kernel, const auto& ending) {
+    Chooser* const chooser = wanted == kSchedule ? &recorder : decides.get();
+    PlayHere(scenario, *chooser, wanted == kTrace, [&](const Kernel& kernel, const auto& ending) {
       WriteWhole(report, TextOf(kernel, ending, TextOf(recorder.Recorded())));
       EndProcess();
     });
