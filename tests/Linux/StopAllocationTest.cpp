@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <memory>
 
 #include "Linux/LinuxThread.h"
 #include "Linux/Routine.h"
@@ -59,7 +60,7 @@ void writelog(const char*, const char*, const char*, const char*, const char*, i
 
 namespace {
 
-CLinuxThread* stopped = nullptr;
+std::unique_ptr<CLinuxThread> stopped;
 
 void StopInHandler(int /*signal*/) {
   isWatched = true;
@@ -69,10 +70,9 @@ void StopInHandler(int /*signal*/) {
 
 TEST(StopAllocationTest, AStopInASignalsHandlerAsksForNoMemory) {
   Routine routine;
-  CLinuxThread thread;
-  stopped = &thread;
+  stopped = std::make_unique<CLinuxThread>();
   ASSERT_NE(SIG_ERR, std::signal(SIGTERM, StopInHandler));
-  ASSERT_EQ(0, thread.Start(Routine::Run, &routine));
+  ASSERT_EQ(0, stopped->Start(Routine::Run, &routine));
   ASSERT_EQ(0, raise(SIGTERM));
   EXPECT_EQ(0, requests);
   isWatched = true;
@@ -81,6 +81,7 @@ TEST(StopAllocationTest, AStopInASignalsHandlerAsksForNoMemory) {
   isWatched = false;
   while (!CLinuxThread::WaitUntilNoneRuns(1)) {
   }
+  stopped.reset();
 }
 
 }  // namespace
