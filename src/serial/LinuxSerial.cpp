@@ -63,14 +63,17 @@ int CLinuxSerial::Open(const std::string& path, const SerialSettings& settings) 
   if (opened < 0) {
     return kDeviceNotOpened;
   }
-  if (closes != closesBefore) {
-    (void)close(opened);  // its settings and queues may be another port's by now
+  const auto isOvertaken = [this, closesBefore] { return closes != closesBefore; };
+  (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
+  const bool isSetUp = !isOvertaken() && EnterRawMode(opened) && ApplySettings(opened, settings);
+  // Once more, as the settings of an adapter that is being pulled take seconds: the line's queues,
+  // and DTR, may be another port's by now.
+  if (isOvertaken()) {
+    (void)close(opened);
     return kDeviceNotOpened;
   }
-  (void)fcntl(opened, F_SETFD, FD_CLOEXEC);  // the tools that the service runs must not hold lines
   devicePath = path;
-  if (!EnterRawMode(opened) || !ApplySettings(opened, settings) ||
-      tcflush(opened, TCIOFLUSH) != 0) {
+  if (!isSetUp || tcflush(opened, TCIOFLUSH) != 0) {
     fd.Set(opened);
     (void)Close();
     return kDeviceNotOpened;

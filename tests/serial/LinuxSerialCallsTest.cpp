@@ -29,6 +29,7 @@ std::string followedPath;  // of the device; empty: nothing is followed
 int followed = -1;         // its descriptor
 std::vector<std::string> calls;
 std::function<void()> afterOpen;
+std::function<void()> whileSetUp;
 
 // What becomes of the next calls of a name: a positive number goes through, and is how many bytes
 // a write takes; 0 takes none; a negative one is the errno. Then all go through.
@@ -124,6 +125,9 @@ int __wrap_tcgetattr(int descriptor, termios* attributes) {
 }
 
 int __wrap_tcsetattr(int descriptor, int when, const termios* attributes) {
+  if (descriptor == followed && whileSetUp) {
+    whileSetUp();
+  }
   return AnswerTo(descriptor, "tcsetattr") == -1 ? -1
                                                  : __real_tcsetattr(descriptor, when, attributes);
 }
@@ -137,8 +141,12 @@ int __wrap_tcflush(int descriptor, int queue) {
 
 namespace {
 
+using testing::AnyOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 constexpr SerialSettings kSettings = {115200, 8, kParityNone, kOneStopBit, kNoFlowControl};
 constexpr uint8_t kBytes[] = {0x41, 0x42, 0x43, 0x44, 0x45};
@@ -150,6 +158,7 @@ class LinuxSerialCallsTest : public testing::Test {
     followedPath.clear();
     calls.clear();
     afterOpen = nullptr;
+    whileSetUp = nullptr;
     answers.clear();
   }
 
@@ -194,6 +203,15 @@ TEST_F(LinuxSerialCallsTest, ACloseDuringAnOpenEndsItAndLeavesTheLineAlone) {
   afterOpen = [this] { EXPECT_EQ(0, serial.Close()); };
   EXPECT_EQ(-1, serial.Open(line.Node(), kSettings));
   EXPECT_THAT(calls, ElementsAre("close()"));
+  EXPECT_EQ(descriptors, OpenDescriptorCount());
+}
+
+// The settings of an adapter that is being pulled take seconds.
+TEST_F(LinuxSerialCallsTest, ACloseWhileAnOpenSetsUpEndsItAndDiscardsNothing) {
+  const int descriptors = OpenDescriptorCount();
+  whileSetUp = [this] { EXPECT_EQ(0, serial.Close()); };
+  EXPECT_EQ(-1, serial.Open(line.Node(), kSettings));
+  EXPECT_THAT(calls, Not(Contains(AnyOf(StartsWith("tcflush"), StartsWith("ioctl")))));
   EXPECT_EQ(descriptors, OpenDescriptorCount());
 }
 
