@@ -142,6 +142,8 @@ class Chaos {
     sites.Mend();
     relay.Reset();
     relay.data.clear();
+    // Who was held up while a port was closed still discards what waits in its line.
+    kernel.Sleep(kLongestStall);
     std::string answer = AnswerOfNextLink(kernel, relay, OpenCommand(sites[0].port));
     for (Site& site : sites) {
       if (site.place != -1) {
@@ -175,6 +177,7 @@ class Chaos {
   }
 
   static constexpr size_t kRoom = 65536;
+  static constexpr Time kLongestStall = 10 * kSecond;
 
   Machine& machine;
   Kernel& kernel;
