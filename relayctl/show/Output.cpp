@@ -12,6 +12,7 @@
 
 #include "relay/Text.h"
 #include "show/Json.h"
+#include "show/Utf8.h"
 
 namespace {
 
@@ -40,6 +41,13 @@ bool IsSet(const char* variable) {
   return value != nullptr && *value != '\0';
 }
 
+// Of a character in UTF-8. U+0080 to U+009F steer terminals as the bytes below 0x20 do.
+bool IsControl(std::string_view character) {
+  const auto last = static_cast<unsigned char>(character.back());
+  return character.size() == 1 ? last < 0x20 || last == 0x7F
+                               : character.front() == '\xC2' && last < 0xA0;
+}
+
 }  // namespace
 
 bool MayColor(int descriptor) {
@@ -60,13 +68,14 @@ std::string Paint(std::string_view text, Color color, bool isColored) {
   return Sequence(color) + std::string(text) + "\x1B[0m";
 }
 
-// 0x80 to 0x9F are control bytes too, unless they continue a UTF-8 character; that cannot be told
-// byte by byte, so only what every terminal takes for one is replaced.
 std::string Harmless(std::string_view text) {
   std::string shown;
-  for (const char byte : text) {
-    const bool isControl = static_cast<unsigned char>(byte) < 0x20 || byte == '\x7F';
-    shown += isControl ? relay::Escape(std::string_view(&byte, 1)) : std::string(1, byte);
+  while (!text.empty()) {
+    const size_t size = static_cast<unsigned char>(text[0]) < 0x80 ? 1 : Utf8Size(text);
+    const std::string_view character = text.substr(0, size > 0 ? size : 1);
+    const bool isShown = size > 0 && !IsControl(character);
+    shown += isShown ? std::string(character) : relay::Escape(character);
+    text.remove_prefix(character.size());
   }
   return shown;
 }

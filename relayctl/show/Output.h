@@ -19,8 +19,8 @@ size_t ColumnsOf(int descriptor);
 // `text` in the colour when `isColored`, else as it is.
 std::string Paint(std::string_view text, Color color, bool isColored);
 
-// `text` with every control byte escaped: what a device, another program or the command line chose
-// may not steer the terminal. UTF-8 stays.
+// `text` with every control character, and what is no UTF-8, escaped: what a device, another
+// program or the command line chose may not steer the terminal.
 std::string Harmless(std::string_view text);
 
 // Standard streams that the caller has closed become unusable ones: their numbers would go to the
