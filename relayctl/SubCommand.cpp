@@ -125,8 +125,8 @@ void SubCommand::Choice(const std::string& names, std::string& target,
 }
 
 void SubCommand::Argument(const std::string& argumentName, std::string& target,
-                          const std::string& argumentHelp) {
-  arguments.push_back({argumentName, argumentHelp, true, &target, nullptr});
+                          const std::string& argumentHelp, bool isRequired) {
+  arguments.push_back({argumentName, argumentHelp, isRequired, &target, nullptr});
 }
 
 void SubCommand::Arguments(const std::string& argumentName, std::vector<std::string>& target,
@@ -207,7 +207,7 @@ void SubCommand::TakeArguments(std::vector<std::string> words) const {
     }
     if (argument.all != nullptr) {
       *argument.all = std::exchange(words, {});
-    } else {
+    } else if (!words.empty()) {
       *argument.one = words.front();
       words.erase(words.begin());
     }

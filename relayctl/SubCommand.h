@@ -30,7 +30,8 @@ class SubCommand {
               const std::string& help);
 
   // Without a name before it. `name` is what help calls it: "PORT".
-  void Argument(const std::string& name, std::string& target, const std::string& help);
+  void Argument(const std::string& name, std::string& target, const std::string& help,
+                bool isRequired = true);
 
   // All words that are left.
   void Arguments(const std::string& name, std::vector<std::string>& target, const std::string& help,

@@ -18,6 +18,7 @@ _relayctl_options() {
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
+    log) echo --unit --follow --level --device --brief ;;
     suggest) echo --once --count --file --places --configured ;;
   esac
 }
@@ -25,13 +26,15 @@ _relayctl_options() {
 # What stands behind an option of a command: "file", "value", "none", or the words to choose from.
 _relayctl_value_of() {
   case $1:$2 in
-    *:-f | *:--file | *:-o | *:--output | *:--log | *:--link) echo file ;;
+    *:-f | *:--file | *:-o | *:--output | *:--log | *:--link | \
+      *:--device) echo file ;;
     *:--time) echo clock start delta none ;;
     *:--show) echo both hex text ;;
     *:--direction) echo guess to from ;;
+    *:--level) echo fatal error warning progress debug ;;
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
       *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
-      *:--speed | *:--wait | *:--count) echo value ;;
+      *:--speed | *:--wait | *:--count | *:--unit) echo value ;;
     *) echo none ;;
   esac
 }
@@ -40,7 +43,7 @@ _relayctl_value_of() {
 _relayctl_argument() {
   case $1:$2 in
     open:* | watch:* | record:* | doctor:*) echo port ;;
-    replay:0) echo file ;;
+    replay:0 | log:0) echo file ;;
     close:0 | write:0 | terminal:0 | pipe:0 | pty:0) echo port ;;
     *) echo none ;;
   esac
@@ -111,7 +114,7 @@ _relayctl() {
     _relayctl_offer_words "$typed" "${words[@]}"
   elif [[ -z $command ]]; then
     _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay raw \
-      decode doctor suggest
+      decode doctor log suggest
   else
     case $(_relayctl_argument "$command" "$arguments") in
       port) _relayctl_offer_ports "$typed" ;;

@@ -88,6 +88,10 @@ constexpr WrongUse kWrongUses[] = {
     {"DecodeNoHex", "decode 00z", 2, "not hex bytes: \"z\""},
     {"DecodeTwoThings", "decode 00 --file x", 2, "give HEX or --file"},
     {"DecodeAMissingFile", "decode --file /nowhere", 1, "cannot open /nowhere: No such file"},
+    {"LogAPortsName", "log --device '#PhysicalPort0'", 2, "the log has devices, as /dev/ttyUSB0"},
+    {"LogTwoPlaces", "log --unit x y", 2, "log: give FILE or --unit, not both"},
+    {"LogAMissingFile", "log --follow /nowhere", 1, "cannot open /nowhere: No such file"},
+    {"LogUnknownLevel", "log --level 3", 2, "--level"},
     {"DecodeUnknownDirection", "decode 00 --direction up", 2, "--direction"},
 };
 

@@ -2,11 +2,13 @@
 # Tests of the commands terminal, pty, doctor and suggest.
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
+  LogTest.cpp
   ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
   LIBRARIES e2e_support relayctl_parts sph_warnings)
 target_compile_definitions(RelayctlPartsTest PRIVATE
+  SPH_OPERATIONS="${PROJECT_SOURCE_DIR}/docs/operations.md"
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 
 # The real doctor, and the real service.
