@@ -58,7 +58,7 @@ class Chaos {
 
   void DoSomething() {
     Site& site = Any();
-    switch (Draw(12)) {
+    switch (Draw(13)) {
       case 0:
       case 1:
       case 2:
@@ -77,6 +77,8 @@ class Chaos {
         return Plug(site);
       case 10:
         return Draw(2) == 0 ? Relink() : ReadOrNot();
+      case 11:
+        return sites.Configure();
       default:
         return Say(talk.Nonsense());
     }

@@ -25,22 +25,21 @@ class NullNode : public Node {
   }
 };
 
+// Whoever has opened it reads this one, also when another one is in its place.
+class ConfigurationNode : public TextNode {
+ public:
+  using TextNode::TextNode;
+  Result Open(int flags, std::shared_ptr<File>& opened) override {
+    Machine::Running()->oracle->Configures(text);
+    return TextNode::Open(flags, opened);
+  }
+};
+
 std::string RecordOf(int index, const std::string& node) {
   return "P: " + std::string(kUsbPlaces[static_cast<size_t>(index)]) +
          "/1:1.0/tty\nN: " + node.substr(sizeof "/dev/" - 1) + "\nE: DEVNAME=" + node +
          "\nE: ID_BUS=usb\nE: ID_VENDOR_ID=0403\nE: ID_MODEL_ID=" + std::to_string(6001 + index) +
          "\n\n";
-}
-
-std::string Configuration() {
-  std::string text;
-  for (const std::string& name : {std::string("#PhysicalPort0"), std::string("#USBSerialPort0"),
-                                  std::string("#USBSerialPort1"), std::string("#USBSerialPort2"),
-                                  std::string("#USBSerialPort3"), std::string("#USBSerialPort4"),
-                                  std::string("#USBSerialPort5")}) {
-    text += "[" + name + "]\nbaud = 115200\ndata = 8\nparity = none\nstop = 1\nflow = none\n";
-  }
-  return text;
 }
 
 }  // namespace
@@ -49,7 +48,8 @@ Machine::Machine(Kernel& threads, const Watched& watched)
     : kernel(threads), oracle(watched(*this)) {
   ofThisRun = this;
   nodes["/dev/null"] = std::make_shared<NullNode>();
-  nodes[kConfiguration] = std::make_shared<TextNode>(Configuration());
+  Configure({"#PhysicalPort0", "#USBSerialPort0", "#USBSerialPort1", "#USBSerialPort2",
+             "#USBSerialPort3", "#USBSerialPort4", "#USBSerialPort5"});
   nodes[kLog] = std::make_shared<TextNode>();
   environment["KXLOGGER_FILE"] = kLog;
   (void)descriptors.Add(std::make_shared<Null>());
@@ -75,9 +75,12 @@ void Machine::Unplug(const std::string& node, Line& line) {
 
 void Machine::Place(int index, const std::string& node) { placed[index] = node; }
 
-bool Machine::IsConfigured(const std::string& name) const {
-  const auto& file = static_cast<const TextNode&>(*nodes.at(kConfiguration));
-  return file.text.find("[" + name + "]\n") != std::string::npos;
+void Machine::Configure(const std::vector<std::string>& ports) {
+  std::string text;
+  for (const std::string& name : ports) {
+    text += "[" + name + "]\nbaud = 115200\ndata = 8\nparity = none\nstop = 1\nflow = none\n";
+  }
+  nodes[kConfiguration] = std::make_shared<ConfigurationNode>(text);
 }
 
 std::string Machine::Log() const { return static_cast<const TextNode&>(*nodes.at(kLog)).text; }

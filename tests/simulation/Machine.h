@@ -46,7 +46,8 @@ class Machine {
   void Place(int index, const std::string& node);
   void Displace(int index) { placed.erase(index); }
 
-  bool IsConfigured(const std::string& name) const;
+  // A configuration of these ports, in the place of the one before.
+  void Configure(const std::vector<std::string>& ports);
 
   std::string Log() const;
   void ForgetLog();

@@ -55,6 +55,16 @@ void Sites::Unplug(Site& site) {
   site.line = nullptr;
 }
 
+void Sites::Configure() {
+  std::vector<std::string> some;
+  for (const Site& site : sites) {
+    if (machine.kernel.Choice().Draw(3) != 0) {
+      some.push_back(site.port.name);
+    }
+  }
+  machine.Configure(some);
+}
+
 // An open port may hold any name: it gets a line there, too.
 void Sites::Mend() {
   for (int number = 0; number < kNames; ++number) {
@@ -63,11 +73,14 @@ void Sites::Mend() {
       machine.Plug(node)->room = kPlenty;
     }
   }
+  std::vector<std::string> all;
   for (Site& site : sites) {
+    all.push_back(site.port.name);
     Plug(site);
     site.line->openTakes = 0;
     site.line->room = kPlenty;
   }
+  machine.Configure(all);
 }
 
 }  // namespace simulation

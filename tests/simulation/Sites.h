@@ -30,7 +30,9 @@ class Sites {
 
   void Plug(Site& site);
   void Unplug(Site& site);
-  // Everything is there, takes what comes and answers at once.
+  // Some of them have no settings.
+  void Configure();
+  // Everything is there, has settings, takes what comes and answers at once.
   void Mend();
 
  private:

@@ -48,6 +48,9 @@ class Witness {
   virtual void Listens() {}
   virtual void MayFail() {}
 
+  // What the configuration says to who reads it now.
+  virtual void Configures(const std::string& /*text*/) {}
+
   // What a search finds: the node at each place.
   virtual void Searches(const std::map<int, std::string>& /*places*/) {}
 

@@ -117,7 +117,7 @@ int LinkModel::StatusOfOpen() const {
   if (command.port != nullptr && command.port->isAnswered) {
     return kStatusUnavailable;
   }
-  if (!machine.IsConfigured(command.Packet().port.name) || NodeOfOpen().empty()) {
+  if (!command.isConfigured || NodeOfOpen().empty()) {
     return kStatusNoPort;
   }
   return command.hasFailed ? kStatusOpenFailed : kStatusDone;

@@ -31,6 +31,7 @@ struct Command {
   relay::ParsedPacket parsed;
   Time began = 0;
   std::shared_ptr<PortModel> port;  // that it opens, closes or writes to
+  bool isConfigured = false;        // as the configuration said when it was read
   std::string node;                 // to which the last search has led
   int lines = 0;                    // of the log: what is carried out
   bool isAnswered = false;

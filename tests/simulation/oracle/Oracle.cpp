@@ -99,6 +99,14 @@ void Oracle::Notifies(const LinkModel& link, const relay::Packet& packet) {
   mine.unsent.erase(0, packet.Data().size());
 }
 
+void Oracle::Configures(const std::string& text) {
+  if (LinkModel* const link = CommandingLink(); link != nullptr && link->current) {
+    Command& command = *link->current;
+    const std::string section = "[" + command.Packet().port.name + "]\n";
+    command.isConfigured = text.find(section) != std::string::npos;
+  }
+}
+
 void Oracle::Searches(const std::map<int, std::string>& places) {
   LinkModel* const link = CommandingLink();
   if (link == nullptr || !link->current) {

@@ -42,6 +42,7 @@ class Oracle : public Witness {
   void Closes(const void* use) override;
   void Listens() override { stop.Listens(); }
   void MayFail() override { stop.MayFail(); }
+  void Configures(const std::string& text) override;
   void Searches(const std::map<int, std::string>& places) override;
   void Logs(std::string_view text) override;
   void Prints(bool isError, std::string_view text) override;
