@@ -22,6 +22,8 @@ void OpensNothing(Bench& bench) {
   struct stat status {};
   bench.Saw(Told("stat", stat("/tmp/nothing", &status)));
   bench.Saw(Told("unlink", unlink("/tmp/nothing")));
+  char target[16];
+  bench.Saw(Told("readlink", readlink("/tmp/nothing", target, sizeof target)));
   bench.Saw(std::fopen("/tmp/nothing", "re") == nullptr ? Told("fopen", -1) : "fopen a stream");
 }
 
