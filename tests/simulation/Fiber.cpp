@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/Fiber.h"
 
+#include <execinfo.h>
 #include <link.h>
 
 #include <algorithm>
@@ -9,8 +10,12 @@
 #include <memory>
 #include <utility>
 
+extern "C" int __real_backtrace(void** frames, int capacity);
+
 namespace simulation {
 namespace {
+
+constexpr int kMostFrames = 64;
 
 // Where the thread-local variables of this program lie on the real thread, and their first values.
 struct Locals {
@@ -80,6 +85,21 @@ Fiber::~Fiber() {}  // NOLINT(modernize-use-equals-default): the member of a uni
 bool Fiber::IsLocal(const void* address) {
   const Locals& own = OwnLocals();
   return address >= own.begin && address < own.begin + own.size;
+}
+
+std::vector<void*> Fiber::StackHere() {
+  std::vector<void*> frames(kMostFrames);
+  frames.resize(static_cast<size_t>(__real_backtrace(frames.data(), kMostFrames)));
+  return frames;
+}
+
+std::vector<void*> Fiber::Stack() {
+  std::vector<void*> frames;
+  rest = std::move(rest).resume_with([&frames](boost::context::fiber&& asker) {
+    frames = StackHere();
+    return std::move(asker).resume();
+  });
+  return frames;
 }
 
 void Fiber::SwitchTo(Fiber& next) {

@@ -28,6 +28,11 @@ class Fiber {
   // Whether a thread-local variable of this program is there.
   static bool IsLocal(const void* address);
 
+  // The return addresses on the stack of the one that runs, and of another one, which cannot be
+  // switched to any more.
+  static std::vector<void*> StackHere();
+  std::vector<void*> Stack();
+
   // Goes on where `next` left off, until somebody switches back to this one, which is running.
   void SwitchTo(Fiber& next);
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "simulation/Races.h"
+#include "simulation/Stacks.h"
 
 namespace simulation {
 namespace {
@@ -268,7 +269,22 @@ void Kernel::End(const std::string& text) {
   __builtin_trap();
 }
 
-void Kernel::Defect(const std::string& text) { End("defect: " + text); }
+void Kernel::Defect(const std::string& text) {
+  if (isTraced) {
+    NoteStacks();
+  }
+  End("defect: " + text);
+}
+
+// Where each thread is. Who has not begun has no stack.
+void Kernel::NoteStacks() {
+  for (const auto& thread : threads) {
+    if (thread->isService && !thread->isEnded && thread->stackBase != nullptr) {
+      const auto stack = thread.get() == current ? Fiber::StackHere() : thread->fiber->Stack();
+      trace.Append(thread->name + ":\n" + PlacesIn(stack));
+    }
+  }
+}
 
 void Kernel::Misuse(const std::string& text) {
   if (!allowsMisuse) {

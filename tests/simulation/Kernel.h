@@ -139,6 +139,7 @@ class Kernel {
  private:
   static constexpr int kSignals = 65;
 
+  void NoteStacks();
   void Dispatch();
   void Stall();
   Thread* Pick();

@@ -14,6 +14,8 @@ class Trace {
  public:
   void Note(int64_t now, const Thread& thread, const std::string& text);
 
+  void Append(const std::string& text) { lines += text; }
+
   const std::string& Text() const { return lines; }
 
  private:
