@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "simulation/Scenario.h"
 #include "simulation/Scripts.h"
 #include "simulation/Sites.h"
 #include "simulation/Talk.h"
@@ -190,11 +191,23 @@ class Chaos {
   bool canGoSilent = false;  // a link without a thread is silent for good
 };
 
+void TroubleStreams(Machine& machine) {
+  switch (machine.kernel.Choice().Draw(8)) {
+    case 0:
+      return LeaveTheLogUnread(machine);
+    case 1:
+      return ReadErrorsSlowly(machine);
+    default:
+      return;
+  }
+}
+
 }  // namespace
 
 Scenario ChaosScenario() {
   return {"chaos",
           [](Machine& machine) {
+            TroubleStreams(machine);
             const auto chaos = std::make_shared<Chaos>(machine);
             (void)machine.kernel.Spawn("chaos", false, [chaos] { chaos->Play(); });
           },

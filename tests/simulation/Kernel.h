@@ -124,6 +124,7 @@ class Kernel {
   const Action& ActionOf(int signal) const { return actions[static_cast<size_t>(signal)]; }
   void SetAction(int signal, const Action& action);
   void SendToProcess(int signal);
+  bool HasHandled() const { return hasHandled; }  // some signal
   void SendToThread(Thread& thread, int signal);
 
   [[noreturn]] void End(const std::string& text);
@@ -170,6 +171,7 @@ class Kernel {
   Action actions[kSignals];
   SignalSet processPending = 0;
   bool allowsMisuse = false;
+  bool hasHandled = false;
   Trace trace;
 };
 

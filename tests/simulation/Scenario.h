@@ -25,6 +25,11 @@ std::vector<Scenario> FloodScenarios();   // relays that do not read
 std::vector<Scenario> StreamScenarios();  // standard streams that nobody reads
 std::vector<Scenario> StopScenarios();    // signals against whatever is under way
 
+// Before the service starts: nobody reads standard error, where the log goes, too; or it is read
+// slowly.
+void LeaveTheLogUnread(Machine& machine);
+void ReadErrorsSlowly(Machine& machine);
+
 // So many days of an ordinary site: seven ports, an unplug a day, a relay's restart a week, traffic
 // in bursts. What the service holds is the same at the end of each week.
 Scenario DaysOfASite(int days);

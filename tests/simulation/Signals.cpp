@@ -67,6 +67,7 @@ Kernel::Handled Kernel::DeliverSignals() {
     handled = std::max({handled, DeliverSignals(),
                         action.restarts ? Handled::kRestarting : Handled::kInterrupting});
     Note("signal " + std::to_string(signal));
+    hasHandled = true;
     ++current->handlers;
     action.handler(signal);
     --current->handlers;

@@ -5,7 +5,6 @@
 #include "simulation/Scripts.h"
 
 namespace simulation {
-namespace {
 
 // Before the service starts: the log goes to standard error, of which nobody reads anything.
 void LeaveTheLogUnread(Machine& machine) {
@@ -14,6 +13,23 @@ void LeaveTheLogUnread(Machine& machine) {
   machine.errors->limit = 1;
   machine.losesErrors = true;
 }
+
+// A text is lost here only by a thread that is held up itself.
+void ReadErrorsSlowly(Machine& machine) {
+  machine.losesErrors = true;
+  machine.errors->takesAll = false;
+  machine.errors->limit = 1;
+  Kernel& kernel = machine.kernel;
+  (void)kernel.Spawn("reader", false, [&machine, &kernel] {
+    for (;;) {
+      const size_t waiting = machine.errors->Waiting();
+      (void)machine.errors->Take(waiting == 0 ? 0 : 1 + kernel.Choice().Draw(waiting));
+      kernel.Sleep(20 * kMillisecond);
+    }
+  });
+}
+
+namespace {
 
 void ALogThatNobodyReads(Machine& machine, Relay& relay) {
   const auto line = machine.Plug(kUartNode);
@@ -53,21 +69,6 @@ void ALogThatIsReadByteByByte(Machine& machine, Relay& relay) {
   EndService(machine);
   kernel.Sleep(60 * kSecond);
   EndService(machine);  // one that comes before the service's first look is forgotten
-}
-
-// A text is lost here only by a thread that is held up itself.
-void ReadErrorsSlowly(Machine& machine) {
-  machine.losesErrors = true;
-  machine.errors->takesAll = false;
-  machine.errors->limit = 1;
-  Kernel& kernel = machine.kernel;
-  (void)kernel.Spawn("reader", false, [&machine, &kernel] {
-    for (;;) {
-      const size_t waiting = machine.errors->Waiting();
-      (void)machine.errors->Take(waiting == 0 ? 0 : 1 + kernel.Choice().Draw(waiting));
-      kernel.Sleep(20 * kMillisecond);
-    }
-  });
 }
 
 // The dumps of two ports' data on a full pipe.
