@@ -14,10 +14,8 @@ namespace {
 
 // A connection, and its far side.
 struct Link {
-  explicit Link(Bench& bench) : listening(Listening()) {
-    peer = bench.Connects(kPort);
-    number = Accepted(listening);
-  }
+  explicit Link(Bench& bench)
+      : listening(Listening()), peer(bench.Connects(kPort)), number(Accepted(listening)) {}
 
   std::string Recv(size_t capacity, int flags = 0) const {
     std::string buffer(capacity, '\0');

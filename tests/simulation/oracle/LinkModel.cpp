@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/oracle/LinkModel.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "simulation/Machine.h"
@@ -99,7 +100,7 @@ void LinkModel::Begin(std::string_view packet) {
   command.parsed = relay::ParsePacket(packet, relay::Direction::kToService);
   command.began = machine.kernel.Now();
   std::string& name = command.parsed.packet.port.name;
-  name = name.substr(0, name.find('\0'));
+  name.resize(std::min(name.find('\0'), name.size()));
   const auto found = ports.find(name);
   if (found != ports.end()) {
     command.port = found->second;
