@@ -2,7 +2,7 @@
 # Tests of the commands terminal, pty, doctor and suggest.
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
-  LogTest.cpp
+  LogRecordTest.cpp
   ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
