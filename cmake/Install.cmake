@@ -62,6 +62,8 @@ if(SPH_INSTALL_SYSTEMD)
   set(unit ${PROJECT_BINARY_DIR}/packaging/serial-port-handler.service)
   configure_file(${sph_packaging}/serial-port-handler.service.in ${unit} @ONLY)
   install(FILES ${unit} DESTINATION ${SPH_SYSTEMD_UNIT_DIR})
+  install(PROGRAMS ${sph_packaging}/wait-until-listening
+          DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/serial-port-handler)
   install(FILES ${sph_packaging}/modules-load.conf DESTINATION ${SPH_MODULES_LOAD_DIR}
           RENAME serial-port-handler.conf)
 endif()

@@ -61,7 +61,8 @@ def pc(build: pathlib.Path, folder: pathlib.Path) -> list[str]:
     (overlay / "etc/machine-id").write_text("5e71a1907e574be0a5e71a1907e574be\n")
     _install_service(build, overlay)
     _add_units(overlay)
-    kind = guest.Kind("amd64", "linux-image-amd64", build, packages=SYSTEMD, overlay=overlay)
+    kind = guest.Kind("amd64", "linux-image-amd64", build, ("SerialPortHandler", "relayctl"),
+                      SYSTEMD, overlay=overlay)
     command = command_line(guest.image(kind, folder))
     shutil.rmtree(overlay)
     return command

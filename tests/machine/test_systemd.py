@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import json
 import pathlib
+import re
 from collections.abc import Iterator
 
 import pytest
@@ -14,13 +15,15 @@ import packages
 import systemd_pc
 from figures import Figure
 from machine import ADAPTERS, UART, Machine, settings
-from relay import CLOSE, Relay
+from relay import CLOSE, Relay, numbered
 from systemd_pc import SERVICE
 from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
 
 PHYSICAL_PORT = "#PhysicalPort0"
 EXIT_TEXT = "終了"
 EXAMPLES = packages.ROOT / "packaging/examples"
+VERSION, = re.findall(r"^project\(SerialPortHandler VERSION ([\d.]+)",
+                      (packages.ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)
 DROP_INS = f"/run/systemd/system/{SERVICE}.d"
 
 
@@ -58,6 +61,11 @@ def times_of(machine: Machine, *messages: str) -> list[float]:
         assert len(found) == 1, f"{message!r} in {[entry['MESSAGE'] for entry in entries]}"
         times.append(int(found[0]["__MONOTONIC_TIMESTAMP"]) / 1e6)
     return times
+
+
+def add_drop_in(machine: Machine, text: str) -> None:
+    machine.run(f"mkdir -p {DROP_INS} && cat >{DROP_INS}/test.conf <<'END'\n{text}END\n"
+                "systemctl daemon-reload")
 
 
 def connected(machine: Machine) -> Relay:
@@ -131,9 +139,8 @@ def test_killed_it_is_back_within_the_restart_time(machine: Machine, figure: Fig
 
 def test_stopped_it_says_so_and_ends_with_status_0(machine: Machine) -> None:
     example = EXAMPLES / "received-bytes-to-the-journal.conf"  # standard error, too, that is
-    machine.run(f"mkdir -p {DROP_INS} && cat >{DROP_INS}/example.conf <<'END'\n"
-                f"{example.read_text()}END")
-    machine.run(f"systemctl daemon-reload && systemctl restart {SERVICE}")
+    add_drop_in(machine, example.read_text())
+    machine.run(f"systemctl restart {SERVICE}")
     machine.waits_for_listen(2)
     relay = connected(machine)
     process = property_of(machine, "MainPID")
@@ -145,3 +152,62 @@ def test_stopped_it_says_so_and_ends_with_status_0(machine: Machine) -> None:
     assert property_of(machine, "Result") == "success"
     assert property_of(machine, "ActiveState") == "inactive"
     assert property_of(machine, "NRestarts") == "0"
+
+
+# Connects once, and fails when it is refused.
+RELAY_UNIT = f"""[Unit]
+Requires={SERVICE}
+After={SERVICE}
+[Service]
+Type=oneshot
+RemainAfterExit=yes
+ExecStart=socat -u OPEN:/dev/null TCP:127.0.0.1:60004
+"""
+SLOW_START = """[Service]
+ExecStart=
+ExecStart=sh -c 'until [ -e /run/go ]; do sleep 0.1; done; exec /usr/local/sbin/SerialPortHandler'
+"""
+
+
+def test_what_is_ordered_after_it_finds_it_listening(machine: Machine) -> None:
+    add_drop_in(machine, SLOW_START)
+    machine.run(f"cat >/run/systemd/system/relay.service <<'END'\n{RELAY_UNIT}END\n"
+                f"systemctl stop {SERVICE}; systemctl start --no-block relay")
+    machine.waits(f"[ $(systemctl show --value --property SubState {SERVICE}) = start-post ]")
+    assert property_of(machine, "ActiveState") == "activating"
+    machine.run("touch /run/go")
+    machine.waits("systemctl is-active --quiet relay")
+
+
+def test_a_start_without_the_port_fails_until_it_is_free(machine: Machine) -> None:
+    machine.run(f"systemctl stop {SERVICE}; systemd-run --unit taker --service-type exec "
+                "socat TCP-LISTEN:60004,bind=127.0.0.1,fork OPEN:/dev/null")
+    machine.waits("grep -q ' 0100007F:EA64 00000000:0000 0A ' /proc/net/tcp")
+    assert "started" not in machine.run(f"systemctl start {SERVICE} && echo started", check=False)
+    assert property_of(machine, "ActiveState") == "activating"  # it is tried again
+    machine.run("systemctl stop taker")
+    machine.waits(f"systemctl is-active --quiet {SERVICE}")
+    connected(machine)
+
+
+def test_the_journal_has_what_an_operator_wants_as_errors(machine: Machine) -> None:
+    machine.configure({PHYSICAL_PORT: settings(), "#PhysicalPort1": settings()})
+    relay = connected(machine)
+    relay.sends_bytes(b"\0\3\1")
+    relay.cannot_open("#PhysicalPort1", 2)
+    relay.sends(CLOSE, numbered(0xDEAD, 0xBEEF))
+    relay.waits_for_end()
+    machine.waits_for_listen(2)
+    told = [entry["MESSAGE"] for entry in journal(machine, f"--unit {SERVICE} --priority err")]
+    assert [line.rsplit(" 4 ")[-1] for line in told] == [
+        "Command parse failed.", "Cannot open serial device. [Port ]",
+        "It has ended: killed, ABRT."]
+    of_service = journal(machine, "--identifier SerialPortHandler")
+    assert {entry["SERIAL_PORT_HANDLER_VERSION"] for entry in of_service} == {VERSION}
+
+    shown = machine.run("/opt/service/bin/relayctl --json log --unit serial-port-handler")
+    records = [json.loads(line) for line in shown.splitlines()]
+    assert all("time" in record for record in records)
+    assert [record["event"] for record in records if record.get("level") == "error"] == [
+        "malformed-packet", "no-device", "unknown"]
+    assert [record["event"] for record in records].count("listening") == 2

@@ -42,7 +42,7 @@ def test_the_unit_exposes_little(tree: Path) -> None:
 
 def test_the_unit_has_no_fault(tree: Path) -> None:
     unit = tree / "lib/systemd/system/serial-port-handler.service"
-    text = unit.read_text().replace("ExecStart=/usr", f"ExecStart={tree}/usr")
+    text = re.sub(r"(?m)^(Exec\w+=)/usr", rf"\g<1>{tree}/usr", unit.read_text())
     # The pages need not be installed here.
     copy = tree / "serial-port-handler.service"
     copy.write_text("".join(line for line in text.splitlines(keepends=True)

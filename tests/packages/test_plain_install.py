@@ -21,6 +21,7 @@ FILES = [
     "lib/serial-port-handler/libvost.so",
     "lib/systemd/system/serial-port-handler.service",
     "lib/udev/rules.d/60-serial-port-handler.rules",
+    "libexec/serial-port-handler/wait-until-listening",
     "sbin/SerialPortHandler",
 ]
 
