@@ -18,6 +18,8 @@ SYSTEMD = ("systemd", "libsystemd-shared", "libsystemd0", "libapparmor1", "libau
            "libcrypt1", "libgcrypt20", "libgpg-error0", "libip4tc2", "liblz4-1", "libmount1",
            "libpam0g", "libseccomp2", "libfdisk1", "libuuid1", "libcryptsetup12", "libjson-c5",
            "libdevmapper1.02.1", "libargon2-1")
+FIREWALL = ("nftables", "libnftables1", "libnftnl11", "libmnl0", "libgmp10", "libjansson4",
+            "libxtables12", "libedit2", "libbsd0", "libmd0", "libtinfo6")
 STARTED = ("test-network.service", "test-shell.service", "test-journal.service", SERVICE)
 # Nobody logs in, and there are no disks.
 NOT_STARTED = ("getty.target", "systemd-logind.service", "systemd-firstboot.service",
@@ -62,7 +64,7 @@ def pc(build: pathlib.Path, folder: pathlib.Path) -> list[str]:
     _install_service(build, overlay)
     _add_units(overlay)
     kind = guest.Kind("amd64", "linux-image-amd64", build, ("SerialPortHandler", "relayctl"),
-                      SYSTEMD, overlay=overlay)
+                      (*SYSTEMD, *FIREWALL), (*guest.Kind.drivers, "nft_reject_inet"), overlay)
     command = command_line(guest.image(kind, folder))
     shutil.rmtree(overlay)
     return command

@@ -211,3 +211,25 @@ def test_the_journal_has_what_an_operator_wants_as_errors(machine: Machine) -> N
     assert [record["event"] for record in records if record.get("level") == "error"] == [
         "malformed-packet", "no-device", "unknown"]
     assert [record["event"] for record in records].count("listening") == 2
+
+
+# A close of a port that is not open: answered, and nothing else happens.
+ASK = r"printf '\0\7\2\2\0\1X' | socat -t 10 - TCP:127.0.0.1:60004"
+ANSWER = "00 09 02 02 00 01 58 00 02"
+
+
+def test_the_firewall_example_lets_only_the_relay_service_connect(machine: Machine) -> None:
+    def asks(user: str) -> str:
+        return machine.run(f"su {user} -c \"{ASK}\" | od -An -tx1", check=False).strip()
+
+    for number, user in enumerate(("relay", "other")):
+        machine.run(f"echo {user}:x:99{number}:99{number}::/:/bin/sh >>/etc/passwd")
+    assert asks("other") == ANSWER
+    machine.waits_for_listen(2)
+    rules = (EXAMPLES / "only-relay-may-connect.nft").read_text()
+    machine.run(f"cat >/run/rules <<'END'\n{rules}END\nnft -f /run/rules && nft -f /run/rules")
+    for user in ("other", "root"):
+        assert asks(user).endswith("Connection refused")
+    assert asks("relay") == ANSWER
+    machine.waits_for_listen(3)
+    assert machine.run("grep -c '^.ACCEPT' /run/service.out") == "2"
