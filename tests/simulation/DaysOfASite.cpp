@@ -45,6 +45,9 @@ class OrdinarySite {
       ExpectHeld(machine, held);
       memory.push_back(MemoryInUse());
     }
+    if (memory.empty()) {
+      return;
+    }
     const auto weeks = static_cast<std::ptrdiff_t>(memory.size() / 4);
     const size_t first = *std::min_element(memory.begin(), memory.begin() + weeks + 1);
     const size_t last = *std::min_element(memory.end() - weeks - 1, memory.end());
@@ -129,8 +132,7 @@ class OrdinarySite {
   void ForgetTexts() {
     machine.ForgetLog();
     for (Pipe* const pipe : {machine.output.get(), machine.errors.get()}) {
-      pipe->text.clear();
-      pipe->text.shrink_to_fit();
+      pipe->Forget();
     }
   }
 

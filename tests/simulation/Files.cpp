@@ -130,6 +130,11 @@ std::string Pipe::Take(size_t atMost) {
   return bytes;
 }
 
+void Pipe::Forget() {
+  text.erase(0, std::exchange(taken, 0));
+  text.shrink_to_fit();
+}
+
 size_t Pipe::Put(std::string_view bytes, bool isBeginning) {
   size_t done = 0;
   const size_t odd = bytes.size() % kPage;

@@ -114,6 +114,7 @@ class Pipe {
 
   // The reader's side.
   std::string Take(size_t atMost);
+  void Forget();  // what has been taken
   bool takesAll = true;
   bool hasReader = true;
   size_t limit = 16;  // pages
@@ -123,7 +124,7 @@ class Pipe {
   bool HasRoom() const { return pages.size() < limit; }
   size_t Waiting() const { return text.size() - taken; }
 
-  std::string text;  // all that was ever written
+  std::string text;  // all that was written and is not forgotten
 
  private:
   struct Page {
