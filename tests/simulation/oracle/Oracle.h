@@ -74,6 +74,7 @@ class Oracle : public Witness {
   void ForgetEnded();
   LinkModel* LinkOf(const Connection& connection);
   LinkModel* CommandingLink();  // whose commands this thread carries out
+  static relay::ParsedPacket Parsed(const LinkModel& link, std::string_view packet);
   Hand& Mine();
   Use& UseOf(const void* use);
   void Expect(bool holds, const std::string& otherwise) const;
