@@ -55,7 +55,7 @@ std::unique_ptr<LogStream> Open(Options& options) {
 class Filter {
  public:
   explicit Filter(const Options& options) : device(options.device) {
-    for (const Severity one : kSeverities) {
+    for (const LogSeverity one : kSeverities) {
       if (options.level == WordOf(one)) {
         least = one;
       }
@@ -69,11 +69,12 @@ class Filter {
   }
 
  private:
-  static constexpr Severity kSeverities[] = {Severity::kFatal, Severity::kError, Severity::kWarning,
-                                             Severity::kProgress, Severity::kDebug};
+  static constexpr LogSeverity kSeverities[] = {LogSeverity::kFatal, LogSeverity::kError,
+                                                LogSeverity::kWarning, LogSeverity::kProgress,
+                                                LogSeverity::kDebug};
 
   const std::string& device;
-  std::optional<Severity> least;
+  std::optional<LogSeverity> least;
 };
 
 void Check(const Options& options) {

@@ -40,16 +40,16 @@ std::optional<Number> NumberOf(std::string_view text) {
 }
 
 // syslog(3) has eight levels.
-std::optional<Severity> SeverityOfPriority(std::string_view text) {
+std::optional<LogSeverity> SeverityOfPriority(std::string_view text) {
   const auto priority = NumberOf<unsigned>(text);
   if (!priority || *priority > 7) {
     return std::nullopt;
   }
-  return *priority < 3    ? Severity::kFatal
-         : *priority == 3 ? Severity::kError
-         : *priority == 4 ? Severity::kWarning
-         : *priority < 7  ? Severity::kProgress
-                          : Severity::kDebug;
+  return *priority < 3    ? LogSeverity::kFatal
+         : *priority == 3 ? LogSeverity::kError
+         : *priority == 4 ? LogSeverity::kWarning
+         : *priority < 7  ? LogSeverity::kProgress
+                          : LogSeverity::kDebug;
 }
 
 }  // namespace

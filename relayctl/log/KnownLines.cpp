@@ -5,10 +5,10 @@
 
 namespace {
 
-constexpr Severity kFatal = Severity::kFatal;
-constexpr Severity kError = Severity::kError;
-constexpr Severity kDebug = Severity::kDebug;
-constexpr Severity kProgress = Severity::kProgress;
+constexpr LogSeverity kFatal = LogSeverity::kFatal;
+constexpr LogSeverity kError = LogSeverity::kError;
+constexpr LogSeverity kDebug = LogSeverity::kDebug;
+constexpr LogSeverity kProgress = LogSeverity::kProgress;
 
 constexpr std::string_view kService = "SerialPortHandler";
 constexpr std::string_view kThread = "LinuxThread";

@@ -11,7 +11,7 @@
 
 struct KnownLine {
   std::string_view event;  // its name for scripts
-  Severity severity;
+  LogSeverity severity;
   std::string_view module;  // of a log line; empty: it comes from a stream of the console
   std::string_view file;    // the log line's; else kOutput or kErrors
   std::string_view forms;   // "sh: {R}|rm: {R}": either, and what varies in braces, by its name

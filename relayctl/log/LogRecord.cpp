@@ -44,15 +44,15 @@ std::optional<LogTime> TimeFrom(std::string_view text) {
          std::chrono::seconds(second) + std::chrono::microseconds(number(20, 6));
 }
 
-std::optional<Severity> SeverityFrom(std::string_view text) {
+std::optional<LogSeverity> SeverityFrom(std::string_view text) {
   int level = 0;
   const auto parsed = std::from_chars(text.data(), text.data() + text.size(), level);
   if (text.empty() || parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) {
     return std::nullopt;
   }
-  return level <= 0  ? Severity::kFatal
-         : level > 3 ? Severity::kDebug
-                     : static_cast<Severity>(level);
+  return level <= 0  ? LogSeverity::kFatal
+         : level > 3 ? LogSeverity::kDebug
+                     : static_cast<LogSeverity>(level);
 }
 
 // What stands in front of the next blank, taken off; nothing where there is none.
@@ -143,7 +143,7 @@ std::string IsoText(LogTime time) {
   return text.data();
 }
 
-const char* WordOf(Severity severity) {
+const char* WordOf(LogSeverity severity) {
   constexpr std::array kWords = {"fatal", "error", "warning", "progress", "debug"};
   return kWords[static_cast<size_t>(severity)];
 }

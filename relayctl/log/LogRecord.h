@@ -8,14 +8,15 @@
 
 struct KnownLine;
 
-enum class Severity { kFatal, kError, kWarning, kProgress, kDebug };
+enum class LogSeverity { kFatal, kError, kWarning, kProgress, kDebug };
 
 using LogTime = std::chrono::sys_time<std::chrono::microseconds>;
 
 // What the line does not tell is empty.
 struct LogRecord {
   std::optional<LogTime> time;
-  std::optional<Severity> severity;  // what the line says itself counts before what is known of it
+  // What the line says itself counts before what is known of it, and that before the journal's.
+  std::optional<LogSeverity> severity;
   std::string module;                // of a log line
   std::string source;                // "SerialPort.cpp:45", "standard error", who wrote it else
   std::string what;                  // the message; all of a line that is no log line
@@ -30,4 +31,4 @@ LogRecord RecordOf(std::string_view line);
 // "2026-11-21T02:50:26.668817Z", of years from 0 to 9999.
 std::string IsoText(LogTime time);
 
-const char* WordOf(Severity severity);  // "fatal", "error", "warning", "progress", "debug"
+const char* WordOf(LogSeverity severity);  // "fatal", "error", "warning", "progress", "debug"

@@ -10,10 +10,10 @@ namespace {
 constexpr size_t kLevelWidth = 9;  // "progress "
 constexpr const char* kIndent = "    ";
 
-Color ColorOf(Severity severity) {
-  return severity <= Severity::kError     ? Color::kBad
-         : severity == Severity::kWarning ? Color::kWarning
-                                          : Color::kNone;
+Color ColorOf(LogSeverity severity) {
+  return severity <= LogSeverity::kError     ? Color::kBad
+         : severity == LogSeverity::kWarning ? Color::kWarning
+                                             : Color::kNone;
 }
 
 }  // namespace
