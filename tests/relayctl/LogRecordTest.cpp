@@ -12,6 +12,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 // "EVENT LEVEL SOURCE DEVICE", what is not there as a dash.
 std::string Summary(const LogRecord& record) {
   const auto part = [](std::string_view text) { return text.empty() ? "-" : std::string(text); };
@@ -153,7 +155,7 @@ std::string Entries(JournalExport& journal) {
 }
 
 TEST(JournalExportTest, IsCutIntoEntriesWhereverItsPiecesEnd) {
-  const std::string text("__CURSOR=a\nMESSAGE=one\n\nMESSAGE\n\3\0\0\0\0\0\0\0a\nb\nX=\n\n", 50);
+  const std::string text = "__CURSOR=a\nMESSAGE=one\n\nMESSAGE\n\3\0\0\0\0\0\0\0a\nb\nX=\n\n"s;
   for (size_t cut = 0; cut <= text.size(); ++cut) {
     JournalExport journal;
     journal.Add(text.substr(0, cut));
