@@ -28,10 +28,14 @@ bool Print(const Report& report, bool asJson) {
 
 int Doctor(const CommonOptions& common, const Options& options) {
   const bool isGiven = common.givenRelayPort != 0;
-  const Machine machine = Machine::Now(isGiven ? std::optional(common.RelayPort()) : std::nullopt);
+  const LineAccess lines = options.open ? LineAccess::kAll : LineAccess::kOpenOnes;
+  const Machine machine =
+      Machine::Now(isGiven ? std::optional(common.RelayPort()) : std::nullopt, lines);
   const uint16_t relayPort =
       isGiven ? common.RelayPort() : static_cast<uint16_t>(machine.configuration.relayPort);
-  bool anyFault = Print(ExamineService(machine, relayPort), common.json);
+  Report service = ExamineService(machine, relayPort);
+  NotePeers(service);
+  bool anyFault = Print(service, common.json);
   std::vector<std::string> ports = options.ports;
   if (ports.empty()) {
     for (const ConfiguredPort& configured : machine.configuration.ports) {
@@ -39,7 +43,7 @@ int Doctor(const CommonOptions& common, const Options& options) {
     }
   }
   for (const std::string& name : ports) {
-    anyFault |= Print(ExaminePort(machine, name, options.open), common.json);
+    anyFault |= Print(ExaminePort(machine, name, lines), common.json);
   }
   return anyFault ? kExitDifferent : kExitDone;
 }

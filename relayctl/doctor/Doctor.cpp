@@ -3,15 +3,18 @@
 
 #include "serial/PortNameResolver.h"
 
-Machine Machine::Now(std::optional<uint16_t> relayPort) {
+Machine Machine::Now(std::optional<uint16_t> relayPort, LineAccess lines) {
   Machine machine;
   machine.service = FindService(machine.processes, relayPort);
+  machine.unit = LookAtUnit(machine.service);
+  machine.log = ReadServiceLog(machine.service, machine.unit);
   machine.configuration = ReadConfigurationOf(machine.service);
   machine.udev = UdevSnapshot::Take(machine.udevProblem);
   if (machine.service.process) {
-    machine.activity =
-        WatchService(machine.processes, *machine.service.process,
-                     relayPort.value_or(static_cast<uint16_t>(machine.configuration.relayPort)));
+    machine.process = LookAtProcess(machine.processes, machine.service);
+    machine.activity = WatchService(
+        machine.processes, *machine.service.process,
+        relayPort.value_or(static_cast<uint16_t>(machine.configuration.relayPort)), lines);
   }
   return machine;
 }

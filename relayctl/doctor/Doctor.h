@@ -14,23 +14,28 @@
 #include "machine/ProcessTable.h"
 #include "machine/RunningService.h"
 #include "machine/ServiceActivity.h"
+#include "machine/ServiceLog.h"
+#include "machine/ServiceProcess.h"
+#include "machine/ServiceUnit.h"
 #include "machine/UdevSnapshot.h"
 
 // The machine as it is at one moment.
 struct Machine {
   RunningService service;
+  ServiceProcess process;  // nothing when no service runs, nor is there activity then
+  ServiceUnit unit;
+  ServiceLog log;
   MachineConfiguration configuration;  // as the service has it
   UdevSnapshot udev{""};
   std::string udevProblem;  // why `udev` is empty
+  ServiceActivity activity;
   ProcessTable processes;
   std::string sys = "/sys";
   std::vector<std::string> ruleFolders = {"/etc/udev/rules.d", "/run/udev/rules.d",
                                           "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
 
   // `relayPort`: where the service should listen that is meant, if there are several.
-  ServiceActivity activity;  // nothing when no service runs
-
-  static Machine Now(std::optional<uint16_t> relayPort);
+  static Machine Now(std::optional<uint16_t> relayPort, LineAccess lines);
 };
 
 // The node that a name leads to on this machine; empty: none.
@@ -40,5 +45,8 @@ std::string NodeOf(const Machine& machine, const std::string& name);
 // where it should listen.
 Report ExamineService(const Machine& machine, uint16_t relayPort);
 
-// One port by its name. `mayOpen`: the line's counters are read also when nobody has the port open.
-Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen);
+// For whoever wants to use the link: adds to such a report who has it.
+void NotePeers(Report& service);
+
+// One port by its name. With LineAccess::kNone no more than whether it can work.
+Report ExaminePort(const Machine& machine, const std::string& name, LineAccess lines);

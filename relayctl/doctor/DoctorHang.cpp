@@ -4,33 +4,43 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 #include "machine/TerminalDevice.h"
+#include "show/Spans.h"
 
 namespace {
 
 constexpr const char* kRestart = "restart the service: systemctl restart serial-port-handler";
 
-std::string SecondsOf(const ServiceActivity& activity) {
+// That a peer has not read, before it is worth a word.
+constexpr double kLongWait = 0.1;
+
+std::string SecondsText(double seconds) {
   std::array<char, 32> text{};
-  (void)std::snprintf(text.data(), text.size(), "%.1f s",
-                      static_cast<double>(activity.moment.count()) / 1000);
+  (void)std::snprintf(text.data(), text.size(), "%.1f s", seconds);
   return text.data();
 }
 
-std::string Bytes(uint64_t count) {
-  return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+std::string SecondsOf(const ServiceActivity& activity) {
+  return SecondsText(static_cast<double>(activity.moment.count()) / 1000);
+}
+
+// That the thread writes to; nullptr: none that is configured.
+const ConfiguredPort* PortOf(const Machine& machine, const ThreadActivity& thread) {
+  for (const ConfiguredPort& port : machine.configuration.ports) {
+    const std::string node = NodeOf(machine, port.name);
+    if (!node.empty() && InspectNode(node).number == thread.terminalNumber) {
+      return &port;
+    }
+  }
+  return nullptr;
 }
 
 // "/dev/ttyUSB0 (#USBSerialPort3)"
 std::string TerminalOf(const Machine& machine, const ThreadActivity& thread) {
-  for (const ConfiguredPort& port : machine.configuration.ports) {
-    const std::string node = NodeOf(machine, port.name);
-    if (!node.empty() && InspectNode(node).number == thread.terminalNumber) {
-      return thread.terminal + " (" + port.name + ")";
-    }
-  }
-  return thread.terminal;
+  const ConfiguredPort* const port = PortOf(machine, thread);
+  return thread.terminal + (port != nullptr ? " (" + port->name + ")" : "");
 }
 
 std::string PortsWithoutDevice(const Machine& machine) {
@@ -44,10 +54,29 @@ std::string PortsWithoutDevice(const Machine& machine) {
   return names.empty() ? "" : "; configured and without a device: " + names;
 }
 
-bool IsStuck(const ThreadActivity& thread) { return thread.wroteAlways && !thread.terminalMoves; }
+enum class WriteState { kNone, kMoves, kUnclear, kStuck };
 
-bool IsMovingWrite(const ThreadActivity& thread) {
-  return !thread.terminal.empty() && thread.terminalMoves;
+// The longest that a line may take from one step to the next: the kernel wakes a writer up when its
+// buffer has all but run empty.
+double LongestStep(const Machine& machine, const ThreadActivity& thread) {
+  constexpr double kBits = 4096 * 10;
+  constexpr double kSlowest = 2400;
+  const ConfiguredPort* const port = PortOf(machine, thread);
+  const double baud = port != nullptr ? std::atof(port->words.front().c_str()) : 0;
+  return 1.5 * kBits / (baud > 0 ? baud : kSlowest);
+}
+
+// Where the line itself was not asked how far it is, time has to tell.
+WriteState StateOf(const Machine& machine, const ThreadActivity& thread) {
+  if (thread.terminal.empty() || (!thread.terminalMoves && !thread.wroteAlways)) {
+    return WriteState::kNone;
+  }
+  if (thread.terminalMoves) {
+    return WriteState::kMoves;
+  }
+  return machine.activity.linesWereAsked || thread.idle >= LongestStep(machine, thread)
+             ? WriteState::kStuck
+             : WriteState::kUnclear;
 }
 
 // What a thread that is driven by events does in one go takes less than a millisecond. One that
@@ -69,9 +98,14 @@ bool IsUnread(const LinkActivity& link) {
 }
 
 // Whether the service may be busy with a line that is slow, which is no fault.
-bool MayBeSlowLine(const ServiceActivity& activity) {
-  return !activity.callsAreShown ||
-         std::any_of(activity.threads.begin(), activity.threads.end(), IsMovingWrite);
+bool MayBeSlowLine(const Machine& machine) {
+  const ServiceActivity& activity = machine.activity;
+  return !activity.callsAreShown || std::any_of(activity.threads.begin(), activity.threads.end(),
+                                                [&](const ThreadActivity& thread) {
+                                                  const WriteState state = StateOf(machine, thread);
+                                                  return state == WriteState::kMoves ||
+                                                         state == WriteState::kUnclear;
+                                                });
 }
 
 void ExamineState(const Machine& machine, Report& report) {
@@ -84,20 +118,47 @@ void ExamineState(const Machine& machine, Report& report) {
   }
 }
 
+// That a thread has not moved for.
+std::string StillText(const Machine& machine, const ThreadActivity& thread) {
+  return SecondsText(
+      std::max(static_cast<double>(machine.activity.moment.count()) / 1000, thread.idle));
+}
+
+void ExamineStuckWrite(const Machine& machine, const ThreadActivity& thread, Report& report) {
+  const bool isShown = !thread.waitChannel.empty() && thread.waitChannel != "0";
+  report.Fault("the write to " + TerminalOf(machine, thread) + " has not moved for " +
+                   StillText(machine, thread) + ": the device takes no bytes" +
+                   (isShown ? " (thread " + std::to_string(thread.id) + " waits in " +
+                                  thread.waitChannel + ")"
+                            : ""),
+               "wake the device up, or set flow = none if it has no flow control; then restart "
+               "the service");
+}
+
 void ExamineThread(const Machine& machine, const ThreadActivity& thread, Report& report) {
-  const ServiceActivity& activity = machine.activity;
-  if (IsStuck(thread)) {
-    const bool isShown = !thread.waitChannel.empty() && thread.waitChannel != "0";
-    report.Fault("the write to " + TerminalOf(machine, thread) + " has not moved for " +
-                     SecondsOf(activity) + ": the device takes no bytes" +
-                     (isShown ? " (thread " + std::to_string(thread.id) + " waits in " +
-                                    thread.waitChannel + ")"
-                              : ""),
-                 "wake the device up, or set flow = none if it has no flow control; then restart "
-                 "the service");
-  } else if (IsMovingWrite(thread)) {
-    report.Note("a write to " + TerminalOf(machine, thread) +
-                " is under way, and moves: what the peer sends waits behind it");
+  switch (StateOf(machine, thread)) {
+    case WriteState::kStuck:
+      ExamineStuckWrite(machine, thread, report);
+      break;
+    case WriteState::kMoves:
+      report.Note("a write to " + TerminalOf(machine, thread) +
+                  " is under way, and moves: what the peer sends waits behind it");
+      break;
+    case WriteState::kUnclear:
+      report.findings.push_back({thread.idle > 0 ? Grade::kNote : Grade::kWarning,
+                                 "a write to " + TerminalOf(machine, thread) +
+                                     " has not moved for " + StillText(machine, thread) +
+                                     ": the line is slow, or the device takes no bytes",
+                                 "relayctl doctor asks the line itself which it is"});
+      break;
+    case WriteState::kNone:
+      break;
+  }
+  if (thread.waitsForReader) {
+    report.Warning("thread " + std::to_string(thread.id) +
+                       " waits for whoever reads the service's standard streams, and what a port "
+                       "receives waits with it",
+                   "have them read, or give both streams a file, the journal or /dev/null");
   }
 }
 
@@ -133,10 +194,10 @@ void ExamineUnread(const Machine& machine, const LinkActivity& link, Report& rep
   const std::string who = hasLeft ? "the peer has left, which the service has not noticed for " +
                                         SecondsOf(activity) + "; "
                                   : "";
-  const std::string what = who + Bytes(count) + " of " +
+  const std::string what = who + BytesText(count) + " of " +
                            (hasLeft ? "it" : PeerNameOf(machine, link)) +
                            " wait to be read, and none was in " + SecondsOf(activity);
-  if (!MayBeSlowLine(activity)) {
+  if (!MayBeSlowLine(machine)) {
     report.Fault(what + ": the service hangs", kRestart);
   } else if (activity.callsAreShown) {
     report.Note(what);
@@ -153,18 +214,23 @@ void ExamineLink(const Machine& machine, const LinkActivity& link, Report& repor
   }
   if (link.socket.inode != 0 && link.wasUnsent && !link.peerHasRead) {
     const std::string peer = PeerNameOf(machine, link);
-    report.Fault(peer + " does not read: " + Bytes(link.socket.unsent) +
+    report.Fault(peer + " does not read: " + BytesText(link.socket.unsent) +
                      " wait for it, and it took none in " + SecondsOf(activity) +
                      "; that holds up answers and what the ports receive",
                  "mend or restart " + peer);
+  }
+  if (IsServed(link) && link.traffic && link.traffic->windowWasFull >= kLongWait) {
+    report.Note(PeerNameOf(machine, link) + " has let the service wait for room for " +
+                    SecondsText(link.traffic->windowWasFull) +
+                    " in all: an answer to what it sent meanwhile may stand inside a notification",
+                "a relay service must read at all times; have it connect afresh");
   }
 }
 
 // One that nobody has accepted: the service takes one peer at a time.
 void ExamineQueue(const Machine& machine, Report& report) {
   const std::vector<LinkActivity>& links = machine.activity.links;
-  const bool isServed = std::any_of(
-      links.begin(), links.end(), [](const LinkActivity& link) { return link.socket.inode != 0; });
+  const bool isServed = std::any_of(links.begin(), links.end(), IsServed);
   for (const LinkActivity& link : links) {
     if (link.socket.inode == 0 && link.socket.state == kTcpEstablished && !isServed) {
       report.Fault(PeerNameOf(machine, link) + " is connected and has not been accepted for " +

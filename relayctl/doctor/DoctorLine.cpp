@@ -10,13 +10,16 @@ namespace {
 // An adapter that waits longer than this before it passes a lone byte on slows every answer down.
 constexpr int kQuickLatencyMillis = 1;
 
-void ExamineHardware(const TerminalHardware& hardware, const ProcessTable& processes,
-                     Report& report) {
+void ExamineChip(const TerminalHardware& hardware, Report& report) {
   report.Fact("driver", hardware.driver);
   if (hardware.uartType == 0) {
     report.Fault("no UART answers at this node: an open is answered with status 4",
                  "enable it in the firmware, or describe its address with setserial");
   }
+}
+
+void ExamineQuality(const TerminalHardware& hardware, const ProcessTable& processes,
+                    Report& report) {
   if (!hardware.name.empty() && processes.IsConsole(hardware.name)) {
     report.Warning("the kernel writes its messages to this line",
                    "remove console=" + hardware.name + " from the kernel's command line");
@@ -161,16 +164,22 @@ void ExamineCounters(const std::string& path, Report& report) {
 }  // namespace
 
 void ExamineLine(const Machine& machine, const std::string& path, const TerminalNode& node,
-                 bool mayOpen, Report& report) {
+                 LineAccess lines, Report& report) {
   const TerminalHardware hardware = InspectHardware(node.number, machine.sys);
-  ExamineHardware(hardware, machine.processes, report);
+  ExamineChip(hardware, report);
+  if (lines != LineAccess::kNone) {
+    ExamineQuality(hardware, machine.processes, report);
+  }
   ExamineAccess(machine, node, report);
   const bool isOpen = ExamineHolders(machine, node, hardware.name, report);
+  if (lines == LineAccess::kNone) {
+    return;
+  }
   const UdevDevice* const device = machine.udev.AtNode(path);
   if (device != nullptr && device->Property("ID_BUS") == "usb") {
     ExamineGrabbers(machine, *device, report);
   }
-  if (isOpen || mayOpen) {
+  if (isOpen || lines == LineAccess::kAll) {
     ExamineCounters(path, report);
   } else {
     report.Note("counters not read: nobody has it open, and opening it would raise DTR",

@@ -23,7 +23,7 @@ void ExamineSettings(const MachineConfiguration& configuration, Report& report) 
   }
   report.Fact("line", port->Line());
   for (const SettingProblem& problem : port->problems) {
-    report.findings.push_back({problem.isFault ? Severity::kFault : Severity::kWarning,
+    report.findings.push_back({problem.isFault ? Grade::kFault : Grade::kWarning,
                                "in the configuration: " + problem.text,
                                "correct it in " + configuration.path});
   }
@@ -128,7 +128,7 @@ void ExamineIds(const Machine& machine, Report& report) {
 
 }  // namespace
 
-Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen) {
+Report ExaminePort(const Machine& machine, const std::string& name, LineAccess lines) {
   Report report{name};
   if (relay::Port::FromText(name).IsNumbered()) {
     ExamineIds(machine, report);
@@ -139,11 +139,11 @@ Report ExaminePort(const Machine& machine, const std::string& name, bool mayOpen
   if (!path.empty()) {
     const TerminalNode node = InspectNode(path);
     if (ExamineNode(path, node, report)) {
-      ExamineLine(machine, path, node, mayOpen, report);
+      ExamineLine(machine, path, node, lines, report);
     }
   }
   if (std::all_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
-        return finding.severity == Severity::kNote || finding.severity == Severity::kGood;
+        return finding.severity == Grade::kNote || finding.severity == Grade::kGood;
       })) {
     report.Good("nothing stands in the way of this port");
   }

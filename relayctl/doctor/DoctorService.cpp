@@ -9,6 +9,8 @@
 
 #include "doctor/Doctor.h"
 #include "doctor/DoctorHang.h"
+#include "doctor/DoctorProcess.h"
+#include "doctor/OpenPorts.h"
 
 namespace {
 
@@ -17,6 +19,7 @@ constexpr uint32_t kLoopback = INADDR_LOOPBACK;
 // Where the service's searches dump the udev database.
 constexpr const char* kDumpFile = "/tmp/deviceinfo.txt";
 constexpr const char* kLogVariable = "KXLOGGER_FILE";
+constexpr const char* kPeerFact = "peer";
 
 void ExamineConfiguration(const MachineConfiguration& configuration, Report& report) {
   report.Fact("configuration", configuration.path);
@@ -81,10 +84,7 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
   const auto served = std::stable_partition(links.begin(), links.end(),
                                             [](const TcpSocket& link) { return link.inode != 0; });
   for (auto link = links.begin(); link != served; ++link) {
-    const std::string who = machine.processes.NamesOfPeer(*link, sockets);
-    report.Fact("peer", who);
-    report.Note("the relay port is taken by " + who + ": the service has one peer at a time",
-                "end it before you use another relay; relayctl's commands would wait");
+    report.Fact(kPeerFact, machine.processes.NamesOfPeer(*link, sockets));
   }
   for (auto link = served; link != links.end() && served != links.begin(); ++link) {
     report.Warning(machine.processes.NamesOfPeer(*link, sockets) +
@@ -149,10 +149,23 @@ Report ExamineService(const Machine& machine, uint16_t relayPort) {
     ExamineBorrowers(machine, sockets, relayPort, report);
   }
   ExamineActivity(machine, report);
+  ExamineOpenPorts(machine, report);
+  ExamineProcess(machine, report);
   if (!machine.udevProblem.empty()) {
     report.Fault("no USB port can be found: " + machine.udevProblem,
                  "install udev; the service runs \"udevadm info --export-db\"");
   }
   ExamineDumpFile(machine.service, report);
   return report;
+}
+
+void NotePeers(Report& service) {
+  const auto facts = service.facts;
+  for (const auto& [key, value] : facts) {
+    if (key == kPeerFact) {
+      service.Note("the relay port is taken by " + std::get<std::string>(value) +
+                       ": the service has one peer at a time",
+                   "end it before you use another relay; relayctl's commands would wait");
+    }
+  }
 }

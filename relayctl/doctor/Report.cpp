@@ -13,15 +13,15 @@ struct Look {
   Color color;
 };
 
-constexpr Look LookOf(Severity severity) {
+constexpr Look LookOf(Grade severity) {
   switch (severity) {
-    case Severity::kGood:
+    case Grade::kGood:
       return {"ok", Color::kGood};
-    case Severity::kNote:
+    case Grade::kNote:
       return {"note", Color::kNote};
-    case Severity::kWarning:
+    case Grade::kWarning:
       return {"warning", Color::kWarning};
-    case Severity::kFault:
+    case Grade::kFault:
       break;
   }
   return {"fault", Color::kBad};
@@ -89,7 +89,7 @@ void Report::Fact(const std::string& key, FactValue value) {
 
 bool Report::HasFault() const {
   return std::any_of(findings.begin(), findings.end(),
-                     [](const Finding& finding) { return finding.severity == Severity::kFault; });
+                     [](const Finding& finding) { return finding.severity == Grade::kFault; });
 }
 
 std::string Report::Text(bool colour) const {

@@ -132,20 +132,27 @@ ProcessSearch ProcessTable::HoldersOf(dev_t device) const {
   return search;
 }
 
-ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
+ProcessSearch ProcessTable::HoldersOf(const std::string& link) const {
   ProcessSearch search;
-  const std::string text = "socket:[" + std::to_string(inode) + "]";
-  const auto isSocket = [&text](const std::string& descriptor) {
-    return LinkOf(descriptor) == text;
-  };
+  const auto isIt = [&link](const std::string& descriptor) { return LinkOf(descriptor) == link; };
   for (const pid_t pid : Pids()) {
     bool found = false;
-    search.complete &= AnyDescriptor(FolderOf(pid) + "/fd", isSocket, found);
+    search.complete &= AnyDescriptor(FolderOf(pid) + "/fd", isIt, found);
     if (found) {
       search.found.push_back(Describe(pid));
     }
   }
   return search;
+}
+
+ProcessSearch ProcessTable::OwnersOf(uint64_t inode) const {
+  return HoldersOf("socket:[" + std::to_string(inode) + "]");
+}
+
+ProcessSearch ProcessTable::OwnersOfPeer(const TcpSocket& link,
+                                         const std::vector<TcpSocket>& sockets) const {
+  const TcpSocket* const peer = PeerOf(link, sockets);
+  return peer != nullptr && peer->inode != 0 ? OwnersOf(peer->inode) : ProcessSearch{};
 }
 
 std::string ProcessTable::NamesOfPeer(const TcpSocket& link,
@@ -197,6 +204,7 @@ std::vector<TcpSocket> ProcessTable::TcpSockets() const {
     ReadEndpoint(local, socket.localAddress, socket.localPort);
     ReadEndpoint(remote, socket.remoteAddress, socket.remotePort);
     socket.state = NumberFrom<unsigned>(state, 16);
+    socket.user = NumberFrom<uid_t>(user);
     socket.unsent = NumberFrom<uint64_t>(queues.substr(0, queues.find(':')), 16);
     socket.unread = NumberFrom<uint64_t>(queues.substr(queues.find(':') + 1), 16);
     sockets.push_back(socket);

@@ -44,6 +44,7 @@ struct TcpSocket {
   uint64_t unread = 0;  // bytes that wait for whoever has the socket
   uint64_t unsent = 0;  // bytes that the other end has not taken yet
   uint64_t inode = 0;   // 0: no process has it yet, or any more
+  uid_t user = 0;       // whose it is
 };
 constexpr unsigned kTcpEstablished = 1;
 constexpr unsigned kTcpPeerHasLeft = 8;
@@ -60,10 +61,16 @@ class ProcessTable {
   // Who has the character device with this number open. Opens nothing itself.
   ProcessSearch HoldersOf(dev_t device) const;
 
+  // Who has a pipe or socket, by what the kernel calls it: "pipe:[123]".
+  ProcessSearch HoldersOf(const std::string& link) const;
+
   // Who has this socket.
   ProcessSearch OwnersOf(uint64_t inode) const;
 
-  // The names of those who have the other end of a connection, or that there is nobody.
+  // Who has the other end of a connection.
+  ProcessSearch OwnersOfPeer(const TcpSocket& link, const std::vector<TcpSocket>& sockets) const;
+
+  // Their names, or that there is nobody.
   std::string NamesOfPeer(const TcpSocket& link, const std::vector<TcpSocket>& sockets) const;
 
   // "/proc/12", where it is and will be gone with the process.

@@ -27,12 +27,12 @@ std::optional<int> ReadNumber(const std::string& path) {
   return file >> number ? std::optional(number) : std::nullopt;
 }
 
+}  // namespace
+
 std::string UserName(uid_t user) {
   const passwd* const entry = getpwuid(user);
   return entry != nullptr ? entry->pw_name : std::to_string(user);
 }
-
-}  // namespace
 
 std::string TerminalNode::Owner() const { return UserName(owner); }
 

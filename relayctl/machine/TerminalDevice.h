@@ -8,6 +8,9 @@
 
 #include "machine/ProcessTable.h"
 
+// Which lines a look may open for a moment. Opening one that nobody has open raises its DTR.
+enum class LineAccess { kNone, kOpenOnes, kAll };
+
 // What the file system tells about a device node. Nothing here opens it.
 struct TerminalNode {
   bool exists = false;
@@ -29,7 +32,8 @@ TerminalNode InspectNode(const std::string& path);
 // Whether the node's permissions let `process` read and write it.
 bool MayOpen(const TerminalNode& node, const Process& process);
 
-// The name of the calling user, else the number.
+// The user's name, else the number.
+std::string UserName(uid_t user);
 std::string CurrentUser();
 
 // What sysfs tells about the terminal with this number. `sys`: the folder, "/sys" but for tests.

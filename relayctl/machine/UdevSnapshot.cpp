@@ -1,34 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "machine/UdevSnapshot.h"
 
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <utility>
 
+#include "machine/ToolOutput.h"
 #include "serial/UdevScanner.h"
 
 namespace {
 
-// The first line is udevadm's process number.
-constexpr const char* kDumpCommand = "echo $$; exec udevadm info --export-db";
+constexpr const char* kDumpCommand = "udevadm info --export-db";
 constexpr const char* kUsbPortName = "#USBSerialPort";
-
-// It takes a fraction of a second, also on a slow board.
-constexpr std::chrono::seconds kPatience{5};
-
-// A real database has tens of kilobytes. What prints without end is none.
-constexpr size_t kLargestDump = size_t{64} << 20;
 
 bool IsNumber(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(),
@@ -91,26 +78,6 @@ std::vector<UdevDevice> Parse(const std::string& text) {
   return devices;
 }
 
-// Reads to the end, or as much as a database may have. False when that takes too long.
-bool ReadDump(int descriptor, std::string& dump) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  std::array<char, 65536> buffer;
-  while (dump.size() < kLargestDump) {
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    pollfd ready{descriptor, POLLIN, 0};
-    if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0) {
-      return false;
-    }
-    const ssize_t count = read(descriptor, buffer.data(), buffer.size());
-    if (count <= 0) {
-      break;
-    }
-    dump.append(buffer.data(), static_cast<size_t>(count));
-  }
-  return true;
-}
-
 bool IsSerialAdapter(const UdevDevice& device) {
   return device.node.starts_with("/dev/tty") && device.Property("ID_BUS") == "usb";
 }
@@ -139,31 +106,11 @@ std::string UdevDevice::Property(const std::string& key) const {
 UdevSnapshot::UdevSnapshot(std::string dump) : text(std::move(dump)), devices(Parse(text)) {}
 
 UdevSnapshot UdevSnapshot::Take(std::string& error) {
-  FILE* const pipe = popen(kDumpCommand, "re");
-  if (pipe == nullptr) {
-    error = "udevadm cannot be started";
-    return UdevSnapshot("");
-  }
-  std::string dump;
-  const bool inTime = ReadDump(fileno(pipe), dump);
-  const size_t lineEnd = std::min(dump.find('\n'), dump.size());
-  const pid_t tool = std::atoi(dump.substr(0, lineEnd).c_str());
-  dump.erase(0, lineEnd + 1);
-  if (!inTime && tool > 0) {
-    (void)kill(tool, SIGKILL);
-  }
-  const int status = pclose(pipe);
-  if (!inTime) {
-    error = "\"udevadm info --export-db\" does not end";
-    return UdevSnapshot("");
-  }
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || dump.empty()) {
-    error = WIFEXITED(status) && WEXITSTATUS(status) == 127
-                ? "udevadm is not installed, or not on PATH"
-                : "\"udevadm info --export-db\" failed";
-    return UdevSnapshot("");
-  }
-  return UdevSnapshot(std::move(dump));
+  ToolOutput dump = RunTool(kDumpCommand);
+  error = dump.problem.empty() && dump.text.empty()
+              ? "\"" + std::string(kDumpCommand) + "\" prints nothing"
+              : dump.problem;
+  return UdevSnapshot(error.empty() ? std::move(dump.text) : "");
 }
 
 const UdevDevice* UdevSnapshot::AtNode(const std::string& node) const {

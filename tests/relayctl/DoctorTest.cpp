@@ -76,9 +76,13 @@ class DoctorTest : public testing::Test {
   }
 
   std::string Port(const std::string& name) {
-    return ExaminePort(machine, name, false).Text(false);
+    return ExaminePort(machine, name, LineAccess::kOpenOnes).Text(false);
   }
-  std::string Service() { return ExamineService(machine, 60004).Text(false); }
+  std::string Service() {
+    Report report = ExamineService(machine, 60004);
+    NotePeers(report);
+    return report.Text(false);
+  }
 
   const workplace::Folders folders;
   const std::string proc = "/tmp/e2e/doctor/proc";
@@ -97,7 +101,7 @@ bool Has(const std::string& text, const std::string& part) {
 TEST_F(DoctorTest, AWholePortHasNoFault) {
   const Device device("/dev/ttyUSB0");
   machine.udev = UdevSnapshot(AdapterAtThePlace("ttyUSB0"));
-  const Report report = ExaminePort(machine, "#USBSerialPort0", false);
+  const Report report = ExaminePort(machine, "#USBSerialPort0", LineAccess::kOpenOnes);
   EXPECT_FALSE(report.HasFault());
   const std::string text = report.Text(false);
   EXPECT_HAS(text, "nothing stands in the way");

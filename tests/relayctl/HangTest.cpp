@@ -5,55 +5,17 @@
 
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <regex>
 #include <stop_token>
 #include <thread>
 
-#include "relayctl/RelayctlTest.h"
+#include "relayctl/HangingServiceTest.h"
 
 namespace {
 
-class HangTest : public RelayctlTest {
+class HangTest : public HangingServiceTest {
  protected:
-  // A data command for #PhysicalPort0 with more bytes than the device's buffer holds.
-  static std::string LongWrite() {
-    const std::string name = "#PhysicalPort0";
-    const size_t count = 60000;
-    const auto number = [](size_t value) {
-      return std::string{static_cast<char>(value >> 8), static_cast<char>(value & 0xFF)};
-    };
-    return number(2 + 2 + 2 + name.size() + 2 + 2 + count) + "\x04\x02" + number(name.size()) +
-           name + "\x01\x01" + number(count) + std::string(count, 'x');
-  }
-
-  // The device takes no more, in the middle of a write.
-  void StickWrite() {
-    StartWithOpenPort();
-    relay->SendsBytes(LongWrite());
-    ASSERT_TRUE(Eventually([this] { return IsWriting() && service->IsIdle(); }));
-  }
-
-  // The main thread and the port's never write to the terminal.
-  bool IsWriting() const {
-    for (const auto& thread : std::filesystem::directory_iterator(Process() + "/task")) {
-      if (workplace::ReadWhole(thread.path() / "syscall").starts_with("1 ")) {
-        return true;
-      }
-    }
-    return false;
-  }
-
-  void StopService() {
-    service->Signal(SIGSTOP);
-    ASSERT_TRUE(Eventually([this] {
-      return workplace::ReadWhole(Process() + "/stat").find(") T ") != std::string::npos;
-    }));
-  }
-
-  std::string Process() const { return "/proc/" + std::to_string(service->Pid()); }
-
   // Doctor's words; its status must be `status`.
   // How long it has looked depends on the machine: "N s".
   std::string Doctor(int status, const std::string& prefix = "") {
@@ -72,6 +34,7 @@ TEST_F(HangTest, AServiceThatWorksHasNoFault) {
 }
 
 TEST_F(HangTest, NamesThePortWhoseWriteIsStuckAndWhatWaitsBehindIt) {
+  StartWithOpenPort();
   StickWrite();
   relay->Sends(kFence);
   const std::string said = Doctor(7);
@@ -84,6 +47,7 @@ TEST_F(HangTest, NamesThePortWhoseWriteIsStuckAndWhatWaitsBehindIt) {
 }
 
 TEST_F(HangTest, NamesThePeerThatHasLeft) {
+  StartWithOpenPort();
   StickWrite();
   relay->Sends(kFence);
   relay->Leaves();
@@ -92,17 +56,18 @@ TEST_F(HangTest, NamesThePeerThatHasLeft) {
   ExpectHas(said, "; 7 bytes of it wait to be read, and none was in N s");
 }
 
-// The far end reads 16 kB a second; a pseudo-terminal takes more in steps of 4 kB.
+// The far end reads 8 kB a second; a pseudo-terminal takes more in steps of 4 kB.
 TEST_F(HangTest, ALineThatMovesIsNoFault) {
+  StartWithOpenPort();
   StickWrite();
-  for (int packet = 0; packet < 4; ++packet) {
+  for (int packet = 0; packet < 8; ++packet) {
     relay->SendsBytes(LongWrite());
   }
   const std::jthread reader([this](const std::stop_token& isOver) {
     std::array<char, 1000> bytes;
     while (!isOver.stop_requested()) {
       (void)!read(device->FarEnd(), bytes.data(), bytes.size());
-      std::this_thread::sleep_for(std::chrono::milliseconds(60));  // the line's speed
+      std::this_thread::sleep_for(std::chrono::milliseconds(120));  // the line's speed
     }
   });
   const auto hasBoth = [&](const std::string& said) {
@@ -115,6 +80,7 @@ TEST_F(HangTest, ALineThatMovesIsNoFault) {
 }
 
 TEST_F(HangTest, WithoutRightsSaysThatThePortCannotBeNamed) {
+  StartWithOpenPort();
   StickWrite();
   relay->Sends(kFence);
   const std::string said = Doctor(0, "setpriv --bounding-set -all ");
@@ -127,6 +93,7 @@ TEST_F(HangTest, WithoutRightsSaysThatThePortCannotBeNamed) {
 }
 
 TEST_F(HangTest, NamesTheProcessorThatAWriteTakesWhichIsOfferedAgain) {
+  StartWithOpenPort();
   StickWrite();
   const std::string node = device->Node();
   device->Unplug();

@@ -15,6 +15,7 @@ target_compile_definitions(RelayctlPartsTest PRIVATE
 sph_add_test(RelayctlDoctorTest SANDBOX
   DoctorCommandTest.cpp
   HangTest.cpp
+  HangingServiceTest.cpp
   RelayctlTest.cpp
   Shell.cpp
   LIBRARIES e2e_support sph_warnings)

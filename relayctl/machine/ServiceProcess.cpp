@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "machine/ServiceProcess.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "machine/Files.h"
+#include "machine/ProcessStat.h"
+#include "machine/ToolOutput.h"
+
+namespace {
+
+constexpr std::string_view kGone = " (deleted)";  // the kernel's
+
+std::string QuotedForShell(const std::string& word) {
+  std::string quoted = "'";
+  for (const char letter : word) {
+    quoted += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+  }
+  return quoted + "'";
+}
+
+// The package manager knows which package a file is of: "serial-port-handler: /usr/sbin/…".
+std::string VersionOf(const std::string& program) {
+  const std::string owner =
+      RunTool("dpkg-query --search " + QuotedForShell(program) + " 2>/dev/null").text;
+  const std::string package = owner.substr(0, owner.find(':'));
+  return package.empty() || owner.find(' ') < owner.find(':')
+             ? ""
+             : RunTool("dpkg-query --show --showformat='${Version}' " + QuotedForShell(package) +
+                       " 2>/dev/null")
+                   .text;
+}
+
+std::optional<uint64_t> DescriptorLimitOf(const std::string& folder) {
+  constexpr std::string_view kKey = "\nMax open files";
+  const std::string limits = TextOf(folder + "/limits");
+  const size_t found = limits.find(kKey);
+  return found == std::string::npos
+             ? std::nullopt
+             : std::optional(strtoull(limits.c_str() + found + kKey.size(), nullptr, 10));
+}
+
+uint64_t ResidentBytesOf(const std::string& folder) {
+  std::istringstream pages(TextOf(folder + "/statm"));
+  uint64_t size = 0;
+  uint64_t resident = 0;
+  pages >> size >> resident;
+  return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+StreamTarget TargetOf(const ProcessTable& processes, const std::string& folder, int stream,
+                      pid_t service) {
+  StreamTarget target;
+  target.name = stream == STDOUT_FILENO ? "standard output" : "standard error";
+  const std::string link = LinkOf(folder + "/fd/" + std::to_string(stream));
+  const bool isPipe = link.starts_with("pipe:");
+  target.where = isPipe ? "a pipe" : link.starts_with("socket:") ? "a socket" : link;
+  if (isPipe) {
+    target.readers = processes.HoldersOf(link);
+    std::erase_if(target.readers.found,
+                  [service](const Process& holder) { return holder.pid == service; });
+  }
+  return target;
+}
+
+}  // namespace
+
+ServiceProcess LookAtProcess(const ProcessTable& processes, const RunningService& service) {
+  ServiceProcess result;
+  const ProcessStat stat(service.folder);
+  result.startedAt = stat.StartedAt();
+  result.processorMillis = stat.ProcessorMillis();
+  result.residentBytes = ResidentBytesOf(service.folder);
+  result.threads = PathsIn(service.folder + "/task").size();
+  result.descriptorLimit = DescriptorLimitOf(service.folder);
+  std::error_code hidden;
+  const size_t descriptors = PathsIn(service.folder + "/fd", hidden).size();
+  if (!hidden) {
+    result.descriptors = descriptors;
+  }
+  result.program = LinkOf(service.folder + "/exe");
+  if (result.program.ends_with(kGone)) {
+    result.isProgramGone = true;
+    result.program.resize(result.program.size() - kGone.size());
+  } else if (!result.program.empty()) {
+    result.version = VersionOf(result.program);
+  }
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    result.streams.push_back(TargetOf(processes, service.folder, stream, service.process->pid));
+  }
+  return result;
+}

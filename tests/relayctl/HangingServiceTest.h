@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+// The ways in which the real service comes to a halt.
+#pragma once
+
+#include <string>
+
+#include "relayctl/RelayctlTest.h"
+
+class HangingServiceTest : public RelayctlTest {
+ protected:
+  // A data command for #PhysicalPort0 with more bytes than the device's buffer holds.
+  static std::string LongWrite();
+
+  // With the port open: the device takes no more, in the middle of a write.
+  void StickWrite();
+
+  void StopService();
+
+  // "/proc/12"
+  std::string Process() const { return "/proc/" + std::to_string(service->Pid()); }
+
+ private:
+  bool IsWriting() const;
+};
