@@ -114,7 +114,7 @@ _relayctl() {
     _relayctl_offer_words "$typed" "${words[@]}"
   elif [[ -z $command ]]; then
     _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay raw \
-      decode doctor log suggest
+      decode doctor log status suggest
   else
     case $(_relayctl_argument "$command" "$arguments") in
       port) _relayctl_offer_ports "$typed" ;;

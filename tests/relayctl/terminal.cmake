@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# Tests of the commands terminal, pty, doctor and suggest.
+# Tests of the commands terminal, pty, doctor, status and suggest.
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
   LogRecordTest.cpp
@@ -11,13 +11,14 @@ target_compile_definitions(RelayctlPartsTest PRIVATE
   SPH_OPERATIONS="${PROJECT_SOURCE_DIR}/docs/operations.md"
   SPH_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/testdata")
 
-# The real doctor, and the real service.
+# The real doctor and status, and the real service.
 sph_add_test(RelayctlDoctorTest SANDBOX
   DoctorCommandTest.cpp
   HangTest.cpp
   HangingServiceTest.cpp
   RelayctlTest.cpp
   Shell.cpp
+  StatusTest.cpp
   LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlDoctorTest relayctl)
 

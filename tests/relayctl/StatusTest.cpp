@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+// What status says of the real service in each situation, and that nothing of it is felt there.
+#include <unistd.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "relayctl/HangingServiceTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class StatusTest : public HangingServiceTest {
+ protected:
+  StatusTest() { configuration.Port("#PhysicalPort0", "115200 8 none 1 none"); }
+
+  // Its words; its status must be `status`. How long ago or how much depends on the machine: "N s".
+  std::string Status(int status, const std::string& prefix = "") {
+    const Outcome outcome = RunShell(prefix + "relayctl status");
+    EXPECT_EQ(status, outcome.status) << outcome.output;
+    return std::regex_replace(outcome.output, std::regex("[0-9]+(\\.[0-9])? s\\b"), "N s");
+  }
+
+  // Once it has such words, as what happens takes its time. All of the last ones.
+  std::string StatusUntil(const std::string& words) {
+    std::string said;
+    EXPECT_TRUE(Eventually([&] {
+      said = RunShell("relayctl status").output;
+      return said.find(words) != std::string::npos;
+    })) << words
+        << " never came, but:\n"
+        << said;
+    return said;
+  }
+
+  static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
+
+  // One of the system's, first on PATH.
+  static void WriteTool(const std::string& name, const std::string& commands) {
+    const std::string path = std::string(workplace::kPrograms) + "/" + name;
+    workplace::WriteWhole(path, "#!/bin/sh\n" + commands + "\n");
+    fs::permissions(path, fs::perms::owner_all);
+  }
+};
+
+TEST_F(StatusTest, AServiceThatWorksIsHealthy) {
+  StartWithOpenPort();
+  ASSERT_TRUE(device->Sends("A"));
+  EXPECT_NE("nothing", relay->NextPacket());
+  relay->Sends("0018 04 02 000E '#PhysicalPort0' 01 01 0000");
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  const std::string said = Status(0);
+  EXPECT_TRUE(said.starts_with("healthy\n  service   SerialPortHandl (process " +
+                               std::to_string(service->Pid()) + ") since "))
+      << said;
+  ExpectHas(said, ", threads 3, descriptors ");
+  ExpectHas(said, "            configuration /tmp/e2e/vost.conf\n  log       /tmp/e2e/log\n");
+  ExpectHas(said,
+            "  link      127.0.0.1:60004 listens\n            peer " + Own() + " of root since ");
+  // An open (20), an empty data command (24) and a fence (7); two answers (22, 9) and data (25).
+  ExpectHas(said, "            51 bytes to the service (0 wait), 56 bytes from it (0 wait)\n");
+  ExpectHas(said, "  #PhysicalPort0   open      /dev/ttyS2 since ");
+  ExpectHas(said, ", 1 byte received\n");
+  ExpectHasNot(said, "also: ");
+}
+
+TEST_F(StatusTest, WithoutAServiceItIsDown) {
+  const std::string said = Status(2);
+  EXPECT_TRUE(
+      said.starts_with("down: the service does not run\n"
+                       "  -> start the service: systemctl start serial-port-handler\n"))
+      << said;
+  ExpectHas(said, "  link      nothing listens on 127.0.0.1:60004\n");
+  ExpectHas(said, "  #PhysicalPort0   not open  no /dev/ttyS2\n");
+}
+
+TEST_F(StatusTest, WithoutARelayServiceItNeedsAttention) {
+  PlugAndStart();
+  const std::string said = Status(1);
+  EXPECT_TRUE(
+      said.starts_with("needs attention: no relay service is connected: no port is open\n"
+                       "  -> start the relay service"))
+      << said;
+  ExpectHas(said, "  #PhysicalPort0   not open  /dev/ttyS2\n");
+}
+
+TEST_F(StatusTest, NamesThePeerThatDoesNotRead) {
+  StartWithOpenPort();
+  Clog();
+  const std::string said = Status(1);
+  EXPECT_TRUE(said.starts_with("needs attention: " + Own() + " does not read: ")) << said;
+  ExpectHas(said, "-> mend or restart " + Own() + "\n");
+  ExpectHas(said, "note: " + Own() + " has let the service wait for room for N s in all: ");
+}
+
+TEST_F(StatusTest, NamesThePeerThatWaits) {
+  StartWithOpenPort();
+  const Relay second;
+  ASSERT_TRUE(second.IsConnected());
+  const std::string said = Status(1);
+  EXPECT_TRUE(said.starts_with("needs attention: " + Own() +
+                               " is connected as well, and waits for ever in the queue\n"))
+      << said;
+  ExpectHas(said, "            1 more wait to be served\n");
+}
+
+// It is in a write that the device does not take.
+TEST_F(StatusTest, NamesAStuckWriteAndThePeerThatHasLeftUnnoticed) {
+  StartWithOpenPort();
+  StickWrite();
+  relay->Sends(kFence);
+  ExpectHas(StatusUntil("needs attention: the write to " + device->Node() +
+                        " (#PhysicalPort0) has not moved for "),
+            " bytes of " + Own() + " wait to be read, and none was in ");
+  relay->Leaves();
+  const std::string said = Status(1);
+  ExpectHas(said, "needs attention: the write to ");
+  ExpectHas(said, "-> wake the device up, or set flow = none if it has no flow control; then");
+  ExpectHas(said, "also: the peer has left, which the service has not noticed for N s; ");
+  ExpectHas(said, "            a peer that has left, which the service has not noticed since ");
+  ExpectHas(said, ", a write is under way\n");
+}
+
+// A line may take that long from one step to the next.
+TEST_F(StatusTest, DoesNotTakeASlowLineForAStuckOne) {
+  configuration.Port("#PhysicalPort0", "2400 8 none 1 none");
+  StartWithOpenPort();
+  StickWrite();
+  const std::string said = Status(0);
+  ExpectHas(said, "note: a write to " + device->Node() +
+                      " (#PhysicalPort0) has not moved for N s: the line is slow, or the device "
+                      "takes no bytes\n");
+}
+
+TEST_F(StatusTest, NamesThePortWhoseAdapterIsUnplugged) {
+  StartWithOpenPort();
+  device->Unplug();
+  ASSERT_TRUE(LogFile::Shows(
+      "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]"));
+  const std::string said = Status(1);
+  EXPECT_TRUE(std::regex_search(
+      said, std::regex("^needs attention: #PhysicalPort0 is open and its device is away since "
+                       "[0-9:]{8}\n  -> plug it in again at the same place: the port goes on")))
+      << said;
+  ExpectHas(said, "  #PhysicalPort0   away      no /dev/ttyS2 since ");
+  ExpectHas(said, ": Close serial device. [Port /dev/ttyS2]\n");
+  device->Plug();
+  ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n", 2));
+  ExpectHas(Status(0), "note: /dev/ttyS2 was away and came back\n");
+}
+
+TEST_F(StatusTest, NamesThePortsWithoutAnAdapterOrNode) {
+  configuration.Port("#USBSerialPort0", "9600 8 none 1 none");
+  configuration.Port("#USBSerialPort1", "9600 8 none 1 none");
+  udev.AddAdapterAtPort(1, "/dev/ttyUSB7");
+  StartLinked();
+  const std::string said = Status(1);
+  ExpectHas(said, "#PhysicalPort0: there is no /dev/ttyS2: an open is answered with status 4\n");
+  ExpectHas(said, "#USBSerialPort0: no serial adapter at this place: an open is answered with ");
+  ExpectHas(said, "#USBSerialPort1: there is no /dev/ttyUSB7: an open is answered with status 4\n");
+  ExpectHas(said, "  #USBSerialPort0  not open  no device\n");
+  ExpectHas(said, "  #USBSerialPort1  not open  no /dev/ttyUSB7\n");
+}
+
+TEST_F(StatusTest, SaysThatThereIsNoConfiguration) {
+  fs::remove(workplace::kConfiguration);
+  StartLinked();
+  const std::string said = Status(1);
+  EXPECT_TRUE(
+      said.starts_with("needs attention: there is no configuration: every open is "
+                       "answered with status 2\n"))
+      << said;
+  ExpectHas(said, "            configuration /tmp/e2e/vost.conf (not there)\n");
+}
+
+TEST_F(StatusTest, SaysWhatThisUserMayNotSee) {
+  StartWithOpenPort();
+  const std::string said = Status(0, "setpriv --bounding-set -all ");
+  ExpectHas(said, "program not shown\n");
+  ExpectHas(said, "  log       this user may not see where the service writes it\n");
+  ExpectHas(said, "peer a process that this user may not look into of root since ");
+  ExpectHas(said, "            20 bytes to the service (0 wait), 22 bytes from it (0 wait)\n");
+  ExpectHas(said, "  #PhysicalPort0   not known /dev/ttyS2\n");
+  ExpectHas(said, "-> run this as root to see what the service sees\n");
+}
+
+TEST_F(StatusTest, IsOneJsonObject) {
+  StartWithOpenPort();
+  const Outcome outcome = RunShell(
+      "relayctl -j status | python3 -EsBc '\n"
+      "import json, sys\n"
+      "status = json.load(sys.stdin)\n"
+      "port, = status[\"ports\"]\n"
+      "print(status[\"status\"], status[\"attention\"],\n"
+      "      status[\"link\"][\"received_bytes\"],\n"
+      "      port[\"name\"], port[\"state\"], port[\"received_bytes\"],\n"
+      "      0 <= status[\"time\"] - port[\"opened\"] < 100)'");
+  EXPECT_EQ("healthy [] 20 #PhysicalPort0 open 0 True\n", outcome.output);
+}
+
+// What systemd and the package manager say, by tools that say it.
+TEST_F(StatusTest, TellsOfTheUnitAndTheVersion) {
+  WriteTool("systemctl",
+            "echo LoadState=loaded\necho ActiveState=failed\necho SubState=failed\n"
+            "echo Result=exit-code\necho ExecMainStatus=255\necho NRestarts=3");
+  WriteTool(
+      "dpkg-query",
+      "case $1 in\n--search) echo \"serial-port-handler: $2\" ;;\n*) printf 1.0.0-1 ;;\nesac");
+  EXPECT_TRUE(
+      Status(2).starts_with("down: the service does not run: serial-port-handler.service is "
+                            "failed (failed), exit-code 255\n"));
+  StartWithOpenPort();
+  ExpectHas(Status(0), "            version 1.0.0-1, program ");
+}
+
+TEST_F(StatusTest, OpensNoLineAndNoConnection) {
+  StartWithOpenPort();
+  StickWrite();
+  const Outcome outcome = RunShell(
+      "ASAN_OPTIONS=detect_leaks=0 strace -f -qq -e trace=open,openat,connect,ioctl -o "
+      "/tmp/e2e/calls relayctl status >/tmp/e2e/status; "
+      "grep -E '/dev/|/fd/[0-9]+\"|connect\\(|TIOC' /tmp/e2e/calls");
+  ExpectHas(workplace::ReadWhole("/tmp/e2e/status"), ", a write is under way\n");
+  ExpectHas(outcome.output, "\"/dev/null\"");  // the calls are there
+  ExpectHasNot(outcome.output, "/dev/tty");
+  ExpectHasNot(outcome.output, "/dev/pts");
+  ExpectHasNot(outcome.output, "/fd/");
+  ExpectHasNot(outcome.output, "AF_INET");
+  ExpectHasNot(outcome.output, "TIOCGICOUNT");
+  ExpectHasNot(outcome.output, "TIOCOUTQ");
+}
+
+}  // namespace
