@@ -145,7 +145,7 @@ void ExamineThread(const Machine& machine, const ThreadActivity& thread, Report&
                   " is under way, and moves: what the peer sends waits behind it");
       break;
     case WriteState::kUnclear:
-      report.findings.push_back({thread.idle > 0 ? Grade::kNote : Grade::kWarning,
+      report.findings.push_back({thread.idle > 0 ? Severity::kNote : Severity::kWarning,
                                  "a write to " + TerminalOf(machine, thread) +
                                      " has not moved for " + StillText(machine, thread) +
                                      ": the line is slow, or the device takes no bytes",

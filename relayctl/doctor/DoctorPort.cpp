@@ -23,7 +23,7 @@ void ExamineSettings(const MachineConfiguration& configuration, Report& report) 
   }
   report.Fact("line", port->Line());
   for (const SettingProblem& problem : port->problems) {
-    report.findings.push_back({problem.isFault ? Grade::kFault : Grade::kWarning,
+    report.findings.push_back({problem.isFault ? Severity::kFault : Severity::kWarning,
                                "in the configuration: " + problem.text,
                                "correct it in " + configuration.path});
   }
@@ -143,7 +143,7 @@ Report ExaminePort(const Machine& machine, const std::string& name, LineAccess l
     }
   }
   if (std::all_of(report.findings.begin(), report.findings.end(), [](const Finding& finding) {
-        return finding.severity == Grade::kNote || finding.severity == Grade::kGood;
+        return finding.severity == Severity::kNote || finding.severity == Severity::kGood;
       })) {
     report.Good("nothing stands in the way of this port");
   }

@@ -13,15 +13,15 @@ struct Look {
   Color color;
 };
 
-constexpr Look LookOf(Grade severity) {
+constexpr Look LookOf(Severity severity) {
   switch (severity) {
-    case Grade::kGood:
+    case Severity::kGood:
       return {"ok", Color::kGood};
-    case Grade::kNote:
+    case Severity::kNote:
       return {"note", Color::kNote};
-    case Grade::kWarning:
+    case Severity::kWarning:
       return {"warning", Color::kWarning};
-    case Grade::kFault:
+    case Severity::kFault:
       break;
   }
   return {"fault", Color::kBad};
@@ -89,7 +89,7 @@ void Report::Fact(const std::string& key, FactValue value) {
 
 bool Report::HasFault() const {
   return std::any_of(findings.begin(), findings.end(),
-                     [](const Finding& finding) { return finding.severity == Grade::kFault; });
+                     [](const Finding& finding) { return finding.severity == Severity::kFault; });
 }
 
 std::string Report::Text(bool colour) const {

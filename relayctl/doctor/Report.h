@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-enum class Grade {
+enum class Severity {
   kGood,     // as it should be
   kNote,     // worth knowing
   kWarning,  // works, but not as well as it could
@@ -16,7 +16,7 @@ enum class Grade {
 };
 
 struct Finding {
-  Grade severity = Grade::kGood;
+  Severity severity = Severity::kGood;
   std::string text;
   std::string mend;  // what to do about it; may be empty
 };
@@ -33,15 +33,15 @@ struct Report {
   // An empty text is no fact.
   void Fact(const std::string& key, FactValue value);
 
-  void Good(const std::string& text) { findings.push_back({Grade::kGood, text, ""}); }
+  void Good(const std::string& text) { findings.push_back({Severity::kGood, text, ""}); }
   void Note(const std::string& text, const std::string& mend = "") {
-    findings.push_back({Grade::kNote, text, mend});
+    findings.push_back({Severity::kNote, text, mend});
   }
   void Warning(const std::string& text, const std::string& mend) {
-    findings.push_back({Grade::kWarning, text, mend});
+    findings.push_back({Severity::kWarning, text, mend});
   }
   void Fault(const std::string& text, const std::string& mend) {
-    findings.push_back({Grade::kFault, text, mend});
+    findings.push_back({Severity::kFault, text, mend});
   }
 
   bool HasFault() const;

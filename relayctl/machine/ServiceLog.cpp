@@ -25,7 +25,7 @@ std::optional<LogLine> LineFrom(const std::string& text) {
   }
   LogLine line;
   line.time = std::chrono::duration<double>(record.time->time_since_epoch()).count();
-  line.isError = record.severity && *record.severity <= Severity::kError;
+  line.isError = record.severity && *record.severity <= LogSeverity::kError;
   line.tellsOfLoss = record.known != nullptr && record.known->event == kLost;
   line.device = record.device;
   line.message = record.what;

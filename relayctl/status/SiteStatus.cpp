@@ -43,8 +43,8 @@ void ExaminePorts(const SiteStatus& status, Report& report) {
   for (const OpenPort& port : status.ports) {
     Report one = ExaminePort(status.machine, port.name, LineAccess::kNone);
     for (Finding& finding : one.findings) {
-      const bool isKnown = finding.severity == Grade::kFault && port.state == PortState::kAway;
-      if (finding.severity != Grade::kGood && !isKnown) {
+      const bool isKnown = finding.severity == Severity::kFault && port.state == PortState::kAway;
+      if (finding.severity != Severity::kGood && !isKnown) {
         finding.text = port.name + ": " + finding.text;
         report.findings.push_back(std::move(finding));
       }
@@ -53,13 +53,13 @@ void ExaminePorts(const SiteStatus& status, Report& report) {
 }
 
 void Sort(const Report& report, SiteStatus& status) {
-  for (const Grade severity : {Grade::kFault, Grade::kWarning}) {
+  for (const Severity severity : {Severity::kFault, Severity::kWarning}) {
     std::copy_if(report.findings.begin(), report.findings.end(),
                  std::back_inserter(status.attention),
                  [severity](const Finding& finding) { return finding.severity == severity; });
   }
   std::copy_if(report.findings.begin(), report.findings.end(), std::back_inserter(status.notes),
-               [](const Finding& finding) { return finding.severity == Grade::kNote; });
+               [](const Finding& finding) { return finding.severity == Severity::kNote; });
 }
 
 }  // namespace
