@@ -19,6 +19,7 @@ _relayctl_options() {
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
     log) echo --unit --follow --level --device --brief ;;
+    status) echo --watch --prometheus ;;
     suggest) echo --once --count --file --places --configured ;;
   esac
 }
@@ -27,7 +28,7 @@ _relayctl_options() {
 _relayctl_value_of() {
   case $1:$2 in
     *:-f | *:--file | *:-o | *:--output | *:--log | *:--link | \
-      *:--device) echo file ;;
+      *:--device | *:--prometheus) echo file ;;
     *:--time) echo clock start delta none ;;
     *:--show) echo both hex text ;;
     *:--direction) echo guess to from ;;

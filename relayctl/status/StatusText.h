@@ -11,3 +11,6 @@ std::string TextOf(const SiteStatus& status, bool isColored);
 
 // One object on one line, without its end.
 std::string JsonOf(const SiteStatus& status);
+
+// Metrics in the text format of Prometheus.
+std::string MetricsOf(const SiteStatus& status);

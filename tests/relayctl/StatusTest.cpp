@@ -1,41 +1,18 @@
 // SPDX-License-Identifier: MIT
 // What status says of the real service in each situation, and that nothing of it is felt there.
-#include <unistd.h>
-
+#include <csignal>
 #include <filesystem>
 #include <regex>
+#include <sstream>
 
-#include "relayctl/HangingServiceTest.h"
+#include "relayctl/StatusSituation.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-class StatusTest : public HangingServiceTest {
+class StatusTest : public StatusSituation {
  protected:
-  StatusTest() { configuration.Port("#PhysicalPort0", "115200 8 none 1 none"); }
-
-  // Its words; its status must be `status`. How long ago or how much depends on the machine: "N s".
-  std::string Status(int status, const std::string& prefix = "") {
-    const Outcome outcome = RunShell(prefix + "relayctl status");
-    EXPECT_EQ(status, outcome.status) << outcome.output;
-    return std::regex_replace(outcome.output, std::regex("[0-9]+(\\.[0-9])? s\\b"), "N s");
-  }
-
-  // Once it has such words, as what happens takes its time. All of the last ones.
-  std::string StatusUntil(const std::string& words) {
-    std::string said;
-    EXPECT_TRUE(Eventually([&] {
-      said = RunShell("relayctl status").output;
-      return said.find(words) != std::string::npos;
-    })) << words
-        << " never came, but:\n"
-        << said;
-    return said;
-  }
-
-  static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
-
   // One of the system's, first on PATH.
   static void WriteTool(const std::string& name, const std::string& commands) {
     const std::string path = std::string(workplace::kPrograms) + "/" + name;
@@ -197,6 +174,58 @@ TEST_F(StatusTest, IsOneJsonObject) {
       "      port[\"name\"], port[\"state\"], port[\"received_bytes\"],\n"
       "      0 <= status[\"time\"] - port[\"opened\"] < 100)'");
   EXPECT_EQ("healthy [] 20 #PhysicalPort0 open 0 True\n", outcome.output);
+}
+
+TEST_F(StatusTest, IsFiguresForPrometheus) {
+  StartWithOpenPort();
+  const Outcome outcome = RunShell("relayctl status --prometheus /tmp/e2e/figures");
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_EQ("", outcome.output);
+  const std::string figures = workplace::ReadWhole("/tmp/e2e/figures");
+  ExpectHas(figures,
+            "# HELP serial_port_handler_up Whether the service runs and listens.\n"
+            "# TYPE serial_port_handler_up gauge\nserial_port_handler_up 1\n");
+  ExpectHas(figures, "\nserial_port_handler_status 0\n");
+  ExpectHas(figures, "\nserial_port_handler_peer_connected 1\n");
+  ExpectHas(figures, "\nserial_port_handler_link_receive_bytes_total 20\n");
+  ExpectHas(figures, "\nserial_port_handler_port_open{port=\"#PhysicalPort0\"} 1\n");
+  ExpectHas(figures, "\nserial_port_handler_port_away{port=\"#PhysicalPort0\"} 0\n");
+  const std::regex line("(# (HELP|TYPE) )?serial_port_handler_[a-z_]+([{ ].*)?");
+  std::istringstream lines(figures);
+  for (std::string one; std::getline(lines, one);) {
+    EXPECT_TRUE(std::regex_match(one, line)) << one;
+  }
+}
+
+TEST_F(StatusTest, FiguresThatCannotBeWrittenAreAnError) {
+  const Outcome outcome = RunShell("relayctl status --prometheus /tmp/e2e/none/figures");
+  EXPECT_EQ("relayctl: /tmp/e2e/none/figures: cannot be written: No such file or directory\n",
+            outcome.output);
+  EXPECT_EQ(1, outcome.status);
+}
+
+TEST_F(StatusTest, EachAlertIsOnAFigureThatThereIs) {
+  WriteTool("systemctl", "echo LoadState=loaded\necho NRestarts=3");
+  std::string figures = RunShell("relayctl status --prometheus -").output;
+  StartWithOpenPort();  // by no unit, so that systemd tells nothing of it
+  figures += RunShell("relayctl status --prometheus -").output;
+  const std::string alerts = workplace::ReadWhole(SPH_ALERTS);
+  const std::regex name("serial_port_handler_[a-z_]+");
+  size_t count = 0;
+  for (std::sregex_iterator at(alerts.begin(), alerts.end(), name), end; at != end; ++at, ++count) {
+    ExpectHas(figures, "# TYPE " + at->str() + " ");
+  }
+  EXPECT_LE(8U, count);
+}
+
+TEST_F(StatusTest, WatchLooksAgainUntilItIsInterrupted) {
+  PlugAndStart();
+  Background watch("relayctl status --watch");
+  ASSERT_TRUE(watch.Prints("no relay service is connected"));
+  relay = std::make_unique<Relay>();
+  EXPECT_TRUE(watch.Prints("\nhealthy\n"));
+  watch.Signal(SIGINT);
+  EXPECT_EQ("exit 0", watch.WaitForExit());
 }
 
 // What systemd and the package manager say, by tools that say it.

@@ -21,6 +21,8 @@ sph_add_test(RelayctlDoctorTest SANDBOX
   StatusTest.cpp
   LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlDoctorTest relayctl)
+target_compile_definitions(RelayctlDoctorTest PRIVATE
+  SPH_ALERTS="${PROJECT_SOURCE_DIR}/packaging/examples/serial-port-handler.alerts.yml")
 
 sph_add_test(RelayctlTerminalTest SANDBOX
   OtherProgramsTest.cpp

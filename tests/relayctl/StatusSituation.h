@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Situations in which status is asked.
+#pragma once
+
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+
+#include "relayctl/HangingServiceTest.h"
+
+class StatusSituation : public HangingServiceTest {
+ protected:
+  StatusSituation() { configuration.Port("#PhysicalPort0", "115200 8 none 1 none"); }
+
+  // Its words; its status must be `status`. How long ago or how long depends on the machine: "N s".
+  static std::string Status(int status, const std::string& prefix = "") {
+    const Outcome outcome = RunShell(prefix + "relayctl status");
+    EXPECT_EQ(status, outcome.status) << outcome.output;
+    return std::regex_replace(outcome.output, std::regex("[0-9]+(\\.[0-9])? s\\b"), "N s");
+  }
+
+  // All of the words once these are among them, as what happens takes its time.
+  static std::string StatusUntil(const std::string& words) { return Until("status", words); }
+  static std::string DoctorUntil(const std::string& words) { return Until("doctor", words); }
+
+  static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
+
+ private:
+  static std::string Until(const std::string& command, const std::string& words) {
+    std::string said;
+    EXPECT_TRUE(Eventually([&] {
+      said = RunShell("relayctl " + command).output;
+      return said.find(words) != std::string::npos;
+    })) << words
+        << " never came, but:\n"
+        << said;
+    return said;
+  }
+};
