@@ -18,11 +18,15 @@ sph_add_test(RelayctlDoctorTest SANDBOX
   HangingServiceTest.cpp
   RelayctlTest.cpp
   Shell.cpp
+  StatusTableTest.cpp
   StatusTest.cpp
   LIBRARIES e2e_support sph_warnings)
 add_dependencies(RelayctlDoctorTest relayctl)
 target_compile_definitions(RelayctlDoctorTest PRIVATE
   SPH_ALERTS="${PROJECT_SOURCE_DIR}/packaging/examples/serial-port-handler.alerts.yml")
+if(NOT SPH_SANITIZE)
+  target_sources(RelayctlDoctorTest PRIVATE StatusLimitsTest.cpp)
+endif()
 
 sph_add_test(RelayctlTerminalTest SANDBOX
   OtherProgramsTest.cpp
