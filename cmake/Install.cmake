@@ -5,9 +5,8 @@ include(GNUInstallDirs)
 
 set(SPH_PRIVATE_LIBDIR ${CMAKE_INSTALL_LIBDIR}/serial-port-handler CACHE STRING
     "Folder of libvost and libKXLogger, which no other program should find")
-option(SPH_INSTALL_SYSTEMD "Install the unit and the list of modules it needs" ON)
+option(SPH_INSTALL_SYSTEMD "Install the unit" ON)
 set(SPH_SYSTEMD_UNIT_DIR lib/systemd/system CACHE STRING "Folder of systemd units")
-set(SPH_MODULES_LOAD_DIR lib/modules-load.d CACHE STRING "Folder of lists of modules to load")
 option(SPH_INSTALL_UDEV "Install the udev rules" ON)
 set(SPH_UDEV_RULES_DIR lib/udev/rules.d CACHE STRING "Folder of udev rules")
 option(SPH_INSTALL_MAN "Make and install the man pages; needs pandoc" OFF)
@@ -64,8 +63,6 @@ if(SPH_INSTALL_SYSTEMD)
   install(FILES ${unit} DESTINATION ${SPH_SYSTEMD_UNIT_DIR})
   install(PROGRAMS ${sph_packaging}/wait-until-listening
           DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/serial-port-handler)
-  install(FILES ${sph_packaging}/modules-load.conf DESTINATION ${SPH_MODULES_LOAD_DIR}
-          RENAME serial-port-handler.conf)
 endif()
 
 if(SPH_INSTALL_UDEV)

@@ -16,7 +16,6 @@ PAGE = (CHECKOUT / "docs/install.md").read_text(encoding="utf-8")
 MANIFEST = "/root/build/plain/install_manifest.txt"
 FILES = [
     "etc/vost.conf",
-    "lib/modules-load.d/serial-port-handler.conf",
     "lib/serial-port-handler/libKXLogger.so",
     "lib/serial-port-handler/libvost.so",
     "lib/systemd/system/serial-port-handler.service",
