@@ -21,7 +21,8 @@ def found(file: str, pattern: str) -> list[str]:
 PLACES = found("src/serial/UsbPlaces.h", r'"(/devices/.+)"')
 BAUD = found("src/core/SettingWords.cpp", r'\{"(\d{4,})", \d+\}')
 VERSION = found("CMakeLists.txt", r"^project\(SerialPortHandler VERSION ([\d.]+)")
-PACKAGE = found("debian/control", r"^Package: (.+)")
+PACKAGE = found("debian/control", r"^Source: (.+)")
+MADE = found("debian/control", r"^Package: (.+)")
 PACKAGES = found("packages.txt", r"^([a-z][\w.+-]*)")
 
 Copies = list[tuple[str, str, list[str]]]
@@ -51,16 +52,17 @@ VERSIONS: Copies = [
     ("CHANGELOG.md", r"\A(?:.|\n)*?^## \[([\d.]+)\]", VERSION),
     ("debian/changelog", r"\A\S+ \(([\d.]+)", VERSION),
     ("clients/python/pyproject.toml", r'^version = "(.+)"$', VERSION),
-    ("docs/install.md", r"_VERSION = (.+)$", VERSION),
+    ("packaging/buildroot/serial-port-handler/serial-port-handler.mk", r"_VERSION = (.+)$", VERSION),
     ("docs/install.md", r"_([\d.]+)\.bb`", VERSION),
     ("docs/install.md", r"/packages/\S+_([\d.]+)_armhf\.deb", VERSION),
 ]
 
 NAMES: Copies = [
-    ("debian/control", r"^Source: (.+)", PACKAGE),
+    ("docs/install.md", r"^\| `([a-z][a-z0-9-]+)` \|", MADE),
+    ("debian/control", r"\A(?:.|\n)*?^Package: (.+)", PACKAGE),
     ("debian/changelog", r"\A(\S+) ", PACKAGE),
     ("tests/packages/deb.py", r'^PACKAGE = "(.+)"$', PACKAGE),
-    ("docs/install.md", r"/packages/(\S+)_[\d.]+_armhf\.deb", PACKAGE),
+    ("docs/install.md", r"/packages/{([^,]+),\S+_[\d.]+_armhf\.deb", PACKAGE),
     ("docs/install.md", r"apt remove (\S+)", PACKAGE),
 ]
 

@@ -67,13 +67,17 @@ class Box:
             raise AssertionError(f"{command}: status {done.returncode}\n{done.stdout}")
         return done.stdout
 
-    def enter(self) -> Command:
-        """What to put in front of a command for it to run inside."""
+    def enter_all_but_root(self) -> Command:
+        """What to put in front of a command for it to run inside, but with this machine's files."""
         user = () if self.is_native else ("--user",)
         return ("nsenter", "--target", str(self.init), *user, "--mount", "--net", "--pid", "--ipc",
-                "--uts", *(("--cgroup",) if self.is_native else ()), "--",
-                "env", "--ignore-environment", "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
-                "DEBIAN_FRONTEND=noninteractive", "LC_ALL=C.UTF-8", "chroot", str(self.root))
+                "--uts", *(("--cgroup",) if self.is_native else ()), "--")
+
+    def enter(self) -> Command:
+        """What to put in front of a command for it to run inside."""
+        return (*self.enter_all_but_root(), "env", "--ignore-environment",
+                "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND=noninteractive", "LC_ALL=C.UTF-8",
+                "chroot", str(self.root))
 
     def enter_network(self) -> Command:
         """The same for a program of this machine that is to use the box's loopback interface."""

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What is in the packages, without installing them."""
+"""What is in the service's package, without installing it."""
 
 import re
 import subprocess
@@ -10,17 +10,12 @@ from pathlib import Path
 import deb
 import pytest
 from box import CHECKOUT
+from output import output_of
 
 HIGHEST_EXPOSURE = "15"  # tenths
 
 
-def output_of(*command: str | Path) -> str:
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    assert done.returncode == 0, f"{command}: status {done.returncode}\n{done.stdout}"
-    return done.stdout
-
-
-@pytest.fixture(scope="module", params=["amd64", "armhf"])
+@pytest.fixture(scope="module", params=deb.MACHINES)
 def tree(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactory
          ) -> Iterator[Path]:
     folder = tmp_path_factory.mktemp(request.param)

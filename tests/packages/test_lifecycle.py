@@ -31,7 +31,7 @@ class Story:
         self.changed = ""
 
 
-@pytest.fixture(scope="module", params=["amd64", "armhf"])
+@pytest.fixture(scope="module", params=deb.MACHINES)
 def story(request: pytest.FixtureRequest, tmp_path_factory: pytest.TempPathFactory
           ) -> Iterator[Story]:
     with Box(request.param) as box:
