@@ -38,7 +38,7 @@ int Spawn(std::vector<std::string>& words, int standardOutput, pid_t& process) {
   sigset_t none;
   (void)sigemptyset(&none);
   (void)posix_spawnattr_setsigmask(&attributes, &none);
-  (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
   (void)posix_spawn_file_actions_adddup2(&actions, standardOutput, STDOUT_FILENO);
   const int error =
       posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environ);

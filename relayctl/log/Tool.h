@@ -7,7 +7,8 @@
 #include <vector>
 
 // A program whose standard output is read. Its standard error is this process's own, and no signal
-// is blocked in it.
+// is blocked in it. It has a process group of its own: Ctrl-C is for this process alone, to which
+// an end of the program by it would be a failure.
 class Tool {
  public:
   // The first word is looked for on PATH. Throws kSystem when it cannot be started.

@@ -102,6 +102,11 @@ TEST_F(LogCommandTest, FollowsAFileWhoseNameAnotherOneTakes) {
   EXPECT_EQ("exit 0", log.WaitForExit());
 }
 
+TEST_F(LogCommandTest, CtrlCIsNotForTheToolThatItReads) {
+  FakeJournal("[ \"$(ps -o pgid= $$)\" != \"$(ps -o pgid= $PPID)\" ]");
+  EXPECT_EQ(0, RunShell("relayctl log --unit other").status);
+}
+
 TEST_F(LogCommandTest, ReadsTheJournalWhereNoServiceRuns) {
   FakeJournal(
       "printf 'MESSAGE=OPEN[/dev/ttyS2]\\n_TRANSPORT=stdout\\n__REALTIME_TIMESTAMP=0\\n\\n'\n"
