@@ -98,8 +98,9 @@ int Show(const CommonOptions& common, Options options) {
                             : ShowRecord(record, !options.brief, isColored));
     }
   };
-  Loop loop;
+  // Before the loop blocks the signals: a pipe that nobody writes to takes for ever to open.
   const std::unique_ptr<LogStream> stream = Open(options);
+  Loop loop;
   bool ended = false;
   loop.Watch(
       stream->Descriptor(), [] { return static_cast<short>(POLLIN); },

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // log, of what the real service writes.
+#include <sys/stat.h>
+
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -100,6 +102,17 @@ TEST_F(LogCommandTest, FollowsAFileWhoseNameAnotherOneTakes) {
   EXPECT_TRUE(log.Prints("Command parse failed."));
   log.Signal(SIGINT);
   EXPECT_EQ("exit 0", log.WaitForExit());
+}
+
+TEST_F(LogCommandTest, EndsByCtrlCWhereAPipeHasNoWriter) {
+  ASSERT_EQ(0, mkfifo(workplace::kLog, 0600));
+  Background log(std::string("relayctl log ") + workplace::kLog);
+  ASSERT_TRUE(Eventually([&log] {
+    const std::string stat = workplace::ReadWhole("/proc/" + std::to_string(log.Pid()) + "/stat");
+    return stat.find("(sh)") == std::string::npos && stat.find(") S ") != std::string::npos;
+  }));
+  log.Signal(SIGINT);
+  EXPECT_EQ("signal 2", log.WaitForExit());
 }
 
 TEST_F(LogCommandTest, CtrlCIsNotForTheToolThatItReads) {
