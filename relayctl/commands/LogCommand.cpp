@@ -2,6 +2,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
@@ -86,6 +88,21 @@ void Check(const Options& options) {
   }
 }
 
+// Whoever reads what is printed may leave while nothing is: without this the next line would find
+// out, which can be days later.
+void EndWithReader(Loop& loop) {
+  loop.Watch(
+      STDOUT_FILENO, [] { return static_cast<short>(POLLERR); },
+      [](short events) {
+        errno = EBADF;
+        if ((events & POLLNVAL) == 0) {
+          (void)raise(SIGPIPE);
+          errno = EPIPE;
+        }
+        FailToPrint();
+      });
+}
+
 int Show(const CommonOptions& common, Options options) {
   Check(options);
   const Filter filter(options);
@@ -101,6 +118,7 @@ int Show(const CommonOptions& common, Options options) {
   // Before the loop blocks the signals: a pipe that nobody writes to takes for ever to open.
   const std::unique_ptr<LogStream> stream = Open(options);
   Loop loop;
+  EndWithReader(loop);
   bool ended = false;
   loop.Watch(
       stream->Descriptor(), [] { return static_cast<short>(POLLIN); },

@@ -104,6 +104,13 @@ TEST_F(LogCommandTest, FollowsAFileWhoseNameAnotherOneTakes) {
   EXPECT_EQ("exit 0", log.WaitForExit());
 }
 
+TEST_F(LogCommandTest, EndsAsSoonAsNobodyReadsItsOutput) {
+  workplace::WriteWhole(workplace::kLog, "first\n");
+  const Outcome outcome = RunShell(std::string("{ timeout 60 relayctl log --brief --follow ") +
+                                   workplace::kLog + "; echo status $? >&2; } | head -n 1");
+  ExpectHas(outcome.output, "status 141\n");
+}
+
 TEST_F(LogCommandTest, EndsByCtrlCWhereAPipeHasNoWriter) {
   ASSERT_EQ(0, mkfifo(workplace::kLog, 0600));
   Background log(std::string("relayctl log ") + workplace::kLog);
