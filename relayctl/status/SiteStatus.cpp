@@ -2,11 +2,13 @@
 #include "status/SiteStatus.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
 
 #include "machine/ProcessStat.h"
+#include "relay/Error.h"
 
 namespace {
 
@@ -18,6 +20,16 @@ bool IsListening(const Machine& machine, uint16_t relayPort) {
     return socket.state == kTcpListening && socket.localPort == relayPort &&
            (socket.localAddress == INADDR_LOOPBACK || socket.localAddress == INADDR_ANY);
   });
+}
+
+// Where the kernel hides the processes of others, a service that is not seen may well run.
+void MustSeeProcesses(const SiteStatus& status) {
+  if (status.isListening && !status.machine.service.process && access("/proc/1", F_OK) != 0) {
+    throw relay::Error(relay::ErrorKind::kSystem,
+                       "something listens on 127.0.0.1:" + std::to_string(status.relayPort) +
+                           ", and this user sees only processes of its own (hidepid of /proc): "
+                           "run this as root");
+  }
 }
 
 std::string UnitText(const ServiceUnit& unit) {
@@ -71,6 +83,7 @@ SiteStatus LookAtSite(std::optional<uint16_t> givenRelayPort) {
   status.relayPort =
       givenRelayPort.value_or(static_cast<uint16_t>(status.machine.configuration.relayPort));
   status.isListening = IsListening(status.machine, status.relayPort);
+  MustSeeProcesses(status);
   status.ports = OpenPortsOf(status.machine);
   Report report{"site"};
   ExaminePresence(status, report);

@@ -162,6 +162,19 @@ TEST_F(StatusTest, SaysWhatThisUserMayNotSee) {
   ExpectHas(said, "-> run this as root to see what the service sees\n");
 }
 
+// It would take the service that it does not see for one that does not run.
+TEST_F(StatusTest, SaysNothingWhereProcessesAreHidden) {
+  PlugAndStart();
+  const Outcome outcome = RunShell(
+      "unshare --mount sh -c 'mount -t proc -o hidepid=ptraceable proc /proc && "
+      "exec setpriv --bounding-set -all relayctl status'");
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ(
+      "relayctl: something listens on 127.0.0.1:60004, and this user sees only processes of its "
+      "own (hidepid of /proc): run this as root\n",
+      outcome.output);
+}
+
 TEST_F(StatusTest, IsOneJsonObject) {
   StartWithOpenPort();
   const Outcome outcome = RunShell(
