@@ -142,7 +142,7 @@ std::string PortLine(const SiteStatus& status, const OpenPort& port) {
   const double begin = LinkedSince(status.machine).value_or(0);
   const LogLine* const error =
       port.node.empty() ? nullptr : status.machine.log.LastError(begin, port.node);
-  return "  " + Padded(port.name, 16) + Padded(WordOf(port.state), 9) +
+  return "  " + Padded(Harmless(port.name), 16) + Padded(WordOf(port.state), 9) +
          Harmless(NodeText(port) + (since ? " " + SinceText(status, *since) : "") + BytesOf(port) +
                   (port.writer != nullptr ? ", a write is under way" : "") +
                   (error != nullptr

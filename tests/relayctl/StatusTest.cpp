@@ -162,6 +162,14 @@ TEST_F(StatusTest, SaysWhatThisUserMayNotSee) {
   ExpectHas(said, "-> run this as root to see what the service sees\n");
 }
 
+// Such bytes begin a terminal's commands.
+TEST_F(StatusTest, EscapesTheNameOfAPort) {
+  workplace::WriteWhole(workplace::kConfiguration, "[#X\xC2\x9B]\nbaud = 9600\n");
+  const std::string said = RunShell("relayctl status").output;
+  ExpectHas(said, "  #X\\xC2\\x9B");
+  ExpectHasNot(said, "\x9B");
+}
+
 // It would take the service that it does not see for one that does not run.
 TEST_F(StatusTest, SaysNothingWhereProcessesAreHidden) {
   PlugAndStart();
