@@ -69,7 +69,7 @@ std::optional<ThreadActivity> ThreadOver(const std::vector<ActivityLook>& looks,
   thread.processorMillis = last.processorMillis - first.processorMillis;
   thread.idle = last.idle;
   thread.waitChannel = last.waitChannel;
-  thread.waitsForReader = readerLooks * 2 > looks.size();
+  thread.waitsForReader = readerLooks > looks.size() / 2;
   struct stat status {};
   if (!thread.terminal.empty() && stat(descriptor.c_str(), &status) == 0) {
     thread.terminalNumber = status.st_rdev;
@@ -191,7 +191,7 @@ void AddLinks(const std::vector<ActivityLook>& looks, uint16_t relayPort,
           link->traffic = one;
         }
       }
-      activity.links.push_back(std::move(*link));
+      activity.links.push_back(*link);
     }
   }
 }

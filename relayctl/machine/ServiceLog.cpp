@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kFileVariable = "KXLOGGER_FILE";
 constexpr std::string_view kLost = "device-lost";
-constexpr std::streamoff kMostOfLog = 256 * 1024;  // of a file, from its end
+constexpr std::streamoff kMostOfLog = std::streamoff{256} * 1024;  // of a file, from its end
 
 // A line without a time is one of the console's, or what anybody else has written there.
 std::optional<LogLine> LineFrom(const std::string& text) {

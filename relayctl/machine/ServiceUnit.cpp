@@ -23,7 +23,7 @@ std::string UnitOf(const RunningService& service) {
   }
   std::istringstream groups(TextOf(service.folder + "/cgroup"));
   for (std::string line; std::getline(groups, line);) {
-    const std::string unit = NameIn(line);
+    std::string unit = NameIn(line);
     const bool isPlain = std::all_of(unit.begin(), unit.end(), [](unsigned char letter) {
       return std::isalnum(letter) != 0 ||
              std::string_view(".-_@:").find(static_cast<char>(letter)) != std::string_view::npos;
