@@ -18,12 +18,12 @@ constexpr std::string_view kLost = "device-lost";
 constexpr std::streamoff kMostOfLog = std::streamoff{256} * 1024;  // of a file, from its end
 
 // A line without a time is one of the console's, or what anybody else has written there.
-std::optional<LogLine> LineFrom(const std::string& text) {
+std::optional<ServiceLogLine> LineFrom(const std::string& text) {
   const LogRecord record = RecordOf(text);
   if (!record.time) {
     return std::nullopt;
   }
-  LogLine line;
+  ServiceLogLine line;
   line.time = std::chrono::duration<double>(record.time->time_since_epoch()).count();
   line.isError = record.severity && *record.severity <= LogSeverity::kError;
   line.tellsOfLoss = record.known != nullptr && record.known->event == kLost;
@@ -68,8 +68,8 @@ void ReadJournal(const std::string& unit, ServiceLog& log) {
 
 }  // namespace
 
-const LogLine* ServiceLog::LastError(double since, const std::string& device) const {
-  const auto found = std::find_if(lines.rbegin(), lines.rend(), [&](const LogLine& line) {
+const ServiceLogLine* ServiceLog::LastError(double since, const std::string& device) const {
+  const auto found = std::find_if(lines.rbegin(), lines.rend(), [&](const ServiceLogLine& line) {
     return line.isError && line.time >= since && (device.empty() || line.device == device);
   });
   return found != lines.rend() ? &*found : nullptr;
@@ -77,7 +77,7 @@ const LogLine* ServiceLog::LastError(double since, const std::string& device) co
 
 std::optional<double> ServiceLog::LostAt(const std::string& device, double since) const {
   std::optional<double> time;
-  for (const LogLine& line : lines) {
+  for (const ServiceLogLine& line : lines) {
     if (line.time >= since && line.tellsOfLoss && line.device == device) {
       time = line.time;
     }
@@ -87,7 +87,7 @@ std::optional<double> ServiceLog::LostAt(const std::string& device, double since
 
 std::vector<std::string> ServiceLog::Lost(double since) const {
   std::vector<std::string> devices;
-  for (const LogLine& line : lines) {
+  for (const ServiceLogLine& line : lines) {
     if (line.time >= since && line.tellsOfLoss &&
         std::find(devices.begin(), devices.end(), line.device) == devices.end()) {
       devices.push_back(line.device);
@@ -96,8 +96,8 @@ std::vector<std::string> ServiceLog::Lost(double since) const {
   return devices;
 }
 
-std::vector<LogLine> LogLinesIn(const std::string& text) {
-  std::vector<LogLine> lines;
+std::vector<ServiceLogLine> LogLinesIn(const std::string& text) {
+  std::vector<ServiceLogLine> lines;
   std::istringstream all(text);
   for (std::string one; std::getline(all, one);) {
     if (auto line = LineFrom(one)) {

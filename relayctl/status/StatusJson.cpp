@@ -67,7 +67,7 @@ JsonLine LinkOf(const SiteStatus& status) {
   return object;
 }
 
-JsonLine ErrorOf(const LogLine& line) {
+JsonLine ErrorOf(const ServiceLogLine& line) {
   JsonLine object;
   object.Add("time", line.time).AddText("message", line.message);
   return object;
@@ -76,7 +76,7 @@ JsonLine ErrorOf(const LogLine& line) {
 JsonLine LogOf(const ServiceLog& log) {
   JsonLine object;
   object.AddText("from", log.from).AddText("problem", log.problem);
-  if (const LogLine* const error = log.LastError(0)) {
+  if (const ServiceLogLine* const error = log.LastError(0)) {
     object.Add("last_error", ErrorOf(*error));
   }
   return object;
@@ -92,7 +92,7 @@ std::vector<JsonLine> PortsOf(const SiteStatus& status) {
     AddKnown(object, "away_since", port.awaySince);
     AddKnown(object, "received_bytes", port.receivedBytes);
     object.Add("writing", port.writer != nullptr);
-    const LogLine* const error =
+    const ServiceLogLine* const error =
         port.node.empty() ? nullptr : status.machine.log.LastError(begin, port.node);
     if (error != nullptr) {
       object.Add("last_error", ErrorOf(*error));

@@ -79,7 +79,7 @@ void AddHealth(const SiteStatus& status, Metrics& metrics) {
                 static_cast<double>(status.health));
   metrics.Gauge("findings", "Things that need attention.",
                 static_cast<double>(status.attention.size()));
-  const LogLine* const error = status.machine.log.LastError(0);
+  const ServiceLogLine* const error = status.machine.log.LastError(0);
   metrics.Gauge("last_error_timestamp_seconds", "When the last error was logged.",
                 error != nullptr ? std::optional(error->time) : std::nullopt);
 }

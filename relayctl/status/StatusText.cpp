@@ -83,7 +83,7 @@ std::string ServiceLines(const SiteStatus& status) {
   lines +=
       Line("log", (log.from.empty() ? "" : log.from) +
                       (log.problem.empty() ? "" : (log.from.empty() ? "" : ": ") + log.problem));
-  if (const LogLine* const error = log.LastError(0)) {
+  if (const ServiceLogLine* const error = log.LastError(0)) {
     lines += Line("", "last error " + ClockText(error->time) + " (" +
                           SpanText(status.time - error->time) + " ago): " + error->message);
   }
@@ -140,7 +140,7 @@ std::string NodeText(const OpenPort& port) {
 std::string PortLine(const SiteStatus& status, const OpenPort& port) {
   const std::optional<double> since = port.awaySince ? port.awaySince : port.openedAt;
   const double begin = LinkedSince(status.machine).value_or(0);
-  const LogLine* const error =
+  const ServiceLogLine* const error =
       port.node.empty() ? nullptr : status.machine.log.LastError(begin, port.node);
   return "  " + Padded(Harmless(port.name), 16) + Padded(WordOf(port.state), 9) +
          Harmless(NodeText(port) + (since ? " " + SinceText(status, *since) : "") + BytesOf(port) +
