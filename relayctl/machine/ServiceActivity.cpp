@@ -218,7 +218,7 @@ ServiceActivity WatchService(const ProcessTable& processes, const Process& servi
   const auto begin = Clock::now();
   std::vector<ActivityLook> looks = {LookAtActivity(processes, folder, lines)};
   while (looks.size() < kLooks) {
-    std::this_thread::sleep_for(kPause);
+    std::this_thread::sleep_for(kPause);  // what moves meanwhile is what is looked for
     looks.push_back(LookAtActivity(processes, folder, lines));
   }
   ServiceActivity activity;

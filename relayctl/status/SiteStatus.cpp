@@ -48,6 +48,11 @@ void ExaminePresence(const SiteStatus& status, Report& report) {
     report.Warning("no relay service is connected: no port is open",
                    "start the relay service; when it left by itself, its own log tells why");
   }
+  // What cannot be seen must not pass for healthy.
+  if (machine.service.process && !machine.activity.callsAreShown) {
+    report.Warning("this user may not see what the service does: one that hangs looks the same",
+                   "run this as root");
+  }
 }
 
 // A port that is away has its own words; that no adapter is at its place is the same thing again.

@@ -153,7 +153,8 @@ TEST_F(StatusTest, SaysThatThereIsNoConfiguration) {
 
 TEST_F(StatusTest, SaysWhatThisUserMayNotSee) {
   StartWithOpenPort();
-  const std::string said = Status(0, "setpriv --bounding-set -all ");
+  const std::string said = Status(1, "setpriv --bounding-set -all ");
+  ExpectHas(said, "needs attention: this user may not see what the service does: ");
   ExpectHas(said, "program not shown\n");
   ExpectHas(said, "  log       this user may not see where the service writes it\n");
   ExpectHas(said, "peer a process that this user may not look into of root since ");
