@@ -172,20 +172,25 @@ class ClientTest(WithService):
 
 
 class Readme(unittest.TestCase):
-    def test_the_example(self) -> None:
-        found = re.search(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.DOTALL)
-        assert found is not None
+    def test_the_examples(self) -> None:
+        examples = re.findall(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.DOTALL)
+        self.assertEqual(len(examples), 2)
         service = make(PROGRAM, self.addCleanup, port=60004)
         device = Device("/dev/ttyS2")
         self.addCleanup(device.remove)
-        service.wait_until_it_listens()  # the example is impatient
+        service.wait_until_it_listens()  # the first example is impatient
+        for example in examples:
+            with self.subTest(example):
+                self.assertEqual(self.output_of(example, device), "M100\n")
+
+    def output_of(self, example: str, device: Device) -> str:
         answer = threading.Thread(target=self.answer, args=(device,))
         answer.start()
         output = io.StringIO()
         with contextlib.redirect_stdout(output):
-            exec(found[1], {})
+            exec(example, {})
         answer.join()
-        self.assertEqual(output.getvalue(), "M100\n")
+        return output.getvalue()
 
     def answer(self, device: Device) -> None:
         if device.receives(6) == b"*IDN?\n":

@@ -85,6 +85,12 @@ class Errors(WithFakeService):
         self.assertIn("block count", problem)
         self.assertTrue(client.is_connected)
 
+    def test_the_last_malformed_packets_are_kept(self) -> None:
+        wrong = " ".join(f"0007 04 02 0001 {name:02X}" for name in range(1, 101))
+        client = self.connect([f"< {wrong} 000D 04 02 0001 58 01 02 0002 4F4B"])
+        self.assertEqual(client.receive(PATIENCE), Received(X, b"OK"))
+        self.assertEqual([packet[-1] for packet, _ in client.malformed], [*range(85, 101)])
+
     def test_nonsense_ends_the_link(self) -> None:
         for text in ("0000", "0001", "0002", "0003 01"):
             with self.subTest(text):

@@ -25,6 +25,7 @@ from .packet import (
     parse_packet,
     status_text,
 )
+from .serial_port import SerialPort
 from .told import Change, Event, Received
 
 __all__ = [
@@ -45,6 +46,7 @@ __all__ = [
     "Received",
     "Refused",
     "RelayError",
+    "SerialPort",
     "UsageError",
     "build_packet",
     "close_command",

@@ -1,15 +1,18 @@
 # SPDX-License-Identifier: MIT
-"""What the calls of a client wait in: makes the link, keeps it, and takes what comes."""
+"""What goes on beneath the calls of a client: makes the link, keeps it, and takes what comes. Waits
+for nothing: who drives it calls `_act` whenever something can be done."""
 
 import collections
 import logging
 import time
-from collections.abc import Callable, MutableSequence
+from collections.abc import Callable
 from dataclasses import dataclass
 from typing import NamedTuple
 
-from .errors import LinkEnded, MalformedPacket, NonsenseError, NotListening, RelayError
-from .link import Link
+from .clock import earliest
+from .errors import LinkEnded, MalformedPacket, NonsenseError, RelayError
+from .inbox import Inbox
+from .link import Link, not_listening
 from .packet import (
     DATA,
     DONE,
@@ -28,6 +31,7 @@ from .told import Change, Event, Received
 
 _RETRY_PAUSE = 0.1  # seconds between two tries to connect
 _REOPEN_PAUSE = 0.5  # between two opens of a kept port that the service refused
+_MOST_MALFORMED = 16  # the last so many are told
 _MOST_RECEIVES = 256  # more than a socket's buffer holds, and an end of a flood
 
 _log = logging.getLogger("serial_port_relay")
@@ -57,7 +61,9 @@ class Engine:
         self.reconnect = reconnect
         self.on_received: Callable[[Received], None] | None = None
         self.on_event: Callable[[Event], None] | None = None
-        self.malformed: MutableSequence[tuple[bytes, str]] = []
+        self.malformed: collections.deque[tuple[bytes, str]] = collections.deque(
+            maxlen=_MOST_MALFORMED
+        )
         self._link: Link | None = None
         self._number = 0  # of the link that stands, or of the last one
         self._is_wanted = False  # with no link: it is tried again
@@ -72,7 +78,7 @@ class Engine:
         self._questions: collections.deque[_Question] = collections.deque()
         self._opened: set[Port] = set()  # on this link, as its answers say
         self._kept: dict[Port, Kept] = {}  # in the order of their opening
-        self._incoming: collections.deque[Received] = collections.deque()
+        self._inbox = Inbox()
         self._replies: collections.deque[Packet] = collections.deque()
 
     @property
@@ -86,36 +92,30 @@ class Engine:
         """Whether it is still that link that stands."""
         return self.is_connected and self._number == number
 
-    def _run(self, done: Callable[[], object], end: float | None) -> bool:
-        """False: the end has passed. Raises why the link ended when it is not tried again."""
-        while not done():
-            if self._link is None and not self._is_wanted:
-                failure, self._failure = self._failure, None
-                raise failure or LinkEnded("not connected to the service")
-            is_late = end is not None and time.monotonic() >= end
-            self._step(end)
-            if is_late and not done():
-                return False
-        return True
+    def _need_hope(self) -> None:
+        """Raises why the link ended when it is not tried again."""
+        if self._link is None and not self._is_wanted:
+            failure, self._failure = self._failure, None
+            raise failure or LinkEnded("not connected to the service")
 
-    def _need_link(self, end: float | None) -> None:
-        self._drain()  # so that one that has ended meanwhile is noticed
-        if not self._run(lambda: self.is_connected, end):
-            raise self._failure or self._unlinked()
-
-    def _step(self, end: float | None) -> None:
-        """Waits until something can be done or `end`, and does it."""
+    @property
+    def _due(self) -> float | None:
+        """When there is something to do even if nothing comes."""
         if self._link is None:
-            time.sleep(left(_earliest(end, self._retry_at)) or 0.0)
-            if time.monotonic() >= self._retry_at:
+            return self._retry_at if self._is_wanted else None
+        return earliest(*(kept.retry_at for kept in self._kept.values() if self.reconnect))
+
+    def _act(self) -> None:
+        """Does what can be done now."""
+        if self._link is None:
+            if self._is_wanted and time.monotonic() >= self._retry_at:
                 self._connect()
             return
         was_connected = self.is_connected
-        due = [kept.retry_at for kept in self._kept.values() if self.reconnect]
         try:
-            self._link.wait(bool(self._outgoing), left(_earliest(end, *due)))
+            self._link.go_on()
         except OSError as error:
-            self._end(self._unlinked(error), is_firm=False)
+            self._end(not_listening(self.port, error), is_firm=False)
             return
         if self.is_connected and not was_connected:
             self._be_connected()
@@ -128,7 +128,7 @@ class Engine:
         try:
             self._link = Link(self.port)
         except OSError as error:
-            self._end(self._unlinked(error), is_firm=False)
+            self._end(not_listening(self.port, error), is_firm=False)
         else:
             self._is_served = self._is_raw = False
             if self.is_connected:
@@ -141,9 +141,7 @@ class Engine:
 
     def _end(self, reason: RelayError, is_firm: bool = True) -> None:
         """`is_firm`: without `reconnect`, there is no further try."""
-        if self._link is not None:
-            self._link.close()
-            self._link = None
+        self._drop_link()
         was_served, self._is_served = self._is_served, False
         self._outgoing.clear()
         self._cutter = PacketCutter()
@@ -159,6 +157,11 @@ class Engine:
             self._is_cut = True
             self._tell(Change.ENDED, f"{reason}; trying again")
 
+    def _drop_link(self) -> None:
+        if self._link is not None:
+            self._link.close()
+            self._link = None
+
     def _leave(self) -> None:
         """As the caller wishes: there is no further try. What has come is taken."""
         reconnect, self.reconnect = self.reconnect, False
@@ -167,14 +170,6 @@ class Engine:
         finally:
             self._end(LinkEnded("not connected to the service"))
             self.reconnect, self._is_cut = reconnect, False
-
-    def _unlinked(self, error: OSError | None = None) -> NotListening:
-        address = f"127.0.0.1:{self.port}"
-        if error is None:
-            return NotListening(f"{address} does not take the link")
-        if isinstance(error, ConnectionRefusedError):
-            return NotListening(f"nothing listens on {address}: is the service running?")
-        return NotListening(f"cannot connect to {address}: {error.strerror}")
 
     def _ask(self, command: int, port: Port, packet: bytes, answer: Callable[[int], None]) -> None:
         self._questions.append(_Question(command, port.as_answered(), answer))
@@ -267,12 +262,11 @@ class Engine:
         if packet.command != DATA:
             self._take_reply(packet)
             return
-        piece = Received(packet.port, packet.data)
-        piece.link = self._number
+        piece = Received.of_link(self._number, packet.port, packet.data)
         if self.on_received is not None:
             self.on_received(piece)
         else:
-            self._incoming.append(piece)
+            self._inbox.add(piece)
 
     def _take_reply(self, packet: Packet) -> None:
         status = packet.number or 0
@@ -304,16 +298,3 @@ class Engine:
         else:
             is_good = what in (Change.LINKED, Change.OPENED)
             _log.log(logging.INFO if is_good else logging.WARNING, "%s", text)
-
-
-def deadline(timeout: float | None) -> float | None:
-    return None if timeout is None else time.monotonic() + timeout
-
-
-def left(end: float | None) -> float | None:
-    return None if end is None else max(0.0, end - time.monotonic())
-
-
-def _earliest(*ends: float | None) -> float | None:
-    return min((end for end in ends if end is not None), default=None)
-

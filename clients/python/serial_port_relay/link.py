@@ -7,6 +7,8 @@ import os
 import select
 import socket
 
+from .errors import NotListening
+
 _CHUNK = 65536
 _LONGEST_WAIT = 3600.0  # seconds; poll counts milliseconds in an int
 
@@ -26,7 +28,7 @@ class Link:
             if error != errno.EINPROGRESS:
                 self._take_result(error)
             else:
-                self.wait(False, 0.0)  # on this machine it is decided already, as a rule
+                self.go_on()  # on this machine it is decided already, as a rule
         except BaseException:
             self.close()
             raise
@@ -34,13 +36,19 @@ class Link:
     def close(self) -> None:
         self._socket.close()
 
-    def wait(self, has_more_to_send: bool, seconds: float | None) -> None:
-        """Until something can be done, at most so long."""
+    def fileno(self) -> int:
+        return self._socket.fileno()
+
+    def wait(self, has_more_to_send: bool, seconds: float | None) -> bool:
+        """Until something can be done, at most so long. False: it took so long."""
         events = select.POLLIN if self.is_connected else select.POLLOUT
         self._poll.register(self._socket, events | (select.POLLOUT if has_more_to_send else 0))
         limit = None if seconds is None else math.ceil(1000 * min(seconds, _LONGEST_WAIT))
-        ready = self._poll.poll(limit)
-        if ready and not self.is_connected:
+        return bool(self._poll.poll(limit))
+
+    def go_on(self) -> None:
+        """Notices that it is connected. Raises OSError when that has failed."""
+        if not self.is_connected and self.wait(False, 0.0):
             self._take_result(self._socket.getsockopt(socket.SOL_SOCKET, socket.SO_ERROR))
 
     def send(self, data: bytearray) -> None:
@@ -66,6 +74,16 @@ class Link:
             raise OSError(error, os.strerror(error))
         self.is_connected = True
         _acknowledge_at_once(self._socket)
+
+
+def not_listening(port: int, error: OSError | None = None) -> NotListening:
+    """Why there is no link."""
+    address = f"127.0.0.1:{port}"
+    if error is None:
+        return NotListening(f"{address} does not take the link")
+    if isinstance(error, ConnectionRefusedError):
+        return NotListening(f"nothing listens on {address}: is the service running?")
+    return NotListening(f"cannot connect to {address}: {error.strerror}")
 
 
 def _bound_elsewhere(port: int) -> socket.socket:

@@ -1,8 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What read_until puts together."""
 
-import collections
-
 from .packet import Port
 from .told import Received
 
@@ -10,14 +8,15 @@ _MOST_SHOWN = 32  # bytes
 
 
 class Message:
-    """The bytes of a port, up to a delimiter."""
+    """The bytes of a port, up to a delimiter, or so many of them."""
 
-    def __init__(self, port: Port, end: bytes) -> None:
+    def __init__(self, port: Port, end: bytes, most: int | None = None) -> None:
         self.port = port
         self._end = end
+        self._most = most
         self._text = bytearray()
         self._link = 0
-        self._size = -1 if end else 0  # of the message; -1: not known yet
+        self._size = -1 if end and most != 0 else 0  # of the message; -1: not known yet
 
     @property
     def is_whole(self) -> bool:
@@ -32,20 +31,24 @@ class Message:
             self._link = piece.link
         start = max(0, len(self._text) - len(self._end) + 1)
         self._text += piece.data
-        found = self._text.find(self._end, start)
+        found = self._text.find(self._end, start, self._most)
         if found >= 0:
             self._size = found + len(self._end)
+        elif self._most is not None and len(self._text) >= self._most:
+            self._size = self._most
         return dropped
+
+    def end_here(self) -> None:
+        """What there is is the message."""
+        self._size = len(self._text)
 
     def taken(self) -> bytes:
         return bytes(self._text[: self._size])
 
-    def rest(self) -> collections.deque[Received]:
+    def rest(self) -> list[Received]:
         """What stays to be received."""
         data = bytes(self._text[max(0, self._size) :])
-        piece = Received(self.port, data)
-        piece.link = self._link
-        return collections.deque([piece] if data else [])
+        return [Received.of_link(self._link, self.port, data)] if data else []
 
     def __str__(self) -> str:
         return f"{self.port.shown} received {shown(self._text)}, without {shown(self._end)}"

@@ -21,6 +21,15 @@ class Received(_Piece):
 
     link = 0  # grows with each link
 
+    @classmethod
+    def of_link(cls, link: int, port: Port, data: bytes) -> "Received":
+        piece = cls(port, data)
+        piece.link = link
+        return piece
+
+    def part(self, start: int) -> "Received":
+        return self.of_link(self.link, self.port, self.data[start:])
+
 
 class Change(enum.Enum):
     ENDED = "the link has ended, and is tried again"
