@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "Input.h"
+#include "Tool.h"
 #include "log/JournalEntry.h"
-#include "log/Tool.h"
 
 namespace {
 
@@ -65,7 +65,8 @@ class LinesOf : public LogStream {
 
 class Journal : public LogStream {
  public:
-  explicit Journal(std::vector<std::string> command) : journalctl(std::move(command)) {}
+  explicit Journal(std::vector<std::string> command)
+      : journalctl(std::move(command), Tool::Use::kRead) {}
 
   int Descriptor() const override { return journalctl.Descriptor(); }
 
@@ -92,7 +93,8 @@ std::unique_ptr<LogStream> LogOfFile(const std::string& path, bool follow) {
   }
   // Behind "./" a name is no option, and none of tail's own words.
   const std::string name = path.starts_with('/') ? path : "./" + path;
-  return std::make_unique<LinesOf<Tool>>(std::vector<std::string>{"tail", "-n", "+1", "-F", name});
+  return std::make_unique<LinesOf<Tool>>(std::vector<std::string>{"tail", "-n", "+1", "-F", name},
+                                         Tool::Use::kRead);
 }
 
 std::unique_ptr<LogStream> LogOfUnit(const std::string& unit, bool follow) {

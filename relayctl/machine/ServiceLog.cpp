@@ -7,9 +7,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "Tool.h"
 #include "log/KnownLines.h"
 #include "log/LogRecord.h"
-#include "machine/ToolOutput.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ void ReadFile(const std::string& path, ServiceLog& log) {
 void ReadJournal(const std::string& unit, ServiceLog& log) {
   log.from = "the journal";
   const ToolOutput journal = RunTool(
-      "journalctl --quiet --no-pager --output=cat --lines=2000 --unit=" + unit + " 2>/dev/null");
+      {"journalctl", "--quiet", "--no-pager", "--output=cat", "--lines=2000", "--unit=" + unit});
   log.problem = journal.problem.empty() && journal.text.empty()
                     ? "nothing of it is shown to this user"
                     : journal.problem;

@@ -6,32 +6,21 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "Tool.h"
 #include "machine/Files.h"
 #include "machine/ProcessStat.h"
-#include "machine/ToolOutput.h"
 
 namespace {
 
 constexpr std::string_view kGone = " (deleted)";  // the kernel's
 
-std::string QuotedForShell(const std::string& word) {
-  std::string quoted = "'";
-  for (const char letter : word) {
-    quoted += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-  }
-  return quoted + "'";
-}
-
 // The package manager knows which package a file is of: "serial-port-handler: /usr/sbin/…".
 std::string VersionOf(const std::string& program) {
-  const std::string owner =
-      RunTool("dpkg-query --search " + QuotedForShell(program) + " 2>/dev/null").text;
+  const std::string owner = RunTool({"dpkg-query", "--search", program}).text;
   const std::string package = owner.substr(0, owner.find(':'));
   return package.empty() || owner.find(' ') < owner.find(':')
              ? ""
-             : RunTool("dpkg-query --show --showformat='${Version}' " + QuotedForShell(package) +
-                       " 2>/dev/null")
-                   .text;
+             : RunTool({"dpkg-query", "--show", "--showformat=${Version}", package}).text;
 }
 
 std::optional<uint64_t> DescriptorLimitOf(const std::string& folder) {

@@ -2,13 +2,12 @@
 #include "machine/ServiceUnit.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <sstream>
 
+#include "Tool.h"
 #include "machine/Files.h"
-#include "machine/ToolOutput.h"
 
 namespace {
 
@@ -16,7 +15,7 @@ constexpr const char* kUsualUnit = "serial-port-handler.service";
 constexpr std::string_view kSuffix = ".service";
 
 // The last part of the path of its control group, "0::/system.slice/NAME.service", where that is a
-// service. Only such names come to the shell as have nothing that it would take for its own.
+// service.
 std::string UnitOf(const RunningService& service) {
   if (!service.process) {
     return kUsualUnit;
@@ -24,11 +23,7 @@ std::string UnitOf(const RunningService& service) {
   std::istringstream groups(TextOf(service.folder + "/cgroup"));
   for (std::string line; std::getline(groups, line);) {
     std::string unit = NameIn(line);
-    const bool isPlain = std::all_of(unit.begin(), unit.end(), [](unsigned char letter) {
-      return std::isalnum(letter) != 0 ||
-             std::string_view(".-_@:").find(static_cast<char>(letter)) != std::string_view::npos;
-    });
-    if (unit.ends_with(kSuffix) && isPlain && !unit.starts_with('-')) {
+    if (unit.ends_with(kSuffix)) {
       return unit;
     }
   }
@@ -36,9 +31,10 @@ std::string UnitOf(const RunningService& service) {
 }
 
 std::map<std::string, std::string> PropertiesOf(const std::string& unit) {
-  std::istringstream text(RunTool("systemctl show --property=LoadState,ActiveState,SubState,Result,"
-                                  "ExecMainStatus,NRestarts " +
-                                  unit + " 2>/dev/null")
+  std::istringstream text(RunTool({"systemctl", "show",
+                                   "--property=LoadState,ActiveState,SubState,Result,"
+                                   "ExecMainStatus,NRestarts",
+                                   "--", unit})
                               .text);
   std::map<std::string, std::string> properties;
   for (std::string line; std::getline(text, line);) {

@@ -9,7 +9,7 @@
 #include <sstream>
 #include <utility>
 
-#include "machine/ToolOutput.h"
+#include "Tool.h"
 #include "serial/UdevScanner.h"
 
 namespace {
@@ -106,7 +106,7 @@ std::string UdevDevice::Property(const std::string& key) const {
 UdevSnapshot::UdevSnapshot(std::string dump) : text(std::move(dump)), devices(Parse(text)) {}
 
 UdevSnapshot UdevSnapshot::Take(std::string& error) {
-  ToolOutput dump = RunTool(kDumpCommand);
+  ToolOutput dump = RunTool({"udevadm", "info", "--export-db"});
   error = dump.problem.empty() && dump.text.empty()
               ? "\"" + std::string(kDumpCommand) + "\" prints nothing"
               : dump.problem;

@@ -250,6 +250,19 @@ TEST_F(StatusTest, WatchLooksAgainUntilItIsInterrupted) {
   EXPECT_EQ("exit 0", watch.WaitForExit());
 }
 
+// Not in those of a shell, in front of all others.
+TEST_F(StatusTest, SaysThatUdevadmIsMissing) {
+  StartWithOpenPort();
+  const std::string programs = workplace::kPrograms;
+  fs::remove(programs + "/udevadm");
+  const std::string words = "no USB port can be found: udevadm is not installed, or not on PATH\n";
+  const std::string said = Status(1, "PATH=" + programs + " ");
+  EXPECT_TRUE(said.starts_with("needs attention: " + words)) << said;
+  const std::string doctors = RunShell("PATH=" + programs + " relayctl doctor").output;
+  EXPECT_TRUE(doctors.starts_with("service\n")) << doctors;
+  ExpectHas(doctors, "fault          " + words);
+}
+
 // What systemd and the package manager say, by tools that say it.
 TEST_F(StatusTest, TellsOfTheUnitAndTheVersion) {
   WriteTool("systemctl",
