@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "log/LogStream.h"
 
+#include <sys/stat.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
 #include <utility>
 #include <vector>
 
@@ -39,17 +45,14 @@ class Lines {
   std::string text;
 };
 
-// Source: Input or Tool.
-template <typename Source>
-class LinesOf : public LogStream {
+class Whole : public LogStream {
  public:
-  template <typename... Arguments>
-  explicit LinesOf(Arguments&&... arguments) : source(std::forward<Arguments>(arguments)...) {}
+  explicit Whole(const std::string& path) : file(path) {}
 
-  int Descriptor() const override { return source.Descriptor(); }
+  int Descriptor() const override { return file.Descriptor(); }
 
   bool Read(const Taker& taker) override {
-    const std::string piece = source.Read();
+    const std::string piece = file.Read();
     if (piece.empty()) {
       lines.Finish(taker);
       return false;
@@ -59,7 +62,61 @@ class LinesOf : public LogStream {
   }
 
  private:
-  Source source;
+  Input file;
+  Lines lines;
+};
+
+// Looks at the file again and again: the kernel's notices tell nothing of what is written on
+// another machine, or under which name it goes on.
+class Followed : public LogStream {
+ public:
+  explicit Followed(std::string name)
+      : path(std::move(name)),
+        file(std::make_unique<Input>(path)),
+        looks(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+    constexpr itimerspec kOften = {{0, 250'000'000}, {0, 1}};
+    (void)timerfd_settime(looks, 0, &kOften, nullptr);
+  }
+  ~Followed() override { (void)close(looks); }
+  Followed(const Followed&) = delete;
+  Followed& operator=(const Followed&) = delete;
+
+  int Descriptor() const override { return looks; }
+
+  // A piece at a time, until there is none: the look is over only then.
+  bool Read(const Taker& taker) override {
+    const std::string piece = file->Read();
+    lines.Add(piece, taker);
+    if (piece.empty()) {
+      uint64_t missed;
+      (void)!read(looks, &missed, sizeof missed);
+      GoOn(taker);
+    }
+    return true;
+  }
+
+ private:
+  // Where the file was emptied, or another one has its name, a line that is unfinished stays so.
+  void GoOn(const Taker& taker) {
+    struct stat ours {};
+    struct stat named {};
+    (void)fstat(file->Descriptor(), &ours);
+    if (stat(path.c_str(), &named) == 0 && S_ISREG(named.st_mode) &&
+        (named.st_ino != ours.st_ino || named.st_dev != ours.st_dev)) {
+      for (std::string last; !(last = file->Read()).empty();) {
+        lines.Add(last, taker);
+      }
+      lines.Finish(taker);
+      file = std::make_unique<Input>(path);
+    } else if (ours.st_size < lseek(file->Descriptor(), 0, SEEK_CUR)) {
+      lines.Finish(taker);
+      (void)lseek(file->Descriptor(), 0, SEEK_SET);
+    }
+  }
+
+  const std::string path;
+  std::unique_ptr<Input> file;
+  int looks;
   Lines lines;
 };
 
@@ -87,14 +144,11 @@ class Journal : public LogStream {
 }  // namespace
 
 std::unique_ptr<LogStream> LogOfFile(const std::string& path, bool follow) {
-  auto file = std::make_unique<LinesOf<Input>>(path);
-  if (!follow || path == "-") {
-    return file;
+  std::error_code error;
+  if (follow && path != "-" && std::filesystem::is_regular_file(path, error)) {
+    return std::make_unique<Followed>(path);
   }
-  // Behind "./" a name is no option, and none of tail's own words.
-  const std::string name = path.starts_with('/') ? path : "./" + path;
-  return std::make_unique<LinesOf<Tool>>(std::vector<std::string>{"tail", "-n", "+1", "-F", name},
-                                         Tool::Use::kRead);
+  return std::make_unique<Whole>(path);
 }
 
 std::unique_ptr<LogStream> LogOfUnit(const std::string& unit, bool follow) {

@@ -23,7 +23,8 @@ class LogStream {
 };
 
 // All of these throw relay::Error when it cannot be read. `follow`: the end never comes; a file is
-// followed by its name, also where another one takes its place.
+// followed by its name, also where another one takes its place or it is emptied. Only of a plain
+// file or the journal.
 
 // "-" is standard input.
 std::unique_ptr<LogStream> LogOfFile(const std::string& path, bool follow);

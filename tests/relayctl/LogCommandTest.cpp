@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -105,6 +106,32 @@ TEST_F(LogCommandTest, FollowsAFileWhoseNameAnotherOneTakes) {
   EXPECT_TRUE(log.Prints("Command parse failed."));
   log.Signal(SIGINT);
   EXPECT_EQ("exit 0", log.WaitForExit());
+}
+
+// Two lines of two files are never made into one.
+TEST_F(LogCommandTest, EndsALineThatARotationLeftUnfinished) {
+  workplace::WriteWhole(workplace::kLog, "first\nunfinished");
+  Background log(std::string("relayctl log --brief --follow ") + workplace::kLog);
+  ASSERT_TRUE(log.Prints("first\n"));
+  workplace::WriteWhole(workplace::kLog, "of another file\nand cut");
+  ASSERT_TRUE(log.Prints("of another file\n"));
+  std::ofstream(workplace::kLog, std::ios::trunc) << "emptied\n";
+  ASSERT_TRUE(log.Prints("emptied\n"));
+  log.Signal(SIGINT);
+  EXPECT_EQ("exit 0", log.WaitForExit());
+  EXPECT_EQ(
+      "- -        first\n"
+      "- -        unfinished\n"
+      "- -        of another file\n"
+      "- -        and cut\n"
+      "- -        emptied\n",
+      log.Output());
+}
+
+TEST_F(LogCommandTest, FollowsNoFileThatIsNotThere) {
+  const Outcome outcome = RunShell("relayctl log --follow /tmp/e2e/none");
+  EXPECT_EQ("relayctl: cannot open /tmp/e2e/none: No such file or directory\n", outcome.output);
+  EXPECT_EQ(1, outcome.status);
 }
 
 TEST_F(LogCommandTest, EndsAsSoonAsNobodyReadsItsOutput) {
