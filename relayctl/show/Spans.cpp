@@ -34,6 +34,11 @@ std::string SpanText(double seconds) {
                          : both(whole / kDay, "d", whole % kDay / kHour, "h");
 }
 
+std::string AgoText(double seconds) {
+  return seconds < 0 ? "to come in " + SpanText(-seconds) + " by this machine's clock"
+                     : SpanText(seconds) + " ago";
+}
+
 std::string SizeText(uint64_t bytes) {
   std::array<char, 32> text{};
   (void)std::snprintf(text.data(), text.size(), "%.1f MiB", static_cast<double>(bytes) / (1 << 20));

@@ -11,6 +11,9 @@ std::string ClockText(double secondsSince1970);
 // "12 s", "3 min 5 s", "5 h 2 min", "3 d 4 h".
 std::string SpanText(double seconds);
 
+// "12 s ago". Clocks are set back: what is still to come is said to be.
+std::string AgoText(double seconds);
+
 // "3.1 MiB"
 std::string SizeText(uint64_t bytes);
 

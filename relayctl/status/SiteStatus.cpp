@@ -83,8 +83,8 @@ void Sort(const Report& report, SiteStatus& status) {
 
 SiteStatus LookAtSite(std::optional<uint16_t> givenRelayPort) {
   SiteStatus status;
-  status.time = SecondsSince1970();
   status.machine = Machine::Now(givenRelayPort, LineAccess::kNone);
+  status.time = SecondsSince1970();  // behind all that was seen
   status.relayPort =
       givenRelayPort.value_or(static_cast<uint16_t>(status.machine.configuration.relayPort));
   status.isListening = IsListening(status.machine, status.relayPort);

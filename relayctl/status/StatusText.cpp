@@ -21,7 +21,10 @@ std::string Line(const std::string& subject, const std::string& text) {
 }
 
 std::string SinceText(const SiteStatus& status, double since) {
-  return "since " + ClockText(since) + " (" + SpanText(status.time - since) + ")";
+  constexpr double kRounding = 2;  // what the kernel tells of a start is in whole seconds
+  const double span = status.time - since;
+  return "since " + ClockText(since) + " (" + (span < -kRounding ? AgoText(span) : SpanText(span)) +
+         ")";
 }
 
 std::string FindingLines(const std::string& word, const Finding& finding, Color color,
@@ -85,7 +88,7 @@ std::string ServiceLines(const SiteStatus& status) {
                       (log.problem.empty() ? "" : (log.from.empty() ? "" : ": ") + log.problem));
   if (const ServiceLogLine* const error = log.LastError(0)) {
     lines += Line("", "last error " + ClockText(error->time) + " (" +
-                          SpanText(status.time - error->time) + " ago): " + error->message);
+                          AgoText(status.time - error->time) + "): " + error->message);
   }
   return lines;
 }

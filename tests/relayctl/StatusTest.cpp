@@ -250,6 +250,20 @@ TEST_F(StatusTest, WatchLooksAgainUntilItIsInterrupted) {
   EXPECT_EQ("exit 0", watch.WaitForExit());
 }
 
+// A clock that was set back leaves such lines in the log.
+TEST_F(StatusTest, SaysWhenAnErrorIsStillToComeByTheClock) {
+  StartWithOpenPort();
+  workplace::WriteWhole(workplace::kLog,
+                        "2999-01-01T00:00:00.000000Z 1 SerialPortHandler SerialPortHandler.cpp:1 4 "
+                        "Command parse failed.\n");
+  const std::string said = Status(0);
+  EXPECT_TRUE(std::regex_search(
+      said,
+      std::regex("            last error [-0-9]{10} [0-9:]{8} \\(to come in [0-9]+ d( [0-9]+ h)? "
+                 "by this machine's clock\\): Command parse failed\\.\n")))
+      << said;
+}
+
 // Not in those of a shell, in front of all others.
 TEST_F(StatusTest, SaysThatUdevadmIsMissing) {
   StartWithOpenPort();
