@@ -91,6 +91,14 @@ void SubCommand::Option(const std::string& names, std::string& target,
   });
 }
 
+void SubCommand::Option(const std::string& names, std::optional<std::string>& target,
+                        const std::string& placeholder, const std::string& optionHelp) {
+  Add(names, placeholder, "", optionHelp, [&target](const std::string& value) {
+    target = value;
+    return "";
+  });
+}
+
 void SubCommand::Option(const std::string& names, double& target, const std::string& placeholder,
                         const std::string& optionHelp) {
   char preset[32] = "";
@@ -126,7 +134,14 @@ void SubCommand::Choice(const std::string& names, std::string& target,
 
 void SubCommand::Argument(const std::string& argumentName, std::string& target,
                           const std::string& argumentHelp, bool isRequired) {
-  arguments.push_back({argumentName, argumentHelp, isRequired, &target, nullptr});
+  arguments.push_back({argumentName, argumentHelp, isRequired,
+                       [&target](const std::string& word) { target = word; }, nullptr});
+}
+
+void SubCommand::Argument(const std::string& argumentName, std::optional<std::string>& target,
+                          const std::string& argumentHelp) {
+  arguments.push_back({argumentName, argumentHelp, false,
+                       [&target](const std::string& word) { target = word; }, nullptr});
 }
 
 void SubCommand::Arguments(const std::string& argumentName, std::vector<std::string>& target,
@@ -208,7 +223,7 @@ void SubCommand::TakeArguments(std::vector<std::string> words) const {
     if (argument.all != nullptr) {
       *argument.all = std::exchange(words, {});
     } else if (!words.empty()) {
-      *argument.one = words.front();
+      argument.one(words.front());
       words.erase(words.begin());
     }
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ class SubCommand {
   // `placeholder` stands for the value in help: "SECONDS".
   void Option(const std::string& names, std::string& target, const std::string& placeholder,
               const std::string& help);
+  void Option(const std::string& names, std::optional<std::string>& target,
+              const std::string& placeholder, const std::string& help);
   void Option(const std::string& names, double& target, const std::string& placeholder,
               const std::string& help);  // 0 to a million; NaN: no default to show
   void Option(const std::string& names, unsigned& target, const std::string& placeholder,
@@ -32,6 +35,10 @@ class SubCommand {
   // Without a name before it. `name` is what help calls it: "PORT".
   void Argument(const std::string& name, std::string& target, const std::string& help,
                 bool isRequired = true);
+
+  // The same, where an empty one is not the same as none.
+  void Argument(const std::string& name, std::optional<std::string>& target,
+                const std::string& help);
 
   // All words that are left.
   void Arguments(const std::string& name, std::vector<std::string>& target, const std::string& help,
@@ -75,7 +82,7 @@ class SubCommand {
     std::string name;
     std::string help;
     bool isRequired;
-    std::string* one;  // where it goes, or
+    std::function<void(const std::string&)> one;  // takes it, or
     std::vector<std::string>* all;
   };
 

@@ -19,8 +19,8 @@
 namespace {
 
 struct Options {
-  std::string file;
-  std::string unit;
+  std::optional<std::string> file;
+  std::optional<std::string> unit;
   std::string level;
   std::string device;
   bool follow = false;
@@ -31,27 +31,27 @@ struct Options {
   throw relay::Error(relay::ErrorKind::kUsage, "log: " + what);
 }
 
-// Of the service that runs; empty: none is known, as where it writes to the journal.
-std::string FileOfService() {
+// Of the service that runs; nothing: none is known, as where it writes to the journal.
+std::optional<std::string> FileOfService() {
   const RunningService service = FindService(ProcessTable(), std::nullopt);
   const auto found = service.environment.find("KXLOGGER_FILE");
   return found != service.environment.end() && !found->second.empty()
-             ? service.PathOf(found->second)
-             : "";
+             ? std::optional(service.PathOf(found->second))
+             : std::nullopt;
 }
 
 // Where the log is, of which a person may have told nothing.
 std::unique_ptr<LogStream> Open(Options& options) {
-  if (options.file.empty() && options.unit.empty()) {
+  if (!options.file && !options.unit) {
     options.file = FileOfService();
-    if (options.file.empty()) {
-      options.unit = kServiceUnit;
+    if (options.file) {
+      PrintNotice("the service's log file: " + Harmless(*options.file));
     } else {
-      PrintNotice("the service's log file: " + Harmless(options.file));
+      options.unit = kServiceUnit;
     }
   }
-  return options.unit.empty() ? LogOfFile(options.file, options.follow)
-                              : LogOfUnit(options.unit, options.follow);
+  return options.file ? LogOfFile(*options.file, options.follow)
+                      : LogOfUnit(*options.unit, options.follow);
 }
 
 class Filter {
@@ -80,8 +80,12 @@ class Filter {
 };
 
 void Check(const Options& options) {
-  if (!options.file.empty() && !options.unit.empty()) {
+  if (options.file && options.unit) {
     Refuse("give FILE or --unit, not both");
+  }
+  // What a script's variable has that was never set is not what the person meant.
+  if (options.file == "" || options.unit == "") {
+    Refuse(std::string(options.file ? "FILE" : "--unit") + ": is empty");
   }
   if (options.device.starts_with('#')) {
     Refuse("--device: the log has devices, as /dev/ttyUSB0; relayctl doctor tells a port's");
@@ -124,8 +128,8 @@ int Show(const CommonOptions& common, Options options) {
       stream->Descriptor(), [] { return static_cast<short>(POLLIN); },
       [&](short) { ended = !stream->Read(show); });
   const int signal = loop.Run([&] { return ended; });
-  if (isEmpty && ended && !options.unit.empty()) {
-    PrintNotice("the journal has nothing of " + Harmless(options.unit) +
+  if (isEmpty && ended && options.unit) {
+    PrintNotice("the journal has nothing of " + Harmless(*options.unit) +
                 " that this user may read");
   }
   return signal == 0 || options.follow ? kExitDone : kExitSignal + signal;
@@ -133,7 +137,7 @@ int Show(const CommonOptions& common, Options options) {
 
 void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
-  command.Argument("FILE", options->file, "The log; - is standard input", false);
+  command.Argument("FILE", options->file, "The log; - is standard input");
   command.Option("--unit", options->unit, "NAME", "Read what the journal has of this unit");
   command.Flag("--follow", options->follow, "Go on with what comes, until Ctrl-C");
   command.Choice("--level", options->level, {"fatal", "error", "warning", "progress", "debug"},

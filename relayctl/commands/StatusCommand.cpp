@@ -21,7 +21,7 @@ constexpr double kPause = 1;  // seconds between two looks, of which each takes 
 
 struct Options {
   bool watch = false;
-  std::string metricsFile;
+  std::optional<std::string> metricsFile;
 };
 
 void PrintText(std::string text) {
@@ -49,8 +49,8 @@ void Show(const SiteStatus& status, const CommonOptions& common, const Options& 
   const bool isTerminal = isatty(STDOUT_FILENO) == 1;
   if (options.metricsFile == "-") {
     PrintText(MetricsOf(status));
-  } else if (!options.metricsFile.empty()) {
-    WriteWhole(options.metricsFile, MetricsOf(status));
+  } else if (options.metricsFile) {
+    WriteWhole(*options.metricsFile, MetricsOf(status));
   } else if (common.json) {
     PrintLine(JsonOf(status));
   } else {
@@ -68,6 +68,9 @@ int Watch(std::optional<uint16_t> port, const CommonOptions& common, const Optio
 }
 
 int Status(const CommonOptions& common, const Options& options) {
+  if (options.metricsFile == "") {
+    throw relay::Error(relay::ErrorKind::kUsage, "status: --prometheus: is empty");
+  }
   const std::optional<uint16_t> port =
       common.givenRelayPort != 0 ? std::optional(common.RelayPort()) : std::nullopt;
   if (options.watch) {

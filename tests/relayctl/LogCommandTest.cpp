@@ -134,6 +134,14 @@ TEST_F(LogCommandTest, FollowsNoFileThatIsNotThere) {
   EXPECT_EQ(1, outcome.status);
 }
 
+TEST_F(LogCommandTest, AnEmptyNameIsNotNone) {
+  FakeJournal("");
+  const Outcome file = RunShell("relayctl log ''");
+  EXPECT_EQ("relayctl: log: FILE: is empty\n", file.output);
+  EXPECT_EQ(2, file.status);
+  EXPECT_EQ("relayctl: log: --unit: is empty\n", RunShell("relayctl log --unit ''").output);
+}
+
 TEST_F(LogCommandTest, EndsAsSoonAsNobodyReadsItsOutput) {
   workplace::WriteWhole(workplace::kLog, "first\n");
   const Outcome outcome = RunShell(std::string("{ timeout 60 relayctl log --brief --follow ") +

@@ -224,6 +224,8 @@ TEST_F(StatusTest, FiguresThatCannotBeWrittenAreAnError) {
   EXPECT_EQ("relayctl: /tmp/e2e/none/figures: cannot be written: No such file or directory\n",
             outcome.output);
   EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("relayctl: status: --prometheus: is empty\n",
+            RunShell("relayctl status --prometheus ''").output);
 }
 
 TEST_F(StatusTest, EachAlertIsOnAFigureThatThereIs) {
