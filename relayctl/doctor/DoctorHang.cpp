@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 #include "machine/TerminalDevice.h"
 #include "show/Spans.h"
@@ -231,12 +232,16 @@ void ExamineLink(const Machine& machine, const LinkActivity& link, Report& repor
 void ExamineQueue(const Machine& machine, Report& report) {
   const std::vector<LinkActivity>& links = machine.activity.links;
   const bool isServed = std::any_of(links.begin(), links.end(), IsServed);
+  std::set<std::string> waiting;
   for (const LinkActivity& link : links) {
     if (link.socket.inode == 0 && link.socket.state == kTcpEstablished && !isServed) {
-      report.Fault(PeerNameOf(machine, link) + " is connected and has not been accepted for " +
-                       SecondsOf(machine.activity) + ": the service hangs",
-                   kRestart);
+      waiting.insert(PeerNameOf(machine, link));
     }
+  }
+  for (const std::string& names : waiting) {
+    report.Fault(names + " is connected and has not been accepted for " +
+                     SecondsOf(machine.activity) + ": the service hangs",
+                 kRestart);
   }
 }
 

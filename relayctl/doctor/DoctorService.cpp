@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <optional>
 
 #include "doctor/Doctor.h"
@@ -86,9 +87,14 @@ void ExaminePeers(const Machine& machine, const std::vector<TcpSocket>& sockets,
   for (auto link = links.begin(); link != served; ++link) {
     report.Fact(kPeerFact, machine.processes.NamesOfPeer(*link, sockets));
   }
+  std::map<std::string, unsigned> waiting;
   for (auto link = served; link != links.end() && served != links.begin(); ++link) {
-    report.Warning(machine.processes.NamesOfPeer(*link, sockets) +
-                       " is connected as well, and waits for ever in the queue",
+    ++waiting[machine.processes.NamesOfPeer(*link, sockets)];
+  }
+  for (const auto& [names, count] : waiting) {
+    report.Warning(names + " is connected as well, " +
+                       (count > 1 ? std::to_string(count) + " times, " : "") +
+                       "and waits for ever in the queue",
                    "end it; the queue is reset when the service listens anew");
   }
 }

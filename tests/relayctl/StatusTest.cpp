@@ -82,6 +82,19 @@ TEST_F(StatusTest, NamesThePeerThatWaits) {
   ExpectHas(said, "            1 more wait to be served\n");
 }
 
+TEST_F(StatusTest, NamesAPeerThatWaitsTwiceOnce) {
+  StartWithOpenPort();
+  const Relay second;
+  const Relay third;
+  ASSERT_TRUE(second.IsConnected() && third.IsConnected());
+  const std::string said = Status(1);
+  EXPECT_TRUE(said.starts_with("needs attention: " + Own() +
+                               " is connected as well, 2 times, and waits for ever in the queue\n"))
+      << said;
+  ExpectHas(said, "            2 more wait to be served\n");
+  ExpectHasNot(said, "also: ");
+}
+
 // It is in a write that the device does not take.
 TEST_F(StatusTest, NamesAStuckWriteAndThePeerThatHasLeftUnnoticed) {
   StartWithOpenPort();
