@@ -40,6 +40,12 @@ void ExamineConfiguration(const MachineConfiguration& configuration, Report& rep
 
 // What was looked at where, as the service may see other files than the calling user.
 void ExamineView(const RunningService& service, Report& report) {
+  if (service.mayBeHidden) {
+    report.Warning(
+        "what the service does, and whether it runs, is not known: this user sees only "
+        "processes of its own (hidepid of /proc)",
+        "run this as root");
+  }
   if (!service.process) {
     return;
   }

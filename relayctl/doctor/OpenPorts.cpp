@@ -149,7 +149,8 @@ std::vector<OpenPort> OpenPortsOf(const Machine& machine) {
     if (line != nullptr) {
       port.state = PortState::kOpen;
       TakeThreads(machine, line->number, port);
-    } else if (!machine.service.process || machine.activity.filesAreShown) {
+    } else if (machine.service.process ? machine.activity.filesAreShown
+                                       : !machine.service.mayBeHidden) {
       port.state = PortState::kNotOpen;
     }
     ports.push_back(port);

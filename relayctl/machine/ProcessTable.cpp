@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -179,6 +180,9 @@ bool ProcessTable::IsReachable(pid_t pid) const {
   const std::string theirs = LinkOf(FolderOf(pid) + "/ns/net");
   return Describe(pid).state != 'Z' && (theirs.empty() || ours == theirs);
 }
+
+// The first process is never this user's own, where others are hidden from it.
+bool ProcessTable::ShowsAll() const { return access(FolderOf(1).c_str(), F_OK) == 0; }
 
 std::vector<Process> ProcessTable::Named(const std::string& command) const {
   std::vector<Process> processes;

@@ -82,6 +82,9 @@ class ProcessTable {
   // False when it is known to be in another network namespace, or has ended already.
   bool IsReachable(pid_t pid) const;
 
+  // False where the kernel hides the processes of others from this user.
+  bool ShowsAll() const;
+
   // All with this short name.
   std::vector<Process> Named(const std::string& command) const;
 

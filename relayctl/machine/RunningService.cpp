@@ -74,6 +74,7 @@ RunningService FindService(const ProcessTable& processes, std::optional<uint16_t
   std::vector<Process> all = processes.Named(kServiceShortName);
   std::erase_if(all, [&](const Process& one) { return !processes.IsReachable(one.pid); });
   if (all.empty()) {
+    service.mayBeHidden = !processes.ShowsAll();
     return service;
   }
   if (relayPort && all.size() > 1) {

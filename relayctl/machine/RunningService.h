@@ -12,7 +12,8 @@
 #include "machine/ProcessTable.h"
 
 struct RunningService {
-  std::optional<Process> process;  // nothing: no service runs
+  std::optional<Process> process;  // nothing: no service runs, or
+  bool mayBeHidden = false;        // none is seen by this user, to whom the kernel shows its own
   std::vector<Process> others;     // more of them
   bool mayLookInto = false;        // the calling user sees its environment and its files
   std::map<std::string, std::string> environment;

@@ -115,7 +115,8 @@ ServiceLog ReadServiceLog(const RunningService& service, const ServiceUnit& unit
   } else if (!unit.name.empty()) {
     ReadJournal(unit.name, log);
   } else {
-    log.problem = !service.process      ? "no service runs that would tell where it is"
+    log.problem = !service.process && !service.mayBeHidden
+                      ? "no service runs that would tell where it is"
                   : service.mayLookInto ? "the service writes it to its standard error"
                                         : "this user may not see where the service writes it";
   }

@@ -2,7 +2,6 @@
 #include "status/SiteStatus.h"
 
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -22,9 +21,9 @@ bool IsListening(const Machine& machine, uint16_t relayPort) {
   });
 }
 
-// Where the kernel hides the processes of others, a service that is not seen may well run.
+// All there is to tell would be missing.
 void MustSeeProcesses(const SiteStatus& status) {
-  if (status.isListening && !status.machine.service.process && access("/proc/1", F_OK) != 0) {
+  if (status.isListening && status.machine.service.mayBeHidden) {
     throw relay::Error(relay::ErrorKind::kSystem,
                        "something listens on 127.0.0.1:" + std::to_string(status.relayPort) +
                            ", and this user sees only processes of its own (hidepid of /proc): "
@@ -42,7 +41,7 @@ std::string UnitText(const ServiceUnit& unit) {
 
 void ExaminePresence(const SiteStatus& status, Report& report) {
   const Machine& machine = status.machine;
-  if (!machine.service.process) {
+  if (!machine.service.process && !machine.service.mayBeHidden) {
     report.Fault("the service does not run" + UnitText(machine.unit), kStart);
   } else if (status.isListening && machine.activity.links.empty()) {
     report.Warning("no relay service is connected: no port is open",

@@ -25,7 +25,9 @@ JsonLine ServiceOf(const SiteStatus& status) {
   const Machine& machine = status.machine;
   const ServiceProcess& process = machine.process;
   JsonLine object;
-  object.Add("runs", machine.service.process.has_value());
+  if (!machine.service.mayBeHidden) {
+    object.Add("runs", machine.service.process.has_value());
+  }
   if (machine.service.process) {
     object.Add("pid", machine.service.process->pid).Add("started", process.startedAt);
     object.AddText("program", process.program).AddText("version", process.version);

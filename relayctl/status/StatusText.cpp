@@ -76,7 +76,10 @@ std::string ProcessLines(const SiteStatus& status) {
 
 std::string ServiceLines(const SiteStatus& status) {
   const Machine& machine = status.machine;
-  std::string lines = machine.service.process ? ProcessLines(status) : Line("service", "none runs");
+  std::string lines =
+      machine.service.process
+          ? ProcessLines(status)
+          : Line("service", machine.service.mayBeHidden ? "not shown to this user" : "none runs");
   const std::string unit =
       machine.unit.name.empty() ? "" : "; unit " + machine.unit.name + " " + machine.unit.state;
   const bool exists = machine.configuration.exists;

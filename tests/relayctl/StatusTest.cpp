@@ -19,6 +19,13 @@ class StatusTest : public StatusSituation {
     workplace::WriteWhole(path, "#!/bin/sh\n" + commands + "\n");
     fs::permissions(path, fs::perms::owner_all);
   }
+
+  // By a user to whom the kernel shows no process of another.
+  static std::string AmongHidden(const std::string& command) {
+    return "unshare --mount sh -c 'mount -t proc -o hidepid=ptraceable proc /proc && "
+           "exec setpriv --bounding-set -all " +
+           command + "'";
+  }
 };
 
 TEST_F(StatusTest, AServiceThatWorksIsHealthy) {
@@ -187,14 +194,30 @@ TEST_F(StatusTest, EscapesTheNameOfAPort) {
 // It would take the service that it does not see for one that does not run.
 TEST_F(StatusTest, SaysNothingWhereProcessesAreHidden) {
   PlugAndStart();
-  const Outcome outcome = RunShell(
-      "unshare --mount sh -c 'mount -t proc -o hidepid=ptraceable proc /proc && "
-      "exec setpriv --bounding-set -all relayctl status'");
+  const Outcome outcome = RunShell(AmongHidden("relayctl status"));
   EXPECT_EQ(1, outcome.status);
   EXPECT_EQ(
       "relayctl: something listens on 127.0.0.1:60004, and this user sees only processes of its "
       "own (hidepid of /proc): run this as root\n",
       outcome.output);
+}
+
+TEST_F(StatusTest, DoesNotSayThatAServiceIsDownWhichMayBeHidden) {
+  const Outcome outcome = RunShell(AmongHidden("relayctl status"));
+  EXPECT_EQ(2, outcome.status);
+  EXPECT_TRUE(
+      outcome.output.starts_with("down: nothing listens on 127.0.0.1:60004\n"
+                                 "  -> start the service: systemctl start serial-port-handler\n"
+                                 "  service   not shown to this user\n"))
+      << outcome.output;
+  ExpectHas(outcome.output, "  log       this user may not see where the service writes it\n");
+  ExpectHas(outcome.output, "  #PhysicalPort0   not known no /dev/ttyS2\n");
+  ExpectHas(outcome.output,
+            "also: what the service does, and whether it runs, is not known: this user sees only "
+            "processes of its own (hidepid of /proc)\n  -> run this as root\n");
+  ExpectHas(RunShell(AmongHidden("relayctl doctor")).output,
+            "warning        what the service does, ");
+  ExpectHas(RunShell(AmongHidden("relayctl -j status")).output, "\"service\":{\"configuration\":");
 }
 
 TEST_F(StatusTest, IsOneJsonObject) {
