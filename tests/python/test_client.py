@@ -65,15 +65,6 @@ class ClientTest(WithService):
         self.assertEqual(next(client.received(PATIENCE)), Received(Port(PHYSICAL.encode()), b"abc"))
         self.assertEqual(list(client.received(silence=0.0)), [])
 
-    def test_callback(self) -> None:
-        client = self.connect()
-        came: list[bytes] = []
-        client.on_received = lambda piece: came.append(piece.data)
-        client.open(PHYSICAL)
-        self.device.sends(b"abc")
-        self.receive_until(client, lambda: bool(came))
-        self.assertEqual(came, [b"abc"])
-
     def test_much_data_both_ways(self) -> None:
         client = self.connect()
         client.open(PHYSICAL)
@@ -96,24 +87,6 @@ class ClientTest(WithService):
         self.assertTrue(1024 <= taken < len(sent), taken)
         self.assertIn(f"took {taken} bytes, and no more", str(caught.exception))
         self.assertEqual(self.device.receives(taken), sent[:taken])
-
-    def test_a_slow_line_is_no_failure(self) -> None:
-        client = self.connect()
-        client.open(PHYSICAL)
-        # A full line is offered more when it has room for some 20 kB, and not before.
-        client.reply_timeout = 5.0
-        sent = bytes(range(256)) * 800
-        began = time.monotonic()
-        reader = threading.Thread(target=self.receive_slowly, args=(sent,))
-        reader.start()
-        client.write(PHYSICAL, sent)
-        self.assertGreater(time.monotonic() - began, client.reply_timeout)
-        reader.join()
-
-    def receive_slowly(self, wanted: bytes) -> None:
-        for at in range(0, len(wanted), 1024):
-            time.sleep(0.04)  # the line's speed
-            assert self.device.receives(1024) == wanted[at : at + 1024]
 
     def echo(self, count: int) -> None:
         while count > 0 and (data := self.device.receives(min(count, 256))):
@@ -149,7 +122,8 @@ class ClientTest(WithService):
 
     def test_no_answer(self) -> None:
         with socket.create_server(("127.0.0.1", 0)) as mute:
-            client = Client(mute.getsockname()[1], reply_timeout=0.1)
+            client = self.make(mute.getsockname()[1], reply_timeout=0.1)
+            self.addCleanup(client.disconnect)
             client.connect()
             with self.assertRaisesRegex(NoAnswer, "#PhysicalPort0"):
                 client.open(PHYSICAL)
@@ -157,7 +131,7 @@ class ClientTest(WithService):
 
     def test_nobody_listens(self) -> None:
         with self.assertRaisesRegex(NotListening, "127.0.0.1:60999: is the service running"):
-            Client(60999, patience=0.0).connect()
+            self.make(60999, patience=0.0).connect()
 
     def test_nobody_is_connected_to_himself(self) -> None:
         ipv4 = pathlib.Path("/proc/sys/net/ipv4")
@@ -168,13 +142,44 @@ class ClientTest(WithService):
         for ports in ("60003 60004", "60004 60005"):
             local_ports.write_text(ports)
             with self.subTest(ports), self.assertRaises(NotListening):
-                Client(patience=0.0).connect()
+                self.make(patience=0.0).connect()
+
+
+class SlowLine(WithService):
+    def test_a_slow_line_is_no_failure(self) -> None:
+        client = self.connect()
+        client.open(PHYSICAL)
+        # A full line is offered more when it has room for some 20 kB, and not before.
+        client.reply_timeout = 2.5
+        sent = bytes(range(256)) * 800
+        began = time.monotonic()
+        reader = threading.Thread(target=self.receive_slowly, args=(sent,))
+        reader.start()
+        client.write(PHYSICAL, sent)
+        self.assertGreater(time.monotonic() - began, client.reply_timeout)
+        reader.join()
+
+    def receive_slowly(self, wanted: bytes) -> None:
+        for at in range(0, len(wanted), 1024):
+            time.sleep(0.02)  # the line's speed
+            assert self.device.receives(1024) == wanted[at : at + 1024]
+
+
+class Callback(WithService):
+    def test_callback(self) -> None:
+        client = self.connect()
+        came: list[bytes] = []
+        client.on_received = lambda piece: came.append(piece.data)
+        client.open(PHYSICAL)
+        self.device.sends(b"abc")
+        self.receive_until(client, lambda: bool(came))
+        self.assertEqual(came, [b"abc"])
 
 
 class Readme(unittest.TestCase):
     def test_the_examples(self) -> None:
         examples = re.findall(r"```python\n(.*?)```", README.read_text(encoding="utf-8"), re.DOTALL)
-        self.assertEqual(len(examples), 2)
+        self.assertEqual(len(examples), 3)
         service = make(PROGRAM, self.addCleanup, port=60004)
         device = Device("/dev/ttyS2")
         self.addCleanup(device.remove)

@@ -3,7 +3,7 @@
 
 import socket
 import unittest
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 
 from serial_port_relay import (
     Change,
@@ -30,11 +30,13 @@ GO = "> 474F"  # from the test: what was received before is taken
 
 
 class WithFakeService(unittest.TestCase):
+    make: Callable[..., Client] = Client
+
     def connect(self, *scripts: Sequence[str], reconnect: bool = False) -> Client:
         service = FakeService(*scripts)
         self.addCleanup(service.finish)
         self.events: list[Event] = []
-        client = Client(
+        client = self.make(
             service.port, patience=PATIENCE, reconnect=reconnect, on_event=self.events.append
         )
         self.addCleanup(client.disconnect)  # runs before finish
@@ -61,6 +63,25 @@ class Stream(WithFakeService):
         client = self.connect([OPEN_X, DATA_OF_X, OPENED_X])
         client.open("X")
         self.assertEqual(client.receive(0.0), Received(X, b"OK"))
+
+    def test_a_port_has_its_bytes_to_itself(self) -> None:
+        client = self.connect(
+            [f"{DATA_OF_X}  000E 04 02 0001 59 01 02 0003 616263  000E 04 02 0001 58 01 02 0003 646566"]
+        )
+        self.assertEqual(client.read("X", 5, PATIENCE), b"OKdef")
+        self.assertEqual(client.read("Y", 4, 0.0), b"abc")
+
+    def test_what_is_waiting(self) -> None:
+        client = self.connect(
+            [f"{DATA_OF_X}  000E 04 02 0001 58 01 02 0003 616263", GO, DATA_OF_X]
+        )
+        self.assertEqual(client.read("X", 2, PATIENCE), b"OK")
+        self.assertEqual(client.waiting("X"), 3)
+        client.send(b"GO")
+        self.assertEqual(client.read("X", 4, PATIENCE), b"abcO")
+        self.assertEqual(client.waiting("X"), 1)
+        client.drop("X")
+        self.assertEqual(client.read("X", 1, 0.0), b"")
 
     def test_a_numbered_notification(self) -> None:
         client = self.connect(["< 000E 04 01 0403 6001 01 02 0002 0D0A"])
@@ -134,7 +155,8 @@ class Errors(WithFakeService):
 
     def test_a_service_that_takes_no_bytes(self) -> None:
         with socket.create_server(("127.0.0.1", 0)) as deaf:
-            client = Client(deaf.getsockname()[1], reply_timeout=0.1)
+            client = self.make(deaf.getsockname()[1], reply_timeout=0.1)
+            self.addCleanup(client.disconnect)
             client.connect()
             with self.assertRaisesRegex(NoAnswer, "took no bytes"):
                 client.send(bytes(1 << 26))  # more than the buffers between hold

@@ -146,9 +146,11 @@ class KeptPorts(Reconnecting):
 
 
 class Disconnect(unittest.TestCase):
+    make: Callable[..., Client] = Client
+
     def test_what_had_come_is_kept(self) -> None:
         with socket.create_server(("127.0.0.1", 0)) as server:
-            client = Client(server.getsockname()[1])
+            client = self.make(server.getsockname()[1])
             client.connect()
             link, _ = server.accept()
             with link:

@@ -10,7 +10,7 @@ from with_service import WithService
 from workplace import PATIENCE, PHYSICAL, USB, Device
 
 
-class Habits(WithService):
+class WithPort(WithService):
     def opened(self, timeout: float | None = PATIENCE) -> SerialPort:
         return self.connect().serial(PHYSICAL, timeout)
 
@@ -22,6 +22,8 @@ class Habits(WithService):
         while port.in_waiting < before + len(data):
             self.assertLess(time.monotonic(), end)
 
+
+class Habits(WithPort):
     def test_read_takes_as_many_bytes_as_it_is_asked_for(self) -> None:
         port = self.opened(timeout=None)
         self.sends(port, b"abcdef")
@@ -55,23 +57,9 @@ class Habits(WithService):
         port.timeout = 0
         self.assertEqual(list(port), [b"one\n", b"two\n", b"rest"])
 
-    def test_as_a_stream_of_text(self) -> None:
-        port = self.opened()
-        self.sends(port, "grün\r\nrot\r\n".encode())
-        port.timeout = 0
-        self.assertEqual(io.TextIOWrapper(io.BufferedReader(port)).readlines(), ["grün\n", "rot\n"])
-
-    def test_select(self) -> None:
-        port = self.opened()
-        self.assertEqual(select.select([port], [], [], 0.0)[0], [])
-        self.device.sends(b"abc")
-        self.assertEqual(select.select([port], [], [], PATIENCE)[0], [port])
-        self.assertEqual(port.read(3), b"abc")
-
     def test_write_tells_how_much(self) -> None:
         port = self.opened()
-        self.assertEqual((port.write(memoryview(b"abc")), port.write(b"")), (3, 0))
-        port.flush()
+        self.assertEqual((port.write(b"abc"), port.write(b"")), (3, 0))
         self.assertEqual(self.device.receives(3), b"abc")
 
     def test_reset_input_buffer(self) -> None:
@@ -117,10 +105,32 @@ class Habits(WithService):
 
     def test_a_read_ends_where_the_link_was_made_anew(self) -> None:
         client: Client = self.connect(reconnect=True)
-        port = client.serial(PHYSICAL, timeout=None, keep=True)
+        port = client.serial(PHYSICAL, PATIENCE, keep=True)
         self.sends(port, b"abc")
         self.service.kill()
         self.service.start()
         port.write(b"x")
         self.sends(port, b"def")
         self.assertEqual((port.read(6), port.read(3)), (b"abc", b"def"))
+
+
+class OfPythonsStreams(WithPort):
+    def test_as_a_stream_of_text(self) -> None:
+        port = self.opened()
+        self.sends(port, "grün\r\nrot\r\n".encode())
+        port.timeout = 0
+        self.assertEqual(io.TextIOWrapper(io.BufferedReader(port)).readlines(), ["grün\n", "rot\n"])
+
+    def test_select(self) -> None:
+        port = self.opened()
+        self.assertEqual(select.select([port], [], [], 0.0)[0], [])
+        self.device.sends(b"abc")
+        self.assertEqual(select.select([port], [], [], PATIENCE)[0], [port])
+        self.assertEqual(port.read(3), b"abc")
+
+    def test_readinto_and_write_of_any_buffer(self) -> None:
+        port = self.opened()
+        self.assertEqual(port.write(memoryview(b"abc")), 3)
+        self.sends(port, b"defg")
+        buffer = bytearray(4)
+        self.assertEqual((port.readinto(buffer), buffer), (4, b"defg"))

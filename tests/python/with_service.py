@@ -13,6 +13,8 @@ PROGRAM = os.environ["SPH_SERVICE"]
 
 
 class WithService(unittest.TestCase):
+    make: Callable[..., Client] = Client
+
     def setUp(self) -> None:
         self.service = make(PROGRAM, self.addCleanup)
         self.device = Device("/dev/ttyS2")
@@ -20,8 +22,8 @@ class WithService(unittest.TestCase):
         self.events: list[Event] = []
 
     def connect(self, reconnect: bool = False) -> Client:
-        client = Client(self.service.port, patience=PATIENCE, reconnect=reconnect,
-                        reply_timeout=PATIENCE, on_event=self.events.append)
+        client = self.make(self.service.port, patience=PATIENCE, reconnect=reconnect,
+                           reply_timeout=PATIENCE, on_event=self.events.append)
         self.addCleanup(client.disconnect)
         client.connect()
         return client

@@ -35,9 +35,23 @@ _PIECE, _WINDOW = 1024, 32768
 
 
 class Calls(Engine, abc.ABC):
-    """Client describes them."""
+    """Client describes those that begin with _do."""
 
     reply_timeout: float | None
+
+    def is_open(self, port: str | Port) -> bool:
+        """As far as the service has told: on this link, and not closed since."""
+        return self.is_connected and Port.from_text(port).as_answered() in self._opened
+
+    def waiting(self, port: str | Port) -> int:
+        """How many bytes of the port can be taken without waiting."""
+        self._drain()
+        return self._inbox.waiting(Port.from_text(port))
+
+    def drop(self, port: str | Port) -> None:
+        """Forgets what the port has received so far."""
+        self._drain()
+        self._inbox.drop(Port.from_text(port))
 
     @abc.abstractmethod
     async def _until(self, done: Callable[[], object], end: float | None) -> bool:
@@ -59,12 +73,14 @@ class Calls(Engine, abc.ABC):
             raise
 
     async def _do_open(self, port: Port, keep: bool) -> None:
-        status = None
         try:
             status = await self._command(OPEN, port, open_command(port))
-        finally:
+        except RelayError:
             if keep:
-                self._keep(port, status)
+                self._keep(port, None)
+            raise
+        if keep:
+            self._keep(port, status)
         _refuse(OPEN, port, status)
 
     async def _do_close(self, port: Port) -> None:
@@ -156,26 +172,31 @@ class Calls(Engine, abc.ABC):
             what = f"dropped {shown(dropped)}, cut off by the end of the link"
             self._tell(Change.DROPPED, f"{message.port.shown}: {what}", message.port)
 
-    def _waiting(self, port: Port) -> int:
-        self._drain()
-        return self._inbox.waiting(port)
-
-    def _drop(self, port: Port) -> None:
-        self._drain()
-        self._inbox.drop(port)
-
     async def _command(self, command: int, port: Port, packet: bytes) -> int:
         """The status. Asks again on another link."""
         self._begin_call()
         end = deadline(self.reply_timeout)
-        answer: list[int] = []
-        while not answer:
+        answer = _Answer()
+        while answer.status is None:
             await self._need_link(end)
             number = self._number
-            self._ask(command, port, packet, answer.append)
-            if not await self._until(lambda: answer or not self._is_on(number), end):
+            self._ask(command, port, packet, answer.take)
+            try:
+                is_in_time = await self._until(
+                    lambda: answer.status is not None or not self._is_on(number), end
+                )
+            except BaseException:
+                if command == OPEN:
+                    answer.when_late = lambda status: self._undo_open(port, status)
+                raise
+            if not is_in_time:
                 self._give_up(f"the service did not answer for {port.shown} in time")
-        return answer[0]
+        return answer.status
+
+    def _undo_open(self, port: Port, status: int) -> None:
+        """Of a call that was cancelled: nobody knows that the port is open."""
+        if status == DONE:
+            self._ask(CLOSE, port, close_command(port), lambda status: None)
 
     async def _need_port(self, port: Port) -> None:
         """A link, and on it the port's open answered, if it is kept."""
@@ -210,6 +231,17 @@ def _refuse(command: int, port: Port, status: int) -> None:
     if status:
         text = status_text(command, status)
         raise Refused(f"{port.shown}: status {status}: {text}", status)
+
+
+class _Answer:
+    def __init__(self) -> None:
+        self.status: int | None = None
+        self.when_late: Callable[[int], None] | None = None  # when nobody waits for it any more
+
+    def take(self, status: int) -> None:
+        self.status = status
+        if self.when_late is not None:
+            self.when_late(status)
 
 
 class _Progress:

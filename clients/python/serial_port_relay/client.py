@@ -151,18 +151,6 @@ class Client(Calls):
         message = Message(Port.from_text(port), end, most)
         return _at_once(self._do_read_until(message, timeout, takes_part=True))
 
-    def waiting(self, port: str | Port) -> int:
-        """How many bytes of the port can be taken without waiting."""
-        return self._waiting(Port.from_text(port))
-
-    def drop(self, port: str | Port) -> None:
-        """Forgets what the port has received so far."""
-        self._drop(Port.from_text(port))
-
-    def is_open(self, port: str | Port) -> bool:
-        """As far as the service has told: on this link, and not closed since."""
-        return self.is_connected and Port.from_text(port).as_answered() in self._opened
-
     async def _until(self, done: Callable[[], object], end: float | None) -> bool:
         while not done():
             self._need_hope()

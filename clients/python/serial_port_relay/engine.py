@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""What goes on beneath the calls of a client: makes the link, keeps it, and takes what comes. Waits
-for nothing: who drives it calls `_act` whenever something can be done."""
+"""Beneath the calls of a client: makes the link, keeps it, and takes what comes. It waits for nothing:
+who drives it calls `_act` whenever something can be done."""
 
 import collections
 import logging
@@ -213,11 +213,12 @@ class Engine:
             if kept.retry_at is not None and now >= kept.retry_at and self.reconnect:
                 self._open_kept(port)
 
-    def _drain(self) -> None:
-        """Takes what has come."""
+    def _drain(self) -> bool:
+        """Takes what has come. False: there may be more."""
         for _ in range(_MOST_RECEIVES):
             if not self.is_connected or not self._receive():
-                return
+                return True
+        return False
 
     def _receive(self) -> bool:
         """False: nothing came."""

@@ -212,6 +212,11 @@ class PacketCutter:
     def __init__(self) -> None:
         self._stream = bytearray()
 
+    @property
+    def is_empty(self) -> bool:
+        """No packet has begun."""
+        return not self._stream
+
     def add(self, data: bytes) -> None:
         self._stream += data
 

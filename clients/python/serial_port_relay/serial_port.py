@@ -10,32 +10,20 @@ from .packet import Port
 if TYPE_CHECKING:
     from _typeshed import ReadableBuffer, WriteableBuffer
 
+    from .calls import Calls
     from .client import Client
 
 
-class SerialPort(io.RawIOBase):
-    """A port of a client, which must be connected. Names and meanings are those of pyserial's
-    Serial, but its errors are this package's, and there are no line settings: the service has them.
-
-    `timeout`: of each read, in seconds. None waits for as many bytes as are asked for, 0 takes what
-    has come. After it, a read returns what there is, and iteration ends.
-    """
+class PortOfClient:
+    """What it is with a blocking client and with one of asyncio."""
 
     def __init__(
-        self,
-        client: "Client",
-        port: str | Port,
-        timeout: float | None = None,
-        *,
-        keep: bool = False,
+        self, client: "Calls", port: str | Port, timeout: float | None = None, *, keep: bool = False
     ) -> None:
-        self.client = client
         self.port = Port.from_text(port)
         self.timeout = timeout
+        self._calls = client
         self._keep = keep
-
-    def __del__(self) -> None:
-        pass  # the base class would close, and thus talk to the service at any time
 
     def __repr__(self) -> str:
         return f"<SerialPort {self.port.shown}, {'open' if self.is_open else 'closed'}>"
@@ -47,7 +35,33 @@ class SerialPort(io.RawIOBase):
     @property
     def is_open(self) -> bool:
         """As far as the service has told, and the link stands."""
-        return self.client.is_open(self.port)
+        return self._calls.is_open(self.port)
+
+    @property
+    def in_waiting(self) -> int:
+        return self._calls.waiting(self.port)
+
+    def reset_input_buffer(self) -> None:
+        """Forgets what has come so far. More may be on its way."""
+        self._calls.drop(self.port)
+
+
+class SerialPort(PortOfClient, io.RawIOBase):
+    """A port of a client, which must be connected. Names and meanings are those of pyserial's
+    Serial, but its errors are this package's, and there are no line settings: the service has them.
+
+    `timeout`: of each read, in seconds. None waits for as many bytes as are asked for, 0 takes what
+    has come. After it, a read returns what there is, and iteration ends.
+    """
+
+    def __init__(
+        self, client: "Client", port: str | Port, timeout: float | None = None, *, keep: bool = False
+    ) -> None:
+        super().__init__(client, port, timeout, keep=keep)
+        self.client = client
+
+    def __del__(self) -> None:
+        pass  # the base class would close, and thus talk to the service at any time
 
     def open(self) -> None:
         """Raises Refused, also when it is open already."""
@@ -60,10 +74,6 @@ class SerialPort(io.RawIOBase):
                 self.client.close(self.port)
         except LinkEnded:
             pass  # which closes it, too
-
-    @property
-    def in_waiting(self) -> int:
-        return self.client.waiting(self.port)
 
     def read(self, size: int = 1) -> bytes:
         return self.client.read(self.port, size, self.timeout)
@@ -93,10 +103,6 @@ class SerialPort(io.RawIOBase):
 
     def flush(self) -> None:
         """A write has done all that can be done from here."""
-
-    def reset_input_buffer(self) -> None:
-        """Forgets what has come so far. More may be on its way."""
-        self.client.drop(self.port)
 
     def fileno(self) -> int:
         """See Client.fileno: it is the link's, which all ports share."""
