@@ -132,10 +132,13 @@ std::string LinkLines(const SiteStatus& status) {
   return lines + (waiting > 0 ? Line("", std::to_string(waiting) + " more wait to be served") : "");
 }
 
-// What the port has moved, as far as it can be seen: what it has sent only the line itself knows.
-std::string BytesOf(const OpenPort& port) {
+// What the port has moved, as far as it can be seen: what it has sent only the line itself knows,
+// and a thread that is held up elsewhere cannot be told from those of the other ports.
+std::string BytesOf(const SiteStatus& status, const OpenPort& port) {
+  const bool isHeldUp = !port.openedAt && status.machine.activity.callsAreShown;
   return port.state != PortState::kOpen ? ""
          : port.receivedBytes           ? ", " + BytesText(*port.receivedBytes) + " received"
+         : isHeldUp                     ? ", no thread was seen to wait for its bytes"
                                         : ", bytes not shown to this user";
 }
 
@@ -149,8 +152,8 @@ std::string PortLine(const SiteStatus& status, const OpenPort& port) {
   const ServiceLogLine* const error =
       port.node.empty() ? nullptr : status.machine.log.LastError(begin, port.node);
   return "  " + Padded(Harmless(port.name), 16) + Padded(WordOf(port.state), 9) +
-         Harmless(NodeText(port) + (since ? " " + SinceText(status, *since) : "") + BytesOf(port) +
-                  (port.writer != nullptr ? ", a write is under way" : "") +
+         Harmless(NodeText(port) + (since ? " " + SinceText(status, *since) : "") +
+                  BytesOf(status, port) + (port.writer != nullptr ? ", a write is under way" : "") +
                   (error != nullptr
                        ? ", last error " + ClockText(error->time) + ": " + error->message
                        : "")) +

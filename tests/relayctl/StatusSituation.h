@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <regex>
 #include <string>
 
@@ -23,6 +24,13 @@ class StatusSituation : public HangingServiceTest {
   // All of the words once these are among them, as what happens takes its time.
   static std::string StatusUntil(const std::string& words) { return Until("status", words); }
   static std::string DoctorUntil(const std::string& words) { return Until("doctor", words); }
+
+  // One of the system's, first on PATH.
+  static void WriteTool(const std::string& name, const std::string& commands) {
+    const std::string path = std::string(workplace::kPrograms) + "/" + name;
+    workplace::WriteWhole(path, "#!/bin/sh\n" + commands + "\n");
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+  }
 
   static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
 

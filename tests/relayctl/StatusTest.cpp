@@ -13,13 +13,6 @@ namespace fs = std::filesystem;
 
 class StatusTest : public StatusSituation {
  protected:
-  // One of the system's, first on PATH.
-  static void WriteTool(const std::string& name, const std::string& commands) {
-    const std::string path = std::string(workplace::kPrograms) + "/" + name;
-    workplace::WriteWhole(path, "#!/bin/sh\n" + commands + "\n");
-    fs::permissions(path, fs::perms::owner_all);
-  }
-
   // By a user to whom the kernel shows no process of another.
   static std::string AmongHidden(const std::string& command) {
     return "unshare --mount sh -c 'mount -t proc -o hidepid=ptraceable proc /proc && "
@@ -75,6 +68,7 @@ TEST_F(StatusTest, NamesThePeerThatDoesNotRead) {
   const std::string said = Status(1);
   EXPECT_TRUE(said.starts_with("needs attention: " + Own() + " does not read: ")) << said;
   ExpectHas(said, "-> mend or restart " + Own() + "\n");
+  ExpectHas(said, "open      /dev/ttyS2, no thread was seen to wait for its bytes\n");
   ExpectHas(said, "note: " + Own() + " has let the service wait for room for N s in all: ");
 }
 
