@@ -20,11 +20,13 @@ if(NOT SPH_SANITIZE STREQUAL "thread")
     HangingServiceTest.cpp
     RelayctlTest.cpp
     Shell.cpp
+    StatusDocTest.cpp
     StatusTableTest.cpp
     StatusTest.cpp
-    LIBRARIES e2e_support sph_warnings)
+    LIBRARIES recordings sph_warnings)
   add_dependencies(RelayctlDoctorTest relayctl)
   target_compile_definitions(RelayctlDoctorTest PRIVATE
+    SPH_OPERATIONS="${PROJECT_SOURCE_DIR}/docs/operations.md"
     SPH_ALERTS="${PROJECT_SOURCE_DIR}/packaging/examples/serial-port-handler.alerts.yml")
   if(NOT SPH_SANITIZE)
     target_sources(RelayctlDoctorTest PRIVATE StatusLimitsTest.cpp)
