@@ -79,16 +79,29 @@ std::vector<std::string> Service::OpenPaths() const {
   return paths;
 }
 
-bool Service::IsIdle() const {
+// Of each thread what it does and how often it has stopped doing something.
+std::map<std::string, std::string> Service::ThreadStates() const {
+  std::map<std::string, std::string> threads;
   std::error_code gone;
   for (const auto& thread : std::filesystem::directory_iterator(Folder() + "/task", gone)) {
-    const std::string stat = workplace::ReadWhole(thread.path() / "stat");
-    const size_t nameEnd = stat.rfind(')');
-    if (nameEnd == std::string::npos || stat.substr(nameEnd + 1, 2) != " S") {
-      return false;
+    std::istringstream status(workplace::ReadWhole(thread.path() / "status"));
+    std::string& state = threads[thread.path().filename()];
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("State:") || line.find("ctxt_switches:") != std::string::npos) {
+        state += line + "\n";
+      }
     }
   }
-  return !gone;
+  return threads;
+}
+
+// The threads are read one after the other, and one that is read first may be woken, or made, by
+// one that is read last. Those that are found twice as they were have waited in between.
+bool Service::IsIdle() const {
+  const std::map<std::string, std::string> threads = ThreadStates();
+  return !threads.empty() && threads == ThreadStates() &&
+         std::all_of(threads.begin(), threads.end(),
+                     [](const auto& thread) { return thread.second.starts_with("State:\tS"); });
 }
 
 size_t Service::Descriptors() const { return OpenPaths().size(); }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,7 @@ class Service : public Process {
   static bool Prints(const std::string& text, size_t count = 1);
   static bool PrintsError(const std::string& text, size_t count = 1);
 
-  // Whether all its threads wait for something at the moment.
+  // Whether all its threads wait for something, at one and the same moment.
   bool IsIdle() const;
 
   // What the process holds at the moment. 0 when it is gone.
@@ -38,4 +39,5 @@ class Service : public Process {
 
  private:
   std::vector<std::string> OpenPaths() const;
+  std::map<std::string, std::string> ThreadStates() const;
 };
