@@ -214,7 +214,7 @@ TEST_F(StopTest, AStopRequestedBeforeTheFirstLinkIsForgotten) {
   ASSERT_EQ(static_cast<ssize_t>(filling.size()), write(pipe[1], filling.data(), filling.size()));
   service = std::make_unique<Service>(Service::Session::kInherited, pipe[1]);
   const Relay first;
-  ASSERT_TRUE(Eventually([&] { return service->Sockets() == 2; }));
+  ASSERT_TRUE(Eventually([&] { return service->Sockets() == 2 && service->IsIdle(); }));
   service->Signal(SIGTERM);
   ASSERT_TRUE(LogFile::Shows(kStopRequested));
 
