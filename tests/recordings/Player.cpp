@@ -127,6 +127,10 @@ void Player::PlayEvent(const RecordedEvent& event) {
   }
 }
 
+void Player::Settle() {
+  Check(Eventually([this] { return machine.TheService().IsIdle(); }), "the service is not idle");
+}
+
 void Player::Link() {
   if (!machine.HasStarted()) {
     machine.Start();
@@ -179,6 +183,7 @@ void Player::ExpectNothingMore() {
   std::string logged;
   if (!hasEnded) {
     if (relay->IsConnected()) {
+      Settle();  // what a port has received is on its way through a thread of its own
       PlayEvent(kFence);
       PlayEvent(kFenceReply);
       logged = kFenceLogged;
@@ -208,6 +213,7 @@ void Player::Unplug(const Words& words) {
   machine.Unplug(words.port);
   Check(!opens.contains(words.port) || Eventually([&] { return HangUpsOf(words.port) > before; }),
         "the port does not notice");
+  Settle();  // its look for the device is over: a write that meets it in the middle is dropped
 }
 
 void Player::SendUnheard(const Words& words) {
@@ -219,7 +225,7 @@ void Player::SendBytes(const Words& words) { relay->SendsBytes(relay::FromHex(wo
 void Player::Signal(const Words& words) {
   constexpr std::pair<const char*, int> kSignals[] = {
       {"INT", SIGINT}, {"HUP", SIGHUP}, {"TERM", SIGTERM}};
-  Check(Eventually([this] { return machine.TheService().IsIdle(); }), "the service is not idle");
+  Settle();
   for (const auto& [name, number] : kSignals) {
     if (words.all == name) {
       machine.TheService().Signal(number);

@@ -38,6 +38,7 @@ class Player {
   void PlayLine(const std::string& line);
   void Follow(const std::string& instruction);
   void PlayEvent(const relay::RecordedEvent& event);
+  void Settle();
   void Link();
   void SendToService(const std::string& packet);
   void TakeFromService(const relay::RecordedEvent& event);
