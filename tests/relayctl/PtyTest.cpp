@@ -28,9 +28,10 @@ class PtyTest : public RelayctlTest {
   // Waits until relayctl has taken what is on the link, and waits for more.
   void SettlePty() const {
     ASSERT_TRUE(Eventually([this] {
-      const std::string stat =
-          workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat");
-      return !LinkHoldsBytes() && stat.find(") S ") != std::string::npos;
+      // In this order: what it has just taken it may still be at.
+      return !LinkHoldsBytes() &&
+             workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat").find(") S ") !=
+                 std::string::npos;
     }));
   }
 
