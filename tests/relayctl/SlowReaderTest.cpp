@@ -69,6 +69,10 @@ class SlowReaderTest : public RelayctlTest {
     return sent;
   }
 
+  // Waits until the service takes what the device sends. Opening the line, it throws away what came
+  // before.
+  static void WaitForTheOpenLine() { ASSERT_TRUE(Service::Prints("OPEN[/dev/ttyS2]\n")); }
+
   void ExpectBoundedFlood(const Background& program) {
     const size_t before = program.FromStatus("VmHWM");
     flood = Flood();
@@ -94,7 +98,7 @@ TEST_F(SlowReaderTest, PipeWaitsForTheReaderOfItsOutput) {
   auto writer = std::make_unique<Reader>(kInput);
   Reader reader(kOutput);
   Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
-  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
+  ASSERT_NO_FATAL_FAILURE(WaitForTheOpenLine());
   ExpectBoundedFlood(pipe);
   ExpectWritten(*writer);
   EXPECT_TRUE(reader.ReadsStream(flood));
@@ -109,6 +113,7 @@ TEST_F(SlowReaderTest, PipeEndsWhenNeitherSideTakesAnything) {
   ASSERT_EQ(0, mkfifo(kOutput, 0600));
   const Reader sleeper(kOutput);
   Background pipe(std::string("relayctl pipe ") + kPort + " <" + kInput + " >" + kOutput);
+  ASSERT_NO_FATAL_FAILURE(WaitForTheOpenLine());
   std::thread sender([&] { (void)Flood(size_t{17} << 20); });
   EXPECT_EQ("exit 1", pipe.WaitForExit());
   EXPECT_EQ(
@@ -158,7 +163,7 @@ TEST_F(SlowReaderTest, RecordLetsOneSideWaitForTheOther) {
   Background record("relayctl record --listen 60005 --output /tmp/e2e/recording");
   const Relay sleeper(60005);
   sleeper.Sends(kOpenPort0);
-  ASSERT_TRUE(Eventually([this] { return service->Holds(device->Node()); }));
+  ASSERT_NO_FATAL_FAILURE(WaitForTheOpenLine());
   ExpectBoundedFlood(record);
 }
 
