@@ -97,7 +97,8 @@ TEST_F(HangTest, NamesTheProcessorThatAWriteTakesWhichIsOfferedAgain) {
   StickWrite();
   const std::string node = device->Node();
   device->Unplug();
-  ASSERT_TRUE(Eventually([this] { return !service->IsIdle(); }));
+  ASSERT_TRUE(LogFile::Shows(
+      "1 SerialPortHandler SerialPort.cpp 4 Close serial device. [Port /dev/ttyS2]"));
   const std::string said = Doctor(7);
   ExpectHas(said, " ms of a processor in N s");
   ExpectHas(said,

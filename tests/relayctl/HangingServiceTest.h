@@ -11,6 +11,12 @@ class HangingServiceTest : public RelayctlTest {
   // A data command for #PhysicalPort0 with more bytes than the device's buffer holds.
   static std::string LongWrite();
 
+  // The port's receive thread, which doctor and status look for, begins behind the answer.
+  void StartWithOpenPort() {
+    RelayctlTest::StartWithOpenPort();
+    Settle();
+  }
+
   // With the port open: the device takes no more, in the middle of a write.
   void StickWrite();
 
