@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -99,6 +100,14 @@ void SubCommand::Option(const std::string& names, std::optional<std::string>& ta
   });
 }
 
+void SubCommand::Option(const std::string& names, std::vector<std::string>& target,
+                        const std::string& placeholder, const std::string& optionHelp) {
+  Add(names, placeholder, "", optionHelp, [&target](const std::string& value) {
+    target.push_back(value);
+    return "";
+  });
+}
+
 void SubCommand::Option(const std::string& names, double& target, const std::string& placeholder,
                         const std::string& optionHelp) {
   char preset[32] = "";
@@ -185,11 +194,17 @@ void SubCommand::Take(const std::vector<Named>& known, int code, const char* wor
   }
 }
 
+bool SubCommand::Has(const std::string& option) const {
+  return std::any_of(options.begin(), options.end(),
+                     [&](const Named& one) { return one.name == option; });
+}
+
 std::vector<std::string> SubCommand::TakeOptions(int argc, char** argv,
                                                  const SubCommand* shared) const {
   std::vector<Named> known = options;
   if (shared != nullptr) {
-    known.insert(known.end(), shared->options.begin(), shared->options.end());
+    std::copy_if(shared->options.begin(), shared->options.end(), std::back_inserter(known),
+                 [this](const Named& one) { return !Has(one.name); });
   }
   std::string letters = shared != nullptr ? "-:" : "+:";
   std::vector<option> names;

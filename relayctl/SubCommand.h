@@ -23,6 +23,8 @@ class SubCommand {
               const std::string& help);
   void Option(const std::string& names, std::optional<std::string>& target,
               const std::string& placeholder, const std::string& help);
+  void Option(const std::string& names, std::vector<std::string>& target,
+              const std::string& placeholder, const std::string& help);  // may be given again
   void Option(const std::string& names, double& target, const std::string& placeholder,
               const std::string& help);  // 0 to a million; NaN: no default to show
   void Option(const std::string& names, unsigned& target, const std::string& placeholder,
@@ -60,9 +62,9 @@ class SubCommand {
   // What stands for it in a list of all commands.
   std::string Line() const;
 
-  // Takes the options among the words behind the first, those of `shared` too, and gives the other
-  // words; without `shared`, only the options in front of these. Throws kUsage, as the next one
-  // does.
+  // Takes the options among the words behind the first, those of `shared` too unless it has one of
+  // that name itself, and gives the other words; without `shared`, only the options in front of
+  // these. Throws kUsage, as the next one does.
   std::vector<std::string> TakeOptions(int argc, char** argv, const SubCommand* shared) const;
   void TakeArguments(std::vector<std::string> words) const;
 
@@ -86,6 +88,7 @@ class SubCommand {
     std::vector<std::string>* all;
   };
 
+  bool Has(const std::string& option) const;
   static void Take(const std::vector<Named>& known, int code, const char* word);
   void Add(const std::string& names, const std::string& placeholder, const std::string& preset,
            const std::string& help, Taker take);

@@ -15,6 +15,7 @@ _relayctl_options() {
     pty) echo --link --exec ;;
     record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
+    serve) echo --port --listen --usr1 --usr2 ;;
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
@@ -35,7 +36,7 @@ _relayctl_value_of() {
     *:--level) echo fatal error warning progress debug ;;
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
       *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
-      *:--speed | *:--wait | *:--count | *:--unit) echo value ;;
+      *:--speed | *:--wait | *:--count | *:--unit | *:--usr1 | *:--usr2) echo value ;;
     *) echo none ;;
   esac
 }
@@ -114,8 +115,8 @@ _relayctl() {
     read -ra words < <(echo "${command:+$(_relayctl_options "$command")}" "$(_relayctl_options '')")
     _relayctl_offer_words "$typed" "${words[@]}"
   elif [[ -z $command ]]; then
-    _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay raw \
-      decode doctor log status suggest
+    _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay serve \
+      raw decode doctor log status suggest
   else
     case $(_relayctl_argument "$command" "$arguments") in
       port) _relayctl_offer_ports "$typed" ;;

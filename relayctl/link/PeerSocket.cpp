@@ -40,7 +40,8 @@ int Listen(uint16_t tcpPort) {
 
 }  // namespace
 
-PeerSocket::PeerSocket(uint16_t tcpPort) : listening(Listen(tcpPort)) {}
+PeerSocket::PeerSocket(uint16_t tcpPort, bool isPatient)
+    : listening(Listen(tcpPort)), waitsForAcknowledgements(isPatient) {}
 
 PeerSocket::~PeerSocket() {
   Drop();
@@ -50,8 +51,8 @@ PeerSocket::~PeerSocket() {
 bool PeerSocket::Accept() {
   if (peer == -1) {
     peer = accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    const int on = 1;
-    (void)setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    const int atOnce = waitsForAcknowledgements ? 0 : 1;
+    (void)setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
     return peer != -1;
   }
   return false;

@@ -11,8 +11,9 @@
 // service does. Nothing blocks.
 class PeerSocket {
  public:
+  // `isPatient`: small packets wait for the acknowledgement of those before, as the service's do.
   // Throws relay::Error when the port cannot be had.
-  explicit PeerSocket(uint16_t tcpPort);
+  explicit PeerSocket(uint16_t tcpPort, bool isPatient = false);
   ~PeerSocket();
   PeerSocket(const PeerSocket&) = delete;
   PeerSocket& operator=(const PeerSocket&) = delete;
@@ -33,6 +34,7 @@ class PeerSocket {
 
  private:
   const int listening;
+  const bool waitsForAcknowledgements;
   int peer = -1;
   relay::ByteQueue outgoing;
 };

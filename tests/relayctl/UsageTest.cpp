@@ -92,6 +92,17 @@ constexpr WrongUse kWrongUses[] = {
     {"LogTwoPlaces", "log --unit x y", 2, "log: give FILE or --unit, not both"},
     {"LogAMissingFile", "log --follow /nowhere", 1, "cannot open /nowhere: No such file"},
     {"LogUnknownLevel", "log --level 3", 2, "--level"},
+    {"ServeAsJson", "serve --json", 2, "serve: has nothing to print as JSON"},
+    {"ServeTaken", "serve", 1, "cannot listen on 127.0.0.1:60004: Address already in use"},
+    {"ServeNoDevice", "serve --port '#PhysicalPort0'", 2, "lacks =DEVICE behind the port"},
+    {"ServeUnknownDevice", "serve --port '#PhysicalPort0=exec:'", 2,
+     "--port: \"exec:\" is none of echo, pty, pty:PATH, exec:COMMAND"},
+    {"ServeUnknownPort", "serve --port '#USBSerialPort6=echo'", 2,
+     "\"#USBSerialPort6\" leads to no device; #PhysicalPort0 and #USBSerialPort0 to 5 do"},
+    {"ServeTwoDevices", "serve --port '#PhysicalPort0=echo' --port '#PhysicalPort0=pty'", 2,
+     "--port: two devices at #PhysicalPort0"},
+    {"ServeUnknownProvocation", "serve --usr1 jump", 2, "\"jump\" is none of unplug"},
+    {"ServeTheServicesPort", "serve -p 7000", 2, "-p: no such option"},
     {"DecodeUnknownDirection", "decode 00 --direction up", 2, "--direction"},
 };
 

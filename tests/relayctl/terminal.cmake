@@ -3,6 +3,7 @@
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
   LogRecordTest.cpp
+  PlayedServiceTest.cpp
   ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
@@ -37,6 +38,7 @@ sph_add_test(RelayctlTerminalTest SANDBOX
   OtherProgramsTest.cpp
   PtyTest.cpp
   RelayctlTest.cpp
+  ServeKeysTest.cpp
   Shell.cpp
   SlowReaderTest.cpp
   TerminalTest.cpp

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "link/PeerSocket.h"
+#include "protocol/PacketFramer.h"
+#include "relay/ByteQueue.h"
+#include "relay/Client.h"
+
+class Loop;
+
+// The service's end of the link: one relay service at a time, cut into packets as the service does,
+// and a link that ends as the service's does. The next relay service is let in 250 ms later;
+// whoever has connected meanwhile is reset.
+//
+// Kept are at most 64 KiB that have come (no more is received before all is taken) and what the
+// system has not taken of the packets sent (no packet should be sent before IsClear).
+class ServedLink {
+ public:
+  struct Owner {
+    std::function<void()> wake;  // there may be a packet, or room for one
+    std::function<void()> ended;
+    std::function<void(const std::string& text)> tell;
+  };
+
+  // Throws relay::Error when the TCP port cannot be had, also from the loop, later.
+  ServedLink(Loop& ownLoop, uint16_t port, Owner linkOwner);
+  ServedLink(const ServedLink&) = delete;
+  ServedLink& operator=(const ServedLink&) = delete;
+
+  bool IsUp() const { return isUp; }
+  bool IsClear() const { return isUp && socket->Unsent() == 0; }
+
+  // The next whole packet of what has come.
+  std::optional<std::string> Next();
+
+  void Send(std::string_view packet);
+
+ private:
+  void Listen();
+  void Accept();
+  void OnPeer(short ready);
+  void End();
+
+  Loop& loop;
+  const uint16_t tcpPort;
+  const Owner owner;
+  std::optional<PeerSocket> socket;
+  int watchedPeer = -1;
+  bool isUp = false;
+  std::optional<relay::Clock::time_point> listenAt;  // the link has ended
+  PacketFramer framer;
+  relay::ByteQueue input;
+};
