@@ -160,6 +160,8 @@ Report ExamineService(const Machine& machine, uint16_t relayPort) {
                  "start the service: systemctl start serial-port-handler");
     ExamineBorrowers(machine, sockets, relayPort, report);
   }
+  // In front of what it brings about: that the service hangs.
+  ExamineDumpFile(machine.service, report);
   ExamineActivity(machine, report);
   ExamineOpenPorts(machine, report);
   ExamineProcess(machine, report);
@@ -167,7 +169,6 @@ Report ExamineService(const Machine& machine, uint16_t relayPort) {
     report.Fault("no USB port can be found: " + machine.udevProblem,
                  "install udev; the service runs \"udevadm info --export-db\"");
   }
-  ExamineDumpFile(machine.service, report);
   return report;
 }
 
