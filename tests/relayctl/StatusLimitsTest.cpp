@@ -29,18 +29,13 @@ class StatusLimitsTest : public StatusSituation {
 
 TEST_F(StatusLimitsTest, NamesThePeerThatNobodyReceivesFrom) {
   StartWithStacks(0);
-  const std::string words =
-      "a peer is connected and the service has no thread that receives from it";
-  ExpectHas(StatusUntil(words), "needs attention: ");
-  ExpectHas(DoctorUntil(words), "fault  ");
+  BothSay("no thread receives from the peer");
 }
 
 TEST_F(StatusLimitsTest, NamesTheLineThatNobodyReceivesFrom) {
   StartWithStacks(1);
   ASSERT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
-  const std::string words = "1 of the lines that are open have no receive thread";
-  ExpectHas(StatusUntil(words), "needs attention: ");
-  ExpectHas(DoctorUntil(words), "fault  ");
+  BothSay("no thread receives from a port");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "relayctl/HangingServiceTest.h"
+#include "relayctl/StatusTable.h"
 
 class StatusSituation : public HangingServiceTest {
  protected:
@@ -24,6 +25,17 @@ class StatusSituation : public HangingServiceTest {
   // All of the words once these are among them, as what happens takes its time.
   static std::string StatusUntil(const std::string& words) { return Until("status", words); }
   static std::string DoctorUntil(const std::string& words) { return Until("doctor", words); }
+
+  // What docs/operations.md says of this row. It is the first thing that status names, unless it is
+  // a note.
+  static void BothSay(const std::string& name) {
+    const StatusRow row = RowOf(name);
+    ASSERT_NE("", row.words) << "docs/operations.md says nothing of: " << name;
+    EXPECT_EQ(row.status,
+              StatusOf("status", (row.status == 0 ? "note: " : "^needs attention: ") + row.words));
+    EXPECT_EQ(row.grade == "fault" ? 7 : 0,
+              StatusOf("doctor", "\n  " + row.grade + " +" + row.doctor));
+  }
 
   // One of the system's, first on PATH.
   static void WriteTool(const std::string& name, const std::string& commands) {
@@ -44,5 +56,17 @@ class StatusSituation : public HangingServiceTest {
         << " never came, but:\n"
         << said;
     return said;
+  }
+
+  // Its exit status once it says such words.
+  static int StatusOf(const std::string& command, const std::string& pattern) {
+    Outcome outcome;
+    EXPECT_TRUE(Eventually([&] {
+      outcome = RunShell("relayctl " + command);
+      return std::regex_search(outcome.output, std::regex(pattern));
+    })) << pattern
+        << " never came, but:\n"
+        << outcome.output;
+    return outcome.status;
   }
 };

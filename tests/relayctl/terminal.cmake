@@ -22,6 +22,7 @@ if(NOT SPH_SANITIZE STREQUAL "thread")
     RelayctlTest.cpp
     Shell.cpp
     StatusDocTest.cpp
+    StatusTable.cpp
     StatusTableTest.cpp
     StatusTest.cpp
     LIBRARIES recordings sph_warnings)
