@@ -180,31 +180,50 @@ class Task(WithFakeService):
 class Backpressure(unittest.IsolatedAsyncioTestCase):
     DATA = bytes.fromhex("FFF9 04 02 0001 58 01 02 FFEE") + bytes(0xFFEE)
 
-    async def test_it_stops_reading_and_reads_all_before_it_asks(self) -> None:
+    async def asyncSetUp(self) -> None:
         with socket.create_server(("127.0.0.1", 0)) as server:
-            async with Client(server.getsockname()[1], limit=100000) as client:
-                link, _ = server.accept()
-                with link:
-                    await self.fill_and_ask(client, link)
+            self.client = Client(server.getsockname()[1], limit=100000)
+            self.addAsyncCleanup(self.client.disconnect)
+            await self.client.connect()
+            self.link, _ = server.accept()
+        self.addCleanup(self.link.close)
+        self.link.setblocking(False)
 
-    async def fill_and_ask(self, client: Client, link: socket.socket) -> None:
-        link.setblocking(False)
-        loop = asyncio.get_running_loop()
-        flood = asyncio.create_task(loop.sock_sendall(link, self.DATA * 500))
-        await until(lambda: client._inbox.size >= client.limit)
+    async def send(self, data: bytes) -> None:
+        await asyncio.get_running_loop().sock_sendall(self.link, data)
+
+    async def many_turns(self) -> None:
         for _ in range(1000):
             await asyncio.sleep(0)
-        self.assertFalse(flood.done())
-        self.assertLess(client._inbox.size, 2 * client.limit)
-        opened = asyncio.create_task(client.open("X"))
-        self.assertEqual(await self.command(link), bytes.fromhex(OPEN_X[1:]))
-        await flood
-        await loop.sock_sendall(link, bytes.fromhex(OPENED_X[1:]))
-        await opened
-        self.assertEqual(client.waiting("X"), 500 * 0xFFEE)
 
-    async def command(self, link: socket.socket) -> bytes:
-        return await asyncio.wait_for(asyncio.get_running_loop().sock_recv(link, 100), PATIENCE)
+    async def serves_an_open(self) -> None:
+        receive = asyncio.get_running_loop().sock_recv(self.link, 100)
+        self.assertEqual(await asyncio.wait_for(receive, PATIENCE), bytes.fromhex(OPEN_X[1:]))
+        await self.send(bytes.fromhex(OPENED_X[1:]))
+
+    async def test_it_stops_reading_when_nobody_takes_what_comes(self) -> None:
+        flood = asyncio.create_task(self.send(self.DATA * 500))
+        await until(lambda: self.client._inbox.size >= self.client.limit)
+        await self.many_turns()
+        self.assertFalse(flood.done())
+        self.assertLess(self.client._inbox.size, 2 * self.client.limit)
+        opened = asyncio.create_task(self.client.open("X"))
+        await flood
+        await self.serves_an_open()
+        await opened
+        self.assertEqual(self.client.waiting("X"), 500 * 0xFFEE)
+
+    async def test_it_reads_to_the_end_of_a_packet_before_it_asks(self) -> None:
+        await self.send(self.DATA * 2)
+        await until(lambda: self.client._is_held_up)
+        await self.send(self.DATA[:100])
+        opened = asyncio.create_task(self.client.open("X"))
+        await self.many_turns()
+        with self.assertRaises(BlockingIOError):
+            self.link.recv(100)
+        await self.send(self.DATA[100:])
+        await self.serves_an_open()
+        await opened
 
 
 if __name__ == "__main__":

@@ -234,6 +234,14 @@ class Reconnect(WithFakeService):
         client = self.kept("< 0000", [OPEN_Y, OPENED_Y, OPEN_X, OPENED_X, DATA_OF_X])
         self.assertEqual(client.receive(PATIENCE), Received(X, b"OK"))
 
+    def test_after_a_command_without_an_answer(self) -> None:
+        client = self.connect([OPEN_X], [OPEN_X, OPENED_X], reconnect=True)
+        client.reply_timeout = 0.1
+        with self.assertRaises(NoAnswer):
+            client.open("X")
+        client.reply_timeout = PATIENCE
+        client.open("X")
+
     def test_the_new_link_ends_between_the_opens(self) -> None:
         client = self.kept(
             "!",
