@@ -38,8 +38,9 @@ FILES = {
     "python3-serial-port-relay": [
         *(f"usr/lib/python3/dist-packages/serial_port_relay-1.0.0.dist-info/{name}"
           for name in ("METADATA", "RECORD", "WHEEL", "top_level.txt")),
-        *(f"usr/lib/python3/dist-packages/serial_port_relay/{file.name}"
-          for file in (CHECKOUT / "clients/python/serial_port_relay").iterdir() if file.is_file()),
+        *(f"usr/lib/python3/dist-packages/{file.relative_to(CHECKOUT / 'clients/python')}"
+          for pattern in ("*.py", "py.typed")
+          for file in (CHECKOUT / "clients/python/serial_port_relay").rglob(pattern)),
         "usr/share/doc/python3-serial-port-relay/README.md",
     ],
 }

@@ -41,7 +41,11 @@ class Calls(Engine, abc.ABC):
 
     def is_open(self, port: str | Port) -> bool:
         """As far as the service has told: on this link, and not closed since."""
-        return self.is_connected and Port.from_text(port).as_answered() in self._opened
+        return Port.from_text(port).as_answered() in self._opened
+
+    def has(self, port: str | Port) -> bool:
+        """Whether something of the port has been taken from the link, and from here not yet."""
+        return self._inbox.has(Port.from_text(port))
 
     def waiting(self, port: str | Port) -> int:
         """How many bytes of the port can be taken without waiting."""
