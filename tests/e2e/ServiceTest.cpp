@@ -32,16 +32,19 @@ void ServiceTest::Settle() {
   ASSERT_TRUE(Eventually([this] { return service->IsIdle(); }));
 }
 
-void ServiceTest::Clog() {
+size_t ServiceTest::Clog() {
   const std::string piece(4096, 'x');
+  size_t sent = 0;
   int halted = 0;
-  ASSERT_TRUE(Eventually([&] {
-    while (write(device->FarEnd(), piece.data(), piece.size()) > 0) {
+  EXPECT_TRUE(Eventually([&] {
+    for (ssize_t count = 0; (count = write(device->FarEnd(), piece.data(), piece.size())) > 0;) {
+      sent += static_cast<size_t>(count);
       halted = 0;
     }
     halted = service->IsIdle() ? halted + 1 : 0;
     return halted == 50;
   }));
+  return sent;
 }
 
 std::string ServiceTest::Stop(int signal) {

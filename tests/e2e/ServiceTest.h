@@ -71,8 +71,8 @@ class ServiceTest : public testing::Test {
   void Settle();
 
   // Sends so much from the device to a relay that reads nothing, that the port's receive thread
-  // comes to a halt in the middle of a send.
-  void Clog();
+  // comes to a halt in the middle of a send. Gives how many bytes.
+  size_t Clog();
 
   // Stops the linked service, once it is settled, and gives its end as Service::WaitForExit does.
   std::string Stop(int signal);
