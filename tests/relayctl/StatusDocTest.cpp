@@ -62,6 +62,7 @@ class StatusDocTest : public StatusSituation {
               relay->Answer("0015 01 02 000F '#USBSerialPort0'"));
     ASSERT_TRUE(device->Sends("23.5 C\r\n"));
     EXPECT_NE("nothing", relay->NextPacket());
+    Settle();  // also the second port's thread has begun
   }
 
   std::unique_ptr<Device> adapter;
