@@ -40,7 +40,7 @@ class Habits(WithPort):
         port.timeout = 0
         began = time.monotonic()
         self.assertEqual(port.read(3), b"")
-        self.assertLess(time.monotonic() - began, 0.2)
+        self.assertLess(time.monotonic() - began, PATIENCE / 4)
 
     def test_read_until_takes_what_there_is_at_its_limits(self) -> None:
         port = self.opened()
