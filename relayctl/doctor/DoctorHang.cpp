@@ -67,7 +67,7 @@ double LongestStep(const Machine& machine, const ThreadActivity& thread) {
   return 1.5 * kBits / (baud > 0 ? baud : kSlowest);
 }
 
-// Where the line itself was not asked how far it is, time has to tell.
+// Where the line itself does not tell how far it is, time has to.
 WriteState StateOf(const Machine& machine, const ThreadActivity& thread) {
   if (thread.terminal.empty() || (!thread.terminalMoves && !thread.wroteAlways)) {
     return WriteState::kNone;
@@ -75,9 +75,8 @@ WriteState StateOf(const Machine& machine, const ThreadActivity& thread) {
   if (thread.terminalMoves) {
     return WriteState::kMoves;
   }
-  return machine.activity.linesWereAsked || thread.idle >= LongestStep(machine, thread)
-             ? WriteState::kStuck
-             : WriteState::kUnclear;
+  return thread.terminalTells || thread.idle >= LongestStep(machine, thread) ? WriteState::kStuck
+                                                                             : WriteState::kUnclear;
 }
 
 // What a thread that is driven by events does in one go takes less than a millisecond. One that
@@ -129,6 +128,7 @@ void ExamineStuckWrite(const Machine& machine, const ThreadActivity& thread, Rep
   const bool isShown = !thread.waitChannel.empty() && thread.waitChannel != "0";
   report.Fault("the write to " + TerminalOf(machine, thread) + " has not moved for " +
                    StillText(machine, thread) + ": the device takes no bytes" +
+                   (thread.terminalTells ? "" : ", or far fewer than its speed allows") +
                    (isShown ? " (thread " + std::to_string(thread.id) + " waits in " +
                                   thread.waitChannel + ")"
                             : ""),
@@ -146,11 +146,12 @@ void ExamineThread(const Machine& machine, const ThreadActivity& thread, Report&
                   " is under way, and moves: what the peer sends waits behind it");
       break;
     case WriteState::kUnclear:
-      report.findings.push_back({thread.idle > 0 ? Severity::kNote : Severity::kWarning,
-                                 "a write to " + TerminalOf(machine, thread) +
-                                     " has not moved for " + StillText(machine, thread) +
-                                     ": the line is slow, or the device takes no bytes",
-                                 "relayctl doctor asks the line itself which it is"});
+      report.findings.push_back(
+          {thread.idle > 0 ? Severity::kNote : Severity::kWarning,
+           "a write to " + TerminalOf(machine, thread) + " has not moved for " +
+               StillText(machine, thread) + ": the line is slow, or the device takes no bytes",
+           machine.activity.linesWereAsked ? "look again: this line does not tell how far it is"
+                                           : "relayctl doctor asks the line itself which it is"});
       break;
     case WriteState::kNone:
       break;

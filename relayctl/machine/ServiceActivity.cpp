@@ -33,6 +33,13 @@ dev_t NumberOf(const std::vector<ActivityLook>& looks, const std::string& path) 
   return line != lines.end() ? line->number : 0;
 }
 
+bool LineTells(const std::vector<ActivityLook>& looks, const std::string& terminal) {
+  return std::any_of(looks.begin(), looks.end(), [&](const ActivityLook& look) {
+    const auto line = look.progress.find(terminal);
+    return line != look.progress.end() && line->second.isTold;
+  });
+}
+
 bool LineMoved(const std::vector<ActivityLook>& looks, const std::string& terminal) {
   const auto first = looks.front().progress.find(terminal);
   const auto last = looks.back().progress.find(terminal);
@@ -74,6 +81,7 @@ std::optional<ThreadActivity> ThreadOver(const std::vector<ActivityLook>& looks,
   if (!thread.terminal.empty() && stat(descriptor.c_str(), &status) == 0) {
     thread.terminalNumber = status.st_rdev;
     thread.terminalMoves = thread.waits != 0 || LineMoved(looks, thread.terminal);
+    thread.terminalTells = LineTells(looks, thread.terminal);
   }
   return thread;
 }

@@ -25,6 +25,7 @@ struct ThreadActivity {
   bool wroteAlways = true;  // at each look
   dev_t terminalNumber = 0;
   bool terminalMoves = false;             // the line has sent something meanwhile
+  bool terminalTells = false;             // how far it is; not where it was not asked
   dev_t receivesFrom = 0;                 // the line that it waits for bytes of; 0: none
   std::optional<uint64_t> receivedBytes;  // since it began; nothing: not shown
   bool waitsForReader = false;            // of the service's own output, at most looks

@@ -114,9 +114,9 @@ std::optional<LineProgress> ReadProgress(const std::string& path) {
   LineProgress progress;
   serial_icounter_struct counts{};
   (void)ioctl(terminal, TIOCOUTQ, &progress.waiting);
-  if (ioctl(terminal, TIOCGICOUNT, &counts) == 0) {
-    progress.sent = counts.tx;
-  }
+  const bool isCounted = ioctl(terminal, TIOCGICOUNT, &counts) == 0;
+  progress.sent = isCounted ? counts.tx : 0;
+  progress.isTold = isCounted || progress.waiting > 0;
   (void)close(terminal);
   return progress;
 }

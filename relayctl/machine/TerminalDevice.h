@@ -58,8 +58,9 @@ struct LineCounters {
 
 // How far the line has come. Two different ones: it has sent something.
 struct LineProgress {
-  int waiting = 0;  // bytes in the driver
-  int sent = 0;     // 0 when the driver does not count
+  int waiting = 0;      // bytes in the driver
+  int sent = 0;         // 0 when the driver does not count
+  bool isTold = false;  // false of a pseudo-terminal, whose buffer never seems to have any
 
   bool operator==(const LineProgress&) const = default;
 };

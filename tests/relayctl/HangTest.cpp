@@ -16,6 +16,8 @@ namespace {
 
 class HangTest : public HangingServiceTest {
  protected:
+  HangTest() { configuration.Port("#PhysicalPort0", "115200 8 none 1 none"); }
+
   // Doctor's words; its status must be `status`.
   // How long it has looked depends on the machine: "N s".
   std::string Doctor(int status, const std::string& prefix = "") {
@@ -40,7 +42,7 @@ TEST_F(HangTest, NamesThePortWhoseWriteIsStuckAndWhatWaitsBehindIt) {
   const std::string said = Doctor(7);
   ExpectHas(said, "fault          the write to " + device->Node() +
                       " (#PhysicalPort0) has not moved for N s");
-  ExpectHas(said, ": the device takes no bytes (thread ");
+  ExpectHas(said, ": the device takes no bytes, or far fewer than its speed allows (thread ");
   ExpectHas(said, "fault          7 bytes of RelayctlDoctorT (process " + std::to_string(getpid()) +
                       ") wait to be read, and none was in N s");
   ExpectHas(said, ": the service hangs\n");
@@ -77,6 +79,18 @@ TEST_F(HangTest, ALineThatMovesIsNoFault) {
   };
   // A look at the moment between two packets shows less.
   EXPECT_TRUE(Eventually([&] { return HasFailure() || hasBoth(Doctor(0)); }));
+}
+
+// Its far end may read so slowly: 4 kB at a time, of which nothing is seen meanwhile.
+TEST_F(HangTest, DoesNotTakeASlowPseudoTerminalForAStuckOne) {
+  configuration.Port("#PhysicalPort0", "2400 8 none 1 none");
+  StartWithOpenPort();
+  StickWrite();
+  ExpectHas(Doctor(0),
+            "note           a write to " + device->Node() +
+                " (#PhysicalPort0) has not moved for N s: the line is slow, or the "
+                "device takes no bytes\n"
+                "                 -> look again: this line does not tell how far it is\n");
 }
 
 TEST_F(HangTest, WithoutRightsSaysThatThePortCannotBeNamed) {
