@@ -21,6 +21,7 @@ if(NOT SPH_SANITIZE STREQUAL "thread")
     HangingServiceTest.cpp
     RelayctlTest.cpp
     Shell.cpp
+    StatusCallsTest.cpp
     StatusDocTest.cpp
     StatusTable.cpp
     StatusTableTest.cpp
