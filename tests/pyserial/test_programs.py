@@ -112,12 +112,21 @@ class Runner(WithUrl):
 
     def test_what_it_cannot_run(self) -> None:
         usage = "usage: python3 -m serial_port_relay.pyserial [-m MODULE | PROGRAM] [ARGUMENT...]\n"
-        self.assertEqual(self.run_it(), (1, usage))
         self.assertEqual(self.run_it("-m"), (1, usage))
-        self.assertEqual(
-            self.run_it("no-such-program", "x"),
-            (1, "serial_port_relay.pyserial: there is no program no-such-program\n"),
-        )
+        for arguments, what in (
+            (["no-such", "x"], "program no-such"),
+            (["-m", "serial.no_such"], "module serial.no_such"),
+            (["-m", "no.such"], "module no.such"),
+        ):
+            told = f"serial_port_relay.pyserial: there is no {what}\n"
+            self.assertEqual(self.run_it(*arguments), (1, told))
+
+    def test_without_pyserial(self) -> None:
+        done = subprocess.run([sys.executable, "-B", "-S", *RUN[2:], "-m", "x"],
+                              capture_output=True, text=True, timeout=PATIENCE)
+        self.assertEqual(done.returncode, 1)
+        told = "ImportError: serial_port_relay.pyserial needs pyserial (Debian: python3-serial)\n"
+        self.assertTrue(done.stderr.endswith(told), done.stderr)
 
     def test_a_program(self) -> None:
         status, told = self.run_it("pyserial-miniterm", "relay://?port=1#X")

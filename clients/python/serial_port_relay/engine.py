@@ -61,9 +61,7 @@ class Engine:
         self.reconnect = reconnect
         self.on_received: Callable[[Received], None] | None = None
         self.on_event: Callable[[Event], None] | None = None
-        self.malformed: collections.deque[tuple[bytes, str]] = collections.deque(
-            maxlen=_MOST_MALFORMED
-        )
+        self.malformed = collections.deque[tuple[bytes, str]](maxlen=_MOST_MALFORMED)
         self._link: Link | None = None
         self._number = 0  # of the link that stands, or of the last one
         self._is_wanted = False  # with no link: it is tried again
