@@ -114,6 +114,7 @@ class SlowSearchTest : public ServiceTest {
     StartLinked();
     relay->Sends("0015 01 02 000F '#USBSerialPort0'");
     ASSERT_TRUE(Eventually([] { return UdevDatabase::Runs() == 1; }));
+    Settle();  // a stop before the supervision has begun is forgotten
   }
 };
 

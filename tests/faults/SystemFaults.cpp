@@ -119,6 +119,7 @@ void StopDuringASearchWithAnOlderChild(FaultTest& test) {
   ToolIs("cp /bin/sleep '/tmp/e2e/) S 1' && '/tmp/e2e/) S 1' 300");
   test.relay->Sends(kOpenAdapter);
   ASSERT_TRUE(Eventually(DumpIsThere));
+  test.Settle();
   EXPECT_EQ("exit 0", test.StopAtOnce(SIGTERM));
   EXPECT_FALSE(DumpIsThere());
   Shell("kill $(cat /tmp/e2e/older)");
