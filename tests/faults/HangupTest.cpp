@@ -65,6 +65,7 @@ void WhileAWriteWaits(FaultTest& test) {
   test.Settle();
   ASSERT_EQ(0, HangUpLine("/dev/ttyS2"));
   ASSERT_NO_FATAL_FAILURE(IsOpenAgain());
+  test.Settle();  // between its line and the end of its open the port takes no new block
   test.relay->Sends(kWriteB);
   ASSERT_EQ(block, test.device->Reads(block.size()));
   std::string rest;
