@@ -2,16 +2,10 @@
 #include "serve/PtyDevice.h"
 
 #include <poll.h>
+#include <termios.h>
 
 #include "link/Loop.h"
 #include "relay/Text.h"
-
-namespace {
-
-// More than the kernel keeps of what a program has written.
-constexpr size_t kMostWaited = 65536;
-
-}  // namespace
 
 PtyDevice::PtyDevice(const Line& portLine, const std::string& path)
     : line(portLine), terminal(path) {
@@ -33,16 +27,7 @@ PtyDevice::~PtyDevice() {
   line.loop.Forget(terminal.Bytes());
 }
 
-void PtyDevice::Open() {
-  size_t lost = 0;
-  while (lost < kMostWaited) {
-    const size_t count = Give(kMostWaited).size();
-    if (count == 0) {
-      return;
-    }
-    lost += count;
-  }
-}
+void PtyDevice::Open() { (void)tcflush(terminal.Bytes(), TCIFLUSH); }
 
 size_t PtyDevice::Take(std::string_view bytes) {
   if (!terminal.InUse()) {

@@ -1,52 +1,50 @@
 // SPDX-License-Identifier: MIT
-// The machine that a recording is played on: the service, and a device for each port that has one.
+// What a recording is played on: a service, and a device for each port that has one.
 #pragma once
 
-#include <map>
-#include <memory>
 #include <string>
+#include <vector>
 
-#include "e2e/support/Configuration.h"
-#include "e2e/support/Device.h"
-#include "e2e/support/Service.h"
-#include "e2e/support/UdevDatabase.h"
-#include "e2e/support/Workplace.h"
+#include "e2e/support/Process.h"
 
 class Machine {
  public:
-  // Nothing is plugged in. #PhysicalPort0 and the USB ports are configured, with 9600 8N1.
-  Machine();
+  virtual ~Machine() = default;
 
-  void Start() { service = std::make_unique<Service>(); }
-  bool HasStarted() const { return service != nullptr; }
-  Service& TheService() { return *service; }
+  virtual void Configure(const std::string& port, const std::string& words) = 0;
 
-  void Configure(const std::string& port, const std::string& words);
+  // A new device at the port.
+  virtual void Plug(const std::string& port, const std::string& ids) = 0;
 
-  // A new device at the port's node. At a USB port it is an adapter, which the udev database has.
-  void Plug(const std::string& port, const std::string& ids = "0403:6001");
+  // An adapter that is there, and whose node is missing.
+  virtual void PlugWithoutNode(const std::string& port) = 0;
 
-  // An adapter that the udev database has, and whose node is missing.
-  void PlugWithoutNode(const std::string& port);
+  // False: a port that is open does not notice.
+  virtual bool Unplug(const std::string& port, bool isOpen) = 0;
 
-  void Unplug(const std::string& port);
+  // The ports that have a device, and what the device does.
+  virtual std::vector<std::string> Plugged() const = 0;
+  virtual bool HasDevice(const std::string& port) const = 0;
+  virtual bool Sends(const std::string& port, const std::string& bytes) = 0;
+  virtual std::string Reads(const std::string& port, size_t count) = 0;
+  virtual std::string ReadsWaiting(const std::string& port) = 0;
 
-  // nullptr: none is plugged in.
-  const Device* At(const std::string& port) const;
+  // How often the port has opened a device.
+  virtual size_t OpensOf(const std::string& port) const = 0;
 
-  const std::map<std::string, std::unique_ptr<Device>>& Devices() const { return devices; }
+  virtual void Start() = 0;
+  virtual bool HasStarted() const = 0;
 
-  // Where the port's device is: the UART, or a node that tells the USB ports apart by more than
-  // their order.
-  static std::string NodeOf(const std::string& port);
+  // Wait for the so manieth time.
+  virtual bool Listens(size_t times) const = 0;
+  virtual bool Accepts(size_t times) const = 0;
 
- private:
-  void TellUdev();
+  virtual Process& Program() = 0;
+  virtual bool IsIdle() const = 0;
 
-  const workplace::Folders folders;
-  Configuration configuration;
-  UdevDatabase udev;
-  std::map<std::string, std::string> adapters;  // USB port to ids
-  std::map<std::string, std::unique_ptr<Device>> devices;
-  std::unique_ptr<Service> service;
+  // "exit 0", "signal 6".
+  virtual std::string WaitForEnd() = 0;
+
+  // Whether it has a log and a console to compare.
+  virtual bool HasConsole() const = 0;
 };

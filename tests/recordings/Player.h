@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Plays a recording against the real service: its relay service and its devices. What comes must be
-// what was recorded; docs/recording.md tells what is compared, and of the lines with ";;".
+// Plays a recording against a service, the real one as a rule: its relay service and its devices.
+// What comes must be what was recorded; docs/recording.md tells what is compared, and of the lines
+// with ";;".
 #pragma once
 
 #include <chrono>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "e2e/support/Relay.h"
@@ -17,6 +19,9 @@
 
 class Player {
  public:
+  Player();
+  explicit Player(std::unique_ptr<Machine> playedOn) : machine(std::move(playedOn)) {}
+
   // Empty when all came as recorded, else "NAME:12: LINE: what came".
   std::string Play(const std::string& text, const std::string& name);
 
@@ -47,7 +52,7 @@ class Player {
 
   void Plug(const Words& words);
   void Unplug(const Words& words);
-  void Configure(const Words& words) { machine.Configure(words.port, words.more); }
+  void Configure(const Words& words) { machine->Configure(words.port, words.more); }
   void SendUnheard(const Words& words);
   void SendBytes(const Words& words);
   void Signal(const Words& words);
@@ -56,9 +61,9 @@ class Player {
   void ExpectLog(const Words& words) { Expect(log, words.all); }
   void ExpectOutput(const Words& words) { Expect(output, words.all); }
   void ExpectError(const Words& words) { Expect(errors, words.all); }
-  static void Expect(Lines& lines, const std::string& wanted);
+  void Expect(Lines& lines, const std::string& wanted) const;
 
-  Machine machine;
+  std::unique_ptr<Machine> machine;
   std::unique_ptr<Relay> relay;
   size_t links = 0;
   bool hasEnded = false;

@@ -1,20 +1,28 @@
 // SPDX-License-Identifier: MIT
 // usage: Recordings FILE: status 0 when the service behaves as recorded.
+//        Recordings --served FILE: the same of relayctl serve.
 #include <iostream>
+#include <string_view>
 
+#include "e2e/support/Service.h"
+#include "e2e/support/Workplace.h"
 #include "recordings/Player.h"
+#include "recordings/ServedMachine.h"
 
 int main(int count, char** arguments) {
-  if (count != 2) {
-    std::cerr << "usage: Recordings FILE\n";
+  const bool isServed = count == 3 && std::string_view(arguments[1]) == "--served";
+  if (count != 2 && !isServed) {
+    std::cerr << "usage: Recordings [--served] FILE\n";
     return 2;
   }
-  const std::string text = workplace::ReadWhole(arguments[1]);
+  const char* const file = arguments[count - 1];
+  const std::string text = workplace::ReadWhole(file);
   if (text.empty()) {
-    std::cerr << arguments[1] << ": nothing in it\n";
+    std::cerr << file << ": nothing in it\n";
     return 2;
   }
-  const std::string difference = Player().Play(text, arguments[1]);
+  Player player = isServed ? Player(std::make_unique<ServedMachine>()) : Player();
+  const std::string difference = player.Play(text, file);
   if (difference.empty()) {
     return 0;
   }
