@@ -19,6 +19,7 @@ namespace {
 struct Options {
   std::vector<std::string> ports;
   unsigned listen = 0;
+  bool isFast = false;
   std::string onUsr1 = "status 4";
   std::string onUsr2 = "cable";
 };
@@ -26,7 +27,7 @@ struct Options {
 std::vector<DeviceChoice> Choices(const Options& options) {
   std::vector<DeviceChoice> choices;
   for (const std::string& text : options.ports) {
-    choices.push_back(ChooseDevice(text));
+    choices.push_back(ChooseDevice(text, options.isFast));
     for (size_t i = 0; i + 1 < choices.size(); ++i) {
       if (choices[i].port == choices.back().port) {
         throw relay::Error(relay::ErrorKind::kUsage, "--port: two devices at " + choices[i].port);
@@ -58,10 +59,11 @@ int Serve(const CommonOptions& common, const Options& options) {
 void Add(SubCommand& command, const CommonOptions& common) {
   const auto options = std::make_shared<Options>();
   command.Option("--port", options->ports, "LINE",
-                 "A port and its device: '#USBSerialPort0=echo', =pty, =pty:PATH, =exec:COMMAND; "
-                 "again for each. All ports echo if none is given");
+                 "A port and its device: '#USBSerialPort0=echo', =pty, =pty:PATH, =exec:COMMAND, "
+                 "=recording:FILE; again for each. All ports echo if none is given");
   command.Option("--listen", options->listen, "N",
                  "TCP port to listen on; by the service's configuration if not given", 1);
+  command.Flag("--fast", options->isFast, "Play recordings without their pauses");
   command.Option("--usr1", options->onUsr1, "TEXT", "What SIGUSR1 provokes");
   command.Option("--usr2", options->onUsr2, "TEXT", "What SIGUSR2 provokes");
   command.Runs([&common, options] { return Serve(common, *options); });

@@ -15,7 +15,7 @@ _relayctl_options() {
     pty) echo --link --exec ;;
     record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
-    serve) echo --port --listen --usr1 --usr2 ;;
+    serve) echo --port --listen --fast --usr1 --usr2 ;;
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;

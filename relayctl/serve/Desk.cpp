@@ -26,6 +26,7 @@ Desk::Desk(Loop& ownLoop, uint16_t tcpPort, std::vector<DeviceChoice> deviceChoi
     Plug(choice.port, kUsualIds);
   }
   loop.When([this] { return Due(); }, [this] { Work(); });
+  CarryAll();
 }
 
 Desk::~Desk() = default;
@@ -46,7 +47,7 @@ ServedDevice::Line Desk::LineOf(const std::string& port) {
           [this, port] { return WantedOf(port); },
           [this] { Work(); },
           PrintNotice,
-          [this](const std::string& text) { Provoke(text); }};
+          [this](const std::string& text) { provoked.push_back(text); }};
 }
 
 std::optional<relay::Clock::time_point> Desk::Due() const {
@@ -65,7 +66,7 @@ void Desk::Plug(const std::string& port, const std::string& ids) {
   devices[port] = choice->make(LineOf(port));
   service.Plug(port, ids);
   if (service.IsOpen(port)) {
-    devices[port]->Open();
+    devices[port]->OpenAgain();
   }
 }
 
@@ -79,6 +80,7 @@ void Desk::Unplug(const std::string& port) {
 }
 
 void Desk::Work() {
+  CarryAll();
   GiveToDevice();
   while (toDevice.IsEmpty() && link->IsClear() && !died) {
     const auto packet = link->Next();
@@ -87,8 +89,10 @@ void Desk::Work() {
     }
     Take(*packet);
     GiveToDevice();
+    CarryAll();
   }
   TakeFromDevices();
+  CarryAll();
 }
 
 void Desk::Take(const std::string& packet) {
@@ -154,7 +158,20 @@ void Desk::MustBeServed(const std::string& port) const {
   }
 }
 
+void Desk::CarryAll() {
+  while (!provoked.empty()) {
+    const std::string text = provoked.front();
+    provoked.pop_front();
+    Carry(text);
+  }
+}
+
 void Desk::Provoke(const std::string& text) {
+  Carry(text);
+  Work();
+}
+
+void Desk::Carry(const std::string& text) {
   using Kind = Provocation::Kind;
   Provocation what = Provocation::FromText(text);
   const std::string port = what.port.empty() ? choices[chosen].port : what.port;
@@ -182,5 +199,4 @@ void Desk::Provoke(const std::string& text) {
       PrintNotice(link->IsUp() ? "sent by ids: " + what.ids : "no relay service is there");
       break;
   }
-  Work();
 }

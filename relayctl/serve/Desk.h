@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,6 +44,8 @@ class Desk {
   std::optional<relay::Clock::time_point> Due() const;
   void Plug(const std::string& port, const std::string& ids);
   void Unplug(const std::string& port);
+  void Carry(const std::string& provocation);
+  void CarryAll();
   void Work();
   void Take(const std::string& packet);
   void GiveToDevice();
@@ -54,8 +57,9 @@ class Desk {
   size_t chosen = 0;
   PlayedService service;
   std::map<std::string, std::unique_ptr<ServedDevice>> devices;
-  std::string busyPort;       // whose device is to take
-  relay::ByteQueue toDevice;  // this
+  std::string busyPort;              // whose device is to take
+  relay::ByteQueue toDevice;         // this
+  std::deque<std::string> provoked;  // by devices, which may not go while they are asked
   std::optional<int> died;
   std::unique_ptr<ServedLink> link;
 };

@@ -1,58 +1,59 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <utility>
+#include <memory>
+#include <string>
 #include <vector>
 
+#include "Input.h"
 #include "relay/Error.h"
 #include "relay/Text.h"
 #include "serve/EchoDevice.h"
 #include "serve/PlayedService.h"
 #include "serve/ProgramDevice.h"
 #include "serve/PtyDevice.h"
+#include "serve/RecordedDevice.h"
 #include "serve/ServedDevice.h"
 
 namespace {
 
 using Make = decltype(DeviceChoice::make);
 
-template <typename Kind>
-Make Made(const std::string& argument) {
-  return
-      [argument](const ServedDevice::Line& line) { return std::make_unique<Kind>(line, argument); };
-}
-
-struct DeviceWord {
-  const char* word;
-  bool needsArgument;
-  Make (*with)(const std::string& argument);
-};
-
-constexpr DeviceWord kDeviceWords[] = {
-    {"pty", false, Made<PtyDevice>},
-    {"exec", true, Made<ProgramDevice>},
-};
-
 [[noreturn]] void RefuseChoice(const std::string& what) {
   throw relay::Error(relay::ErrorKind::kUsage, "--port: " + what);
 }
 
-Make MakeOf(const std::string& device) {
-  if (device == "echo") {
-    return [](const ServedDevice::Line& line) { return std::make_unique<EchoDevice>(line); };
-  }
+Make Recorded(const std::string& port, const std::string& file, bool isFast) {
+  const auto side = std::make_shared<RecordedSide>(
+      ReadDeviceSide(ReadAll(file), relay::Escape(file), port), isFast);
+  return [side](const ServedDevice::Line& line) {
+    return std::make_unique<RecordedDevice>(line, side);
+  };
+}
+
+Make MakeOf(const std::string& port, const std::string& device, bool isFast) {
+  using Line = ServedDevice::Line;
   const size_t colon = device.find(':');
+  const std::string word = device.substr(0, colon);
   const std::string argument = colon == std::string::npos ? "" : device.substr(colon + 1);
-  for (const DeviceWord& row : kDeviceWords) {
-    if (device.substr(0, colon) == row.word && (!row.needsArgument || !argument.empty())) {
-      return row.with(argument);
-    }
+  if (device == "echo") {
+    return [](const Line& line) { return std::make_unique<EchoDevice>(line); };
   }
-  RefuseChoice(relay::Quote(device) + " is none of echo, pty, pty:PATH, exec:COMMAND");
+  if (word == "pty") {
+    return [argument](const Line& line) { return std::make_unique<PtyDevice>(line, argument); };
+  }
+  if (word == "exec" && !argument.empty()) {
+    return [argument](const Line& line) { return std::make_unique<ProgramDevice>(line, argument); };
+  }
+  if (word == "recording" && !argument.empty()) {
+    return Recorded(port, argument, isFast);
+  }
+  RefuseChoice(relay::Quote(device) +
+               " is none of echo, pty, pty:PATH, exec:COMMAND, recording:FILE");
 }
 
 }  // namespace
 
-DeviceChoice ChooseDevice(const std::string& text) {
+DeviceChoice ChooseDevice(const std::string& text, bool isFast) {
   const size_t sign = text.find('=');
   if (sign == std::string::npos) {
     RefuseChoice(relay::Quote(text) + " lacks =DEVICE behind the port");
@@ -63,5 +64,5 @@ DeviceChoice ChooseDevice(const std::string& text) {
     RefuseChoice(relay::Quote(port) + " leads to no device; " + ports.front() + " and " + ports[1] +
                  " to " + ports.back().substr(ports.back().size() - 1) + " do");
   }
-  return {port, MakeOf(text.substr(sign + 1))};
+  return {port, MakeOf(port, text.substr(sign + 1), isFast)};
 }

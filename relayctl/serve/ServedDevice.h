@@ -22,7 +22,7 @@ class ServedDevice {
     std::function<short()> wanted;                      // POLLIN, POLLOUT: what the port waits for
     std::function<void()> wake;                         // it may have come
     std::function<void(const std::string& text)> tell;  // to the person
-    std::function<void(const std::string& text)> provoke;  // as typed by the person
+    std::function<void(const std::string& text)> provoke;  // later, as typed by the person
   };
 
   virtual ~ServedDevice() = default;
@@ -30,6 +30,9 @@ class ServedDevice {
   // The port is opened: what the device has sent before is lost.
   virtual void Open() {}
   virtual void Close() {}
+
+  // It was plugged in at a port that was open, and has opened it by itself.
+  virtual void OpenAgain() { Open(); }
 
   // How many of the bytes it takes at the moment.
   virtual size_t Take(std::string_view bytes) = 0;
@@ -47,6 +50,6 @@ struct DeviceChoice {
   std::function<std::unique_ptr<ServedDevice>(const ServedDevice::Line& line)> make;
 };
 
-// "#USBSerialPort0=echo". Throws kUsage for what is none, and kSystem for a file that cannot be
-// read.
-DeviceChoice ChooseDevice(const std::string& text);
+// "#USBSerialPort0=echo". `isFast`: recordings are played without their pauses. Throws kUsage for
+// what is none, and kSystem for a file that cannot be read.
+DeviceChoice ChooseDevice(const std::string& text, bool isFast = false);
