@@ -20,7 +20,7 @@ struct Options {
   std::vector<std::string> ports;
   unsigned listen = 0;
   bool isFast = false;
-  std::string onUsr1 = "status 4";
+  std::string onUsr1 = "break";
   std::string onUsr2 = "cable";
 };
 

@@ -80,6 +80,14 @@ void PeerSocket::Flush() {
   outgoing.Take(count > 0 ? static_cast<size_t>(count) : 0);
 }
 
+void PeerSocket::EndSending() const { (void)shutdown(peer, SHUT_WR); }
+
+void PeerSocket::Reset() {
+  const linger atOnce = {1, 0};
+  (void)setsockopt(peer, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+  Drop();
+}
+
 void PeerSocket::Drop() {
   if (peer != -1) {
     (void)close(std::exchange(peer, -1));

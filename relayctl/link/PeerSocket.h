@@ -31,6 +31,8 @@ class PeerSocket {
   void Send(std::string_view bytes);
   void Flush();
   void Drop();
+  void Reset();             // the same, and the peer is told that it is no orderly end
+  void EndSending() const;  // behind what the system has taken
 
  private:
   const int listening;

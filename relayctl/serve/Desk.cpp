@@ -7,6 +7,7 @@
 #include <csignal>
 #include <utility>
 
+#include "Duration.h"
 #include "link/Loop.h"
 #include "relay/Error.h"
 #include "relay/Text.h"
@@ -26,6 +27,7 @@ Desk::Desk(Loop& ownLoop, uint16_t tcpPort, std::vector<DeviceChoice> deviceChoi
     Plug(choice.port, kUsualIds);
   }
   loop.When([this] { return Due(); }, [this] { Work(); });
+  loop.When([this] { return heldUntil; }, [this] { AnswerLate(); });
   CarryAll();
 }
 
@@ -36,8 +38,13 @@ ServedDevice* Desk::At(const std::string& port) const {
   return found != devices.end() ? found->second.get() : nullptr;
 }
 
+// Behind the answer to its open.
+bool Desk::MayReceive(const std::string& port) const {
+  return service.IsOpen(port) && link->IsClear() && !(heldUntil && port == heldPort);
+}
+
 short Desk::WantedOf(const std::string& port) const {
-  return static_cast<short>((service.IsOpen(port) && link->IsClear() ? POLLIN : 0) |
+  return static_cast<short>((MayReceive(port) ? POLLIN : 0) |
                             (port == busyPort && !toDevice.IsEmpty() ? POLLOUT : 0));
 }
 
@@ -82,7 +89,7 @@ void Desk::Unplug(const std::string& port) {
 void Desk::Work() {
   CarryAll();
   GiveToDevice();
-  while (toDevice.IsEmpty() && link->IsClear() && !died) {
+  while (toDevice.IsEmpty() && link->IsClear() && !heldUntil && !died) {
     const auto packet = link->Next();
     if (!packet) {
       break;
@@ -114,7 +121,7 @@ void Desk::Take(const std::string& packet) {
                 ", which no adapter is, end the service (signal 6)");
     died = SIGABRT;
   }
-  link->Send(effect.reply);
+  Answer(effect);
 }
 
 void Desk::GiveToDevice() {
@@ -127,7 +134,7 @@ void Desk::GiveToDevice() {
 // From each at most once, so that one that never ends holds up nobody.
 void Desk::TakeFromDevices() {
   for (const auto& [port, device] : devices) {
-    if (service.IsOpen(port) && link->IsClear()) {
+    if (MayReceive(port)) {
       const std::string bytes = device->Give(PlayedService::kMostReceived);
       if (!bytes.empty()) {
         link->Send(PlayedService::Notification(port, bytes));
@@ -144,6 +151,7 @@ void Desk::CloseAll() {
   }
   service.CloseAll();
   toDevice.Clear();
+  heldUntil.reset();
 }
 
 void Desk::ChooseNext() {
@@ -173,30 +181,86 @@ void Desk::Provoke(const std::string& text) {
 
 void Desk::Carry(const std::string& text) {
   using Kind = Provocation::Kind;
-  Provocation what = Provocation::FromText(text);
+  const Provocation what = Provocation::FromText(text);
   const std::string port = what.port.empty() ? choices[chosen].port : what.port;
   MustBeServed(port);
-  if (what.kind == Kind::kCable) {
-    what.kind = service.IsPlugged(port) ? Kind::kUnplug : Kind::kPlug;
-  }
   switch (what.kind) {
     case Kind::kUnplug:
-    case Kind::kCable:
-      Unplug(port);
-      PrintNotice(port + ": unplugged");
-      break;
     case Kind::kPlug:
-      Plug(port, what.ids.empty() ? kUsualIds : what.ids);
-      PrintNotice(port + ": plugged in");
+    case Kind::kCable:
+      ChangeLine(what, port);
       break;
     case Kind::kStatus:
-      service.Answer(port, what.status);
-      PrintNotice(port + ": the next " + (what.status == kStatusCloseFailed ? "close" : "open") +
-                  " is answered with status " + std::to_string(what.status));
+    case Kind::kLate:
+    case Kind::kNever:
+      ChangeAnswer(what, port);
       break;
     case Kind::kNumbered:
-      link->Send(PlayedService::NumberedNotification(what.ids, what.bytes));
-      PrintNotice(link->IsUp() ? "sent by ids: " + what.ids : "no relay service is there");
+    case Kind::kBreak:
+    case Kind::kEnd:
+    case Kind::kReset:
+    case Kind::kAway:
+      ChangeLink(what);
       break;
   }
+}
+
+void Desk::ChangeLine(const Provocation& what, const std::string& port) {
+  using Kind = Provocation::Kind;
+  if (what.kind == Kind::kPlug || (what.kind == Kind::kCable && !service.IsPlugged(port))) {
+    Plug(port, what.ids.empty() ? kUsualIds : what.ids);
+    PrintNotice(port + ": plugged in");
+  } else {
+    Unplug(port);
+    PrintNotice(port + ": unplugged");
+  }
+}
+
+void Desk::ChangeAnswer(const Provocation& what, const std::string& port) {
+  if (what.kind == Provocation::Kind::kStatus) {
+    service.Answer(port, what.status);
+    PrintNotice(port + ": the next " + (what.status == kStatusCloseFailed ? "close" : "open") +
+                " is answered with status " + std::to_string(what.status));
+  } else {
+    nextAnswer = what;
+    PrintNotice(what.kind == Provocation::Kind::kLate ? "the next answer comes late"
+                                                      : "the next answer never comes");
+  }
+}
+
+void Desk::ChangeLink(const Provocation& what) {
+  using Kind = Provocation::Kind;
+  if (what.kind == Kind::kAway) {
+    link->GoAway(FromSeconds(what.seconds));
+  } else if (what.kind == Kind::kBreak) {
+    link->CutNext(what.behind);
+    PrintNotice("the link breaks in the next packet");
+  } else if (!link->IsUp()) {
+    PrintNotice("no relay service is there");
+  } else if (what.kind == Kind::kNumbered) {
+    link->Send(PlayedService::NumberedNotification(what.ids, what.bytes));
+    PrintNotice("sent by ids: " + what.ids);
+  } else {
+    link->End(what.kind == Kind::kReset ? ServedLink::Ending::kReset
+                                        : ServedLink::Ending::kOrderly);
+  }
+}
+
+void Desk::Answer(const PlayedService::Effect& effect) {
+  const auto how = effect.reply.empty() ? std::nullopt : std::exchange(nextAnswer, std::nullopt);
+  if (!how) {
+    link->Send(effect.reply);
+  } else if (how->kind == Provocation::Kind::kLate) {
+    held = effect.reply;
+    heldPort = effect.port;
+    heldUntil = relay::Clock::now() + FromSeconds(how->seconds);
+  } else {
+    PrintNotice(relay::Escape(effect.port) + ": its command is not answered");
+  }
+}
+
+void Desk::AnswerLate() {
+  heldUntil.reset();
+  link->Send(held);
+  Work();
 }

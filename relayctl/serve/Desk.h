@@ -40,12 +40,18 @@ class Desk {
   void MustBeServed(const std::string& port) const;
   ServedDevice* At(const std::string& port) const;
   ServedDevice::Line LineOf(const std::string& port);
+  bool MayReceive(const std::string& port) const;
   short WantedOf(const std::string& port) const;
   std::optional<relay::Clock::time_point> Due() const;
   void Plug(const std::string& port, const std::string& ids);
   void Unplug(const std::string& port);
-  void Carry(const std::string& provocation);
+  void Carry(const std::string& text);
   void CarryAll();
+  void ChangeLine(const Provocation& what, const std::string& port);
+  void ChangeAnswer(const Provocation& what, const std::string& port);
+  void ChangeLink(const Provocation& what);
+  void Answer(const PlayedService::Effect& effect);
+  void AnswerLate();
   void Work();
   void Take(const std::string& packet);
   void GiveToDevice();
@@ -57,9 +63,13 @@ class Desk {
   size_t chosen = 0;
   PlayedService service;
   std::map<std::string, std::unique_ptr<ServedDevice>> devices;
-  std::string busyPort;              // whose device is to take
-  relay::ByteQueue toDevice;         // this
-  std::deque<std::string> provoked;  // by devices, which may not go while they are asked
+  std::string busyPort;                   // whose device is to take
+  relay::ByteQueue toDevice;              // this
+  std::deque<std::string> provoked;       // by devices, which may not go while they are asked
+  std::optional<Provocation> nextAnswer;  // late or never
+  std::string held;                       // a late answer: all commands wait behind it,
+  std::string heldPort;                   // and what this port receives, too
+  std::optional<relay::Clock::time_point> heldUntil;
   std::optional<int> died;
   std::unique_ptr<ServedLink> link;
 };

@@ -64,5 +64,8 @@ DeviceChoice ChooseDevice(const std::string& text, bool isFast) {
     RefuseChoice(relay::Quote(port) + " leads to no device; " + ports.front() + " and " + ports[1] +
                  " to " + ports.back().substr(ports.back().size() - 1) + " do");
   }
-  return {port, MakeOf(port, text.substr(sign + 1), isFast)};
+  DeviceChoice choice;
+  choice.port = port;
+  choice.make = MakeOf(port, text.substr(sign + 1), isFast);
+  return choice;
 }

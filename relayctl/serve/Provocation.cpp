@@ -2,6 +2,7 @@
 #include "serve/Provocation.h"
 
 #include <algorithm>
+#include <charconv>
 #include <sstream>
 
 #include "relay/Error.h"
@@ -55,6 +56,30 @@ void TakeNumbered(Words& words, Provocation& provocation) {
   }
 }
 
+template <typename Number>
+Number TakeNumber(Words& words, Number most) {
+  const std::string word = TakeWord(words);
+  Number number{};
+  const char* const end = word.data() + word.size();
+  const std::from_chars_result parsed = std::from_chars(word.data(), end, number);
+  if (parsed.ec != std::errc() || parsed.ptr != end || !(number >= 0 && number <= most)) {
+    RefuseProvocation(relay::Quote(word) + " is no number from 0 to " +
+                      std::to_string(static_cast<unsigned>(most)));
+  }
+  return number;
+}
+
+void TakeSeconds(Words& words, Provocation& provocation) {
+  constexpr double kMostSecondsProvoked = 1000000;
+  provocation.seconds = TakeNumber<double>(words, kMostSecondsProvoked);
+}
+
+void TakeBehind(Words& words, Provocation& provocation) {
+  if (!words.empty()) {
+    provocation.behind = TakeNumber<size_t>(words, kMaxPacketSize);
+  }
+}
+
 void TakeStatus(Words& words, Provocation& provocation) {
   const std::string word = TakeWord(words);
   if (word.size() != 1 || word[0] < '2' || word[0] > '5') {
@@ -76,6 +101,12 @@ constexpr Row kRows[] = {
     {"cable", Provocation::Kind::kCable, nullptr},
     {"status", Provocation::Kind::kStatus, TakeStatus},
     {"numbered", Provocation::Kind::kNumbered, TakeNumbered},
+    {"late", Provocation::Kind::kLate, TakeSeconds},
+    {"never", Provocation::Kind::kNever, nullptr},
+    {"break", Provocation::Kind::kBreak, TakeBehind},
+    {"end", Provocation::Kind::kEnd, nullptr},
+    {"reset", Provocation::Kind::kReset, nullptr},
+    {"away", Provocation::Kind::kAway, TakeSeconds},
 };
 
 }  // namespace
@@ -116,6 +147,12 @@ const std::vector<ProvokingKey>& ProvokingKeys() {
       {'4', "status 4", "... with status 4"},
       {'5', "status 5", "its next close is answered with status 5"},
       {'n', "numbered 0403:6001 48 69", "a notification by ids, \"Hi\" from 0403:6001"},
+      {'l', "late 2", "the next answer comes 2 seconds late, and all behind it"},
+      {'x', "never", "the next answer never comes"},
+      {'b', "break", "the link breaks in the middle of the next packet"},
+      {'e', "end", "the link ends"},
+      {'r', "reset", "the link is reset"},
+      {'a', "away 5", "the link ends, and nobody listens for 5 seconds"},
   };
   return keys;
 }

@@ -22,14 +22,18 @@ ServedLink::ServedLink(Loop& ownLoop, uint16_t port, Owner linkOwner)
   Listen();
 }
 
-// Anew each time, so that who waits in the old queue is reset.
-void ServedLink::Listen() {
-  listenAt.reset();
+// Whoever waits in the queue is reset.
+void ServedLink::Deafen() {
   if (socket) {
     loop.Forget(socket->Listening());
     loop.Forget(std::exchange(watchedPeer, -1));
     socket.reset();
   }
+}
+
+void ServedLink::Listen() {
+  listenAt.reset();
+  Deafen();
   socket.emplace(tcpPort, true);
   loop.Watch(
       socket->Listening(), [this] { return isUp || listenAt ? short{0} : short{POLLIN}; },
@@ -97,7 +101,36 @@ std::optional<std::string> ServedLink::Next() {
 }
 
 void ServedLink::Send(std::string_view packet) {
-  if (isUp) {
+  if (!isUp || packet.empty()) {
+    return;
+  }
+  if (cut) {
+    SendPart(packet);
+  } else {
     socket->Send(packet);
   }
+}
+
+void ServedLink::SendPart(std::string_view packet) {
+  const size_t size = std::min(cut->behind.value_or(packet.size() / 2), packet.size());
+  cut.reset();
+  socket->Send(packet.substr(0, size));
+  socket->EndSending();
+  owner.tell("a packet of " + std::to_string(packet.size()) + " bytes broke off behind " +
+             std::to_string(size));
+  End();
+}
+
+void ServedLink::End(Ending ending) {
+  if (isUp) {
+    End();
+    ending == Ending::kReset ? socket->Reset() : socket->Drop();
+  }
+}
+
+void ServedLink::GoAway(relay::Clock::duration time) {
+  End(Ending::kOrderly);
+  Deafen();
+  listenAt = relay::Clock::now() + time;
+  owner.tell("nobody listens on 127.0.0.1:" + std::to_string(tcpPort));
 }

@@ -40,11 +40,25 @@ class ServedLink {
 
   void Send(std::string_view packet);
 
+  // What a link can do to a relay service. Each ends it, if there is one.
+  enum class Ending { kOrderly, kReset };
+  void End(Ending ending);
+  void GoAway(relay::Clock::duration time);  // and nobody listens for so long
+
+  // The next packet breaks off behind so many bytes, or in its middle, and the link ends there.
+  void CutNext(std::optional<size_t> behind) { cut = Cut{behind}; }
+
  private:
+  struct Cut {
+    std::optional<size_t> behind;
+  };
+
+  void Deafen();
   void Listen();
   void Accept();
   void OnPeer(short ready);
   void End();
+  void SendPart(std::string_view packet);
 
   Loop& loop;
   const uint16_t tcpPort;
@@ -53,6 +67,7 @@ class ServedLink {
   int watchedPeer = -1;
   bool isUp = false;
   std::optional<relay::Clock::time_point> listenAt;  // the link has ended
+  std::optional<Cut> cut;
   PacketFramer framer;
   relay::ByteQueue input;
 };

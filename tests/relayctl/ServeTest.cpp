@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <ostream>
+#include <set>
 
 #include "relay/Packet.h"
 
@@ -115,7 +116,7 @@ TEST_F(PlayedPortTest, AProgramThatHasEndedIsASilentLine) {
 TEST_F(PlayedPortTest, AProgramDoesNotOutliveTheLine) {
   ASSERT_NO_FATAL_FAILURE(
       ServeOpen("exec:trap \"echo told >/tmp/e2e/told\" HUP; "
-                "sleep 1000 & echo $! ready; wait; wait"));
+                "(trap \"\" HUP; exec sleep 1000) & echo $! ready; wait; wait"));
   const std::string said = Receives(8);
   const std::string folder = "/proc/" + said.substr(0, said.find(' '));
   ASSERT_TRUE(fs::exists(folder)) << said;
@@ -218,9 +219,19 @@ TEST_F(PlayedPortTest, ADeviceGoesAndComesBack) {
   EXPECT_EQ("back", Receives(4));
 }
 
+TEST_F(PlayedPortTest, AnOpenPortOpensTheDeviceThatComesBack) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("exec:echo ready; exec cat"));
+  EXPECT_EQ("ready\n", Receives(6));
+  Order("unplug", "#PhysicalPort0: unplugged");
+  Order("plug", "#PhysicalPort0: plugged in");
+  EXPECT_EQ("ready\n", Receives(6));
+}
+
 TEST_F(PlayedPortTest, AnOrderThatIsNoneIsTold) {
   ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
-  Order("jump", "relayctl: \"jump\" is none of unplug, plug, cable, status, numbered");
+  Order("jump",
+        "relayctl: \"jump\" is none of unplug, plug, cable, status, numbered, "
+        "late, never, break, end, reset, away");
   Order("status 1", "relayctl: \"1\" is no status from 2 to 5");
   Order("unplug #USBSerialPort3", "relayctl: #USBSerialPort3 is not served");
   Order("plug 7", "relayctl: 7 is no VID:PID");
@@ -235,6 +246,85 @@ TEST_F(PlayedPortTest, ANotificationComesByIds) {
   relay->Leaves();
   ASSERT_TRUE(serve->Prints("the link has ended"));
   Order("numbered 0001:0002 0D 0A", "no relay service is there");
+}
+
+// What is sent behind it waits, and so does what the port receives.
+TEST_F(PlayedPortTest, AnAnswerComesLate) {
+  ASSERT_NO_FATAL_FAILURE(Serve("--port '#PhysicalPort0=exec:echo early; exec cat'"));
+  Order("late 0.4", "the next answer comes late");
+  EXPECT_GE(TimeOf([this] {
+              relay->Sends(kOpenPort0);
+              relay->Sends(kFence);
+              EXPECT_EQ(Wire(kPort0Opened), relay->NextPacket());
+            }),
+            std::chrono::milliseconds(400));
+  std::set<std::string> rest = {relay->NextPacket(), relay->NextPacket()};
+  EXPECT_EQ((std::set<std::string>{Wire("001E 04 02 000E '#PhysicalPort0' 01 02 0006 6561726C790A"),
+                                   Wire(kFenceReply)}),
+            rest);
+}
+
+TEST_F(PlayedPortTest, AnAnswerNeverComes) {
+  ASSERT_NO_FATAL_FAILURE(Serve(""));
+  Order("never", "the next answer never comes");
+  relay->Sends(kOpenPort0);
+  EXPECT_EQ(Wire(kFenceReply), relay->Answer(kFence));
+  EXPECT_EQ(Wire("0016 01 02 000E '#PhysicalPort0' 0003"), relay->Answer(kOpenPort0));
+}
+
+TEST_F(PlayedPortTest, TheLinkBreaksInAPacket) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
+  serve->Signal(SIGUSR1);
+  ASSERT_TRUE(serve->Prints("the link breaks in the next packet")) << serve->Output();
+  EXPECT_EQ("closed after " + Wire(kPort0Closed).substr(0, 22), relay->Answer(kClosePort0));
+  EXPECT_TRUE(serve->Prints("a packet of 22 bytes broke off behind 11\n"));
+}
+
+TEST_F(PlayedPortTest, TheLinkBreaksBehindSoManyBytes) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
+  for (const size_t size : {0U, 1U, 2U, 21U, 22U}) {
+    Order("break " + std::to_string(size), "the link breaks in the next packet");
+    const std::string whole = Wire("0016 01 02 000E '#PhysicalPort0' 0003");
+    const std::string part = whole.substr(0, 2 * size);
+    if (size == 22) {
+      EXPECT_EQ(whole, relay->Answer(kOpenPort0));
+      EXPECT_EQ("closed", relay->NextPacket());
+    } else {
+      EXPECT_EQ("closed" + (size > 0 ? " after " + part : ""), relay->Answer(kOpenPort0));
+    }
+    Connect();
+    ASSERT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
+  }
+}
+
+TEST_F(PlayedPortTest, TheLinkEndsInOrderOrByAReset) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
+  for (const char* const ending : {"end", "reset"}) {
+    Order(ending, "the link has ended");
+    EXPECT_EQ("closed", relay->NextPacket());
+    Connect();
+    ASSERT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
+  }
+}
+
+TEST_F(PlayedPortTest, NobodyListensForATime) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
+  Order("away 0.5", "nobody listens on 127.0.0.1:60004");
+  EXPECT_EQ("closed", relay->NextPacket());
+  const Outcome outcome = RunShell("relayctl --patience 0 open '#PhysicalPort0'");
+  EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
+            outcome.output);
+  Connect();
+  EXPECT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
+}
+
+// As with the service, whose address somebody has taken while it did not listen.
+TEST_F(PlayedPortTest, AnAddressThatIsTakenMeanwhileEndsIt) {
+  ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
+  Order("away 1", "nobody listens on 127.0.0.1:60004");
+  const Background other("relayctl record --listen 60004 -o /dev/null");
+  EXPECT_EQ("exit 1", serve->WaitForExit());
+  ExpectHas(serve->Output(), "cannot listen on 127.0.0.1:60004: Address already in use");
 }
 
 // As with the service: the ports are closed, and who has connected meanwhile is reset.
