@@ -263,10 +263,14 @@ TEST_F(CommandsTest, WriteToASlowLineIsNoFailure) {
   PlugAndStart();
   workplace::WriteWhole("/tmp/e2e/slow", ManyBytes(60000));
   Background write("relayctl --timeout 2 write '#PhysicalPort0' --linger 0 --file /tmp/e2e/slow");
+  constexpr int64_t kSpeed = 12;  // bytes in a millisecond
   const auto taken = TimeOf([&] {
-    while (write.State() == "still running") {
-      (void)device->ReadsWaiting(500);
-      std::this_thread::sleep_for(std::chrono::milliseconds(40));  // the line's speed
+    const auto begin = std::chrono::steady_clock::now();
+    for (int64_t came = 0; write.State() == "still running";) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      const auto passed = std::chrono::steady_clock::now() - begin;
+      const int64_t due = passed / std::chrono::milliseconds(1) * kSpeed - came;
+      came += std::ssize(device->ReadsWaiting(static_cast<size_t>(due)));
     }
   });
   EXPECT_GT(taken, std::chrono::seconds(2));
