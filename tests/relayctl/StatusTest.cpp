@@ -324,4 +324,21 @@ TEST_F(StatusTest, TellsOfTheUnitAndTheVersion) {
   ExpectHas(Status(0), "            version 1.0.0-1, program ");
 }
 
+TEST_F(StatusTest, OpensNoLineAndNoConnection) {
+  StartWithOpenPort();
+  StickWrite();
+  const Outcome outcome = RunShell(
+      "ASAN_OPTIONS=detect_leaks=0 strace -f -qq -e trace=open,openat,connect,ioctl -o "
+      "/tmp/e2e/calls relayctl status >/tmp/e2e/status; "
+      "grep -E '/dev/|/fd/[0-9]+\"|connect\\(|TIOC' /tmp/e2e/calls");
+  ExpectHas(workplace::ReadWhole("/tmp/e2e/status"), ", a write is under way\n");
+  ExpectHas(outcome.output, "\"/dev/null\"");  // the calls are there
+  ExpectHasNot(outcome.output, "/dev/tty");
+  ExpectHasNot(outcome.output, "/dev/pts");
+  ExpectHasNot(outcome.output, "/fd/");
+  ExpectHasNot(outcome.output, "AF_INET");
+  ExpectHasNot(outcome.output, "TIOCGICOUNT");
+  ExpectHasNot(outcome.output, "TIOCOUTQ");
+}
+
 }  // namespace

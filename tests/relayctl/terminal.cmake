@@ -21,7 +21,6 @@ if(NOT SPH_SANITIZE STREQUAL "thread")
     HangingServiceTest.cpp
     RelayctlTest.cpp
     Shell.cpp
-    StatusCallsTest.cpp
     StatusDocTest.cpp
     StatusTable.cpp
     StatusTableTest.cpp
@@ -32,7 +31,7 @@ if(NOT SPH_SANITIZE STREQUAL "thread")
     SPH_OPERATIONS="${PROJECT_SOURCE_DIR}/docs/operations.md"
     SPH_ALERTS="${PROJECT_SOURCE_DIR}/packaging/examples/serial-port-handler.alerts.yml")
   if(NOT SPH_SANITIZE)
-    target_sources(RelayctlDoctorTest PRIVATE StatusLimitsTest.cpp)
+    target_sources(RelayctlDoctorTest PRIVATE StatusCallsTest.cpp StatusLimitsTest.cpp)
   endif()
 endif()
 
