@@ -50,7 +50,13 @@ PeerSocket::~PeerSocket() {
 
 bool PeerSocket::Accept() {
   if (peer == -1) {
-    peer = accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    peer = accept4(listening, reinterpret_cast<sockaddr*>(&address), &size,
+                   SOCK_NONBLOCK | SOCK_CLOEXEC);
+    std::array<char, INET_ADDRSTRLEN> text{};
+    (void)inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+    peerAddress = text.data();
     const int atOnce = waitsForAcknowledgements ? 0 : 1;
     (void)setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
     return peer != -1;

@@ -25,6 +25,9 @@ class PeerSocket {
   // Takes the next peer, if there is one.
   bool Accept();
 
+  // "127.0.0.1", as a rule: all of 127.0.0.0/8 gets here.
+  const std::string& PeerAddress() const { return peerAddress; }
+
   // What has come; empty: nothing. False when the peer has left, and then it is dropped.
   bool Receive(std::string& bytes);
 
@@ -38,5 +41,6 @@ class PeerSocket {
   const int listening;
   const bool waitsForAcknowledgements;
   int peer = -1;
+  std::string peerAddress;
   relay::ByteQueue outgoing;
 };

@@ -8,11 +8,14 @@
 #include <utility>
 
 #include "link/Loop.h"
+#include "relay/Error.h"
 
 namespace {
 
 // The service looks so often whether the link has ended.
 constexpr relay::Millis kUntilNextListen{250};
+
+constexpr const char* kOnlyPeer = "127.0.0.1";
 
 }  // namespace
 
@@ -44,6 +47,10 @@ void ServedLink::Listen() {
 void ServedLink::Accept() {
   if (!socket->Accept()) {
     return;
+  }
+  if (const std::string from = socket->PeerAddress(); from != kOnlyPeer) {
+    throw relay::Error(relay::ErrorKind::kSystem,
+                       "a peer came from " + from + ": it is refused, and the service ends");
   }
   isUp = true;
   framer.Drop();

@@ -35,10 +35,14 @@ class ServeTest : public RelayctlTest {
 
   // Once it listens for the next relay service: before, it would be reset.
   void Connect() {
-    ++connections;
-    ASSERT_TRUE(Eventually([this] { return Listens() == connections; })) << serve->Output();
+    ASSERT_TRUE(ListensAgain()) << serve->Output();
     relay = std::make_unique<Relay>();
     ASSERT_TRUE(relay->IsConnected()) << serve->Output();
+  }
+
+  bool ListensAgain() {
+    ++connections;
+    return Eventually([this] { return Listens() == connections; });
   }
 
   // Gives the order, and waits until it is told that this has happened.
