@@ -2,6 +2,7 @@
 // The client against a service that does what the test says.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,6 +44,11 @@ class ScriptedService {
     return peer != -1;
   }
   void Leave() { (void)close(std::exchange(peer, -1)); }
+  void Reset() {
+    const linger atOnce = {1, 0};
+    EXPECT_EQ(0, setsockopt(peer, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce));
+    Leave();
+  }
 
   void Sends(const char* hex) const {
     const std::string bytes = FromHex(hex);
@@ -135,6 +141,22 @@ TEST_F(ClientTest, AnswersGoToWhoAskedAndDataToEverybody) {
       "0009 01 02 0001 58 0003  000C 04 02 0001 58 01 02 0001 41  0009 02 02 0001 58 0002");
   client.RunUntil([&] { return told.ends_with("close 2"); }, kLimit);
   EXPECT_EQ("open 3 X:A close 2", told);
+}
+
+// The first send is told of it, and nobody after that: the stream then looks as if it had ended.
+TEST_F(ClientTest, AResetThatMeetsTheFirstCommandIsNoEndOfALink) {
+  std::optional<relay::ErrorKind> told;
+  relay::Events events;
+  events.disconnected = [&](const relay::Error& error) { told = error.Kind(); };
+  client.SetEvents(events);
+  client.Start();
+  Link();
+  service.Reset();
+  pollfd reset{client.Descriptor(), 0, 0};
+  ASSERT_EQ(1, poll(&reset, 1, -1));
+  client.Open(Port::FromText("X"));
+  client.RunUntil([&] { return told.has_value(); }, kLimit);
+  EXPECT_EQ(relay::ErrorKind::kNotListening, *told);
 }
 
 }  // namespace

@@ -296,7 +296,7 @@ void Client::Receive() {
         CatchUp();
       }
       return;
-    } else if (count < 0 && !somethingCame) {
+    } else if ((count < 0 || isBroken) && !somethingCame) {
       // The queue of a service that is about to listen anew, because its peer has just left.
       Disconnect(Error(ErrorKind::kNotListening, "the service at " + Address(options.port) +
                                                      " reset the link before it answered anything"),
