@@ -20,8 +20,11 @@ using Words = std::vector<std::string>;
 
 // Takes the word that is next; empty when there is none.
 std::string TakeWord(Words& words) {
-  std::string word = words.empty() ? "" : words.front();
-  words.erase(words.begin(), words.begin() + (words.empty() ? 0 : 1));
+  if (words.empty()) {
+    return "";
+  }
+  std::string word = words.front();
+  words.erase(words.begin());
   return word;
 }
 

@@ -23,8 +23,16 @@ class StatusSituation : public HangingServiceTest {
   }
 
   // All of the words once these are among them, as what happens takes its time.
-  static std::string StatusUntil(const std::string& words) { return Until("status", words); }
-  static std::string DoctorUntil(const std::string& words) { return Until("doctor", words); }
+  static std::string StatusUntil(const std::string& words) {
+    std::string said;
+    EXPECT_TRUE(Eventually([&] {
+      said = RunShell("relayctl status").output;
+      return said.find(words) != std::string::npos;
+    })) << words
+        << " never came, but:\n"
+        << said;
+    return said;
+  }
 
   // What docs/operations.md says of this row. It is the first thing that status names, unless it is
   // a note.
@@ -47,17 +55,6 @@ class StatusSituation : public HangingServiceTest {
   static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
 
  private:
-  static std::string Until(const std::string& command, const std::string& words) {
-    std::string said;
-    EXPECT_TRUE(Eventually([&] {
-      said = RunShell("relayctl " + command).output;
-      return said.find(words) != std::string::npos;
-    })) << words
-        << " never came, but:\n"
-        << said;
-    return said;
-  }
-
   // Its exit status once it says such words.
   static int StatusOf(const std::string& command, const std::string& pattern) {
     Outcome outcome;
