@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr const char* kProperties =
+    "--property=LoadState,ActiveState,SubState,Result,ExecMainStatus,NRestarts";
 constexpr const char* kUsualUnit = "serial-port-handler.service";
 constexpr std::string_view kSuffix = ".service";
 
@@ -31,11 +33,7 @@ std::string UnitOf(const RunningService& service) {
 }
 
 std::map<std::string, std::string> PropertiesOf(const std::string& unit) {
-  std::istringstream text(RunTool({"systemctl", "show",
-                                   "--property=LoadState,ActiveState,SubState,Result,"
-                                   "ExecMainStatus,NRestarts",
-                                   "--", unit})
-                              .text);
+  std::istringstream text(RunTool({"systemctl", "show", kProperties, "--", unit}).text);
   std::map<std::string, std::string> properties;
   for (std::string line; std::getline(text, line);) {
     const size_t equals = std::min(line.find('='), line.size());
