@@ -29,9 +29,9 @@ size_t HangUpsOf(const std::string& port) {
 
 RealMachine::RealMachine() {
   constexpr const char* kWords = "9600 8 none 1 none";
-  Configure(kPhysicalPort, kWords);
+  RealMachine::Configure(kPhysicalPort, kWords);
   for (int number = 0; number < kUsbPortCount; ++number) {
-    Configure(kUsbPort + std::to_string(number), kWords);
+    RealMachine::Configure(kUsbPort + std::to_string(number), kWords);
   }
 }
 
