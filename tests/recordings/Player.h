@@ -14,13 +14,13 @@
 #include "e2e/support/Relay.h"
 #include "recordings/Arrivals.h"
 #include "recordings/Lines.h"
-#include "recordings/Machine.h"
+#include "recordings/PlayedMachine.h"
 #include "relay/Recording.h"
 
 class Player {
  public:
   Player();
-  explicit Player(std::unique_ptr<Machine> playedOn) : machine(std::move(playedOn)) {}
+  explicit Player(std::unique_ptr<PlayedMachine> playedOn) : machine(std::move(playedOn)) {}
 
   // Empty when all came as recorded, else "NAME:12: LINE: what came".
   std::string Play(const std::string& text, const std::string& name);
@@ -63,7 +63,7 @@ class Player {
   void ExpectError(const Words& words) { Expect(errors, words.all); }
   void Expect(Lines& lines, const std::string& wanted) const;
 
-  std::unique_ptr<Machine> machine;
+  std::unique_ptr<PlayedMachine> machine;
   std::unique_ptr<Relay> relay;
   size_t links = 0;
   bool hasEnded = false;

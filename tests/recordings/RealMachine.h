@@ -11,9 +11,9 @@
 #include "e2e/support/Service.h"
 #include "e2e/support/UdevDatabase.h"
 #include "e2e/support/Workplace.h"
-#include "recordings/Machine.h"
+#include "recordings/PlayedMachine.h"
 
-class RealMachine : public Machine {
+class RealMachine : public PlayedMachine {
  public:
   // Nothing is plugged in. #PhysicalPort0 and the USB ports are configured, with 9600 8N1.
   RealMachine();
@@ -38,7 +38,7 @@ class RealMachine : public Machine {
   bool HasStarted() const override { return service != nullptr; }
   bool Listens(size_t times) const override { return Service::Prints("[LISTEN]IP:", times); }
   bool Accepts(size_t times) const override { return Service::Prints("[ACCEPT]IP:", times); }
-  Process& Program() override { return *service; }
+  ChildProcess& Program() override { return *service; }
   bool IsIdle() const override { return service->IsIdle(); }
   std::string WaitForEnd() override { return service->WaitForExit(); }
   bool HasConsole() const override { return true; }

@@ -46,7 +46,7 @@ ServedMachine::ServedMachine() {
   if (mkfifo(kOrders, 0600) == 0) {
     orders = open(kOrders, O_RDWR | O_NONBLOCK | O_CLOEXEC);
   }
-  program = std::make_unique<Process>(Process::Start{
+  program = std::make_unique<ChildProcess>(ChildProcess::Start{
       {"/bin/sh", "-c", CommandLine()}, OwnEnvironment(), workplace::kOutput, workplace::kErrors});
   for (const std::string& port : AllPorts()) {
     Order("unplug " + port, port + ": unplugged");

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "e2e/support/Process.h"
+#include "e2e/support/ChildProcess.h"
 #include "e2e/support/Workplace.h"
-#include "recordings/Machine.h"
+#include "recordings/PlayedMachine.h"
 
-class ServedMachine : public Machine {
+class ServedMachine : public PlayedMachine {
  public:
   ServedMachine();
   ~ServedMachine() override;
@@ -35,7 +35,7 @@ class ServedMachine : public Machine {
   bool HasStarted() const override { return isAsked; }
   bool Listens(size_t times) const override;
   bool Accepts(size_t times) const override;
-  Process& Program() override { return *program; }
+  ChildProcess& Program() override { return *program; }
   bool IsIdle() const override;
   std::string WaitForEnd() override;
   bool HasConsole() const override { return false; }
@@ -48,6 +48,6 @@ class ServedMachine : public Machine {
   const workplace::Folders folders;
   int orders = -1;
   std::map<std::string, int> nearEnds;
-  std::unique_ptr<Process> program;
+  std::unique_ptr<ChildProcess> program;
   bool isAsked = false;
 };

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <csignal>
 
-#include "e2e/support/RecordedDevice.h"
+#include "e2e/support/DeviceByRecording.h"
 #include "relayctl/RelayctlTest.h"
 
 namespace {
@@ -134,7 +134,7 @@ TEST_F(RecordTest, RecordStandsBetweenAndRecordsBothDirections) {
   PlugAndStart();
   Background record(std::string("relayctl record --output ") + kRecording + " --listen 60005");
   ASSERT_TRUE(record.Prints("waiting for a relay service on 127.0.0.1:60005\n"));
-  RecordedDevice far(*device, "#PhysicalPort0", original);
+  DeviceByRecording far(*device, "#PhysicalPort0", original);
   const Outcome outcome = RunShell("relayctl --port 60005 replay " + original);
   EXPECT_EQ("5 packets sent, 4 came as recorded, no difference\n", outcome.output);
   EXPECT_EQ("", far.Finish());

@@ -4,7 +4,7 @@
 #include <sstream>
 #include <vector>
 
-#include "e2e/support/RecordedDevice.h"
+#include "e2e/support/DeviceByRecording.h"
 #include "recordings/Examples.h"
 #include "recordings/Player.h"
 #include "relay/Error.h"
@@ -69,7 +69,7 @@ class RecordingPlayTest : public RelayctlTest, public testing::WithParamInterfac
 
 TEST_P(RecordingPlayTest, RelayctlAndTheTestsDevicePlayItWithEachOther) {
   StartListening();
-  RecordedDevice far(*device, "#PhysicalPort0", kRecording);
+  DeviceByRecording far(*device, "#PhysicalPort0", kRecording);
   const Outcome outcome = RunShell(std::string("relayctl replay ") + kRecording);
   EXPECT_TRUE(outcome.output.ends_with(" came as recorded, no difference\n")) << outcome.output;
   EXPECT_EQ(0, outcome.status);

@@ -29,7 +29,8 @@ Background::Background(const std::string& command)
                               std::to_string(++backgrounds)) {}
 
 Background::Background(const std::string& command, const std::string& outputFile)
-    : Process({{"/bin/sh", "-c", "exec " + command}, OwnEnvironment(), outputFile, outputFile}),
+    : ChildProcess(
+          {{"/bin/sh", "-c", "exec " + command}, OwnEnvironment(), outputFile, outputFile}),
       file(outputFile) {}
 
 bool Background::Prints(const std::string& text) const {

@@ -12,7 +12,7 @@
 constexpr const char* kRecording = "/tmp/e2e/recording";  // relayctl record's, or replay's
 
 // A command line of the shell that runs beside the test.
-class Background : public Process {
+class Background : public ChildProcess {
  public:
   explicit Background(const std::string& command);
 

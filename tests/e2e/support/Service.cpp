@@ -55,8 +55,8 @@ bool ShowsAtLeast(const std::string& all, const std::string& text, size_t count)
 }  // namespace
 
 Service::Service(Session session, int output)
-    : Process({CommandLine(), Environment(), workplace::kOutput, workplace::kErrors, output,
-               session == Session::kOwn}) {}
+    : ChildProcess({CommandLine(), Environment(), workplace::kOutput, workplace::kErrors, output,
+                    session == Session::kOwn}) {}
 
 std::string Service::Output() { return workplace::ReadWhole(workplace::kOutput); }
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "e2e/support/Process.h"
+#include "e2e/support/ChildProcess.h"
 
 // The process SerialPortHandler, the real program with the real platform libraries. It stands
 // beside the test program.
-class Service : public Process {
+class Service : public ChildProcess {
  public:
   enum class Session { kInherited, kOwn };  // kOwn: it leads a session, as under most supervisors
 

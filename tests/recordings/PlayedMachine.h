@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "e2e/support/Process.h"
+#include "e2e/support/ChildProcess.h"
 
-class Machine {
+class PlayedMachine {
  public:
-  virtual ~Machine() = default;
+  virtual ~PlayedMachine() = default;
 
   virtual void Configure(const std::string& port, const std::string& words) = 0;
 
@@ -39,7 +39,7 @@ class Machine {
   virtual bool Listens(size_t times) const = 0;
   virtual bool Accepts(size_t times) const = 0;
 
-  virtual Process& Program() = 0;
+  virtual ChildProcess& Program() = 0;
   virtual bool IsIdle() const = 0;
 
   // "exit 0", "signal 6".

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "e2e/support/Process.h"
+#include "e2e/support/ChildProcess.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -35,7 +35,7 @@ void SetAttributes(posix_spawnattr_t& attributes, bool leadsASession) {
   (void)posix_spawnattr_setsigdefault(&attributes, &signals);
 }
 
-void SetStreams(posix_spawn_file_actions_t& actions, const Process::Start& start) {
+void SetStreams(posix_spawn_file_actions_t& actions, const ChildProcess::Start& start) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND;
   const auto open = [&actions](int stream, const std::string& path, int flags) {
     (void)posix_spawn_file_actions_addopen(&actions, stream, path.c_str(), flags, 0600);
@@ -51,7 +51,7 @@ void SetStreams(posix_spawn_file_actions_t& actions, const Process::Start& start
 
 }  // namespace
 
-Process::Process(Start start) {
+ChildProcess::ChildProcess(Start start) {
   posix_spawnattr_t attributes;
   SetAttributes(attributes, start.leadsASession);
   posix_spawn_file_actions_t actions;
@@ -65,16 +65,16 @@ Process::Process(Start start) {
   }
 }
 
-Process::~Process() {
+ChildProcess::~ChildProcess() {
   (void)kill(-pid, SIGKILL);
   if (ended.empty()) {
     (void)waitpid(pid, nullptr, 0);
   }
 }
 
-void Process::Signal(int number) const { (void)kill(pid, number); }
+void ChildProcess::Signal(int number) const { (void)kill(pid, number); }
 
-std::string Process::State() {
+std::string ChildProcess::State() {
   int status = 0;
   if (ended.empty() && waitpid(pid, &status, WNOHANG) == pid) {
     ended = WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
@@ -83,12 +83,12 @@ std::string Process::State() {
   return ended.empty() ? "still running" : ended;
 }
 
-std::string Process::WaitForExit() {
+std::string ChildProcess::WaitForExit() {
   (void)Eventually([this] { return State() != "still running"; });
   return State();
 }
 
-size_t Process::FromStatus(const std::string& field) const {
+size_t ChildProcess::FromStatus(const std::string& field) const {
   std::ifstream file(Folder() + "/status");
   for (std::string line; std::getline(file, line);) {
     if (line.starts_with(field + ":")) {

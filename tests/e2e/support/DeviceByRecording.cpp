@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "e2e/support/RecordedDevice.h"
+#include "e2e/support/DeviceByRecording.h"
 
 #include "relay/Recording.h"
 #include "relay/Text.h"
@@ -27,6 +27,6 @@ std::string Play(const Device& device, const std::string& port, const std::strin
 
 }  // namespace
 
-RecordedDevice::RecordedDevice(const Device& device, const std::string& port,
-                               const std::string& recording)
+DeviceByRecording::DeviceByRecording(const Device& device, const std::string& port,
+                                     const std::string& recording)
     : result(std::async(std::launch::async, Play, std::cref(device), port, recording)) {}

@@ -9,7 +9,7 @@
 
 // A process of a program, in a process group of its own. Standard input is empty, no signal is
 // ignored or held back, whatever the test program was started with.
-class Process {
+class ChildProcess {
  public:
   struct Start {
     std::vector<std::string> words;
@@ -19,12 +19,12 @@ class Process {
     int stream = -1;             // what stands for `output` instead
     bool leadsASession = false;  // as under most supervisors
   };
-  explicit Process(Start start);
+  explicit ChildProcess(Start start);
 
   // Kills what is left of the process group.
-  ~Process();
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
 
   pid_t Pid() const { return pid; }
   void Signal(int number) const;
