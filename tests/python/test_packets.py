@@ -89,9 +89,15 @@ class Cutter(unittest.TestCase):
 
     def test_a_length_that_no_packet_has(self) -> None:
         cutter = relay.PacketCutter()
-        cutter.add(b"\0\3\1")
+        cutter.add(b"\0\2")
         with self.assertRaises(relay.NonsenseError):
             cutter.next()
+
+    def test_one_that_is_too_short_for_a_packet_is_cut_out(self) -> None:
+        cutter = relay.PacketCutter()
+        cutter.add(b"\0\3\1\0")
+        self.assertEqual(cutter.next(), b"\0\3\1")
+        self.assertIsNone(cutter.next())
 
 
 if __name__ == "__main__":

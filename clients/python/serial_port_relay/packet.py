@@ -19,7 +19,7 @@ MAX_BLOCKS = 255
 # The service does not look at it; recordings and the dissector tell by it what is no user's
 # command.
 FENCE = 0x4645  # "FE"
-MIN_PACKET = 4  # length, command and port form
+MIN_LENGTH = 3  # with less there is no next packet; what is too short for one is malformed
 _MOST_SHOWN = 64
 
 _COMMAND_NAMES = {OPEN: "open", CLOSE: "close", DATA: "data"}
@@ -226,7 +226,7 @@ class PacketCutter:
         if len(self._stream) < 2:
             return None
         length = int.from_bytes(self._stream[:2], "big")
-        if length < MIN_PACKET:
+        if length < MIN_LENGTH:
             raise NonsenseError(f"the service sent a packet of length {length}")
         if len(self._stream) < length:
             return None
