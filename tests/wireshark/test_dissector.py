@@ -2,17 +2,15 @@
 """The dissector, in tshark, on a conversation with the real service (SPH_SERVICE)."""
 
 import os
-import pathlib
 import socket
-import subprocess
 import tempfile
 import time
 import unittest
 
 from capture import Loopback, Segment, write
+from dissector import tshark
 from workplace import PATIENCE, Device, make
 
-SCRIPT = pathlib.Path(__file__).parents[2] / "tools/wireshark/serialrelay.lua"
 NAME = "000E 23506879736963616C506F727430"  # #PhysicalPort0
 P0 = "#PhysicalPort0"
 FIELDS = """to_service length command form vendor product name_length name port parameter status
@@ -72,15 +70,6 @@ PROBLEMS = {
     19: "the packet ends within the parameter",
     24: "a length of 2: the service takes it for the end of the link",
 }
-
-
-def tshark(path: str, fields: list[str], *options: str) -> list[str]:
-    words = ["tshark", "-r", path, "-X", f"lua_script:{SCRIPT}"]
-    words += ["-T", "fields", "-E", "separator=|"]
-    words += [word for field in fields for word in ("-e", field)]
-    done = subprocess.run([*words, *options], capture_output=True, text=True, timeout=60)
-    assert done.returncode == 0 and "Lua Error" not in done.stdout + done.stderr, done.stderr
-    return done.stdout.splitlines()
 
 
 class Dissector(unittest.TestCase):
