@@ -60,7 +60,7 @@ void Loop::When(Due due, std::function<void()> action) {
 int Loop::TimeToWait() const {
   std::optional<relay::Millis> wait;
   const auto add = [&wait](relay::Millis time) { wait = wait ? std::min(*wait, time) : time; };
-  if (client != nullptr) {
+  for (const relay::Client* client : clients) {
     if (const auto due = client->TimeUntilDue()) {
       add(*due);
     }
@@ -95,8 +95,10 @@ void Loop::RunTimed() {
 
 void Loop::Wait() {
   std::vector<pollfd> ready = {{signals, POLLIN, 0}};
-  if (client != nullptr && client->Descriptor() != -1) {
-    ready.push_back({client->Descriptor(), client->PollEvents(), 0});
+  for (const relay::Client* client : clients) {
+    if (client->Descriptor() != -1) {
+      ready.push_back({client->Descriptor(), client->PollEvents(), 0});
+    }
   }
   const size_t first = ready.size();
   for (const auto& entry : watched) {
@@ -108,8 +110,8 @@ void Loop::Wait() {
     return;  // interrupted: everything is asked again
   }
   TakeSignals();
-  if (client != nullptr) {
-    client->Process();
+  for (size_t i = 0; i < clients.size(); ++i) {  // an event of one may end the service of all
+    clients[i]->Process();
   }
   for (size_t i = first; i < ready.size(); ++i) {
     const auto found = watched.find(ready[i].fd);
@@ -121,13 +123,19 @@ void Loop::Wait() {
   RunTimed();
 }
 
-int Loop::Run(const std::function<bool()>& done) {
-  while (ended == 0 && !done()) {
-    if (client != nullptr && client->IsOver()) {
+void Loop::MustBeLinked() const {
+  for (const relay::Client* client : clients) {
+    if (client->IsOver()) {
       throw client->Failure()
           ? *client->Failure()
           : relay::Error(relay::ErrorKind::kLinkEnded, "the link is not started");
     }
+  }
+}
+
+int Loop::Run(const std::function<bool()>& done) {
+  while (ended == 0 && !done()) {
+    MustBeLinked();
     Wait();
   }
   return ended;

@@ -8,8 +8,8 @@
 
 #include "relay/Client.h"
 
-// The poll loop of a command: the link, other descriptors, points in time, and the signals that end
-// a command (SIGINT, SIGTERM, SIGHUP), which are blocked as long as the loop lives and never
+// The poll loop of a command: its links, other descriptors, points in time, and the signals that
+// end a command (SIGINT, SIGTERM, SIGHUP), which are blocked as long as the loop lives and never
 // interrupt anything.
 class Loop {
  public:
@@ -20,8 +20,9 @@ class Loop {
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
 
-  void Serve(relay::Client& linkClient) { client = &linkClient; }
-  void ServeNoClient() { client = nullptr; }
+  // The clients outlive each Run.
+  void Serve(relay::Client& linkClient) { clients.push_back(&linkClient); }
+  void ServeNoClient() { clients.clear(); }
 
   // Calls `action` with what poll gave whenever `descriptor` has one of the events that `wanted`
   // gives. It is asked before each wait; 0: the descriptor is left alone, hang-ups included.
@@ -32,8 +33,8 @@ class Loop {
   // Calls `action` once the time that `due` gives has come. `due` is asked before each wait.
   void When(Due due, std::function<void()> action);
 
-  // Until `done`, or until a signal asks for the end, whose number it gives; else 0. Throws the
-  // client's failure when it is over.
+  // Until `done`, or until a signal asks for the end, whose number it gives; else 0. Throws a
+  // client's failure when that is over.
   int Run(const std::function<bool()>& done);
 
   // The same, and no longer than `seconds`; 0: as long as it takes.
@@ -53,12 +54,13 @@ class Loop {
     std::function<void()> action;
   };
 
+  void MustBeLinked() const;
   int TimeToWait() const;
   void Wait();
   void TakeSignals();
   void RunTimed();
 
-  relay::Client* client = nullptr;
+  std::vector<relay::Client*> clients;
   std::map<int, Watched> watched;
   std::vector<Timed> timed;
   std::map<int, std::function<void()>> signalActions;

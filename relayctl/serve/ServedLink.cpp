@@ -4,7 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "link/Loop.h"
@@ -37,7 +36,7 @@ void ServedLink::Deafen() {
 void ServedLink::Listen() {
   listenAt.reset();
   Deafen();
-  socket.emplace(tcpPort, true);
+  socket.emplace(tcpPort, Listener::Sends::kPatiently);
   loop.Watch(
       socket->Listening(), [this] { return isUp || listenAt ? short{0} : short{POLLIN}; },
       [this](short) { Accept(); });
@@ -53,7 +52,6 @@ void ServedLink::Accept() {
                        "a peer came from " + from + ": it is refused, and the service ends");
   }
   isUp = true;
-  framer.Drop();
   input.Clear();
   watchedPeer = socket->Peer();
   loop.Watch(
@@ -90,21 +88,11 @@ void ServedLink::End() {
 }
 
 std::optional<std::string> ServedLink::Next() {
-  while (isUp && !input.IsEmpty()) {
-    const std::string_view bytes = input.View().substr(0, framer.Wanted());
-    std::memcpy(framer.Space(), bytes.data(), bytes.size());
-    const bool isWhole = framer.Take(static_cast<uint16_t>(bytes.size()));
-    input.Take(bytes.size());
-    if (isWhole) {
-      std::string packet(reinterpret_cast<const char*>(framer.Packet()), framer.Length());
-      framer.Drop();
-      return packet;
-    }
-    if (framer.Wanted() == 0) {
-      End();
-    }
+  std::optional<std::string> packet = isUp ? input.Next() : std::nullopt;
+  if (isUp && input.IsBroken()) {
+    End();
   }
-  return std::nullopt;
+  return packet;
 }
 
 void ServedLink::Send(std::string_view packet) {

@@ -6,9 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "link/CommandStream.h"
 #include "link/PeerSocket.h"
-#include "protocol/PacketFramer.h"
-#include "relay/ByteQueue.h"
 #include "relay/Client.h"
 
 class Loop;
@@ -68,6 +67,5 @@ class ServedLink {
   bool isUp = false;
   std::optional<relay::Clock::time_point> listenAt;  // the link has ended
   std::optional<Cut> cut;
-  PacketFramer framer;
-  relay::ByteQueue input;
+  CommandStream input;
 };
