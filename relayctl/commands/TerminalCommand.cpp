@@ -28,7 +28,7 @@ int Talk(const CommonOptions& common, const Options& options) {
   const relay::Port port = PortToOpen(options.port);
   MustNamePlace("--with", options.program);
   Loop loop;
-  return PtyBridge(common.ForClient(true), port, "",
+  return PtyBridge(common.ForClient(true), port, {},
                    options.program.empty() ? kInstalledProgram : options.program)
       .Run(loop);
 }

@@ -12,7 +12,7 @@ _relayctl_options() {
     watch) echo --time --show --split --log --for ;;
     terminal) echo --with ;;
     pipe) echo --exit-after --idle --until ;;
-    pty) echo --link --exec ;;
+    pty) echo --link --exec --mode --group ;;
     record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
     serve) echo --port --listen --fast --usr1 --usr2 ;;
@@ -36,7 +36,8 @@ _relayctl_value_of() {
     *:--level) echo fatal error warning progress debug ;;
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
       *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
-      *:--speed | *:--wait | *:--count | *:--unit | *:--usr1 | *:--usr2) echo value ;;
+      *:--speed | *:--wait | *:--count | *:--unit | *:--usr1 | *:--usr2 | \
+      *:--mode | *:--group) echo value ;;
     *) echo none ;;
   esac
 }

@@ -36,6 +36,17 @@ void SetRaw(int terminal) {
   }
 }
 
+// The group first, for it is the one that the mode is meant for.
+void SetAccess(const std::string& node, const TerminalAccess& access) {
+  if (access.group) {
+    (void)Checked(chown(node.c_str(), static_cast<uid_t>(-1), *access.group),
+                  "cannot give " + node + " to group " + std::to_string(*access.group));
+  }
+  if (access.mode) {
+    (void)Checked(chmod(node.c_str(), *access.mode), "cannot set the mode of " + node);
+  }
+}
+
 }  // namespace
 
 // The symbolic link that this object has made, told from any other that stands there later.
@@ -53,7 +64,7 @@ struct PseudoTerminal::Link {
   }
 };
 
-PseudoTerminal::PseudoTerminal(const std::string& path) {
+PseudoTerminal::PseudoTerminal(const TerminalPlace& place) {
   farEnd = Checked(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "pseudo-terminal");
   try {
     (void)Checked(grantpt(farEnd), "pseudo-terminal");
@@ -63,9 +74,10 @@ PseudoTerminal::PseudoTerminal(const std::string& path) {
     node = name.data();
     watch = Checked(inotify_init1(IN_NONBLOCK | IN_CLOEXEC), "inotify");
     (void)Checked(inotify_add_watch(watch, node.c_str(), IN_OPEN), node);
+    SetAccess(node, place.access);
     Settle();
-    if (!path.empty()) {
-      MakeLink(path);
+    if (!place.link.empty()) {
+      MakeLink(place.link);
     }
   } catch (...) {
     (void)close(farEnd);

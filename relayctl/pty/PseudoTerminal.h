@@ -6,6 +6,7 @@
 #include <string>
 
 #include "pty/LastWill.h"
+#include "pty/TerminalPlace.h"
 
 // A pseudo-terminal that other programs open like a serial port, in raw mode and without echo.
 //
@@ -15,9 +16,9 @@
 // Threads: one.
 class PseudoTerminal {
  public:
-  // Throws std::system_error. `path`: what shall lead to the near end; empty: none. A
-  // symbolic link that stands there is replaced, anything else is an error (EEXIST).
-  explicit PseudoTerminal(const std::string& path);
+  // Throws std::system_error. A symbolic link that stands at the place is replaced, anything else
+  // is an error (EEXIST).
+  explicit PseudoTerminal(const TerminalPlace& place);
 
   // Removes the link, if it is still this one's. It goes also when the process is killed.
   ~PseudoTerminal();

@@ -23,12 +23,12 @@ constexpr size_t kMostAtAll = size_t{1} << 24;
 
 }  // namespace
 
-PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen, std::string path,
-                     std::string programCommand)
+PtyBridge::PtyBridge(const relay::ClientOptions& options, relay::Port portToOpen,
+                     TerminalPlace terminalPlace, std::string programCommand)
     : port(std::move(portToOpen)),
-      link(std::move(path)),
+      place(std::move(terminalPlace)),
       command(std::move(programCommand)),
-      notices(options.port, [this](const LinkNotices::Notice& notice) { Tell(notice.text); }),
+      notices(options.port, [this](const LinkNotices::Notice& notice) { TellOf(notice); }),
       client([&] {
         relay::ClientOptions lasting = options;
         lasting.reconnect = true;
@@ -53,6 +53,12 @@ void PtyBridge::Tell(const std::string& text) const {
   PrintNotice(text + (program && isatty(STDERR_FILENO) == 1 ? "\r" : ""));
 }
 
+void PtyBridge::TellOf(const LinkNotices::Notice& notice) const {
+  if (!isBeside || !notice.port.empty()) {
+    Tell(notice.text);
+  }
+}
+
 void PtyBridge::BeTold(const relay::Reply& reply) {
   const bool isOpen = reply.status == kStatusDone || reply.status == kStatusUnavailable;
   if (isOpen && terminal == nullptr) {
@@ -64,13 +70,28 @@ void PtyBridge::TakeFromPort(std::string_view data) {
   if (terminal == nullptr || !terminal->InUse()) {
     return;
   }
-  const size_t room = kMostAtAll - toProgram.Size();
-  overrun += data.size() > room ? data.size() - room : 0;
+  const size_t room = (isBeside ? kMostWaiting : kMostAtAll) - toProgram.Size();
+  if (data.size() > room) {
+    overrun += data.size() - room;
+    TellOfOverrun();
+  }
   toProgram.Add(data.substr(0, room));
   GiveToProgram();
 }
 
+// Once for each program, as it goes on for as long as that one does not read.
+void PtyBridge::TellOfOverrun() {
+  if (isBeside && !std::exchange(isOverrun, true)) {
+    Tell(port.Text() + ": the program at " + terminal->Node() +
+         " does not read; what comes is thrown away");
+  }
+}
+
+// Beside others, nobody waits for a program.
 void PtyBridge::Regulate() {
+  if (isBeside) {
+    return;
+  }
   if (toProgram.Size() >= kMostWaiting) {
     client.Pause();
   } else if (toProgram.Size() < kMostWaiting / 2) {
@@ -80,6 +101,7 @@ void PtyBridge::Regulate() {
 
 void PtyBridge::ForgetProgram() {
   toProgram.Clear();
+  isOverrun = false;
   Regulate();
 }
 
@@ -132,7 +154,7 @@ void PtyBridge::Exchange(short events) {
 }
 
 void PtyBridge::Offer() {
-  terminal = std::make_unique<PseudoTerminal>(link);
+  terminal = std::make_unique<PseudoTerminal>(place);
   loop->Watch(
       terminal->Openings(), [] { return short{POLLIN}; },
       [this](short) {
@@ -143,7 +165,7 @@ void PtyBridge::Offer() {
       terminal->Bytes(), [this] { return TerminalEvents(); },
       [this](short events) { Exchange(events); });
   if (command.empty()) {
-    PrintLine(link.empty() ? terminal->Node() : link + " -> " + terminal->Node());
+    PrintLine((place.link.empty() ? "" : place.link + " -> ") + terminal->Node());
   } else {
     program.emplace(command, terminal->Node());
   }
@@ -179,20 +201,33 @@ int PtyBridge::ExitStatus(int signal) {
   return command.empty() ? kExitDone : kExitSignal + signal;
 }
 
-int PtyBridge::Run(Loop& ownLoop) {
+void PtyBridge::Attach(Loop& ownLoop) {
   loop = &ownLoop;
   loop->Serve(client);
   loop->When([this] { return notices.Due(); }, [this] { notices.Remind(); });
-  LeaveToProgram(SIGINT);
-  LeaveToProgram(SIGQUIT);
-  loop->OnSignal(SIGCHLD, [] {});  // only to be woken
   client.KeepOpen(port);
   client.Start();
-  const int signal = loop->Run([this] { return IsOver(); });
+}
+
+void PtyBridge::Begin(Loop& ownLoop) {
+  isBeside = true;
+  Attach(ownLoop);
+}
+
+void PtyBridge::End() {
   client.Stop();
   if (overrun > 0) {
     Tell(std::to_string(overrun) +
          " received bytes were thrown away: the program did not read them");
   }
+}
+
+int PtyBridge::Run(Loop& ownLoop) {
+  Attach(ownLoop);
+  LeaveToProgram(SIGINT);
+  LeaveToProgram(SIGQUIT);
+  loop->OnSignal(SIGCHLD, [] {});  // only to be woken
+  const int signal = loop->Run([this] { return IsOver(); });
+  End();
   return ExitStatus(signal != 0 ? signal : quit);
 }

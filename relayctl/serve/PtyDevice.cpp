@@ -8,7 +8,7 @@
 #include "relay/Text.h"
 
 PtyDevice::PtyDevice(const Line& portLine, const std::string& path)
-    : line(portLine), terminal(path) {
+    : line(portLine), terminal({path, {}}) {
   const auto look = [this](short) {
     (void)terminal.Look();
     line.wake();

@@ -43,13 +43,13 @@ class PseudoTerminalTest : public testing::Test {
 };
 
 TEST_F(PseudoTerminalTest, IsQuietWhileNobodyHasItOpen) {
-  PseudoTerminal terminal(kLink);
+  PseudoTerminal terminal({kLink, {}});
   EXPECT_FALSE(terminal.InUse());
   EXPECT_FALSE(IsReadable(terminal.Openings()));
 }
 
 TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
-  PseudoTerminal terminal(kLink);
+  PseudoTerminal terminal({kLink, {}});
   for (int round = 0; round < 3; ++round) {
     {
       const PtyProgram program;
@@ -69,7 +69,7 @@ TEST_F(PseudoTerminalTest, NoticesEachOpeningAndEachLastClosing) {
 }
 
 TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
-  PseudoTerminal terminal(kLink);
+  PseudoTerminal terminal({kLink, {}});
   {
     const PtyProgram program;
     EXPECT_TRUE(program.Writes("bye"));
@@ -80,7 +80,7 @@ TEST_F(PseudoTerminalTest, DeliversTheLastBytesOfAProgramThatHasLeft) {
 }
 
 TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
-  PseudoTerminal terminal(kLink);
+  PseudoTerminal terminal({kLink, {}});
   {
     const PtyProgram program;
     (void)terminal.Look();
@@ -98,7 +98,7 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
 }
 
 TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
-  PseudoTerminal terminal(kLink);
+  PseudoTerminal terminal({kLink, {}});
   const PtyProgram program;
   (void)terminal.Look();
   const std::string piece(4096, 'x');
@@ -108,7 +108,7 @@ TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
 TEST_F(PseudoTerminalTest, ReplacesALinkAndRemovesItsOwn) {
   fs::create_symlink("/nowhere", kLink);
   {
-    const PseudoTerminal terminal(kLink);
+    const PseudoTerminal terminal({kLink, {}});
     EXPECT_EQ(terminal.Node(), fs::read_symlink(kLink));
   }
   EXPECT_FALSE(fs::is_symlink(kLink));
@@ -116,7 +116,7 @@ TEST_F(PseudoTerminalTest, ReplacesALinkAndRemovesItsOwn) {
 
 TEST_F(PseudoTerminalTest, LeavesALinkThatSomebodyElseHasReplaced) {
   {
-    const PseudoTerminal terminal(kLink);
+    const PseudoTerminal terminal({kLink, {}});
     fs::remove(kLink);
     fs::create_symlink("/nowhere", kLink);
   }
@@ -125,9 +125,9 @@ TEST_F(PseudoTerminalTest, LeavesALinkThatSomebodyElseHasReplaced) {
 
 TEST_F(PseudoTerminalTest, ReplacesNothingButALink) {
   std::ofstream(kLink) << "precious";
-  EXPECT_THROW(PseudoTerminal{kLink}, std::system_error);
+  EXPECT_THROW(PseudoTerminal({kLink, {}}), std::system_error);
   EXPECT_TRUE(fs::is_regular_file(kLink));
-  EXPECT_THROW(PseudoTerminal{"/nowhere/port"}, std::system_error);
+  EXPECT_THROW(PseudoTerminal({"/nowhere/port", {}}), std::system_error);
 }
 
 }  // namespace
