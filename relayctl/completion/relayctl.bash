@@ -16,6 +16,7 @@ _relayctl_options() {
     record) echo --output --listen --for ;;
     replay) echo --speed --fast --wait ;;
     serve) echo --port --listen --fast --usr1 --usr2 ;;
+    share) echo --listen --watchers --pty --mode --group ;;
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
@@ -37,7 +38,7 @@ _relayctl_value_of() {
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
       *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
       *:--speed | *:--wait | *:--count | *:--unit | *:--usr1 | *:--usr2 | \
-      *:--mode | *:--group) echo value ;;
+      *:--watchers | *:--pty | *:--mode | *:--group) echo value ;;
     *) echo none ;;
   esac
 }
@@ -117,7 +118,7 @@ _relayctl() {
     _relayctl_offer_words "$typed" "${words[@]}"
   elif [[ -z $command ]]; then
     _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay serve \
-      raw decode doctor log status suggest
+      share raw decode doctor log status suggest
   else
     case $(_relayctl_argument "$command" "$arguments") in
       port) _relayctl_offer_ports "$typed" ;;

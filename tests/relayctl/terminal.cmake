@@ -3,6 +3,7 @@
 sph_add_test(RelayctlPartsTest SANDBOX
   DoctorTest.cpp
   LogRecordTest.cpp
+  MultiplexerTest.cpp
   PlayedServiceTest.cpp
   ProgressTest.cpp
   PseudoTerminalTest.cpp
