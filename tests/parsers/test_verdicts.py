@@ -2,20 +2,25 @@
 """One verdict of every parser on every packet: whether it has the form, and if so what it says.
 
 Asked of every packet are the Python module, the C++ client and the dissector, each with what cuts its
-stream into packets. The service's parser is asked of packets to the service only, as it reads no
-others, and an open or close without a parameter has the parameter 0 to it.
+stream into packets; with SPH_KAITAI, a folder that make-parser has filled, the description of the
+packets for Kaitai Struct, too. The service's parser is asked of packets to the service only, as it
+reads no others, and an open or close without a parameter has the parameter 0 to it.
 
 A verdict is "refused", or like "open <58> 0005", "data 0403:6001 1:4142 2:".
 """
 
 import collections
+import importlib
+import io
 import os
 import pathlib
 import re
 import subprocess
+import sys
 import tempfile
 import unittest
 from collections.abc import Callable, Iterable
+from typing import Any
 
 from capture import Segment, write
 from dissector import tshark
@@ -107,6 +112,48 @@ class OfDissector:
         return verdict(int(command), port, number, blocks)
 
 
+class _Link(io.RawIOBase):
+    """Bytes without a position, as from a socket."""
+
+    def __init__(self, data: bytes) -> None:
+        self._data = io.BytesIO(data)
+
+    def readable(self) -> bool:
+        return True
+
+    def readinto(self, buffer: Any) -> int:
+        return self._data.readinto(buffer)
+
+
+class OfKaitai:
+    """Reads packet after packet: behind a refused one stands the next."""
+
+    def __init__(self, folder: str) -> None:
+        sys.path.insert(0, folder)
+        self._runtime = importlib.import_module("kaitaistruct")
+        self._parser = importlib.import_module("serial_relay").SerialRelay
+
+    def verdicts(self, packets: list[Packet]) -> Verdicts:
+        streams = {way: self._runtime.KaitaiStream(io.BufferedReader(_Link(
+            b"".join(packet.data for packet in packets if packet.is_to_service == way))))
+            for way in (True, False)}
+        verdicts = [self._verdict(way, streams[way]) for way, _ in packets]
+        assert not any(stream.read_bytes_full() for stream in streams.values())
+        return verdicts
+
+    def _verdict(self, is_to_service: bool, stream: Any) -> str:
+        try:
+            content = self._parser(is_to_service, stream).content
+        except (EOFError, self._runtime.KaitaiStructError):
+            return REFUSED
+        port = content.port
+        is_numbered = content.port_form.name == "numbered"
+        text = ids(port.vendor_id, port.product_id) if is_numbered else named(port.name)
+        number = getattr(content, "parameter" if is_to_service else "status", None)
+        blocks = [(block.kind, block.data) for block in getattr(content, "blocks", ())]
+        return verdict(content.command.value, text, number, blocks)
+
+
 def recorded() -> list[Packet]:
     """What went over the link in the recordings. Their `;; bytes` are pieces of a stream."""
     files = sorted(str(file) for file in RECORDINGS.rglob("*.rec"))
@@ -138,6 +185,9 @@ class OneVerdict(unittest.TestCase):
         wanted = of_python(self.packets)
         self.check_that_both_occur(wanted)
         self.compare("C++ client", of_client, self.packets, wanted)
+        if folder := os.environ.get("SPH_KAITAI"):
+            self.compare("Kaitai Struct", OfKaitai(folder).verdicts(self.packets), self.packets,
+                         wanted)
         self.compare("dissector", OfDissector(self.packets).verdicts, self.packets,
                      list(map(as_the_dissector_says, wanted)))
         commands = [at for at, packet in enumerate(self.packets) if packet.is_to_service]
