@@ -12,9 +12,13 @@ namespace {
 using Read = ssize_t (*)(int, void*, size_t);
 
 size_t WantedBytes() {
-  static const char* const text = std::getenv("WHOLE_READS");
+  const char* const text = std::getenv("WHOLE_READS");
   return text != nullptr ? std::strtoul(text, nullptr, 10) : 0;
 }
+
+// Asked once: what is done here at each read is counted, too. A thread that has read from a terminal
+// reads from nothing else.
+[[gnu::tls_model("initial-exec")]] thread_local bool readsTerminal = false;
 
 }  // namespace
 
@@ -22,11 +26,13 @@ size_t WantedBytes() {
 extern "C" __attribute__((visibility("default"))) ssize_t read(int descriptor, void* buffer,
                                                                size_t capacity) {
   static const auto next = reinterpret_cast<Read>(dlsym(RTLD_NEXT, "read"));
-  if (isatty(descriptor) == 0) {
+  static const size_t wanted = WantedBytes();
+  readsTerminal = readsTerminal || isatty(descriptor) != 0;
+  if (!readsTerminal) {
     return next(descriptor, buffer, capacity);
   }
   size_t done = 0;
-  while (done < WantedBytes()) {
+  while (done < wanted) {
     const ssize_t count = next(descriptor, static_cast<char*>(buffer) + done, capacity - done);
     if (count < 0 || (count == 0 && done == 0)) {
       return count;
