@@ -3,11 +3,20 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <limits>
 #include <string_view>
 
 namespace {
 
-using Shown = std::array<char, 3>;
+constexpr std::string_view kHead = "Received(";
+constexpr size_t kMostDigits = std::numeric_limits<size_t>::digits10 + 1;
+constexpr size_t kMostAround = kHead.size() + kMostDigits + std::string_view("):\n").size();
+
+// Two digits and a blank. The fourth character is there so that one store does; what comes next
+// goes over it.
+using Shown = std::array<char, 4>;
+constexpr size_t kCharacters = 3;
 
 constexpr std::array<Shown, 256> EachByteShown() {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -24,15 +33,15 @@ constexpr std::array<Shown, 256> kShown = EachByteShown();
 }  // namespace
 
 void FormatHexDump(const uint8_t* data, size_t length, std::string& text) {
-  text = "Received(";
-  text += std::to_string(length);
-  text += "):";
-  const size_t head = text.size();
-  text.resize(head + sizeof(Shown) * length);
-  char* out = text.data() + head;
-  for (size_t i = 0; i < length; ++i) {
+  text.resize(kMostAround + kCharacters * length);
+  char* out = std::copy(kHead.begin(), kHead.end(), text.data());
+  out = std::to_chars(out, out + kMostDigits, length).ptr;
+  *out++ = ')';
+  *out++ = ':';
+  for (size_t i = 0; i < length; ++i, out += kCharacters) {
     const Shown& shown = kShown[data[i]];
-    out = std::copy(shown.begin(), shown.end(), out);
+    std::copy(shown.begin(), shown.end(), out);
   }
-  text += '\n';
+  *out++ = '\n';
+  text.resize(static_cast<size_t>(out - text.data()));
 }
