@@ -71,13 +71,14 @@ BENCHMARK(HexDump)->Arg(1)->Arg(64)->Arg(4096);
 
 void LogLine(benchmark::State& state) {
   std::array<char, kxlogger::kLineSize> buffer;
-  const kxlogger::LogRecord record = {kxlogger::LogTime(std::chrono::seconds(1'700'000'000)),
-                                      3,
-                                      "SerialPortHandler",
-                                      "SerialPortHandler.cpp",
-                                      "242",
-                                      "4",
-                                      "data command proc."};
+  const kxlogger::LogRecord record = {
+      {std::chrono::sys_seconds(std::chrono::seconds(1'700'000'000))},
+      3,
+      "SerialPortHandler",
+      "SerialPortHandler.cpp",
+      "242",
+      "4",
+      "data command proc."};
   for ([[maybe_unused]] const auto step : state) {
     benchmark::DoNotOptimize(kxlogger::ComposeLine(buffer, "", record));
     benchmark::ClobberMemory();

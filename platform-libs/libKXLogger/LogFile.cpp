@@ -67,7 +67,7 @@ void Report(const char* path, LogTime time, int error) {
 }  // namespace
 
 bool LogFile::Append(const char* path, const LogRecord& record) {
-  int error = MakeReady(path, record.time);
+  int error = MakeReady(path, record.time.second);
   if (error == 0) {
     error = Write(descriptor.load(), record);
   }
@@ -77,13 +77,12 @@ bool LogFile::Append(const char* path, const LogRecord& record) {
   return error == 0;
 }
 
-int LogFile::MakeReady(const char* path, LogTime now) {
+int LogFile::MakeReady(const char* path, std::chrono::sys_seconds now) {
   const int current = descriptor.load();
   if (current < 0) {
     return OpenFirst(path);
   }
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
-  const auto second = static_cast<std::uint32_t>(seconds.time_since_epoch().count());
+  const auto second = static_cast<std::uint32_t>(now.time_since_epoch().count());
   if (checkedSecond.exchange(second) == second && !lost.load()) {
     return 0;
   }

@@ -23,7 +23,7 @@ class LogFile {
 
  private:
   // All four: 0 or the errno of what failed.
-  int MakeReady(const char* path, LogTime now);
+  int MakeReady(const char* path, std::chrono::sys_seconds now);
   int OpenFirst(const char* path);
   int Replace(int current, const char* path);
   int Write(int current, const LogRecord& record);

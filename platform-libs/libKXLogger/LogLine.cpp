@@ -4,18 +4,22 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <limits>
 
 namespace kxlogger {
 namespace {
 
 using std::chrono::day;
+using std::chrono::days;
 using std::chrono::month;
+using std::chrono::seconds;
 using std::chrono::sys_days;
+using std::chrono::sys_seconds;
 using std::chrono::year;
 
-constexpr LogTime kFirstTime = sys_days(year(0) / month(1) / day(1));
-constexpr LogTime kLastTime =
-    sys_days(year(10000) / month(1) / day(1)) - std::chrono::microseconds(1);
+constexpr sys_days kFirstDay = year(0) / month(1) / day(1);
+constexpr sys_seconds kFirstSecond = kFirstDay;
+constexpr sys_seconds kLastSecond = sys_days(year(10000) / month(1) / day(1)) - seconds(1);
 
 constexpr std::string_view kCutMark = "...";
 constexpr std::size_t kLongestCharacter = 4;  // bytes of one character in UTF-8
@@ -116,14 +120,32 @@ class Line {
   bool cut = false;
 };
 
+LogTime WithFourDigitYear(LogTime time) {
+  if (time.second < kFirstSecond) {
+    return {kFirstSecond, 0};
+  }
+  if (time.second > kLastSecond) {
+    return {kLastSecond, 999'999};
+  }
+  return time;
+}
+
+// A day's seconds, and a power of two that divides them: what is left of ten thousand years'
+// seconds without it has 32 bits.
+constexpr std::uint32_t kDay = 86'400;
+constexpr std::uint32_t kFactor = 128;
+static_assert(kDay % kFactor == 0);
+static_assert((kLastSecond - kFirstSecond).count() / kFactor <=
+              std::numeric_limits<std::uint32_t>::max());
+
 constexpr std::array<char, 28> kZeroTime = std::to_array("0000-00-00T00:00:00.000000Z");
 
 void AppendTime(Line& line, LogTime time) {
-  const LogTime shown = std::clamp(time, kFirstTime, kLastTime);
-  const sys_days midnight = std::chrono::floor<std::chrono::days>(shown);
-  const std::chrono::year_month_day date(midnight);
-  const auto second = std::chrono::floor<std::chrono::seconds>(shown);
-  const std::chrono::hh_mm_ss clock(second - midnight);
+  const LogTime shown = WithFourDigitYear(time);
+  const auto passed = static_cast<std::uint64_t>((shown.second - kFirstSecond).count());
+  const std::uint32_t day = static_cast<std::uint32_t>(passed / kFactor) / (kDay / kFactor);
+  const auto second = static_cast<std::uint32_t>(passed - std::uint64_t{day} * kDay);
+  const std::chrono::year_month_day date(kFirstDay + days(day));
   std::array<char, 28> text = kZeroTime;
   const auto put = [&text](unsigned number, std::size_t end) {
     for (; number != 0; number /= 10) {
@@ -133,10 +155,10 @@ void AppendTime(Line& line, LogTime time) {
   put(static_cast<unsigned>(static_cast<int>(date.year())), 4);
   put(static_cast<unsigned>(date.month()), 7);
   put(static_cast<unsigned>(date.day()), 10);
-  put(static_cast<unsigned>(clock.hours().count()), 13);
-  put(static_cast<unsigned>(clock.minutes().count()), 16);
-  put(static_cast<unsigned>(clock.seconds().count()), 19);
-  put(static_cast<unsigned>((shown - second).count()), 26);
+  put(second / 3600, 13);
+  put(second / 60 % 60, 16);
+  put(second % 60, 19);
+  put(shown.microsecond, 26);
   line.Field({text.data(), text.size() - 1});
 }
 

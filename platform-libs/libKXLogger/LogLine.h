@@ -15,12 +15,17 @@ namespace kxlogger {
 // piece, so that lines of several writers do not mix there either.
 inline constexpr std::size_t kLineSize = 4096;
 
-using LogTime = std::chrono::sys_time<std::chrono::microseconds>;
+// Seconds, and what has passed of the next one: as the clock tells them, and as they are shown. To
+// part one number again takes a division of 64 bits, for which 32-bit processors call a function.
+struct LogTime {
+  std::chrono::sys_seconds second;
+  std::uint32_t microsecond = 0;  // below 1,000,000
+};
 
 // What the clock shows: a microsecond counts when it is over.
 constexpr LogTime TimeOf(const timespec& clock) {
-  return LogTime(std::chrono::seconds(clock.tv_sec) +
-                 std::chrono::microseconds(clock.tv_nsec / 1000));
+  return {std::chrono::sys_seconds(std::chrono::seconds(clock.tv_sec)),
+          static_cast<std::uint32_t>(clock.tv_nsec) / 1000};
 }
 
 struct LogRecord {

@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fields.resize(5);
   std::vector<char> buffer(room);
   const kxlogger::LogRecord record = {
-      kxlogger::LogTime(std::chrono::microseconds(int64_t{data[2]} << 44)),
+      {std::chrono::sys_seconds(std::chrono::seconds((int64_t{data[2]} - 128) << 32)), data[2]},
       level,
       fields[0],
       fields[1],

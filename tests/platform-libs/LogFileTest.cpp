@@ -50,9 +50,9 @@ using testing::IsEmpty;
 
 class LogFileTest : public testing::Test {
  protected:
-  bool Append(std::string_view message, int second = 0, int microsecond = 0) {
-    const kxlogger::LogTime time(std::chrono::seconds(1000000000 + second) +
-                                 std::chrono::microseconds(microsecond));
+  bool Append(std::string_view message, int second = 0, std::uint32_t microsecond = 0) {
+    const kxlogger::LogTime time = {
+        std::chrono::sys_seconds(std::chrono::seconds(1000000000 + second)), microsecond};
     return file.Append(path.c_str(), {time, 3, "M", "f.cpp", "1", "4", message});
   }
 

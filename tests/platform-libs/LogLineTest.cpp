@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdio>
+#include <ctime>
 #include <limits>
 #include <string>
 
@@ -14,8 +16,8 @@ using kxlogger::LogRecord;
 using kxlogger::LogTime;
 using std::string_literals::operator""s;
 
-LogTime At(std::int64_t seconds, std::int64_t microseconds) {
-  return LogTime(std::chrono::seconds(seconds) + std::chrono::microseconds(microseconds));
+LogTime At(std::int64_t seconds, std::uint32_t microseconds) {
+  return {std::chrono::sys_seconds(std::chrono::seconds(seconds)), microseconds};
 }
 
 LogRecord Record(std::string_view message) {
@@ -61,7 +63,7 @@ TEST(LogLineTest, TimeIsCutOffAtTheMicrosecond) {
 
 TEST(LogLineTest, TimeIsUtcWithSixDigitsOfMicroseconds) {
   EXPECT_EQ("1970-01-01T00:00:00.000000Z", Timestamp(At(0, 0)));
-  EXPECT_EQ("1969-12-31T23:59:59.999999Z", Timestamp(At(0, -1)));
+  EXPECT_EQ("1969-12-31T23:59:59.999999Z", Timestamp(At(-1, 999999)));
   EXPECT_EQ("2000-02-29T00:00:00.000001Z", Timestamp(At(951782400, 1)));
   EXPECT_EQ("2001-09-09T01:46:40.000000Z", Timestamp(At(1000000000, 0)));
   EXPECT_EQ("2024-02-29T23:59:59.000010Z", Timestamp(At(1709251199, 10)));
@@ -73,9 +75,30 @@ TEST(LogLineTest, TimeBehind2038IsRight) {
   EXPECT_EQ("2100-03-01T00:00:00.000000Z", Timestamp(At(4107542400, 0)));
 }
 
+TEST(LogLineTest, TimeIsTheCLibrarysUpToBothEndsOfFourDigitYears) {
+  constexpr std::int64_t kFirst = -62'167'219'200;
+  constexpr std::int64_t kLast = 253'402'300'799;
+  const auto expectSame = [](std::int64_t second) {
+    const std::time_t time = second;
+    tm parts = {};
+    ASSERT_NE(nullptr, gmtime_r(&time, &parts));
+    std::array<char, 64> text = {};
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.000042Z",
+                  parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour,
+                  parts.tm_min, parts.tm_sec);
+    EXPECT_EQ(text.data(), Timestamp(At(second, 42))) << second;
+  };
+  for (std::int64_t second = kFirst; second <= kLast; second += 86'399 * 997) {
+    expectSame(second);
+  }
+  expectSame(kLast);
+}
+
 TEST(LogLineTest, TimeOutsideOfFourDigitYearsIsTheNearestEnd) {
-  EXPECT_EQ("9999-12-31T23:59:59.999999Z", Timestamp(LogTime::max()));
-  EXPECT_EQ("0000-01-01T00:00:00.000000Z", Timestamp(LogTime::min()));
+  EXPECT_EQ("0000-01-01T00:00:00.000000Z", Timestamp(At(-62'167'219'201, 999'999)));
+  EXPECT_EQ("9999-12-31T23:59:59.999999Z", Timestamp(At(253'402'300'800, 0)));
+  EXPECT_EQ("9999-12-31T23:59:59.999999Z", Timestamp({std::chrono::sys_seconds::max(), 0}));
+  EXPECT_EQ("0000-01-01T00:00:00.000000Z", Timestamp({std::chrono::sys_seconds::min(), 999999}));
 }
 
 TEST(LogLineTest, LevelIsShownAsItIs) {
