@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <limits>
 
 namespace kxlogger {
@@ -29,6 +30,13 @@ bool IsControl(unsigned char byte) { return byte < 0x20 || byte == 0x7f; }
 // Printable ASCII.
 bool IsPlain(char character) { return character >= 0x20 && character < 0x7f; }
 
+// Whether four characters are all that, looked at as one number: below 0x20 the difference has the
+// highest bit, from 0x7f to 0xfe the sum, and of 0xff the difference again.
+bool ArePlain(std::uint32_t four) {
+  constexpr std::uint32_t kEach = 0x01010101;
+  return (((four - 0x20 * kEach) | (four + kEach)) & (0x80 * kEach)) == 0;
+}
+
 bool IsContinuation(unsigned char byte) { return (byte & 0xc0) == 0x80; }
 
 // Text in a buffer of fixed size that ends itself with the cut mark when it grows too long.
@@ -51,19 +59,23 @@ class Line {
     }
   }
 
-  void Number(int value) {
-    std::array<char, 12> digits;
-    const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    Piece({digits.data(), static_cast<std::size_t>(end - digits.data())});
+  // A printable character of ASCII: what a piece of it would do, without a call that copies.
+  void Mark(char mark) {
+    if (Room() == 0) {
+      return Piece({&mark, 1});
+    }
+    cutAt = size;
+    space[size++] = mark;
   }
 
   void Field(std::string_view text) {
-    while (!text.empty()) {
-      const std::size_t plain = Plain(text);
-      if (plain == 0) {
-        Character(text.front());
+    for (;;) {
+      text.remove_prefix(Plain(text));
+      if (text.empty()) {
+        return;
       }
-      text.remove_prefix(std::max<std::size_t>(plain, 1));
+      Character(text.front());
+      text.remove_prefix(1);
     }
   }
 
@@ -73,22 +85,36 @@ class Line {
   }
 
  private:
-  // Copies what `text` begins with of characters that are shown as they are and fit with room for
-  // the mark behind them: all at once, as each by itself would have been. Returns their number.
+  // The characters that fit with room for the cut mark behind them.
+  std::size_t Room() const {
+    return cut || limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
+  }
+
+  // Copies what `text` begins with of characters that are shown as they are and for which there is
+  // room: all at once, as each by itself would have been. Returns their number.
   std::size_t Plain(std::string_view text) {
-    const std::size_t room =
-        cut || limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
-    const std::string_view fitting(text.data(), std::min(room, text.size()));
-    const auto end = std::find_if_not(fitting.begin(), fitting.end(), IsPlain);
-    const auto count = static_cast<std::size_t>(end - fitting.begin());
+    const std::size_t fitting = std::min(Room(), text.size());
+    char* const out = space.data() + size;
+    std::size_t count = 0;
+    for (std::uint32_t four = 0; count + sizeof four <= fitting; count += sizeof four) {
+      std::memcpy(&four, text.data() + count, sizeof four);
+      if (!ArePlain(four)) {
+        break;
+      }
+      std::memcpy(out + count, &four, sizeof four);
+    }
+    for (; count < fitting && IsPlain(text[count]); ++count) {
+      out[count] = text[count];
+    }
     if (count > 0) {
-      Copy({fitting.data(), count});
+      size += count;
       cutAt = size - 1;
     }
     return count;
   }
 
-  void Character(char character) {
+  // Rare, and so kept out of what is not: there its array would be guarded in each call.
+  [[gnu::noinline]] void Character(char character) {
     const auto byte = static_cast<unsigned char>(character);
     if (IsControl(byte)) {
       constexpr std::string_view kHex = "0123456789abcdef";
@@ -138,28 +164,41 @@ static_assert(kDay % kFactor == 0);
 static_assert((kLastSecond - kFirstSecond).count() / kFactor <=
               std::numeric_limits<std::uint32_t>::max());
 
-constexpr std::array<char, 28> kZeroTime = std::to_array("0000-00-00T00:00:00.000000Z");
+constexpr std::array<std::array<char, 2>, 100> kTwoDigits = [] {
+  std::array<std::array<char, 2>, 100> table{};
+  for (unsigned number = 0; number < table.size(); ++number) {
+    table[number] = {static_cast<char>('0' + number / 10), static_cast<char>('0' + number % 10)};
+  }
+  return table;
+}();
 
-void AppendTime(Line& line, LogTime time) {
+constexpr std::string_view kZeroTime = "0000-00-00T00:00:00.000000Z ";
+constexpr std::size_t kLongestLevel = std::numeric_limits<int>::digits10 + 2;  // a sign as well
+
+void AppendTimeAndLevel(Line& line, LogTime time, int level) {
   const LogTime shown = WithFourDigitYear(time);
   const auto passed = static_cast<std::uint64_t>((shown.second - kFirstSecond).count());
   const std::uint32_t day = static_cast<std::uint32_t>(passed / kFactor) / (kDay / kFactor);
   const auto second = static_cast<std::uint32_t>(passed - std::uint64_t{day} * kDay);
   const std::chrono::year_month_day date(kFirstDay + days(day));
-  std::array<char, 28> text = kZeroTime;
-  const auto put = [&text](unsigned number, std::size_t end) {
-    for (; number != 0; number /= 10) {
-      text[--end] = static_cast<char>('0' + number % 10);
-    }
+  std::array<char, kZeroTime.size() + kLongestLevel> text;
+  char* const levelText = std::copy(kZeroTime.begin(), kZeroTime.end(), text.data());
+  const auto put = [&text](unsigned number, std::size_t place) {
+    std::copy(kTwoDigits[number].begin(), kTwoDigits[number].end(), text.data() + place);
   };
-  put(static_cast<unsigned>(static_cast<int>(date.year())), 4);
-  put(static_cast<unsigned>(date.month()), 7);
-  put(static_cast<unsigned>(date.day()), 10);
-  put(second / 3600, 13);
-  put(second / 60 % 60, 16);
-  put(second % 60, 19);
-  put(shown.microsecond, 26);
-  line.Field({text.data(), text.size() - 1});
+  const auto inYears = static_cast<unsigned>(static_cast<int>(date.year()));
+  put(inYears / 100, 0);
+  put(inYears % 100, 2);
+  put(static_cast<unsigned>(date.month()), 5);
+  put(static_cast<unsigned>(date.day()), 8);
+  put(second / 3600, 11);
+  put(second / 60 % 60, 14);
+  put(second % 60, 17);
+  put(shown.microsecond / 10'000, 20);
+  put(shown.microsecond / 100 % 100, 22);
+  put(shown.microsecond % 100, 24);
+  const char* const end = std::to_chars(levelText, text.data() + text.size(), level).ptr;
+  line.Piece({text.data(), static_cast<std::size_t>(end - text.data())});
 }
 
 }  // namespace
@@ -171,18 +210,16 @@ std::size_t ComposeLine(std::span<char> buffer, std::string_view prefix, const L
   }
   Line line(buffer);
   line.Piece(prefix);
-  AppendTime(line, record.time);
-  line.Piece(" ");
-  line.Number(record.level);
-  line.Piece(" ");
+  AppendTimeAndLevel(line, record.time, record.level);
+  line.Mark(' ');
   line.Field(record.module);
-  line.Piece(" ");
+  line.Mark(' ');
   line.Field(record.file);
-  line.Piece(":");
+  line.Mark(':');
   line.Field(record.line);
-  line.Piece(" ");
+  line.Mark(' ');
   line.Field(record.tag);
-  line.Piece(" ");
+  line.Mark(' ');
   line.Field(message);
   return line.Finish();
 }

@@ -122,6 +122,21 @@ TEST(LogLineTest, OtherControlBytesAreShownInHex) {
   EXPECT_EQ("\\x00\\x01\\x09\\x1b\\x1f\\x7f", Message("\0\x01\t\x1b\x1f\x7f"s));
 }
 
+TEST(LogLineTest, AByteIsShownTheSameWhateverStandsAroundIt) {
+  for (int byte = 0; byte < 256; ++byte) {
+    std::array<char, 8> hex = {};
+    std::snprintf(hex.data(), hex.size(), "\\x%02x", static_cast<unsigned>(byte));
+    const std::string shown =
+        byte < 0x20 || byte == 0x7f ? hex.data() : std::string(1, static_cast<char>(byte));
+    for (std::size_t place = 0; place < 8; ++place) {
+      const std::string before(place, ' ');
+      const std::string behind(8 - place, '~');
+      EXPECT_EQ(before + shown + behind, Message(before + static_cast<char>(byte) + behind))
+          << byte << " at " << place;
+    }
+  }
+}
+
 TEST(LogLineTest, PrintableBytesAndUtf8Pass) {
   EXPECT_EQ(" !~\\x", Message(" !~\\x"));
   EXPECT_EQ("\xc3\xa4 \xe7\xb5\x82\xe4\xba\x86 \x80\xff",
