@@ -14,7 +14,10 @@ void CUsedDescriptor::Close() {
   State state = current;
   while (state != kNone && (state & kClosed) == 0) {
     if (current.compare_exchange_weak(state, state | kClosed)) {
-      return GiveBackUnused(state | kClosed);
+      if ((state & kUses) == 0) {
+        GiveBack(state);
+      }
+      return;
     }
   }
 }
@@ -34,22 +37,16 @@ int CUsedDescriptor::BeginUse() {
   return NumberIn(state);
 }
 
-void CUsedDescriptor::EndUse() { GiveBackUnused(current.fetch_sub(kOneUse) - kOneUse); }
+void CUsedDescriptor::EndUse() {
+  const State state = current.fetch_sub(kOneUse) - kOneUse;
+  if ((state & kClosed) != 0 && (state & kUses) == 0) {
+    GiveBack(state);
+  }
+}
 
 // Closed and unused it becomes once: by its close, or by the end of the last use.
-void CUsedDescriptor::GiveBackUnused(State state) {
-  if ((state & kClosed) == 0 || (state & kUses) != 0) {
-    return;
-  }
+void CUsedDescriptor::GiveBack(State state) {
   current = kNone;
   const CCancellationShield shield;
   (void)close(NumberIn(state));
-}
-
-CUsedDescriptor::CUse::CUse(CUsedDescriptor& used) : descriptor(used), number(used.BeginUse()) {}
-
-CUsedDescriptor::CUse::~CUse() {
-  if (number != -1) {
-    descriptor.EndUse();
-  }
 }

@@ -28,8 +28,12 @@ class CUsedDescriptor {
   // For the time of one call. Also a cancellation ends it.
   class CUse {
    public:
-    explicit CUse(CUsedDescriptor& used);
-    ~CUse();
+    explicit CUse(CUsedDescriptor& used) : descriptor(used), number(used.BeginUse()) {}
+    ~CUse() {
+      if (number != -1) {
+        descriptor.EndUse();
+      }
+    }
     CUse(const CUse&) = delete;
     CUse& operator=(const CUse&) = delete;
 
@@ -57,7 +61,7 @@ class CUsedDescriptor {
 
   int BeginUse();
   void EndUse();
-  void GiveBackUnused(State state);
+  [[gnu::cold]] void GiveBack(State state);
 
   std::atomic<State> current{kNone};
 };
