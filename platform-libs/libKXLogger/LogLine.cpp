@@ -164,13 +164,17 @@ static_assert(kDay % kFactor == 0);
 static_assert((kLastSecond - kFirstSecond).count() / kFactor <=
               std::numeric_limits<std::uint32_t>::max());
 
-constexpr std::array<std::array<char, 2>, 100> kTwoDigits = [] {
-  std::array<std::array<char, 2>, 100> table{};
+using TwoDigits = std::array<char, 2>;
+
+constexpr std::array<TwoDigits, 100> EachTwoDigits() {
+  std::array<TwoDigits, 100> table{};
   for (unsigned number = 0; number < table.size(); ++number) {
     table[number] = {static_cast<char>('0' + number / 10), static_cast<char>('0' + number % 10)};
   }
   return table;
-}();
+}
+
+constexpr std::array<TwoDigits, 100> kTwoDigits = EachTwoDigits();
 
 constexpr std::string_view kZeroTime = "0000-00-00T00:00:00.000000Z ";
 constexpr std::size_t kLongestLevel = std::numeric_limits<int>::digits10 + 2;  // a sign as well
