@@ -16,8 +16,8 @@ size_t WantedBytes() {
   return text != nullptr ? std::strtoul(text, nullptr, 10) : 0;
 }
 
-// Asked once: what is done here at each read is counted, too. A thread that has read from a terminal
-// reads from nothing else.
+// Asked once: what is done here at each read is counted, too. A thread that has read from a
+// terminal reads from nothing else.
 [[gnu::tls_model("initial-exec")]] thread_local bool readsTerminal = false;
 
 }  // namespace
