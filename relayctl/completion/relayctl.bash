@@ -17,6 +17,7 @@ _relayctl_options() {
     replay) echo --speed --fast --wait ;;
     serve) echo --port --listen --fast --usr1 --usr2 ;;
     share) echo --listen --watchers --pty --mode --group ;;
+    check) echo --recording --junit --tap --list --only --variants --listen --jobs --quiet --limit ;;
     raw) echo --wait --fields ;;
     decode) echo --file --direction --brief ;;
     doctor) echo --open ;;
@@ -30,7 +31,7 @@ _relayctl_options() {
 _relayctl_value_of() {
   case $1:$2 in
     *:-f | *:--file | *:-o | *:--output | *:--log | *:--link | \
-      *:--device | *:--prometheus) echo file ;;
+      *:--device | *:--prometheus | *:--recording | *:--junit) echo file ;;
     *:--time) echo clock start delta none ;;
     *:--show) echo both hex text ;;
     *:--direction) echo guess to from ;;
@@ -38,7 +39,8 @@ _relayctl_value_of() {
     *:-p | *:--port | *:--timeout | *:--patience | *:--hex | *:--blocks | *:--linger | *:--split | \
       *:--for | *:--exec | *:--with | *:--exit-after | *:--idle | *:--until | *:--listen | \
       *:--speed | *:--wait | *:--count | *:--unit | *:--usr1 | *:--usr2 | \
-      *:--watchers | *:--pty | *:--mode | *:--group) echo value ;;
+      *:--watchers | *:--pty | *:--mode | *:--group | *:--only | *:--variants | *:--jobs | \
+      *:--quiet | *:--limit) echo value ;;
     *) echo none ;;
   esac
 }
@@ -118,7 +120,7 @@ _relayctl() {
     _relayctl_offer_words "$typed" "${words[@]}"
   elif [[ -z $command ]]; then
     _relayctl_offer_words "$typed" open close write watch terminal pipe pty record replay serve \
-      share raw decode doctor log status suggest
+      share check raw decode doctor log status suggest
   else
     case $(_relayctl_argument "$command" "$arguments") in
       port) _relayctl_offer_ports "$typed" ;;

@@ -12,6 +12,22 @@ if(NOT CMAKE_CROSSCOMPILING)
     ${python} ${manual}/test_completion.py
     $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/relayctl/completion/relayctl.bash)
 
+  # What a relay service is tried with, in the document and in the program.
+  add_test(NAME RelayctlCheckPage COMMAND ${python} ${manual}/test_check_page.py
+    $<TARGET_FILE:relayctl> ${PROJECT_SOURCE_DIR}/docs)
+  set(tests Reports RightRelays.test_the_little_one)
+  if(NOT SPH_SANITIZE)
+    list(APPEND tests RightRelays.test_watch RightRelays.test_pty RightRelays.test_share
+      RightRelays.test_pipe_in_hundreds_of_variants RightRelays.test_the_python_examples
+      WrongRelays.test_one_recv_is_one_packet WrongRelays.test_stops_reading
+      WrongRelays.test_dies_of_a_reset WrongRelays.test_never_pauses WrongRelays.test_meets_itself
+      WrongRelays.test_ignores_the_status WrongRelays.test_a_notification_is_a_message)
+  endif()
+  foreach(test IN LISTS tests)
+    add_test(NAME RelayctlCheck.${test} COMMAND ${sph_sandbox} -- ${python}
+      ${CMAKE_CURRENT_SOURCE_DIR}/check/test_check.py $<TARGET_FILE:relayctl> ${test})
+  endforeach()
+
   # What ./run and README.md show, in the sandbox because of the service's fixed file names.
   if(NOT SPH_SANITIZE)
     add_test(NAME ReadmeSession COMMAND ${sph_sandbox} --

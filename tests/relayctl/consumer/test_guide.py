@@ -114,6 +114,19 @@ class Guide(unittest.TestCase):
         self.assertEqual(
             ("", "ask: the device could not be opened or set up, or its node is missing\n"), told)
 
+    def test_check_finds_nothing_in_them(self) -> None:
+        """One trial after the other, as their port is fixed: without the cases that take seconds."""
+        names = ("one-byte-at-a-time", "several-at-once", "largest-notification", "keeps-reading",
+                 "refused-open", "back-after-an-end", "back-after-a-reset", "not-to-itself")
+        only = [word for name in names for word in ("--only", name)]
+        for program in ("build/ask", "build/show"):
+            done = subprocess.run(
+                [BUILD / "bin/relayctl", "check", "--listen", str(RELAY_PORT), "--variants", "2",
+                 "--quiet", "0.2", *only, "--", self.folder / program],
+                text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+            self.assertEqual(0, done.returncode, f"{program}:\n{done.stdout}")
+            self.assertTrue(done.stdout.endswith("8 cases: 8 passed\n"), done.stdout)
+
     def test_show_survives_the_service(self) -> None:
         service = self.service()
         scale, display = self.device("/dev/ttyS2"), self.device("/dev/ttyUSB0")
