@@ -12,6 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 3) {
     return 0;
   }
+  constexpr int64_t kTimeStep = 4'294'967'296;  // beyond both ends of four-digit years
   const size_t room = 4 + data[0] * size_t{16};
   const int level =
       static_cast<int8_t>(data[1]);  // NOLINT(bugprone-signed-char-misuse): below 0 too
@@ -26,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fields.resize(5);
   std::vector<char> buffer(room);
   const kxlogger::LogRecord record = {
-      {std::chrono::sys_seconds(std::chrono::seconds((int64_t{data[2]} - 128) << 32)), data[2]},
+      {std::chrono::sys_seconds(std::chrono::seconds((data[2] - 128) * kTimeStep)), data[2]},
       level,
       fields[0],
       fields[1],
