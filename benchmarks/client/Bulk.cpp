@@ -10,6 +10,7 @@ namespace {
 
 constexpr size_t kBlockBytes = 4096;
 constexpr size_t kCommandBytes = 64;
+constexpr int kBatch = 100'000;
 
 // Bytes that anybody can make again, and a sum that sees order and value of each.
 class Stream {
@@ -71,6 +72,13 @@ Transfer Pump(const Bridge& bridge, int count, size_t blockBytes, const Sender& 
   return transfer;
 }
 
+Transfer PumpCommands(const Bridge& bridge, const Line& line, Peer& peer, int count) {
+  return Pump(
+      bridge, count, kCommandBytes,
+      [&](const uint8_t* data, size_t size) { peer.Send(0, data, size); },
+      [&](uint8_t* data, size_t room) { return line.ReadSome(data, room); });
+}
+
 void AddBulk(Figures& figures, const std::string& name, const Transfer& transfer, int blocks) {
   const double megabytes = blocks * static_cast<double>(kBlockBytes) / 1e6;
   figures[name + "_mb_per_s"] = megabytes / (transfer.microseconds / 1e6);
@@ -95,10 +103,17 @@ void MeasureBulk(const Bridge& bridge, const Line& line, Peer& peer, const Plan&
 
 void MeasureCommands(const Bridge& bridge, const Line& line, Peer& peer, const Plan& plan,
                      Figures& figures) {
-  const Transfer transfer = Pump(
-      bridge, plan.commands, kCommandBytes,
-      [&](const uint8_t* data, size_t count) { peer.Send(0, data, count); },
-      [&](uint8_t* data, size_t room) { return line.ReadSome(data, room); });
+  const Transfer transfer = PumpCommands(bridge, line, peer, plan.commands);
   figures["commands_per_s"] = plan.commands / (transfer.microseconds / 1e6);
   figures["command_cpu_us"] = transfer.cpuMicroseconds / plan.commands;
+}
+
+void MeasureManyCommands(const Bridge& bridge, const Line& line, Peer& peer, const Plan& plan,
+                         Figures& figures) {
+  for (int batch = 1; batch <= plan.batches; ++batch) {
+    const Transfer transfer = PumpCommands(bridge, line, peer, kBatch);
+    const std::string behind = "_" + std::to_string(batch * kBatch);
+    figures["commands_cpu_us" + behind] = transfer.cpuMicroseconds / kBatch;
+    figures["commands_memory_kib" + behind] = static_cast<double>(bridge.Used().peakMemoryKib);
+  }
 }

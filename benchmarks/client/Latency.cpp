@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kLargest = 1024;
+constexpr size_t kLargest = 4096;
 constexpr int kWarmUp = 100;
 
 using Message = std::vector<uint8_t>;
@@ -99,7 +99,7 @@ void MeasureLatency(const Bridge& bridge, const Line& line, Peer& peer, const Pl
   const Receiver fromPeer = [&](Message& message) {
     peer.ReceiveExactly(0, message.data(), message.size());
   };
-  for (const size_t size : {1U, 16U, 256U, 1024U}) {
+  for (const size_t size : {1U, 16U, 256U, 1024U, 4096U}) {
     const std::string bytes = std::to_string(size);
     PingPong("in_" + bytes, size, plan.latencyRounds, &bridge, toLine, fromPeer, figures);
     PingPong("out_" + bytes, size, plan.latencyRounds, &bridge, toPeer, fromLine, figures);

@@ -2,6 +2,7 @@
 #include "client/Line.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -34,6 +35,22 @@ void Line::Write(const uint8_t* data, size_t count) const {
   for (size_t done = 0; done < count;) {
     done += static_cast<size_t>(Checked(write(master, data + done, count - done), "write pty"));
   }
+}
+
+size_t Line::TryWrite(const uint8_t* data, size_t count, int milliseconds) const {
+  pollfd room = {master, POLLOUT, 0};
+  if (Checked(poll(&room, 1, milliseconds), "poll pty") == 0) {
+    return 0;
+  }
+  const int flags = Checked(fcntl(master, F_GETFL), "fcntl");
+  Checked(fcntl(master, F_SETFL, flags | O_NONBLOCK), "fcntl");
+  const ssize_t written = write(master, data, count);
+  const int error = errno;
+  Checked(fcntl(master, F_SETFL, flags), "fcntl");
+  if (written < 0 && error != EAGAIN) {
+    throw std::system_error(error, std::generic_category(), "write pty");
+  }
+  return written < 0 ? 0 : static_cast<size_t>(written);
 }
 
 size_t Line::ReadSome(uint8_t* data, size_t capacity) const {

@@ -17,6 +17,8 @@ class Line {
 
   void Write(const uint8_t* data, size_t count) const;    // all of it
   size_t ReadSome(uint8_t* data, size_t capacity) const;  // waits for at least one byte
+  // What there is room for, or comes to be within so many milliseconds; 0 when none does.
+  size_t TryWrite(const uint8_t* data, size_t count, int milliseconds) const;
   void ReadExactly(uint8_t* data, size_t count) const;
 
  private:

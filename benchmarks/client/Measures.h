@@ -4,6 +4,9 @@
 // difference is an exception.
 #pragma once
 
+#include <memory>
+#include <vector>
+
 #include "client/Bridge.h"
 #include "client/Figures.h"
 #include "client/Line.h"
@@ -16,8 +19,10 @@ struct Plan {
   int duplexMessages = 250;
   int bulkBlocks = 1024;  // of 4 KiB
   int commands = 20000;
-  int idleMilliseconds = 1000;
+  int idleMilliseconds = 500;
   int opens = 5;
+  int portRounds = 200;
+  int batches = 10;  // of 100,000 commands
 };
 
 // One message at a time: the next one goes when the last one has come.
@@ -40,4 +45,15 @@ void MeasureIdle(const Bridge& bridge, const Plan& plan, Figures& figures);
 
 // Opens of a port that is found through udevadm, and what the two shell commands of such an open
 // take by themselves.
-void MeasureOpen(Peer& peer, const Plan& plan, Figures& figures);
+void MeasureOpen(size_t port, Peer& peer, const Plan& plan, Figures& figures);
+
+// A message each way on every open port in turn.
+void MeasurePorts(const Bridge& bridge, const std::vector<std::unique_ptr<Line>>& lines, Peer& peer,
+                  const Plan& plan, Figures& figures);
+
+// The processor time of a command and the memory, after every 100,000.
+void MeasureManyCommands(const Bridge& bridge, const Line& line, Peer& peer, const Plan& plan,
+                         Figures& figures);
+
+// The device goes on sending to a peer that does not read: what of that is taken, and the memory.
+void MeasureUnread(const Bridge& bridge, const Line& line, Figures& figures);

@@ -33,14 +33,14 @@ void MeasureIdle(const Bridge& bridge, const Plan& plan, Figures& figures) {
   figures["idle_cpu_us_per_s"] = (after.cpuMicroseconds - before.cpuMicroseconds) / seconds;
 }
 
-void MeasureOpen(Peer& peer, const Plan& plan, Figures& figures) {
+void MeasureOpen(size_t port, Peer& peer, const Plan& plan, Figures& figures) {
   std::vector<double> whole;
   std::vector<double> tools;
   for (int i = 0; i < plan.opens; ++i) {
     Clock::time_point begin = Clock::now();
-    peer.Open(0);
+    peer.Open(port);
     whole.push_back(MicrosecondsSince(begin) / 1e3);
-    peer.Close(0);
+    peer.Close(port);
     begin = Clock::now();
     RunShell("udevadm info --export-db > /tmp/bench-open");
     RunShell("rm /tmp/bench-open");

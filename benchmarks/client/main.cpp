@@ -27,16 +27,14 @@ constexpr const char* kUsage =
     "  --packets      the bridge speaks packets, on one connection\n"
     "  --each         one process per serial port; its arguments' {device} and {port} are filled\n"
     "                 in; otherwise {all} stands for DEVICE PORT DEVICE PORT...\n"
-    "  --usb          serial ports are found through udevadm; otherwise the first is ttyS2\n"
-    "  --ports N      serial ports: 1 or 6\n"
+    "  --ports N      serial ports, 1 to 7: ttyS2, and then those that udevadm finds\n"
     "  --errors FILE  where the bridge's standard error goes\n"
     "  --scale N      per cent of the usual number of messages\n"
-    "  --measure WHAT all, memory, open, in, out\n";
+    "  --measure WHAT all, messages (of that), idle, open, in, out, ports, commands, unread\n";
 
 struct Options {
   bool packets = false;
   bool each = false;
-  bool usb = false;
   size_t ports = 1;
   std::string errors = "/dev/null";
   int scale = 100;
@@ -53,8 +51,6 @@ Options OptionsOf(const std::vector<std::string>& words) {
       options.packets = true;
     } else if (words[i] == "--each") {
       options.each = true;
-    } else if (words[i] == "--usb") {
-      options.usb = true;
     } else if (words[i] == "--ports") {
       options.ports = std::stoul(value());
     } else if (words[i] == "--errors") {
@@ -74,12 +70,12 @@ Options OptionsOf(const std::vector<std::string>& words) {
   return options;
 }
 
-std::string DeviceOf(const Options& options, size_t port) {
-  return options.usb ? "/dev/ttyUSB" + std::to_string(port) : "/dev/ttyS2";
+std::string DeviceOf(size_t port) {
+  return port > 0 ? "/dev/ttyUSB" + std::to_string(port - 1) : "/dev/ttyS2";
 }
 
-std::string NameOf(const Options& options, size_t port) {
-  return options.usb ? "#USBSerialPort" + std::to_string(port) : "#PhysicalPort0";
+std::string NameOf(size_t port) {
+  return port > 0 ? "#USBSerialPort" + std::to_string(port - 1) : "#PhysicalPort0";
 }
 
 std::string PortText(size_t port) { return std::to_string(kFirstTcpPort + port); }
@@ -96,7 +92,7 @@ void StartBridge(const Options& options, Bridge& bridge) {
     for (size_t port = 0; port < options.ports; ++port) {
       std::vector<std::string> words = options.command;
       for (std::string& word : words) {
-        Replace(word, "{device}", DeviceOf(options, port));
+        Replace(word, "{device}", DeviceOf(port));
         Replace(word, "{port}", PortText(port));
       }
       bridge.Start(words, options.errors);
@@ -110,7 +106,7 @@ void StartBridge(const Options& options, Bridge& bridge) {
       continue;
     }
     for (size_t port = 0; port < options.ports; ++port) {
-      words.push_back(DeviceOf(options, port));
+      words.push_back(DeviceOf(port));
       words.push_back(PortText(port));
     }
   }
@@ -119,20 +115,29 @@ void StartBridge(const Options& options, Bridge& bridge) {
 
 Plan Scaled(int percent) {
   Plan plan;
-  for (int* const count : {&plan.latencyRounds, &plan.delayedRounds, &plan.duplexMessages,
-                           &plan.bulkBlocks, &plan.commands, &plan.idleMilliseconds, &plan.opens}) {
+  for (int* const count :
+       {&plan.latencyRounds, &plan.delayedRounds, &plan.duplexMessages, &plan.bulkBlocks,
+        &plan.commands, &plan.idleMilliseconds, &plan.opens, &plan.portRounds, &plan.batches}) {
     *count = std::max(1, *count * percent / 100);
   }
   return plan;
 }
 
 // A bridge may flush what waited on the line when it opens that: nothing is written there before a
-// byte has come the other way.
-void AwaitBridge(const std::vector<std::unique_ptr<Line>>& lines, Peer& peer) {
-  for (size_t port = 0; port < lines.size(); ++port) {
+// byte has come the other way. The last port is the first: where there are several, udevadm finds
+// it.
+void OpenAll(const std::vector<std::unique_ptr<Line>>& lines, Peer& peer, Clock::time_point begin,
+             Figures& figures) {
+  for (size_t port = lines.size(); port-- > 0;) {
+    if (peer.SpeaksPackets()) {
+      peer.Open(port);
+    }
     uint8_t byte = 'A';
     peer.Send(port, &byte, 1);
     lines[port]->ReadExactly(&byte, 1);
+    if (port + 1 == lines.size()) {
+      figures["first_byte_us"] = MicrosecondsSince(begin);
+    }
   }
 }
 
@@ -169,15 +174,35 @@ void MeasureOnOneProcessor(const Bridge& bridge, const Line& line, Peer& peer, c
   const OneProcessor one(bridge);
   MeasureLatency(bridge, line, peer, plan, figures);
   MeasureDelayed(line, peer, plan, figures);
+  MeasureBulk(bridge, line, peer, plan, figures);
+  MeasureCommands(bridge, line, peer, plan, figures);
 }
 
 void MeasureEverything(const Bridge& bridge, const Line& line, Peer& peer, const Plan& plan,
                        Figures& figures) {
   MeasureOnOneProcessor(bridge, line, peer, plan, figures);
   MeasureDuplex(line, peer, plan, figures);
-  MeasureBulk(bridge, line, peer, plan, figures);
-  MeasureCommands(bridge, line, peer, plan, figures);
   MeasureIdle(bridge, plan, figures);
+}
+
+// What is wanted of a bridge that has all its ports open.
+void MeasureOpened(const std::string& what, const Bridge& bridge,
+                   const std::vector<std::unique_ptr<Line>>& lines, Peer& peer, const Plan& plan,
+                   Figures& figures) {
+  if (what == "all") {
+    MeasureEverything(bridge, *lines[0], peer, plan, figures);
+  } else if (what == "messages") {
+    MeasureOnOneProcessor(bridge, *lines[0], peer, plan, figures);
+  } else if (what == "idle") {
+    MeasureIdle(bridge, plan, figures);
+  } else if (what == "ports") {
+    const OneProcessor one(bridge);
+    MeasurePorts(bridge, lines, peer, plan, figures);
+  } else if (what == "commands") {
+    MeasureManyCommands(bridge, *lines[0], peer, plan, figures);
+  } else if (what == "unread") {
+    MeasureUnread(bridge, *lines[0], figures);
+  }
 }
 
 Figures Measured(const Options& options) {
@@ -185,12 +210,12 @@ Figures Measured(const Options& options) {
   std::vector<uint16_t> tcpPorts;
   std::vector<std::string> names;
   for (size_t port = 0; port < options.ports; ++port) {
-    lines.push_back(std::make_unique<Line>(DeviceOf(options, port)));
+    lines.push_back(std::make_unique<Line>(DeviceOf(port)));
     if (port == 0 || !options.packets) {
       tcpPorts.push_back(static_cast<uint16_t>(kFirstTcpPort + port));
     }
     if (options.packets) {
-      names.push_back(NameOf(options, port));
+      names.push_back(NameOf(port));
     }
   }
   const Plan plan = Scaled(options.scale);
@@ -201,21 +226,16 @@ Figures Measured(const Options& options) {
   Peer peer(tcpPorts, names);
   figures["startup_us"] = MicrosecondsSince(begin);
   if (options.measure == "open") {
-    MeasureOpen(peer, plan, figures);
+    MeasureOpen(options.ports - 1, peer, plan, figures);
     return figures;
   }
-  for (size_t port = 0; port < names.size(); ++port) {
-    peer.Open(port);
-  }
-  AwaitBridge(lines, peer);
+  OpenAll(lines, peer, begin, figures);
   if (options.measure == "in" || options.measure == "out") {
     OneWay(options.measure, *lines[0], peer, plan.latencyRounds);
     return figures;
   }
   UseEveryPort(lines, peer);
-  if (options.measure == "all") {
-    MeasureEverything(bridge, *lines[0], peer, plan, figures);
-  }
+  MeasureOpened(options.measure, bridge, lines, peer, plan, figures);
   const Usage usage = bridge.Used();
   figures["memory_kib"] = static_cast<double>(usage.peakMemoryKib);
   figures["threads"] = static_cast<double>(usage.threads);

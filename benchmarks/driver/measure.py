@@ -15,38 +15,26 @@ import sys
 import time
 
 import contestants
-from contestants import CONTESTANTS, SCRATCH, SIX_PORTS, Contestant, Programs
+import growth
+from contestants import (CONTESTANTS, DEADLINE_SECONDS, SCRATCH, SERVICE, SEVEN_PORTS, Contestant,
+                         Programs)
 
 TRACED_MESSAGES = 400  # the client's number of messages at scale 100
-DEADLINE_SECONDS = 90
+OF_SEVEN_PORTS = ("memory_kib", "threads", "first_byte_us", "idle_wakeups_per_s",
+                  "idle_cpu_us_per_s")
 
-Samples = dict[str, dict[str, list[float]]]
-
-
-def run_client(words: list[str]) -> dict[str, float]:
-    """The figures of one run over one bridge."""
-    done = subprocess.run(words, stdout=subprocess.PIPE, text=True, timeout=DEADLINE_SECONDS)
-    if done.returncode != 0:
-        raise SystemExit(f"bench: {' '.join(words)} failed ({done.returncode})")
-    return dict(json.loads(done.stdout))
+Samples = dict[str, dict[str, dict[int, float]]]  # by bridge, metric and round
 
 
 def one_round(contestant: Contestant, programs: Programs, scale: int) -> dict[str, float]:
     """Everything about one bridge, once."""
     extra = ("--scale", str(scale))
-    figures = run_client(contestant.client_words(programs, 1, extra))
-    six = run_client(contestant.client_words(programs, SIX_PORTS, ("--measure", "memory")))
-    figures["memory_6_kib"] = six["memory_kib"]
-    figures["threads_6"] = six["threads"]
-    return figures
-
-
-def open_figures(programs: Programs) -> dict[str, float]:
-    """An open command that searches a large udev database."""
-    service = next(one for one in CONTESTANTS if one.name == "service")
-    contestants.use_database(SCRATCH / "large")
-    figures = run_client(service.client_words(programs, SIX_PORTS, ("--measure", "open")))
-    contestants.use_database(SCRATCH / "six-adapters")
+    figures = contestant.figures(programs, 1, (*extra, "--measure", contestant.measure))
+    if contestant.measure == "all":
+        seven = contestant.figures(programs, SEVEN_PORTS, (*extra, "--measure", "idle"))
+        figures |= {f"seven_{metric}": seven[metric] for metric in OF_SEVEN_PORTS}
+    if contestant is SERVICE:
+        figures |= growth.open_figures(programs, SCRATCH / "large")
     return figures
 
 
@@ -56,7 +44,7 @@ def traced(contestant: Contestant, programs: Programs, way: str, times: int) -> 
     report.unlink(missing_ok=True)
     tracer = ("strace", "-D", "-f", "-c", "-U", "calls,name", "-o", str(report))
     extra = ("--measure", way, "--scale", str(100 * times))
-    run_client(contestant.client_words(programs, 1, extra, tracer))
+    contestant.figures(programs, 1, extra, tracer)
     deadline = time.monotonic() + DEADLINE_SECONDS
     while not report.exists() or "total" not in report.read_text():
         if time.monotonic() > deadline:
@@ -86,19 +74,18 @@ def main() -> None:
     # Names and addresses are looked up only for families that have an address beside 127.0.0.1.
     subprocess.run(["ip", "address", "add", "192.0.2.1/32", "dev", "lo"], check=True)
     contestants.prepare()
-    samples: Samples = {one.name: collections.defaultdict(list) for one in CONTESTANTS}
+    samples: Samples = {one.name: collections.defaultdict(dict) for one in CONTESTANTS}
     for number in range(rounds):
         for contestant in CONTESTANTS:
-            print(f"bench: round {number + 1} of {rounds}, {contestant.name}", file=sys.stderr)
-            for figures in (one_round(contestant, programs, scale),
-                            open_figures(programs) if contestant.name == "service"
-                            else {}):
-                for name, value in figures.items():
-                    if not (name == "startup_us" and "open_ms" in figures):
-                        samples[contestant.name][name].append(value)
+            if number % contestant.every == 0:
+                print(f"bench: round {number + 1} of {rounds}, {contestant.name}", file=sys.stderr)
+                for metric, value in one_round(contestant, programs, scale).items():
+                    samples[contestant.name][metric][number] = value
     calls = {one.name: {way: calls_per_message(one, programs, way) for way in ("in", "out")}
-             for one in CONTESTANTS if one.name != "service-file"}
-    output.write_text(json.dumps({"rounds": rounds, "samples": samples, "system_calls": calls}))
+             for one in CONTESTANTS if one.measure == "all"}
+    print("bench: growth", file=sys.stderr)
+    output.write_text(json.dumps({"rounds": rounds, "samples": samples, "system_calls": calls,
+                                  "growth": growth.measure(programs, scale)}))
 
 
 main()

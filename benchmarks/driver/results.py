@@ -1,17 +1,19 @@
 # SPDX-License-Identifier: MIT
-"""What a run found: medians over its rounds, ratios to the bare limit, and the targets."""
+"""What a run found: medians over its rounds, and ratios of bridges that were measured together."""
 
 from __future__ import annotations
 
-import collections.abc
 import dataclasses
 import statistics
 
-LIMIT = "limit"
+FLOOR = "floor"
 SERVICE = "service"
-FILE = "service-file"
+FLOOR_FILE = "floor-file"
+SERVICE_FILE = "service-file"
 PEERS = ("socat", "ser2net")
-SIZES = (1, 16, 256, 1024)
+SIZES = (1, 16, 256, 1024, 4096)
+
+BASES = {SERVICE_FILE: FLOOR_FILE}  # whose floor is another one
 
 
 @dataclasses.dataclass(frozen=True)
@@ -28,8 +30,9 @@ class Results:
 
     def __init__(self, run: dict) -> None:
         self.rounds: int = run["rounds"]
-        self.samples: dict[str, dict[str, list[float]]] = run["samples"]
+        self.samples: dict[str, dict[str, dict[str, float]]] = run["samples"]
         self.calls: dict[str, dict[str, dict[str, float]]] = run["system_calls"]
+        self.growth: dict[str, dict[str, dict[str, dict[str, float]]]] = run["growth"]
 
     def names(self) -> list[str]:
         """The bridges, in the order they were measured in."""
@@ -41,7 +44,7 @@ class Results:
 
     def spread(self, name: str, metric: str) -> Spread:
         """Median and quartiles."""
-        values = self.samples[name][metric]
+        values = list(self.samples[name][metric].values())
         if len(values) < 2:
             return Spread(values[0], values[0], values[0])
         low, median, high = statistics.quantiles(values, n=4, method="inclusive")
@@ -51,111 +54,23 @@ class Results:
         """The median alone."""
         return self.spread(name, metric).median
 
-    def ratio(self, name: str, metric: str) -> float:
-        """To the bare limit, in the same run."""
-        return self.median(name, metric) / self.median(LIMIT, metric)
+    def ratio(self, name: str, other: str, metric: str) -> float:
+        """The median over the rounds of both: what else the machine did in one hit both."""
+        mine, others = self.samples[name][metric], self.samples[other][metric]
+        return statistics.median(mine[number] / others[number] for number in mine
+                                 if number in others)
+
+    def above_floor(self, name: str, metric: str) -> float | None:
+        """The ratio to the floor under that bridge; None where it has none."""
+        floor = BASES.get(name, FLOOR)
+        if name in (FLOOR, FLOOR_FILE) or not self.has(floor, metric):
+            return None
+        return self.ratio(name, floor, metric) if self.median(floor, metric) > 0 else None
 
     def call_count(self, name: str, way: str) -> float:
         """System calls for one message."""
         return sum(self.calls[name][way].values())
 
-
-@dataclasses.dataclass(frozen=True)
-class Verdict:
-    """One target beside what was reached."""
-
-    metric: str
-    target: str
-    reached: str
-    met: bool
-
-
-Judge = collections.abc.Callable[[Results], list[Verdict]]
-
-
-def _ratio(metric_text: str, name: str, metric: str, bound: float) -> Judge:
-    def judge(results: Results) -> list[Verdict]:
-        ratio = results.ratio(name, metric)
-        return [Verdict(metric_text, f"≤ {bound:.2f} × limit", f"{ratio:.2f} × limit",
-                        round(ratio, 2) <= bound)]
-    return judge
-
-
-def _below(metric_text: str, metric: str, peer: str, factor: float = 1.0,
-           name: str = SERVICE) -> Judge:
-    def judge(results: Results) -> list[Verdict]:
-        ratio = results.median(name, metric) / results.median(peer, metric)
-        return [Verdict(metric_text, f"≤ {factor:.2f} × {peer}", f"{ratio:.2f} × {peer}",
-                        round(ratio, 2) <= factor)]
-    return judge
-
-
-def _absolute(metric_text: str, metric: str, bound: float, unit: str, most: bool) -> Judge:
-    def judge(results: Results) -> list[Verdict]:
-        value = results.median(SERVICE, metric)
-        sign = "≤" if most else "≥"
-        return [Verdict(metric_text, f"{sign} {bound:,g} {unit}", f"{value:,.4g} {unit}",
-                        value <= bound if most else value >= bound)]
-    return judge
-
-
-def _calls(way: str, wanted: int, text: str) -> Judge:
-    def judge(results: Results) -> list[Verdict]:
-        counted = results.call_count(SERVICE, way)
-        named = ", ".join(f"{count:g} {call}" for call, count in
-                          results.calls[SERVICE][way].items())
-        return [Verdict(f"system calls per message, {text}", str(wanted),
-                        f"{counted:g} ({named})", round(counted) <= wanted)]
-    return judge
-
-
-def _echo() -> list[Judge]:
-    judges = []
-    for size in SIZES:
-        text, metric = f"echo p50, {size} bytes", f"echo_{size}_p50"
-        judges += [_ratio(text, SERVICE, metric, 1.15),
-                   _ratio(f"{text}, dump to a file", FILE, metric, 1.3),
-                   *(_below(text, metric, peer) for peer in PEERS)]
-    return judges
-
-
-def _idle(results: Results) -> list[Verdict]:
-    wakeups = results.median(SERVICE, "idle_wakeups_per_s")
-    return [Verdict("idle wake-ups a second", "10 reads and 4 looks", f"{wakeups:.1f}",
-                    wakeups <= 15)]
-
-
-TARGETS: list[Judge] = [
-    _ratio("serial→TCP p50, 1 byte", SERVICE, "in_1_p50", 1.10),
-    _ratio("serial→TCP p50, 1 byte, dump to a file", FILE, "in_1_p50", 1.25),
-    _below("serial→TCP p50, 1 byte", "in_1_p50", "ser2net"),
-    _below("serial→TCP p50, 1 byte", "in_1_p50", "socat"),
-    _ratio("TCP→serial p50, 1 byte", SERVICE, "out_1_p50", 1.20),
-    *_echo(),
-    _ratio("CPU per message, serial→TCP", SERVICE, "in_16_cpu_us", 1.2),
-    _ratio("CPU per message, TCP→serial", SERVICE, "out_16_cpu_us", 1.5),
-    _below("CPU per message, serial→TCP", "in_16_cpu_us", "socat"),
-    _below("CPU per message, TCP→serial", "out_16_cpu_us", "socat"),
-    _ratio("CPU per MB, serial→TCP", SERVICE, "bulk_in_cpu_us_per_mb", 1.3),
-    _ratio("CPU per MB, serial→TCP, dump to a file", FILE, "bulk_in_cpu_us_per_mb", 1.9),
-    _below("CPU per MB, serial→TCP", "bulk_in_cpu_us_per_mb", "ser2net"),
-    _ratio("CPU per MB, TCP→serial", SERVICE, "bulk_out_cpu_us_per_mb", 1.8),
-    _below("CPU per MB, TCP→serial", "bulk_out_cpu_us_per_mb", "ser2net"),
-    _absolute("64-byte data commands", "commands_per_s", 150_000, "a second", most=False),
-    _absolute("CPU of a 64-byte data command", "command_cpu_us", 4.5, "µs", most=True),
-    _calls("in", 3, "serial→TCP"),
-    _calls("out", 4, "TCP→serial"),
-    _ratio("peak memory, 1 port", SERVICE, "memory_kib", 1.4),
-    _ratio("peak memory, 6 ports", SERVICE, "memory_6_kib", 1.6),
-    *(_below("peak memory, 1 port", "memory_kib", peer) for peer in PEERS),
-    *(_below("peak memory, 6 ports", "memory_6_kib", peer) for peer in PEERS),
-    _ratio("start-up to listening", SERVICE, "startup_us", 1.4),
-    *(_below("start-up to listening", "startup_us", peer, 0.6) for peer in PEERS),
-    _absolute("open command, own part", "open_own_ms", 2, "ms", most=True),
-    _idle,
-]
-
-
-def verdicts(results: Results) -> list[Verdict]:
-    """Every target, in order."""
-    return [verdict for judge in TARGETS for verdict in judge(results)]
+    def curve(self, what: str, name: str, metric: str) -> dict[int, float]:
+        """How that grew, by how much there was to do."""
+        return {int(amount): value for amount, value in self.growth[what][name][metric].items()}

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The least that a bridge can do: per port one thread for each direction, a read and a write, no
 // framing, no log. What the service is measured against.
-// usage: limit [--nodelay] DEVICE TCP-PORT [DEVICE TCP-PORT]...
+// usage: limit DEVICE TCP-PORT [DEVICE TCP-PORT]...
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -14,7 +13,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -39,7 +37,7 @@ int OpenDevice(const std::string& path) {
   return device;
 }
 
-int AcceptOne(uint16_t port, bool noDelay) {
+int AcceptOne(uint16_t port) {
   const int listening = Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
   const int on = 1;
   Checked(setsockopt(listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), "SO_REUSEADDR");
@@ -49,11 +47,7 @@ int AcceptOne(uint16_t port, bool noDelay) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   Checked(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), "bind");
   Checked(listen(listening, 1), "listen");
-  const int connection = Checked(accept(listening, nullptr, nullptr), "accept");
-  if (noDelay) {
-    Checked(setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on), "TCP_NODELAY");
-  }
-  return connection;
+  return Checked(accept(listening, nullptr, nullptr), "accept");
 }
 
 void Copy(int from, int to) {
@@ -73,8 +67,8 @@ void Copy(int from, int to) {
   }
 }
 
-void Bridge(const std::string& path, uint16_t port, bool noDelay) {
-  const int connection = AcceptOne(port, noDelay);
+void Bridge(const std::string& path, uint16_t port) {
+  const int connection = AcceptOne(port);
   const int device = OpenDevice(path);
   std::thread outward(Copy, connection, device);
   Copy(device, connection);
@@ -84,22 +78,17 @@ void Bridge(const std::string& path, uint16_t port, bool noDelay) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<std::string> words(argv + 1, argv + argc);
-  const bool noDelay = !words.empty() && words.front() == "--nodelay";
-  if (noDelay) {
-    words.erase(words.begin());
-  }
+  const std::vector<std::string> words(argv + 1, argv + argc);
   if (words.size() < 2 || words.size() % 2 != 0) {
-    std::cerr << "usage: limit [--nodelay] DEVICE TCP-PORT [DEVICE TCP-PORT]...\n";
+    std::cerr << "usage: limit DEVICE TCP-PORT [DEVICE TCP-PORT]...\n";
     return 2;
   }
   try {
     std::vector<std::thread> others;
     for (size_t i = 2; i < words.size(); i += 2) {
-      others.emplace_back(Bridge, words[i], static_cast<uint16_t>(std::stoul(words[i + 1])),
-                          noDelay);
+      others.emplace_back(Bridge, words[i], static_cast<uint16_t>(std::stoul(words[i + 1])));
     }
-    Bridge(words[0], static_cast<uint16_t>(std::stoul(words[1])), noDelay);
+    Bridge(words[0], static_cast<uint16_t>(std::stoul(words[1])));
   } catch (const std::exception& error) {
     std::cerr << "limit: " << error.what() << '\n';
     return 1;
