@@ -14,6 +14,7 @@ import subprocess
 import sys
 import time
 
+import clients
 import contestants
 import growth
 from contestants import (CONTESTANTS, DEADLINE_SECONDS, SCRATCH, SERVICE, SEVEN_PORTS, Contestant,
@@ -83,9 +84,10 @@ def main() -> None:
                     samples[contestant.name][metric][number] = value
     calls = {one.name: {way: calls_per_message(one, programs, way) for way in ("in", "out")}
              for one in CONTESTANTS if one.measure == "all"}
-    print("bench: growth", file=sys.stderr)
+    print("bench: growth, clients", file=sys.stderr)
     output.write_text(json.dumps({"rounds": rounds, "samples": samples, "system_calls": calls,
-                                  "growth": growth.measure(programs, scale)}))
+                                  "growth": growth.measure(programs, scale),
+                                  "clients": clients.measure(programs, scale)}))
 
 
 main()

@@ -84,6 +84,13 @@ def measured_table(results: Results) -> str:
     return table(["metric", "unit", *results.names()], rows)
 
 
+def client_table(results: Results) -> str:
+    """A byte there and back by every way to the service."""
+    return table(["way to the service", "echo p50, 1 B, µs", "CPU of service and client, µs"],
+                 [[way, *(_figure(results.client(way, metric))
+                          for metric in ("echo_p50", "cpu_us"))] for way in results.clients])
+
+
 def target_table(results: Results) -> str:
     """Every target beside the figure that was reached."""
     return table(["metric", "target", "reached", ""],
@@ -101,6 +108,7 @@ def main() -> None:
     page = string.Template(PAGE.read_text(encoding="utf-8")).substitute(
         machine=table(["", ""], [[name, text] for name, text in made_with.items()]),
         targets=target_table(results), measured=measured_table(results),
+        clients=client_table(results),
         rounds=results.rounds, floor_file=FLOOR_FILE, service_file=SERVICE_FILE,
         plots="\n\n".join(f"![{name}]({name})" for name in pictures))
     (folder / "README.md").write_text(page, encoding="utf-8")
@@ -108,7 +116,8 @@ def main() -> None:
                       for metric in sorted(results.samples[name])} for name in results.names()}
     (folder / "results.json").write_text(
         json.dumps({"machine": made_with, "rounds": results.rounds, "figures": medians,
-                    "system_calls": results.calls, "growth": results.growth},
+                    "system_calls": results.calls, "growth": results.growth,
+                    "clients": results.clients},
                    indent=1, sort_keys=True) + "\n")
     for one in verdicts(results):
         print(f"{'met   ' if one.met else 'MISSED'}  {one.metric}: {one.reached}"

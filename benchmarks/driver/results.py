@@ -10,6 +10,7 @@ FLOOR = "floor"
 SERVICE = "service"
 FLOOR_FILE = "floor-file"
 SERVICE_FILE = "service-file"
+DIRECT = "direct"
 PEERS = ("socat", "ser2net")
 SIZES = (1, 16, 256, 1024, 4096)
 
@@ -33,6 +34,7 @@ class Results:
         self.samples: dict[str, dict[str, dict[str, float]]] = run["samples"]
         self.calls: dict[str, dict[str, dict[str, float]]] = run["system_calls"]
         self.growth: dict[str, dict[str, dict[str, dict[str, float]]]] = run["growth"]
+        self.clients: dict[str, dict[str, list[float]]] = run["clients"]
 
     def names(self) -> list[str]:
         """The bridges, in the order they were measured in."""
@@ -70,6 +72,10 @@ class Results:
     def call_count(self, name: str, way: str) -> float:
         """System calls for one message."""
         return sum(self.calls[name][way].values())
+
+    def client(self, way: str, metric: str) -> float:
+        """What a byte there and back took by one way to the service."""
+        return statistics.median(self.clients[way][metric])
 
     def curve(self, what: str, name: str, metric: str) -> dict[int, float]:
         """How that grew, by how much there was to do."""

@@ -6,7 +6,7 @@ from __future__ import annotations
 import collections.abc
 import dataclasses
 
-from results import BASES, FLOOR, PEERS, SERVICE, SERVICE_FILE, SIZES, Results
+from results import BASES, DIRECT, FLOOR, PEERS, SERVICE, SERVICE_FILE, SIZES, Results
 
 LATENCY = 1.05
 PROCESSOR = 1.10
@@ -14,6 +14,7 @@ COMMAND = 1.15
 FIRST_BYTE = 1.03
 MEMORY = 1.10
 GROWTH = 1.10
+CLIENT = 2.0
 
 WAYS = {"in": "serial→TCP", "out": "TCP→serial", "echo": "echo"}
 
@@ -98,6 +99,14 @@ def _messages() -> list[Judge]:
     return judges
 
 
+def _clients(results: Results) -> list[Verdict]:
+    return [_verdict(f"{text}, {way}", results.client(way, metric) / results.client(DIRECT, metric),
+                     CLIENT, DIRECT)
+            for way in results.clients if way != DIRECT
+            for metric, text in (("echo_p50", "echo p50, 1 B"),
+                                 ("cpu_us", "CPU of service and client"))]
+
+
 TARGETS: list[Judge] = [
     *_messages(),
     _floor("CPU per MB, serial→TCP", "bulk_in_cpu_us_per_mb", PROCESSOR),
@@ -129,4 +138,4 @@ TARGETS: list[Judge] = [
 
 def verdicts(results: Results) -> list[Verdict]:
     """Every target, in order."""
-    return [judge(results) for judge in TARGETS]
+    return [*(judge(results) for judge in TARGETS), *_clients(results)]
