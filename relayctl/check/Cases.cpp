@@ -38,6 +38,11 @@ std::string Undisturbed::Problem() const {
   return "";
 }
 
+std::string Undisturbed::Obstacle() const {
+  const std::string problem = Problem();
+  return problem.empty() && seen.isStuck ? "it stops for good" : problem;
+}
+
 std::string DifferenceOf(const Undisturbed& plain, const Seen& seen) {
   if (seen.status && (!plain.runsOnce || *seen.status != 0)) {
     return EndText(seen);

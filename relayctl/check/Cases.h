@@ -22,8 +22,11 @@ struct Undisturbed {
   bool isSteady = false;  // twice it has asked for the same
   bool runsOnce = false;  // it has ended by itself, with status 0
 
-  // Why nothing can be tried with it; empty: it can.
+  // Why nothing can be told of it; empty: something can.
   std::string Problem() const;
+
+  // Why nothing can be tried with it.
+  std::string Obstacle() const;
 };
 
 // One that was carried out.
@@ -36,7 +39,8 @@ struct CheckCase {
   const char* name;
   const char* sentence;
   const char* needs;  // another case above: without its being passed this one would tell nothing
-  std::vector<Disturbance> (*variants)(const Undisturbed& plain);
+  std::vector<Disturbance> (*variants)(
+      const Undisturbed& plain);  // nullptr: it looks at all trials
   Judgement (*judge)(const Undisturbed& plain, const std::vector<Tried>& tried);
 };
 

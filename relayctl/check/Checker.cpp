@@ -126,7 +126,7 @@ void Checker::TryAll() {
   std::vector<TrialPlan> plans;
   for (Group& group : groups) {
     for (Entry& entry : group.entries) {
-      if (group.plain.Problem().empty()) {
+      if (entry.row->variants != nullptr && group.plain.Obstacle().empty()) {
         for (const Disturbance& how : Some(entry.row->variants(group.plain), options.variants)) {
           entry.tried.push_back({how, {}});
           plans.push_back(PlanOf(group, how));
@@ -154,13 +154,15 @@ void Checker::Judge(Group& group, const std::vector<Tried>& all) const {
     const auto needed =
         std::find_if(group.entries.begin(), group.entries.end(),
                      [&needs](const Entry& other) { return other.row->name == needs; });
-    if (!problem.empty()) {
+    if (row.variants != nullptr && problem.empty() && !group.plain.Obstacle().empty()) {
+      entry.judgement = Skipped("undisturbed, " + group.plain.Obstacle());
+    } else if (!problem.empty()) {
       entry.judgement = &entry == &group.entries.front() ? Failed("undisturbed, " + problem)
                                                          : Skipped("undisturbed, " + problem);
     } else if (needed != group.entries.end() && needed->judgement.verdict != Verdict::kPassed) {
       entry.judgement = Skipped("tells nothing without " + needs);
     } else {
-      entry.judgement = row.judge(group.plain, entry.tried.empty() ? all : entry.tried);
+      entry.judgement = row.judge(group.plain, row.variants == nullptr ? all : entry.tried);
     }
   }
 }

@@ -13,8 +13,6 @@ constexpr size_t kSmall = 60;
 constexpr size_t kFloodPacket = 1000;
 constexpr size_t kFlood = size_t{2} << 20;
 
-std::vector<Disturbance> Nothing(const Undisturbed& /*plain*/) { return {}; }
-
 Disturbance Named(const std::string& name) {
   Disturbance how;
   how.name = name;
@@ -117,49 +115,50 @@ std::vector<Disturbance> DeafAndAlone(const Undisturbed& plain) {
   return {Deaf(plain).front(), Alone(plain).front()};
 }
 
+constexpr CheckCase kGenericCases[] = {
+    {"connects", "`SerialPortHandler` listens, the relay service connects.", nullptr, nullptr,
+     JudgeConnects},
+    {"one-byte-at-a-time", kPiecesMayCome, nullptr, Bytewise, JudgeSame},
+    {"unexpected-port", "one from a port can come after the reply to its close is under way",
+     nullptr, UnexpectedPort, JudgeSame},
+    {"several-at-once", kPiecesMayCome, "unexpected-port", Together, JudgeSame},
+    {"largest-notification", "Be ready for 65535 anyway.", "several-at-once", Largest, JudgeSame},
+    {"numbered-port", "read it, even if it does not come today", "several-at-once", Numbered,
+     JudgeSame},
+    {"before-an-answer", "notifications of open ports come while a relay service waits for a reply",
+     "several-at-once", BeforeAnswers, JudgeBeforeAnswers},
+    {"keeps-reading", "Keep reading, always, in a thread or an event loop of its own.",
+     "several-at-once", Flood, JudgeReading},
+    {"reads-while-it-sends", "Never stop reading while you send.", nullptr, nullptr,
+     JudgeReadingWhileSending},
+    {"refused-open", "Treat any other value than 0 as a failure.", nullptr, RefusedOpens,
+     JudgeRefusedOpen},
+    {"refused-close", "the port could not be closed, and stays open", nullptr, RefusedClose,
+     JudgeRefusedClose},
+    {"unanswered-open",
+     "Wait for the reply to an open with a time limit of your own, as a refused packet has none.",
+     nullptr, Unanswered, JudgeUnanswered},
+    {"back-after-an-end", kTryAgain, nullptr, EndsAnywhere, JudgeComesBack},
+    {"back-after-a-reset", kTryAgain, nullptr, ResetsAnywhere, JudgeComesBack},
+    {"reset-before-a-byte", "Treat that like a refused connection and try again.", nullptr, Deaf,
+     JudgeDeaf},
+    {"pauses-between-tries", "Pause between two tries to connect", nullptr, DeafAndAlone,
+     JudgePauses},
+    {"not-to-itself", "Do not connect to yourself.", nullptr, Alone, JudgeAlone},
+    {"quick-acknowledgement", "Set `TCP_QUICKACK` again after each receive", "several-at-once",
+     Timed, JudgeAcknowledgements},
+    // Of all trials, of these and of the recordings.
+    {"well-formed", "A packet that does not have exactly the form above is refused as a whole",
+     nullptr, nullptr, JudgeForm},
+    {"no-broken-length", "takes it for a broken stream: the link ends, all ports are closed",
+     nullptr, nullptr, JudgeLength},
+    {"by-name", "A relay service has no use for the numbered form: close by name.", nullptr,
+     nullptr, JudgeByName},
+};
+
 }  // namespace
 
 const std::vector<CheckCase>& GenericCases() {
-  static const std::vector<CheckCase> cases = {
-      {"connects", "`SerialPortHandler` listens, the relay service connects.", nullptr, Nothing,
-       JudgeConnects},
-      {"one-byte-at-a-time", kPiecesMayCome, nullptr, Bytewise, JudgeSame},
-      {"unexpected-port", "one from a port can come after the reply to its close is under way",
-       nullptr, UnexpectedPort, JudgeSame},
-      {"several-at-once", kPiecesMayCome, "unexpected-port", Together, JudgeSame},
-      {"largest-notification", "Be ready for 65535 anyway.", "several-at-once", Largest, JudgeSame},
-      {"numbered-port", "read it, even if it does not come today", "several-at-once", Numbered,
-       JudgeSame},
-      {"before-an-answer",
-       "notifications of open ports come while a relay service waits for a reply",
-       "several-at-once", BeforeAnswers, JudgeBeforeAnswers},
-      {"keeps-reading", "Keep reading, always, in a thread or an event loop of its own.",
-       "several-at-once", Flood, JudgeReading},
-      {"reads-while-it-sends", "Never stop reading while you send.", nullptr, Nothing,
-       JudgeReadingWhileSending},
-      {"refused-open", "Treat any other value than 0 as a failure.", nullptr, RefusedOpens,
-       JudgeRefusedOpen},
-      {"refused-close", "the port could not be closed, and stays open", nullptr, RefusedClose,
-       JudgeRefusedClose},
-      {"unanswered-open",
-       "Wait for the reply to an open with a time limit of your own, as a refused packet has none.",
-       nullptr, Unanswered, JudgeUnanswered},
-      {"back-after-an-end", kTryAgain, nullptr, EndsAnywhere, JudgeComesBack},
-      {"back-after-a-reset", kTryAgain, nullptr, ResetsAnywhere, JudgeComesBack},
-      {"reset-before-a-byte", "Treat that like a refused connection and try again.", nullptr, Deaf,
-       JudgeDeaf},
-      {"pauses-between-tries", "Pause between two tries to connect", nullptr, DeafAndAlone,
-       JudgePauses},
-      {"not-to-itself", "Do not connect to yourself.", nullptr, Alone, JudgeAlone},
-      {"quick-acknowledgement", "Set `TCP_QUICKACK` again after each receive", "several-at-once",
-       Timed, JudgeAcknowledgements},
-      // Of all trials, of these and of the recordings.
-      {"well-formed", "A packet that does not have exactly the form above is refused as a whole",
-       nullptr, Nothing, JudgeForm},
-      {"no-broken-length", "takes it for a broken stream: the link ends, all ports are closed",
-       nullptr, Nothing, JudgeLength},
-      {"by-name", "A relay service has no use for the numbered form: close by name.", nullptr,
-       Nothing, JudgeByName},
-  };
+  static const std::vector<CheckCase> cases(std::begin(kGenericCases), std::end(kGenericCases));
   return cases;
 }

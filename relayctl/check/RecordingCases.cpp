@@ -11,8 +11,6 @@ constexpr const char* kPieces =
 constexpr const char* kReconnect = "Try to reconnect until it works; nothing else is needed.";
 constexpr size_t kSmallStranger = 60;
 
-std::vector<Disturbance> NoVariants(const Undisturbed& /*plain*/) { return {}; }
-
 Judgement JudgeEnd(const Undisturbed& plain, const std::vector<Tried>& /*tried*/) {
   if (!plain.seen.rest.empty()) {
     return Failed("undisturbed it does not get there: " + plain.seen.rest);
@@ -99,24 +97,26 @@ std::vector<Disturbance> Resets(const Undisturbed& plain) {
   return Breaks(plain, Disturbance::Ending::kReset);
 }
 
+constexpr CheckCase kRecordingCases[] = {
+    {"reaches-the-end", "The bytes of one port come in the order in which it received them.",
+     nullptr, nullptr, JudgeEnd},
+    {"same-under-cuts", kPieces, "reaches-the-end", Cuts, JudgeSame},
+    {"same-under-merges", kPieces, "reaches-the-end", Merges, JudgeSame},
+    {"same-under-delays", "Nothing times out.", "reaches-the-end", Delays, JudgeSame},
+    {"same-under-strangers",
+     "notifications of open ports come while a relay service waits for a reply", "reaches-the-end",
+     Strangers, JudgeSame},
+    {"same-under-splits",
+     "what the device sends in one go may come in several notifications, and several of its "
+     "messages in one",
+     "reaches-the-end", Splits, JudgeSame},
+    {"end-after-breaks", kReconnect, "reaches-the-end", Ends, JudgeComesBack},
+    {"end-after-resets", kReconnect, "reaches-the-end", Resets, JudgeComesBack},
+};
+
 }  // namespace
 
 const std::vector<CheckCase>& RecordingCases() {
-  static const std::vector<CheckCase> cases = {
-      {"reaches-the-end", "The bytes of one port come in the order in which it received them.",
-       nullptr, NoVariants, JudgeEnd},
-      {"same-under-cuts", kPieces, "reaches-the-end", Cuts, JudgeSame},
-      {"same-under-merges", kPieces, "reaches-the-end", Merges, JudgeSame},
-      {"same-under-delays", "Nothing times out.", "reaches-the-end", Delays, JudgeSame},
-      {"same-under-strangers",
-       "notifications of open ports come while a relay service waits for a reply",
-       "reaches-the-end", Strangers, JudgeSame},
-      {"same-under-splits",
-       "what the device sends in one go may come in several notifications, and several of its "
-       "messages in one",
-       "reaches-the-end", Splits, JudgeSame},
-      {"end-after-breaks", kReconnect, "reaches-the-end", Ends, JudgeComesBack},
-      {"end-after-resets", kReconnect, "reaches-the-end", Resets, JudgeComesBack},
-  };
+  static const std::vector<CheckCase> cases(std::begin(kRecordingCases), std::end(kRecordingCases));
   return cases;
 }

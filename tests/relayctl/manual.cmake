@@ -18,8 +18,10 @@ if(NOT CMAKE_CROSSCOMPILING)
   set(tests Reports RightRelays.test_the_little_one)
   if(NOT SPH_SANITIZE)
     list(APPEND tests RightRelays.test_watch RightRelays.test_pty RightRelays.test_share
+      RightRelays.test_megabytes
       RightRelays.test_pipe_in_hundreds_of_variants RightRelays.test_the_python_examples
       WrongRelays.test_one_recv_is_one_packet WrongRelays.test_stops_reading
+      WrongRelays.test_sends_before_it_reads
       WrongRelays.test_dies_of_a_reset WrongRelays.test_never_pauses WrongRelays.test_meets_itself
       WrongRelays.test_ignores_the_status WrongRelays.test_a_notification_is_a_message)
   endif()

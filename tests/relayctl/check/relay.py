@@ -125,6 +125,16 @@ class StopsReading(Relay):
         end.poll()
 
 
+class SendsBeforeItReads(Relay):
+    """Has much to say, and listens afterwards."""
+
+    def talk(self) -> None:
+        self.open()
+        for _ in range(100):
+            self.write(bytes(60000))
+        self.stay()
+
+
 class DiesOfAReset(Relay):
     """Knows an end, and no other one."""
 

@@ -35,6 +35,14 @@ def run(*words: str | Path) -> subprocess.CompletedProcess[str]:
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
 
+def state_of(pid: str) -> str:
+    """Z of one that has ended and was not waited for."""
+    try:
+        return Path("/proc", pid, "stat").read_text().rpartition(") ")[2][:1]
+    except OSError:
+        return "gone"
+
+
 class CheckTest(unittest.TestCase):
     """Each has a folder with a recording."""
 
@@ -68,13 +76,14 @@ class CheckTest(unittest.TestCase):
             found["remark"].remove("quick-acknowledgement")
         self.assertEqual({"failed": set(), "skipped": skipped, "remark": remarks}, found, verdicts)
 
-    def assert_found(self, kind: str, wanted: dict[str, str], *options: str | Path) -> None:
-        """Just these cases have failed, and these words say why."""
+    def assert_found(self, kind: str, wanted: dict[str, str], *options: str | Path) -> Verdicts:
+        """Just these cases have failed, and these words say why. Gives all."""
         verdicts = self.verdicts(*options, *self.relay(kind))
         failed = {name: text for name, (verdict, text) in verdicts.items() if verdict == "failed"}
         self.assertEqual(set(wanted), set(failed), failed)
         for name, words in wanted.items():
             self.assertIn(words, failed[name])
+        return verdicts
 
 
 class RightRelays(CheckTest):
@@ -101,6 +110,12 @@ class RightRelays(CheckTest):
         share = f"exec {PROGRAM} -p {{port}} share --listen {peers} --pty '#USBSerialPort0'"
         verdicts = self.verdicts("--variants", "10", "--", "sh", "-c", share)
         self.assert_nothing_is_found(verdicts, self.USUAL)
+
+    def test_megabytes(self) -> None:
+        ask = (f"head -c 1000000 /dev/zero | {PROGRAM} -p $SERIAL_RELAY_PORT pipe "
+               "'#USBSerialPort0' --exit-after 0.1")
+        verdicts = self.verdicts("--only", "reads-while-it-sends", "--", "sh", "-c", ask)
+        self.assertEqual({"reads-while-it-sends": ("passed", "1000000 bytes of data")}, verdicts)
 
     def test_pipe_in_hundreds_of_variants(self) -> None:
         ask = (f"printf '*IDN?\\n' | {PROGRAM} -p $SERIAL_RELAY_PORT pipe '#USBSerialPort0' "
@@ -139,11 +154,17 @@ class WrongRelays(CheckTest):
     """Each is found, for the right reason, and for no other."""
 
     def test_one_recv_is_one_packet(self) -> None:
-        self.assert_found("OneRecvIsOnePacket", {"one-byte-at-a-time": "nothing more, and not data",
-                                                 "several-at-once": "nothing more, and not data"})
+        verdicts = self.assert_found("OneRecvIsOnePacket", {
+            "one-byte-at-a-time": "nothing more, and not data",
+            "several-at-once": "nothing more, and not data"})
+        self.assertEqual(("skipped", "tells nothing without several-at-once"),
+                         verdicts["keeps-reading"])
 
     def test_stops_reading(self) -> None:
         self.assert_found("StopsReading", {"keeps-reading": "it does not read"})
+
+    def test_sends_before_it_reads(self) -> None:
+        self.assert_found("SendsBeforeItReads", {"reads-while-it-sends": "it stopped for good"})
 
     def test_dies_of_a_reset(self) -> None:
         self.assert_found("DiesOfAReset", {"back-after-a-reset": "status 1 (a reset)",
@@ -194,6 +215,32 @@ class Reports(CheckTest):
         verdicts = self.verdicts("--limit", "0.5", "--", "sleep", "1000")
         self.assertEqual(("failed", "undisturbed, it did not connect"), verdicts.pop("connects"))
         self.assertEqual({("skipped", "undisturbed, it did not connect")}, set(verdicts.values()))
+
+    def test_another_conversation_than_the_recorded_one(self) -> None:
+        self.recording.write_text(RECORDING.replace("4D 65 74 65 72 0A  ;", "4F 0A ;"))
+        verdicts = self.verdicts("--recording", self.recording, "--only", "same-under-cuts", "--only",
+                                 "reaches-the-end", *self.relay())
+        self.assertEqual({
+            "reaches-the-end": ("failed", 'undisturbed it does not get there: #USBSerialPort0: '
+                                '"got O\\n" was to come, and "got Meter\\n" came'),
+            "same-under-cuts": ("skipped", "tells nothing without reaches-the-end")}, verdicts)
+
+    def test_a_refusal_that_was_recorded(self) -> None:
+        refused = "0 > #USBSerialPort0 open\n0 < #USBSerialPort0 open 4\n"
+        self.recording.write_text(refused + RECORDING)
+        verdicts = self.verdicts("--recording", self.recording, "--only", "reaches-the-end", "--quiet",
+                                 "1", *self.relay())
+        self.assertEqual({"reaches-the-end": ("passed", "2 commands, 4 packets from the service")},
+                         verdicts)
+
+    def test_nothing_is_left_behind(self) -> None:
+        told = self.folder / "told"
+        script = f"trap 'echo told >>{told}; exit 3' TERM; sleep 1000 & echo $! >>{told}; wait"
+        self.verdicts("--limit", "0.5", "--only", "connects", "--", "sh", "-c", script)
+        words = told.read_text().split()
+        self.assertEqual(2, words.count("told"), words)
+        for pid in set(words) - {"told"}:
+            self.assertRegex(state_of(pid), "^(gone|Z)$")
 
     def test_a_program_that_fails(self) -> None:
         verdicts = self.verdicts("--", "sh", "-c", "echo no such luck >&2; exit 3")
