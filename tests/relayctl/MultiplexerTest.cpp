@@ -91,6 +91,42 @@ TEST_F(StatusTest, ANumberedNotificationIsForAll) {
   EXPECT_EQ("1 " + Wire(text) + "2 " + Wire(text) + "3 " + Wire(text), Give(text));
 }
 
+// However often the one asks who has the port already.
+TEST_F(StatusTest, WhoeverWaitsIsNextInTurn) {
+  Take(1, kOpenX);
+  Take(2, kOpenX);
+  Take(1, kOpenX);
+  EXPECT_EQ(Wire(kOpenX), sent);
+  EXPECT_EQ("1 " + Wire(Open("0000")), Give(Open("0000")));
+  EXPECT_TRUE(multiplexer.MayTake(2));
+  EXPECT_FALSE(multiplexer.MayTake(1));
+}
+
+TEST_F(StatusTest, WhoeverLeavesAsksNoMoreAndClosesNothingOfOthers) {
+  Take(1, kOpenX);
+  (void)Give(Open("0000"));
+  Take(1, kOpenX);
+  Take(2, kOpenX);
+  multiplexer.Leave(2);
+  EXPECT_EQ("1 " + Wire(Open("0003")), Give(Open("0003")));
+  EXPECT_EQ(Wire(kOpenX) + Wire(kOpenX), sent);
+  multiplexer.Join(3, Multiplexer::Role::kTakesPart);
+  Take(3, kOpenX);
+  (void)Give(Open("0003"));
+  sent.clear();
+  multiplexer.Leave(1);
+  EXPECT_EQ("", sent);
+  multiplexer.Leave(3);
+  EXPECT_EQ(Wire(kCloseX), sent);
+}
+
+// It refuses it, and tells of it in its log.
+TEST_F(StatusTest, TheServiceSeesWhatIsMalformed) {
+  Take(1, "0007 03 02 0001 'X'");
+  EXPECT_EQ(Wire("0007 03 02 0001 'X'"), sent);
+  EXPECT_FALSE(multiplexer.HasQuestions());
+}
+
 // The service counts from the length field, and takes what follows for the packet's rest.
 TEST_F(StatusTest, APacketThatHasNoEndIsNotPassedOn) {
   ASSERT_TRUE(multiplexer.Take(1, ""));
