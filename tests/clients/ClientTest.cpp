@@ -1,83 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The client against a service that does what the test says.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <vector>
+
+#include "ScriptedService.h"
 #include "relay/Client.h"
-#include "relay/Text.h"
 
 namespace {
 
-using relay::FromHex;
+using relay::Clock;
+using relay::Millis;
 using relay::Port;
-using relay::ToHex;
 
 constexpr relay::Millis kLimit{30000};
-
-// Listens on a free port; one peer.
-class ScriptedService {
- public:
-  ScriptedService() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(0, bind(listening, generic, size));
-    EXPECT_EQ(0, listen(listening, 1));
-    EXPECT_EQ(0, getsockname(listening, generic, &size));
-    tcpPort = ntohs(address.sin_port);
-  }
-  ~ScriptedService() {
-    Leave();
-    (void)close(listening);
-  }
-  ScriptedService(const ScriptedService&) = delete;
-  ScriptedService& operator=(const ScriptedService&) = delete;
-
-  uint16_t TcpPort() const { return tcpPort; }
-  bool HasPeer() {
-    peer = peer == -1 ? accept(listening, nullptr, nullptr) : peer;
-    return peer != -1;
-  }
-  void Leave() { (void)close(std::exchange(peer, -1)); }
-  void Reset() {
-    const linger atOnce = {1, 0};
-    EXPECT_EQ(0, setsockopt(peer, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce));
-    Leave();
-  }
-
-  void Sends(const char* hex) const {
-    const std::string bytes = FromHex(hex);
-    EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-              send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL));
-  }
-
-  // The next packet, while the client does its part.
-  std::string Packet(relay::Client& client) const {
-    relay::PacketCutter cutter;
-    std::optional<std::string> packet;
-    client.RunUntil(
-        [&] {
-          char byte = 0;
-          while (!packet && recv(peer, &byte, 1, MSG_DONTWAIT) == 1) {
-            cutter.Add(std::string_view(&byte, 1));
-            packet = cutter.Next();
-          }
-          return packet.has_value();
-        },
-        kLimit);
-    return ToHex(*packet);
-  }
-
- private:
-  int listening = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  int peer = -1;
-  uint16_t tcpPort = 0;
-};
 
 class ClientTest : public testing::Test {
  protected:
@@ -95,6 +32,13 @@ class ClientTest : public testing::Test {
     client.RunUntil([this] { return service.HasPeer() && client.IsConnected(); }, kLimit);
   }
 
+  // The next packet that the client sends.
+  std::string Packet() {
+    std::optional<std::string> packet;
+    client.RunUntil([&] { return (packet = service.Takes()).has_value(); }, kLimit);
+    return *packet;
+  }
+
   ScriptedService service;
   relay::Client client;
 };
@@ -105,7 +49,7 @@ TEST_F(ClientTest, KeepsAPortOpenUntilItLetsGo) {
   client.Start();
   for (int link = 0; link < 2; ++link) {
     Link();
-    EXPECT_EQ("00070102000158", service.Packet(client));
+    EXPECT_EQ("00070102000158", Packet());
     service.Sends("0009 01 02 0001 58 0000");
     client.RunUntil([&] { return client.IsOpen(port); }, kLimit);
     if (link == 0) {
@@ -114,13 +58,13 @@ TEST_F(ClientTest, KeepsAPortOpenUntilItLetsGo) {
     }
   }
   client.LetGo(port);
-  EXPECT_EQ("00070202000158", service.Packet(client));
+  EXPECT_EQ("00070202000158", Packet());
   EXPECT_FALSE(client.IsOpen(port));
   service.Leave();
   client.RunUntil([this] { return !client.IsConnected(); }, kLimit);
   Link();
   client.Close(Port::FromText("Y"));  // the first of this link: the port is not opened any more
-  EXPECT_EQ("00070202000159", service.Packet(client));
+  EXPECT_EQ("00070202000159", Packet());
 }
 
 TEST_F(ClientTest, AnswersGoToWhoAskedAndDataToEverybody) {
@@ -157,6 +101,122 @@ TEST_F(ClientTest, AResetThatMeetsTheFirstCommandIsNoEndOfALink) {
   client.Open(Port::FromText("X"));
   client.RunUntil([&] { return told.has_value(); }, kLimit);
   EXPECT_EQ(relay::ErrorKind::kNotListening, *told);
+}
+
+TEST_F(ClientTest, ClosesOnlyWhatMayBeOpen) {
+  const Port refused = Port::FromText("X");
+  const Port early = Port::FromText("Z");
+  client.KeepOpen(refused);
+  client.KeepOpen(early);
+  bool isAnswered = false;
+  relay::Events events;
+  events.connected = [&] { EXPECT_FALSE(client.LetGo(early)); };
+  events.reply = [&](const relay::Reply&) { isAnswered = true; };
+  client.SetEvents(events);
+  client.Start();
+  Link();
+  EXPECT_EQ("00070102000158", Packet());
+  service.Sends("0009 01 02 0001 58 0004");
+  client.RunUntil([&] { return isAnswered; }, kLimit);
+  EXPECT_FALSE(client.LetGo(refused));
+  client.Close(Port::FromText("Y"));
+  EXPECT_EQ("00070202000159", Packet());
+}
+
+TEST_F(ClientTest, RunsForATime) {
+  client.Start();
+  Link();
+  const auto begin = Clock::now();
+  EXPECT_FALSE(client.RunFor(Millis(20)));
+  EXPECT_LE(Millis(20), Clock::now() - begin);
+  EXPECT_TRUE(client.RunFor(Millis::max(), [] { return true; }));
+  EXPECT_FALSE(client.RunTo(Clock::time_point::min()));
+}
+
+TEST_F(ClientTest, ATimeThatIsOverTakesWhatHasCome) {
+  std::string told;
+  relay::Events events;
+  events.received = [&](const Port&, std::string_view data) { told += data; };
+  client.SetEvents(events);
+  client.Start();
+  Link();
+  for (const char* const expected : {"A", "AA"}) {
+    service.Sends("000C 04 02 0001 58 01 02 0001 41");
+    pollfd come{client.Descriptor(), POLLIN, 0};
+    ASSERT_EQ(1, poll(&come, 1, -1));
+    EXPECT_TRUE(client.RunFor(Millis(0), [&] { return told == expected; })) << told;
+  }
+}
+
+TEST_F(ClientTest, RunsNoMoreWhenItIsOver) {
+  relay::ClientOptions options = Options(service.TcpPort());
+  options.reconnect = false;
+  relay::Client once(options);
+  EXPECT_THROW(once.RunFor(Millis(0)), relay::Error);  // not started
+  once.Start();
+  once.RunUntil([this] { return service.HasPeer(); }, kLimit);
+  service.Leave();
+  EXPECT_THROW(once.RunFor(kLimit), relay::Error);
+}
+
+TEST(ClientRetryTest, WaitsLongerEachTimeUntilSomethingComes) {
+  ScriptedService service(false);
+  relay::ClientOptions options;
+  options.port = service.TcpPort();
+  options.reconnect = true;
+  options.retryPause = Millis(2);
+  options.longestPause = Millis(10);
+  relay::Client client(options);
+  std::vector<Millis> pauses;
+  Clock::time_point mayTry = Clock::now();
+  unsigned inVain = 0;
+  bool hasReceived = false;
+  relay::Events events;
+  events.retrying = [&](const relay::Retry& retry) {
+    EXPECT_LE(mayTry, Clock::now());
+    mayTry = Clock::now() + retry.pause;
+    pauses.push_back(retry.pause);
+    inVain = retry.triesInVain;
+  };
+  events.received = [&](const Port&, std::string_view) { hasReceived = true; };
+  client.SetEvents(events);
+  const auto isLinked = [&] { return service.HasPeer() && client.IsConnected(); };
+
+  client.Start();
+  client.RunUntil([&] { return pauses.size() == 5; }, kLimit);
+  EXPECT_EQ((std::vector{Millis(2), Millis(4), Millis(8), Millis(10), Millis(10)}), pauses);
+  EXPECT_EQ(5U, inVain);
+
+  service.Listen();  // a service that takes links, and does no more
+  client.RunUntil(isLinked, kLimit);
+  service.Leave();
+  client.RunUntil([&] { return !client.IsConnected(); }, kLimit);
+  EXPECT_EQ(pauses.size(), inVain);
+  EXPECT_EQ(Millis(10), pauses.back());
+
+  client.RunUntil(isLinked, kLimit);
+  service.Sends("000C 04 02 0001 58 01 02 0001 41");
+  client.RunUntil([&] { return hasReceived; }, kLimit);
+  service.Leave();
+  client.RunUntil([&] { return !client.IsConnected(); }, kLimit);
+  EXPECT_EQ(0U, inVain);
+  EXPECT_EQ(Millis(2), pauses.back());
+}
+
+TEST(ClientRetryTest, TellsOfNoTryThatIsNotMade) {
+  const ScriptedService service(false);
+  relay::ClientOptions options;
+  options.port = service.TcpPort();
+  options.reconnect = true;
+  relay::Client client(options);
+  bool isTold = false;
+  relay::Events events;
+  events.disconnected = [&](const relay::Error&) { client.Stop(); };
+  events.retrying = [&](const relay::Retry&) { isTold = true; };
+  client.SetEvents(events);
+  client.Start();
+  EXPECT_THROW(client.RunFor(kLimit), relay::Error);
+  EXPECT_FALSE(isTold);
 }
 
 }  // namespace

@@ -21,8 +21,6 @@ constexpr size_t kReceiveSize = 65536;
 // One Process call receives at most so many times, so that a flood leaves the caller time.
 constexpr int kReceivesAtATime = 8;
 
-std::string Address(uint16_t port) { return "127.0.0.1:" + std::to_string(port); }
-
 template <typename Function, typename... Arguments>
 void Tell(const Function& function, Arguments&&... arguments) {
   if (function) {
@@ -39,8 +37,11 @@ Client::Client(ClientOptions clientOptions, Events clientEvents)
 
 Client::~Client() { CloseSocket(); }
 
+std::string Client::Address() const { return "127.0.0.1:" + std::to_string(options.port); }
+
 void Client::Start() {
   failure.reset();
+  triesInVain = 0;
   patienceEnd = Clock::now() + options.patience;
   state = State::kWaiting;
   retryAt = Clock::now();
@@ -53,6 +54,7 @@ void Client::Stop() {
   }
   CloseSocket();
   state = State::kOver;
+  failure.reset();
 }
 
 void Client::CloseSocket() {
@@ -77,15 +79,7 @@ void Client::Connect() {
   connectingSince = Clock::now();
   socket = link::Connect(options.port, error);
   if (socket == -1) {
-    const bool refused = error == ECONNREFUSED;
-    Disconnect(refused
-                   ? Error(ErrorKind::kNotListening, "nothing listens on " + Address(options.port) +
-                                                         ": is the service running?")
-                   : Error(ErrorKind::kSystem,
-                           "cannot connect to " + Address(options.port) + ": " +
-                               std::generic_category().message(error),
-                           error),
-               !refused);
+    FailToConnect(error);
   } else if (error == 0) {
     BeConnected();
   } else {
@@ -94,19 +88,25 @@ void Client::Connect() {
 }
 
 void Client::FinishConnecting() {
-  const int error = link::ConnectResult(socket);
-  if (error == 0) {
+  if (const int error = link::ConnectResult(socket)) {
+    FailToConnect(error);
+  } else {
     BeConnected();
-    return;
   }
-  const bool refused = error == ECONNREFUSED || error == ECONNRESET;
-  Disconnect(
-      Error(refused ? ErrorKind::kNotListening : ErrorKind::kSystem,
-            refused ? "nothing listens on " + Address(options.port) + ": is the service running?"
-                    : "cannot connect to " + Address(options.port) + ": " +
-                          std::generic_category().message(error),
-            error),
-      !refused);
+}
+
+void Client::FailToConnect(int error) {
+  if (error == ECONNREFUSED || error == ECONNRESET) {
+    Disconnect(Error(ErrorKind::kNotListening,
+                     "nothing listens on " + Address() + ": is the service running?"),
+               false);
+  } else {
+    Disconnect(
+        Error(ErrorKind::kSystem,
+              "cannot connect to " + Address() + ": " + std::generic_category().message(error),
+              error),
+        true);
+  }
 }
 
 void Client::BeConnected() {
@@ -124,52 +124,30 @@ void Client::BeConnected() {
   }
 }
 
+// Twice as long with each link in vain but the first: a service that listens anew is back soon.
+Millis Client::NextPause() const {
+  Millis pause = options.retryPause;
+  for (unsigned i = 1; options.reconnect && i < triesInVain && pause < options.longestPause; ++i) {
+    pause =
+        pause > options.longestPause / 2 ? options.longestPause : std::max(2 * pause, Millis(1));
+  }
+  return pause;
+}
+
 // `isFirm`: a further try has no prospect while the caller does not ask for reconnecting.
 void Client::Disconnect(const Error& reason, bool isFirm) {
   CloseSocket();
   const bool again = options.reconnect || (!isFirm && Clock::now() < patienceEnd);
   state = again ? State::kWaiting : State::kOver;
-  retryAt = Clock::now() + options.retryPause;
+  triesInVain = somethingCame ? 0 : triesInVain + 1;
+  const Retry retry = {reason, triesInVain, NextPause()};
+  retryAt = Clock::now() + retry.pause;
   failure = reason;
+  const uint64_t link = linkNumber;
   Tell(events.disconnected, reason);
-}
-
-short Client::PollEvents() const {
-  if (state == State::kConnecting) {
-    return POLLOUT;
+  if (state == State::kWaiting && link == linkNumber) {
+    Tell(events.retrying, retry);
   }
-  return static_cast<short>((MayReceive() ? POLLIN : 0) | (outgoing.IsEmpty() ? 0 : POLLOUT));
-}
-
-std::optional<Clock::time_point> Client::NextDue() const {
-  std::optional<Clock::time_point> due;
-  const auto add = [&due](Clock::time_point when) { due = due ? std::min(*due, when) : when; };
-  if (state == State::kWaiting) {
-    add(retryAt);
-  }
-  if (options.replyTimeout.count() > 0) {
-    if (state == State::kConnecting) {
-      add(connectingSince + options.replyTimeout);
-    }
-    if (!questions.empty()) {
-      add(questions.front().since + options.replyTimeout);
-    }
-  }
-  for (const auto& entry : kept) {
-    if (entry.second.retryAt) {
-      add(*entry.second.retryAt);
-    }
-  }
-  return due;
-}
-
-std::optional<Millis> Client::TimeUntilDue() const {
-  const auto due = NextDue();
-  if (!due) {
-    return std::nullopt;
-  }
-  const auto left = std::chrono::ceil<Millis>(*due - Clock::now());
-  return std::max(left, Millis(0));
 }
 
 void Client::DoWhatIsDue() {
@@ -183,7 +161,7 @@ void Client::DoWhatIsDue() {
        (!questions.empty() && now >= questions.front().since + options.replyTimeout));
   if (isMute) {
     Disconnect(
-        Error(ErrorKind::kNoAnswer, "no answer from " + Address(options.port) + " within " +
+        Error(ErrorKind::kNoAnswer, "no answer from " + Address() + " within " +
                                         std::to_string(options.replyTimeout.count()) + " ms"),
         true);
     return;
@@ -214,27 +192,6 @@ void Client::Process() {
     Receive();
   }
   DoWhatIsDue();
-}
-
-void Client::RunUntil(const std::function<bool()>& done, std::optional<Millis> limit) {
-  const auto begin = Clock::now();
-  while (!done()) {
-    if (IsOver()) {
-      throw failure ? *failure : Error(ErrorKind::kLinkEnded, "the link is not started");
-    }
-    std::optional<Millis> wait = TimeUntilDue();
-    if (limit) {
-      const auto left = std::chrono::ceil<Millis>(begin + *limit - Clock::now());
-      if (left.count() <= 0) {
-        throw Error(ErrorKind::kNoAnswer, "no answer from " + Address(options.port) + " within " +
-                                              std::to_string(limit->count()) + " ms");
-      }
-      wait = wait ? std::min(*wait, left) : left;
-    }
-    pollfd ready{Descriptor(), PollEvents(), 0};
-    (void)poll(&ready, 1, wait ? static_cast<int>(wait->count()) : -1);
-    Process();
-  }
 }
 
 void Client::Send(std::string_view bytes) {
@@ -298,12 +255,11 @@ void Client::Receive() {
       return;
     } else if ((count < 0 || isBroken) && !somethingCame) {
       // The queue of a service that is about to listen anew, because its peer has just left.
-      Disconnect(Error(ErrorKind::kNotListening, "the service at " + Address(options.port) +
+      Disconnect(Error(ErrorKind::kNotListening, "the service at " + Address() +
                                                      " reset the link before it answered anything"),
                  false);
     } else {
-      Disconnect(Error(ErrorKind::kLinkEnded,
-                       "the service at " + Address(options.port) + " ended the link"),
+      Disconnect(Error(ErrorKind::kLinkEnded, "the service at " + Address() + " ended the link"),
                  true);
     }
   }

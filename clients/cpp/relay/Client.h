@@ -28,14 +28,24 @@ struct Reply {
   uint16_t status = 0;
 };
 
-// What a client tells its caller, from within Process, Start, Send and RunUntil. All may be empty.
-// They may call the client, Stop included, but must not destroy it.
+// What follows a link that ended, or that could not be made.
+struct Retry {
+  Error reason;
+  unsigned triesInVain = 0;  // links in a row on which nothing came; 0: the last one was a good one
+  Millis pause{0};           // until the next try
+};
+
+// What a client tells its caller, from within Start, Process, what runs and what sends. All may be
+// empty. They may call the client, Stop included, but must not destroy it.
 struct Events {
   // The link stands. Commands that depend on nothing else are sent from here.
   std::function<void()> connected;
 
   // The link ended or could not be made. The client tries again unless IsOver().
   std::function<void(const Error&)> disconnected;
+
+  // Behind it, and only when the client tries again, for which nothing needs to be done.
+  std::function<void(const Retry&)> retrying;
 
   // An answer that no handler of its own takes: to a port that is kept open, or to raw bytes.
   std::function<void(const Reply&)> reply;
@@ -59,7 +69,11 @@ struct ClientOptions {
   // resets new links because the peer before has just left, is tried again.
   Millis patience{1000};
 
-  Millis retryPause{100};   // between two tries
+  // Between two tries. With `reconnect` it grows to twice as much with each further link in a row
+  // on which nothing comes, until it is `longestPause`.
+  Millis retryPause{100};
+  Millis longestPause{1000};
+
   Millis reopenPause{500};  // between two opens of a kept port that the service refused
 
   // A command that is not answered for so long ends the link with kNoAnswer. 0: no limit, as a
@@ -69,9 +83,9 @@ struct ClientOptions {
 
 // The relay service's end of the link: connects, sends commands, and tells what comes back.
 //
-// Threads: none inside, and one at a time may use it. Nothing blocks but RunUntil. A caller with a
-// poll loop of its own waits for `PollEvents()` on `Descriptor()`, at most `TimeUntilDue()`, and
-// then calls Process.
+// Threads: none inside, and one at a time may use it. Nothing blocks but RunUntil, RunFor and
+// RunTo. A caller with a poll loop of its own waits for `PollEvents()` on `Descriptor()`, at most
+// `TimeUntilDue()`, and then calls Process.
 class Client {
  public:
   using ReplyHandler = std::function<void(const Reply&)>;
@@ -91,7 +105,7 @@ class Client {
 
   bool IsConnected() const { return state == State::kConnected; }
 
-  // Not started, stopped, or ended without a further try. Failure() tells why.
+  // Not started, stopped, or ended without a further try: then Failure() tells why.
   bool IsOver() const { return state == State::kOver; }
   const std::optional<Error>& Failure() const { return failure; }
 
@@ -110,12 +124,19 @@ class Client {
   // before, and kNoAnswer when `limit` passes.
   void RunUntil(const std::function<bool()>& done, std::optional<Millis> limit = {});
 
+  // The same for so long, or to this point in time, when that is nothing wrong. True as soon as
+  // `done` holds; false behind the time, when all that had come by then has been told. A time that
+  // is over does what is due, and does not wait. Throws Failure() when the client is over before.
+  bool RunFor(Millis time, const std::function<bool()>& done = {});
+  bool RunTo(Clock::time_point deadline, const std::function<bool()>& done = {});
+
   // Opens the port on this link and on each link to come. A refused open is told as `reply`, and
   // tried again after `reopenPause` when the client reconnects.
   void KeepOpen(const Port& port);
 
-  // Closes it, if a link stands, and keeps it open no more.
-  void LetGo(const Port& port);
+  // Keeps it open no more, and closes it. False when there is nothing to close: no link, or the
+  // service has refused to open it. Else `handler` gets the answer.
+  bool LetGo(const Port& port, ReplyHandler handler = {});
 
   bool IsOpen(const Port& port) const;
 
@@ -162,13 +183,18 @@ class Client {
   };
   struct KeptPort {
     bool isOpen = false;
+    bool mayBeOpen = false;  // from its open on, unless the service refuses it
     std::optional<Clock::time_point> retryAt;
   };
 
+  std::string Address() const;
+  void Wait(Clock::time_point deadline) const;
   void Connect();
   void FinishConnecting();
+  void FailToConnect(int error);
   void BeConnected();
   void Disconnect(const Error& reason, bool isFirm);
+  Millis NextPause() const;
   void CloseSocket();
   void Flush();
   bool MayReceive() const;
@@ -188,6 +214,7 @@ class Client {
   int socket = -1;
   uint64_t linkNumber = 0;
   bool somethingCame = false;   // on this link
+  unsigned triesInVain = 0;     // links in a row before it on which nothing came
   Clock::time_point retryAt{};  // kWaiting
   Clock::time_point patienceEnd{};
   Clock::time_point connectingSince{};

@@ -129,11 +129,17 @@ void Client::KeepOpen(const Port& port) {
   }
 }
 
-// cppcheck-suppress unusedFunction ; for programs of others: relayctl keeps its ports to its end
-void Client::LetGo(const Port& port) {
-  if (kept.erase(port) == 1) {
-    Close(port);
+bool Client::LetGo(const Port& port, ReplyHandler handler) {
+  const auto found = kept.find(port);
+  if (found == kept.end()) {
+    return false;
   }
+  const bool mayBeOpen = found->second.mayBeOpen;
+  kept.erase(found);
+  if (mayBeOpen) {
+    Close(port, std::move(handler));
+  }
+  return mayBeOpen;
 }
 
 bool Client::IsOpen(const Port& port) const {
@@ -142,11 +148,17 @@ bool Client::IsOpen(const Port& port) const {
 }
 
 void Client::OpenKept(const Port& port) {
+  const auto asked = kept.find(port);
+  if (asked == kept.end()) {
+    return;  // let go from within an event
+  }
+  asked->second.mayBeOpen = IsConnected();
   Open(port, [this, port](const Reply& reply) {
     const auto found = kept.find(port);
     if (found != kept.end()) {
       // Open already: by this very link, for it is the service's only peer.
       found->second.isOpen = reply.status == kStatusDone || reply.status == kStatusUnavailable;
+      found->second.mayBeOpen = found->second.isOpen;
       if (!found->second.isOpen && options.reconnect) {
         found->second.retryAt = Clock::now() + options.reopenPause;
       }
