@@ -6,19 +6,14 @@
 
 #include <array>
 #include <csignal>
+#include <optional>
+#include <string_view>
 
 #include "link/Loop.h"
 #include "relay/Error.h"
 #include "serve/Desk.h"
 #include "serve/Provocation.h"
 #include "show/Output.h"
-
-namespace {
-
-// A longer line is none.
-constexpr size_t kMostOfALine = 65536;
-
-}  // namespace
 
 // In the background a terminal's keys belong to another program.
 Controls::Controls(Loop& ownLoop, Desk& servedDesk, const std::string& onUsr1,
@@ -64,15 +59,12 @@ void Controls::TakeLines() {
     loop.Forget(STDIN_FILENO);
     return;
   }
-  lines.append(buffer.data(), static_cast<size_t>(count));
-  for (size_t end = 0; (end = lines.find('\n')) != std::string::npos;) {
-    const std::string line = lines.substr(0, end);
-    lines.erase(0, end + 1);
-    if (line.find_first_not_of(" \t\r") != std::string::npos) {
-      Provoke(line);
+  lines.Add(std::string_view(buffer.data(), static_cast<size_t>(count)));
+  while (const std::optional<std::string> line = lines.Next()) {
+    if (line->find_first_not_of(" \t\r") != std::string::npos) {
+      Provoke(*line);
     }
   }
-  lines.resize(lines.size() <= kMostOfALine ? lines.size() : 0);
 }
 
 void Controls::Provoke(const std::string& text) {

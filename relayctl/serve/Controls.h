@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "Keys.h"
+#include "relay/LineCutter.h"
 
 class Desk;
 class Loop;
@@ -21,6 +23,8 @@ class Controls {
   bool IsOver() const { return isOver; }
 
  private:
+  static constexpr size_t kLongestLine = 65536;  // a longer one is none
+
   void TakeKeys();
   void TakeLines();
   void Provoke(const std::string& text);
@@ -29,6 +33,6 @@ class Controls {
   Loop& loop;
   Desk& desk;
   Keys keys;
-  std::string lines;  // what has come and is no whole line yet
+  relay::LineCutter lines{"\n", kLongestLine};
   bool isOver = false;
 };
