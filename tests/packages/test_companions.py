@@ -21,6 +21,7 @@ FILES = {
     ],
     "librelayclient-dev": [
         "usr/include/relayclient/protocol/WireFormat.h",
+        "usr/include/relayclient/relayclient.h",
         *(f"usr/include/relayclient/relay/{header.name}"
           for header in sorted((CHECKOUT / "clients/cpp/relay").glob("*.h"))),
         "usr/lib/TRIPLET/cmake/RelayClient/RelayClientConfig.cmake",
@@ -28,6 +29,7 @@ FILES = {
         "usr/lib/TRIPLET/cmake/RelayClient/RelayClientTargets-none.cmake",
         "usr/lib/TRIPLET/cmake/RelayClient/RelayClientTargets.cmake",
         "usr/lib/TRIPLET/librelayclient.a",
+        "usr/lib/TRIPLET/pkgconfig/relayclient-c.pc",
         "usr/lib/TRIPLET/pkgconfig/relayclient.pc",
         "usr/share/doc/librelayclient-dev/cpp-client.md",
     ],
@@ -90,20 +92,33 @@ def test_relayctl_needs_no_library_of_ours_and_is_hardened(unpacked: Unpacked) -
     assert "\nRecommends: tio | picocom" in control
 
 
-def test_a_program_is_built_with_the_library(unpacked: Unpacked, tmp_path: Path) -> None:
+CPP = """#include <relay/Client.h>
+int main() {
+  return relay::Client{relay::ClientOptions{}}.IsConnected() ? 1 : 0;
+}
+"""
+C = """#include <relayclient.h>
+int main(void) {
+  relayclient *client = NULL;
+  return relayclient_new(&client, NULL, NULL);
+}
+"""
+
+
+@pytest.mark.parametrize(("compiler", "package", "source"),
+                         [("g++", "relayclient", CPP), ("gcc", "relayclient-c", C)])
+def test_a_program_is_built_with_the_library(unpacked: Unpacked, tmp_path: Path, compiler: str,
+                                             package: str, source: str) -> None:
     architecture, folder = unpacked
     triplet = deb.MACHINES[architecture]
     usr = folder / "librelayclient-dev/usr"
-    flags = output_of("pkg-config", "--cflags", "--libs", "relayclient",
+    flags = output_of("pkg-config", "--cflags", "--libs", package,
                       PATH=os.environ["PATH"],
                       PKG_CONFIG_LIBDIR=str(usr / f"lib/{triplet}/pkgconfig"))
     program = tmp_path / "program"
-    source = tmp_path / "program.cpp"
-    source.write_text("#include <relay/Client.h>\n"
-                      "int main() {\n"
-                      "  return relay::Client{relay::ClientOptions{}}.IsConnected() ? 1 : 0;\n"
-                      "}\n")
-    output_of(f"{triplet}-g++", source, "-o", program, *flags.split())
+    file = tmp_path / ("program.cpp" if compiler == "g++" else "program.c")
+    file.write_text(source)
+    output_of(f"{triplet}-{compiler}", file, "-o", program, *flags.split())
     assert "relay::" in output_of("nm", "--demangle", program)
 
 

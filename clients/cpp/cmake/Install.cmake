@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Installs the library with its headers, a CMake package (find_package(RelayClient), target
-# RelayClient::relayclient) and pkg-config's relayclient.pc, as the component client. All paths in
-# them are relative: `cmake --install --prefix` and a tree that is moved work.
+# RelayClient::relayclient) and pkg-config's relayclient.pc and relayclient-c.pc, as the component
+# client. All paths in them are relative: `cmake --install --prefix` and a tree that is moved work.
 include(CMakePackageConfigHelpers)
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/relayclient)
@@ -10,6 +10,7 @@ set(package ${CMAKE_INSTALL_LIBDIR}/cmake/RelayClient)
 install(TARGETS relayclient EXPORT RelayClientTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT client)
 install(DIRECTORY relay DESTINATION ${headers} COMPONENT client FILES_MATCHING PATTERN *.h)
+install(FILES relayclient.h DESTINATION ${headers} COMPONENT client)
 install(FILES ${PROJECT_SOURCE_DIR}/src/protocol/WireFormat.h DESTINATION ${headers}/protocol
         COMPONENT client)
 
@@ -27,5 +28,6 @@ string(REGEX REPLACE "/$" "" relayclient_prefix ${relayclient_prefix})
 file(RELATIVE_PATH relayclient_includedir ${CMAKE_INSTALL_PREFIX}
      ${CMAKE_INSTALL_FULL_INCLUDEDIR}/relayclient)
 configure_file(cmake/relayclient.pc.in relayclient.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/relayclient.pc
+configure_file(cmake/relayclient-c.pc.in relayclient-c.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/relayclient.pc ${CMAKE_CURRENT_BINARY_DIR}/relayclient-c.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT client)

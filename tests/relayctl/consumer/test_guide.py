@@ -21,13 +21,14 @@ from workplace import PATIENCE, Device, Service, make  # noqa: E402
 
 BUILD = Path(sys.argv[1]).resolve()
 GUIDE = (CHECKOUT / "docs/cpp-client.md").read_text(encoding="utf-8")
+STRICT_C = "-Wall -Wextra -pedantic -Wconversion -Wshadow -Wstrict-prototypes -Werror"
 STRICT = "-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wold-style-cast -Werror"
 RELAY_PORT = 60004  # the programs' own
 
 
 def blocks(kind: str) -> list[tuple[str, str]]:
     """What stands behind ```kind, and the block's text."""
-    return re.findall(rf"^```{kind} ?(.*)\n((?:.*\n)*?)```$", GUIDE, re.MULTILINE)
+    return re.findall(rf"^```{kind}(?: (.*))?\n((?:.*\n)*?)```$", GUIDE, re.MULTILINE)
 
 
 def run(folder: Path, command: str) -> None:
@@ -50,16 +51,17 @@ class Guide(unittest.TestCase):
         first = cls.folder / "first"
         run(cls.folder, f"cmake --install '{BUILD}' --component client --prefix '{first}'")
         cls.prefix = first.rename(cls.folder / "moved")
-        files = dict(blocks("cmake") + blocks("cpp"))
-        assert set(files) == {"CMakeLists.txt", "ask.cpp", "show.cpp"}, list(files)
+        files = dict(blocks("cmake") + blocks("cpp") + blocks("c"))
+        assert set(files) == {"CMakeLists.txt", "ask.cpp", "show.cpp", "ask.c"}, list(files)
         for name, text in files.items():
             (cls.folder / name).write_text(text, encoding="utf-8")
         os.environ["CMAKE_PREFIX_PATH"] = str(cls.prefix)
         os.environ["PKG_CONFIG_PATH"] = str(next(cls.prefix.rglob("relayclient.pc")).parent)
         os.environ["CMAKE_GENERATOR"] = "Ninja"
+        os.environ["CFLAGS"] = STRICT_C
         os.environ["CXXFLAGS"] = STRICT
         commands = [text for _, text in blocks("sh")]
-        assert len(commands) == 2, commands
+        assert len(commands) == 3, commands
         for command in commands:
             run(cls.folder, command)
 
@@ -97,10 +99,16 @@ class Guide(unittest.TestCase):
             run(self.folder, f"echo '#include \"{header.relative_to(include)}\"' >alone.cpp\n"
                              f"g++ -std=c++20 {STRICT} -fsyntax-only -I'{include}' alone.cpp")
 
+    def test_the_header_for_c_is_c(self) -> None:
+        include = self.prefix / "include/relayclient"
+        for standard in ("c99", "c11", "c17"):
+            run(self.folder, "echo '#include \"relayclient.h\"' >alone.c\n"
+                             f"gcc -std={standard} {STRICT_C} -fsyntax-only -I'{include}' alone.c")
+
     def test_ask_by_both_builds(self) -> None:
         device = self.device("/dev/ttyS2")
         self.service()
-        for program in ("build/ask", "ask"):
+        for program in ("build/ask", "ask", "build/ask-in-c", "ask-in-c"):
             asking = self.start(program)
             self.assertEqual(b"*IDN?\n", device.receives(6))
             device.sends(b"M100")
@@ -110,16 +118,18 @@ class Guide(unittest.TestCase):
 
     def test_ask_says_what_is_wrong(self) -> None:
         self.service()  # and no device
-        told = self.start("build/ask").communicate()
-        self.assertEqual(
-            ("", "ask: the device could not be opened or set up, or its node is missing\n"), told)
+        for program in ("build/ask", "build/ask-in-c"):
+            output, told = self.start(program).communicate()
+            self.assertEqual("", output)
+            self.assertEqual(
+                "ask: the device could not be opened or set up, or its node is missing\n", told)
 
     def test_check_finds_nothing_in_them(self) -> None:
         """One trial after the other, as their port is fixed: without the cases that take seconds."""
         names = ("one-byte-at-a-time", "several-at-once", "largest-notification", "keeps-reading",
                  "refused-open", "back-after-an-end", "back-after-a-reset", "not-to-itself")
         only = [word for name in names for word in ("--only", name)]
-        for program in ("build/ask", "build/show"):
+        for program in ("build/ask", "build/ask-in-c", "build/show"):
             done = subprocess.run(
                 [BUILD / "bin/relayctl", "check", "--listen", str(RELAY_PORT), "--variants", "2",
                  "--quiet", "0.2", *only, "--", self.folder / program],
