@@ -26,9 +26,9 @@ TEST(MultiplexerTest, EachPeerSeesTheServiceAsIfItWereAlone) {
 }
 
 // Two peers, and a service in the test's hands.
-class StatusTest : public testing::Test {
+class SharedStatusTest : public testing::Test {
  protected:
-  StatusTest() {
+  SharedStatusTest() {
     multiplexer.Join(1, Multiplexer::Role::kTakesPart);
     multiplexer.Join(2, Multiplexer::Role::kTakesPart);
   }
@@ -61,7 +61,7 @@ std::string Open(const char* status) { return std::string("0009 01 02 0001 'X' "
 std::string Close(const char* status) { return std::string("0009 02 02 0001 'X' ") + status; }
 
 // The second one's open waits for the first one's answer, as only that tells what it will get.
-TEST_F(StatusTest, AFailureIsToldToWhomeverItMeets) {
+TEST_F(SharedStatusTest, AFailureIsToldToWhomeverItMeets) {
   Take(1, kOpenX);
   Take(2, kOpenX);
   EXPECT_EQ(Wire(kOpenX), sent);
@@ -73,7 +73,7 @@ TEST_F(StatusTest, AFailureIsToldToWhomeverItMeets) {
 }
 
 // It stays with the one who could not close it, and the next one has it at once.
-TEST_F(StatusTest, APortThatCannotBeClosedStaysOpen) {
+TEST_F(SharedStatusTest, APortThatCannotBeClosedStaysOpen) {
   Take(1, kOpenX);
   (void)Give(Open("0000"));
   Take(1, kCloseX);
@@ -85,14 +85,14 @@ TEST_F(StatusTest, APortThatCannotBeClosedStaysOpen) {
 }
 
 // By ids nobody has opened a port.
-TEST_F(StatusTest, ANumberedNotificationIsForAll) {
+TEST_F(SharedStatusTest, ANumberedNotificationIsForAll) {
   multiplexer.Join(3, Multiplexer::Role::kWatches);
   const std::string text = "000D 04 01 0403 6001 01 02 0001 'A'";
   EXPECT_EQ("1 " + Wire(text) + "2 " + Wire(text) + "3 " + Wire(text), Give(text));
 }
 
 // However often the one asks who has the port already.
-TEST_F(StatusTest, WhoeverWaitsIsNextInTurn) {
+TEST_F(SharedStatusTest, WhoeverWaitsIsNextInTurn) {
   Take(1, kOpenX);
   Take(2, kOpenX);
   Take(1, kOpenX);
@@ -102,7 +102,7 @@ TEST_F(StatusTest, WhoeverWaitsIsNextInTurn) {
   EXPECT_FALSE(multiplexer.MayTake(1));
 }
 
-TEST_F(StatusTest, WhoeverLeavesAsksNoMoreAndClosesNothingOfOthers) {
+TEST_F(SharedStatusTest, WhoeverLeavesAsksNoMoreAndClosesNothingOfOthers) {
   Take(1, kOpenX);
   (void)Give(Open("0000"));
   Take(1, kOpenX);
@@ -121,14 +121,14 @@ TEST_F(StatusTest, WhoeverLeavesAsksNoMoreAndClosesNothingOfOthers) {
 }
 
 // It refuses it, and tells of it in its log.
-TEST_F(StatusTest, TheServiceSeesWhatIsMalformed) {
+TEST_F(SharedStatusTest, TheServiceSeesWhatIsMalformed) {
   Take(1, "0007 03 02 0001 'X'");
   EXPECT_EQ(Wire("0007 03 02 0001 'X'"), sent);
   EXPECT_FALSE(multiplexer.HasQuestions());
 }
 
 // The service counts from the length field, and takes what follows for the packet's rest.
-TEST_F(StatusTest, APacketThatHasNoEndIsNotPassedOn) {
+TEST_F(SharedStatusTest, APacketThatHasNoEndIsNotPassedOn) {
   ASSERT_TRUE(multiplexer.Take(1, ""));
   ASSERT_TRUE(multiplexer.Take(1, std::string(1, '\0')));
   EXPECT_EQ("", sent);
