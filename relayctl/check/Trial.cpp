@@ -107,9 +107,11 @@ void Trial::Look() {
     lastProgress = Clock::now();
   }
   BeginNewLink();
-  const bool isRefusalOut = isRefused && !isLoose && link.IsClear();
+  if (isRefused && !isLoose && link.IsClear()) {
+    isLoose = true;
+    ahead = link.Waiting();
+  }
   TakeCommands();
-  isLoose = isLoose || isRefusalOut;
   if (link.Leaves() > seen.leaves) {
     seen.leaves = link.Leaves();
     lastEvent = Clock::now();
@@ -160,16 +162,23 @@ void Trial::Prepare(const relay::Packet& command) {
   }
 }
 
+// Any; empty: there is none.
+std::string Trial::OpenPort() const {
+  for (const auto& entry : partners) {
+    if (service.IsOpen(entry.first)) {
+      return entry.first;
+    }
+  }
+  return "";
+}
+
 void Trial::Take(const std::string& packet) {
   using Kind = PlayedService::Effect::Kind;
   const relay::ParsedPacket parsed = relay::ParsePacket(packet, relay::Direction::kToService);
   Prepare(parsed.packet);
-  const std::string open = plan.how.isOwnPort ? [this] {
-    const auto ports = PlayedService::Ports();
-    const auto found = std::find_if(ports.begin(), ports.end(),
-                                    [this](const std::string& port) { return service.IsOpen(port); });
-    return found != ports.end() ? *found : std::string();
-  }() : "";
+  const bool isAhead = !isLoose || ahead > 0;
+  ahead -= std::min(ahead, packet.size());
+  const std::string open = plan.how.isOwnPort ? OpenPort() : "";
   const PlayedService::Effect effect = service.Take(packet);
   if (effect.kind == Kind::kRefused) {
     seen.refused.push_back(relay::ToHex(packet.substr(0, 32), " "));
@@ -179,8 +188,8 @@ void Trial::Take(const std::string& packet) {
   if (effect.kind == Kind::kDies) {
     seen.absentIds = effect.port;
   } else if (effect.kind == Kind::kDropped && !service.IsOpen(effect.port)) {
-    seen.dataToClosed += isLoose ? 1U : 0U;
-    seen.isAhead = seen.isAhead || (isRefused && !isLoose);
+    seen.dataToClosed += isAhead ? 0U : 1U;
+    seen.isAhead = seen.isAhead || (isRefused && isAhead);
   }
   if (!open.empty() && !effect.reply.empty()) {
     ++seen.disturbed;

@@ -79,6 +79,7 @@ class Trial {
   void BeginNewLink();
   void Look();
   void TakeCommands();
+  std::string OpenPort() const;
   void Take(const std::string& packet);
   void Prepare(const relay::Packet& command);
   void Answer(const PlayedService::Effect& effect, const relay::Packet& command);
@@ -111,7 +112,8 @@ class Trial {
   std::optional<relay::Clock::time_point> unansweredSince;
   relay::Clock::time_point killAt{};
   bool isRefused = false;   // the one open that is to be refused has come
-  bool isLoose = false;     // the refusal has gone out, nothing was ahead of it
+  bool isLoose = false;     // the refusal has gone out,
+  size_t ahead = 0;         // and these bytes of commands were there before
   bool isAnswered = false;  // one command at least
   bool hasExtras = false;   // what comes behind the usual has begun
 };

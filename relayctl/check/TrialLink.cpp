@@ -65,8 +65,8 @@ void TrialLink::Work() {
   if (!held.empty() && Clock::now() >= heldUntil) {
     ReleaseHeld();
   }
-  Pump();
   Receive();
+  Pump();
 }
 
 std::optional<Clock::time_point> TrialLink::Due() const {

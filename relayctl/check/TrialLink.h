@@ -30,7 +30,7 @@ class TrialLink {
   uint16_t Port() const;
   bool IsUp() const { return isUp; }
 
-  // Does what is due.
+  // Does what is due: first takes what has come, and then sends.
   void Work();
   std::optional<relay::Clock::time_point> Due() const;
 
@@ -43,6 +43,9 @@ class TrialLink {
   // The next whole packet, also of one that has left meanwhile; nothing while it is not clear.
   // Throws kNonsense.
   std::optional<std::string> Next();
+
+  // How many bytes of commands wait for it.
+  size_t Waiting() const { return cutter.Rest().size(); }
 
   // False when nobody will get it.
   bool Send(const std::string& packet);
