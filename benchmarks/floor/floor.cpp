@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -67,8 +68,9 @@ class Dump {
     char* out = std::to_chars(digits, digits + kMostDigits, count).ptr;
     *out++ = ')';
     *out++ = ':';
-    for (size_t i = 0; i < count; ++i, out += 3) {
-      std::copy(kShown[data[i]].begin(), kShown[data[i]].end(), out);
+    for (const uint8_t byte : std::span(data, count)) {
+      std::copy(kShown[byte].begin(), kShown[byte].end(), out);
+      out += 3;
     }
     return {text.data(), static_cast<size_t>(out - text.data()) + 1};
   }
