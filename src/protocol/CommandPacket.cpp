@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "protocol/CommandPacket.h"
 
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "protocol/WireFormat.h"
 
@@ -15,7 +17,8 @@ CommandPacket::CommandPacket(const uint8_t* bytes, uint32_t byteCount)
 
 void CommandPacket::GetBlock(uint32_t index, DataBlock& block) const {
   if (index < blocks.size()) {
-    block = blocks[index];
+    const OwnedBlock& stored = blocks[index];
+    block = {stored.type, stored.length, stored.data.get()};
   }
 }
 
@@ -38,11 +41,11 @@ bool CommandPacket::ReadU16(uint16_t& value) {
   return true;
 }
 
-bool CommandPacket::ReadBytes(const uint8_t*& bytes, int32_t count) {
+bool CommandPacket::ReadBytes(uint8_t* destination, int32_t count) {
   if (!HasRemaining(count)) {
     return false;
   }
-  bytes = buffer.data() + readPos;
+  std::copy_n(buffer.begin() + readPos, count, destination);
   readPos += count;
   return true;
 }
@@ -101,10 +104,16 @@ bool CommandPacket::ParseBlocks() {
 }
 
 bool CommandPacket::ParseBlock() {
-  DataBlock block;
-  if (!ReadU8(block.type) || !ReadU16(block.length) || !ReadBytes(block.data, block.length)) {
+  OwnedBlock block{};
+  if (!ReadU8(block.type) || !ReadU16(block.length)) {
     return false;
   }
-  blocks.push_back(block);
+  // Checked first: a length that the packet does not hold must not cost its memory.
+  if (!HasRemaining(block.length)) {
+    return false;
+  }
+  block.data = std::make_unique_for_overwrite<uint8_t[]>(block.length);
+  (void)ReadBytes(block.data.get(), block.length);
+  blocks.push_back(std::move(block));
   return true;
 }

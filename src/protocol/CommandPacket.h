@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,7 @@ class CommandPacket {
   // Readers: true and the cursor moves, or false and it stays, because too few bytes are left.
   bool ReadU8(uint8_t& value);
   bool ReadU16(uint16_t& value);
-  bool ReadBytes(const uint8_t*& bytes, int32_t count);  // where they are in `buffer`
+  bool ReadBytes(uint8_t* destination, int32_t count);
   bool HasRemaining(int32_t count) const { return count <= size - readPos; }
 
   bool ParseHeader();
@@ -51,8 +52,14 @@ class CommandPacket {
   bool ParseBlocks();
   bool ParseBlock();
 
+  struct OwnedBlock {
+    uint8_t type;
+    uint16_t length;
+    std::unique_ptr<uint8_t[]> data;
+  };
+
   int32_t readPos;  // index in `buffer` of the next byte to read
   int32_t size;
   std::vector<uint8_t> buffer;
-  std::vector<DataBlock> blocks;  // their data are in `buffer`
+  std::vector<OwnedBlock> blocks;
 };
