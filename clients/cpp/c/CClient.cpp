@@ -292,9 +292,10 @@ int relayclient::ReadLine(const relay::Port& port, char* line, size_t size, size
     return Fail(EMSGSIZE, "a line of " + std::to_string(kept.next->size()) + " bytes from " +
                               port.Text() + " does not fit");
   }
-  std::memcpy(line, kept.next->c_str(), kept.next->size() + 1);
+  const size_t count = kept.next->copy(line, size);
+  line[count] = '\0';
   if (length != nullptr) {
-    *length = kept.next->size();
+    *length = count;
   }
   kept.next.reset();
   return 0;
