@@ -186,8 +186,7 @@ class SharedPortsTest : public ShareTest {
  protected:
   static constexpr size_t kMegabyte = size_t{1} << 20;
 
-  SharedPortsTest() {
-    serve = std::make_unique<Background>("relayctl serve --listen 60004");
+  SharedPortsTest() : serve(std::make_unique<Background>("relayctl serve --listen 60004")) {
     EXPECT_TRUE(serve->Prints("listening on"));
     for (size_t i = 0; i < kMegabyte; ++i) {
       stream += static_cast<char>(i % 251);
