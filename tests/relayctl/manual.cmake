@@ -28,6 +28,7 @@ if(NOT CMAKE_CROSSCOMPILING)
   foreach(test IN LISTS tests)
     add_test(NAME RelayctlCheck.${test} COMMAND ${sph_sandbox} -- ${python}
       ${CMAKE_CURRENT_SOURCE_DIR}/check/test_check.py $<TARGET_FILE:relayctl> ${test})
+    set_tests_properties(RelayctlCheck.${test} PROPERTIES COST 10)
   endforeach()
 
   # What ./run and README.md show, in the sandbox because of the service's fixed file names.

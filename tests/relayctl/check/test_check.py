@@ -96,13 +96,14 @@ class RightRelays(CheckTest):
         self.assert_nothing_is_found(verdicts, self.USUAL | {"same-under-merges"})
 
     def test_watch(self) -> None:
-        verdicts = self.verdicts("--", PROGRAM, "-p", "{port}", "watch", "#PhysicalPort0",
-                                 "#USBSerialPort3")
+        verdicts = self.verdicts("--variants", "10", "--", PROGRAM, "-p", "{port}", "watch",
+                                 "#PhysicalPort0", "#USBSerialPort3")
         self.assert_nothing_is_found(verdicts, self.USUAL - {"before-an-answer"})
         self.assertEqual("it opens #PhysicalPort0, #USBSerialPort3", verdicts["connects"][1])
 
     def test_pty(self) -> None:
-        verdicts = self.verdicts("--", PROGRAM, "-p", "{port}", "pty", "#PhysicalPort0")
+        verdicts = self.verdicts("--variants", "10", "--", PROGRAM, "-p", "{port}", "pty",
+                                 "#PhysicalPort0")
         self.assert_nothing_is_found(verdicts, self.USUAL)
 
     def test_share(self) -> None:
