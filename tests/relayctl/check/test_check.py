@@ -236,7 +236,8 @@ class Reports(CheckTest):
 
     def test_nothing_is_left_behind(self) -> None:
         told = self.folder / "told"
-        script = f"trap 'echo told >>{told}; exit 3' TERM; sleep 1000 & echo $! >>{told}; wait"
+        child = "(trap '' TERM; exec sleep 1000) & echo $!"
+        script = f"trap 'echo told >>{told}; exit 3' TERM; {child} >>{told}; wait"
         self.verdicts("--limit", "0.5", "--only", "connects", "--", "sh", "-c", script)
         words = told.read_text().split()
         self.assertEqual(2, words.count("told"), words)
