@@ -2,7 +2,8 @@
 // Lines out of pieces of any size.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <ostream>
+#include <string>
 
 #include "relay/Error.h"
 #include "relay/LineCutter.h"
@@ -28,6 +29,8 @@ struct LineCase {
   const char* lines;
   uint64_t lost;
 };
+
+void PrintTo(const LineCase& row, std::ostream* out) { *out << row.name; }
 
 constexpr LineCase kLineCases[] = {
     // name                   end     longest  bytes                  lines         lost
