@@ -199,7 +199,7 @@ TEST_F(CInterfaceTest, AWriteGoesOnBehindItsLimit) {
   EXPECT_EQ(ETIMEDOUT, relayclient_write(client, "X", data.data(), data.size(), 0));
   EXPECT_EQ("not all data for X were taken yet", Text());
   EXPECT_LT(0U, relayclient_unsent(client, "X"));
-  constexpr size_t kAround = 2 * 11;  // hex digits of a data packet beside its data
+  constexpr size_t kAround = size_t{2} * 11;  // hex digits of a data packet beside its data
   for (size_t sent = 0; sent < data.size();) {
     const std::string packet = Packet();
     ASSERT_FALSE(packet.empty()) << Text();

@@ -88,7 +88,7 @@ TEST(LogLineTest, TimeIsTheCLibrarysUpToBothEndsOfFourDigitYears) {
                   parts.tm_min, parts.tm_sec);
     EXPECT_EQ(text.data(), Timestamp(At(second, 42))) << second;
   };
-  for (std::int64_t second = kFirst; second <= kLast; second += 86'399 * 997) {
+  for (std::int64_t second = kFirst; second <= kLast; second += std::int64_t{86'399} * 997) {
     expectSame(second);
   }
   expectSame(kLast);
