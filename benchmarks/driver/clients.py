@@ -26,6 +26,7 @@ from serial_port_relay import Block, Client, data_command, open_command  # noqa:
 
 PORT = "#PhysicalPort0"
 TCP_PORT = 60004
+SHARED_PORT = 60010
 BYTE = b"U"
 WARM_UP = 100
 ROUNDS = 5
@@ -122,11 +123,11 @@ def _ping(once: Once, pids: list[int], count: int) -> Figures:
     return {"echo_p50": statistics.median(samples), "cpu_us": (_cpu_us(pids) - before) / count}
 
 
-def _connected() -> socket.socket:
+def _connected(port: int) -> socket.socket:
     deadline = time.monotonic() + DEADLINE_SECONDS
     while True:
         try:
-            connection = socket.create_connection(("127.0.0.1", TCP_PORT))
+            connection = socket.create_connection(("127.0.0.1", port))
         except ConnectionRefusedError:
             if time.monotonic() > deadline:
                 raise SystemExit("bench: the service does not listen") from None
@@ -142,8 +143,8 @@ def _expect(connection: socket.socket, answer: bytes) -> None:
         raise SystemExit(f"bench: {came.hex()} came instead of {answer.hex()}")
 
 
-def _direct(service: int, count: int, _programs: Programs) -> Figures:
-    with _connected() as connection:
+def _link(pids: list[int], count: int, port: int) -> Figures:
+    with _connected(port) as connection:
         connection.sendall(open_command(PORT))
         _expect(connection, open_command(PORT, 0))  # a status is where a parameter is
         command = data_command(PORT, [Block(1, BYTE)])
@@ -153,7 +154,20 @@ def _direct(service: int, count: int, _programs: Programs) -> Figures:
             connection.sendall(command)
             _expect(connection, answer)
 
-        return _ping(once, [service, os.getpid()], count)
+        return _ping(once, [*pids, os.getpid()], count)
+
+
+def _direct(service: int, count: int, _programs: Programs) -> Figures:
+    return _link([service], count, TCP_PORT)
+
+
+def _share(service: int, count: int, programs: Programs) -> Figures:
+    with subprocess.Popen([programs.folder / "relayctl", "share", "-p", str(TCP_PORT),
+                           "--listen", str(SHARED_PORT)], stderr=subprocess.DEVNULL) as relayctl:
+        try:
+            return _link([service, relayctl.pid], count, SHARED_PORT)
+        finally:
+            relayctl.terminate()
 
 
 def _python(service: int, count: int, _programs: Programs) -> Figures:
@@ -198,7 +212,8 @@ def _pty(service: int, count: int, programs: Programs) -> Figures:
             relayctl.terminate()
 
 
-WAYS = {DIRECT: _direct, "C++ library": _library, "relayctl pty": _pty, "Python library": _python}
+WAYS = {DIRECT: _direct, "C++ library": _library, "relayctl pty": _pty,
+        "relayctl share": _share, "Python library": _python}
 
 
 def measure(programs: Programs, scale: int) -> dict[str, dict[str, list[float]]]:
