@@ -51,7 +51,7 @@ int Serve(const CommonOptions& common, const Options& options) {
   loop.OnSignal(SIGCHLD, [] {});
   Desk desk(loop, options.listen != 0 ? static_cast<uint16_t>(options.listen) : common.RelayPort(),
             choices);
-  const Controls controls(loop, desk, options.onUsr1, options.onUsr2);
+  Controls controls(loop, desk, options.onUsr1, options.onUsr2);
   (void)loop.Run([&] { return desk.Died() || controls.IsOver(); });
   return desk.Died() ? kExitSignal + *desk.Died() : kExitDone;
 }
