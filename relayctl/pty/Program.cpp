@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "pty/Program.h"
 
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,12 +12,16 @@
 #include <csignal>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "ExitStatus.h"
 
 namespace {
 
 constexpr std::string_view kPlace = "{}";
+
+// A program that the hang-up does not end has the terminal put right under it behind that.
+constexpr int kPatienceMs = 2000;
 
 std::string WithNode(std::string command, const std::string& node) {
   for (size_t at = 0; (at = command.find(kPlace, at)) != std::string::npos; at += node.size()) {
@@ -34,9 +40,8 @@ void MustNamePlace(const std::string& option, const std::string& command) {
 }
 
 Program::Program(std::string command, const std::string& node) {
-  if (tcgetattr(STDIN_FILENO, &before) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp()) {
-    will = std::make_unique<LastWill>([this] { Restore(); }, std::vector<int>{STDIN_FILENO});
-  }
+  const bool hasTerminal =
+      tcgetattr(STDIN_FILENO, &before) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
   std::string shell = "/bin/sh";
   std::string option = "-c";
   command = WithNode(std::move(command), node);
@@ -52,6 +57,29 @@ Program::Program(std::string command, const std::string& node) {
   (void)posix_spawnattr_destroy(&attributes);
   if (error != 0) {
     throw std::system_error(error, std::generic_category(), shell);
+  }
+  if (hasTerminal) {
+    MakeWill();
+  }
+}
+
+// Its last word is said behind the program's: one that ends sets the terminal several times, of which
+// the kernel refuses those that come after the shell has taken the terminal back.
+void Program::MakeWill() {
+  // Debian 12's C library declares pidfd_open for C alone.
+  pollfd end = {static_cast<int>(syscall(SYS_pidfd_open, process, 0)), POLLIN, 0};
+  std::vector<int> kept = {STDIN_FILENO};
+  if (end.fd != -1) {
+    kept.push_back(end.fd);
+  }
+  will = std::make_unique<LastWill>(
+      [this, &end] {
+        (void)poll(&end, 1, kPatienceMs);
+        Restore();
+      },
+      kept);
+  if (end.fd != -1) {
+    (void)close(end.fd);
   }
 }
 

@@ -22,7 +22,8 @@ class Program {
   Program(std::string command, const std::string& node);
 
   // Puts the terminal of standard input right, in which a killed program leaves raw mode. That
-  // happens also when this process is killed: its program is in the background then, and may not.
+  // happens also when this process is killed, once the program has ended or two seconds later: the
+  // program is in the background then, and may not.
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -36,6 +37,7 @@ class Program {
   int WaitForStatus();
 
  private:
+  void MakeWill();
   std::optional<int> Take(int options);
   void Restore() const;
 
