@@ -60,10 +60,9 @@ BENCHMARK(Build)->Arg(1)->Arg(64)->Arg(4096);
 
 void HexDump(benchmark::State& state) {
   const std::vector<uint8_t> data = BytesOf(state.range(0));
-  std::string text;
+  std::string space;
   for ([[maybe_unused]] const auto step : state) {
-    FormatHexDump(data.data(), data.size(), text);
-    benchmark::DoNotOptimize(text.data());
+    benchmark::DoNotOptimize(FormatHexDump(data.data(), data.size(), space));
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }

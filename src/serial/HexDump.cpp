@@ -5,7 +5,6 @@
 #include <array>
 #include <charconv>
 #include <limits>
-#include <string_view>
 
 namespace {
 
@@ -32,9 +31,9 @@ constexpr std::array<Shown, 256> kShown = EachByteShown();
 
 }  // namespace
 
-void FormatHexDump(const uint8_t* data, size_t length, std::string& text) {
-  text.resize(kMostAround + kCharacters * length);
-  char* out = std::copy(kHead.begin(), kHead.end(), text.data());
+std::string_view FormatHexDump(const uint8_t* data, size_t length, std::string& space) {
+  space.resize(std::max(space.size(), kMostAround + kCharacters * length));
+  char* out = std::copy(kHead.begin(), kHead.end(), space.data());
   out = std::to_chars(out, out + kMostDigits, length).ptr;
   *out++ = ')';
   *out++ = ':';
@@ -43,5 +42,5 @@ void FormatHexDump(const uint8_t* data, size_t length, std::string& text) {
     std::copy(shown.begin(), shown.end(), out);
   }
   *out++ = '\n';
-  text.resize(static_cast<size_t>(out - text.data()));
+  return {space.data(), static_cast<size_t>(out - space.data())};
 }

@@ -58,8 +58,7 @@ void CLine::CloseAfter(int readError) {
 }
 
 void CLine::Deliver(const uint8_t* data, int length) {
-  FormatHexDump(data, static_cast<size_t>(length), dump);
-  WriteStandardError(dump);
+  WriteStandardError(FormatHexDump(data, static_cast<size_t>(length), dump));
   const std::string name = portName;
   callback.onData(name, data, length, callback.context);
 }

@@ -44,5 +44,5 @@ class CLine {
 
   const Lost reportLost;
   std::atomic<bool> reopening{false};  // the port's Send and the receive thread may meet there
-  std::string dump;                    // the receive thread's
+  std::string dump;                    // the receive thread's space for one
 };
