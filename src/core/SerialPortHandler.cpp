@@ -273,10 +273,11 @@ Status SerialPortHandler::ClosePort(const std::string& name) {
 
 void SerialPortHandler::HandleDataCommand(const CommandPacket& command) {
   LogLine(LogLevel::kProgress, "data command proc.");
-  std::string name = command.portName;
+  std::string path;
   if (command.portForm == kNumberedPort) {
-    CSerialPort::LookupUsbDevicePath(command.portId1, command.portId2, name);
+    CSerialPort::LookupUsbDevicePath(command.portId1, command.portId2, path);
   }
+  const std::string& name = command.portForm == kNumberedPort ? path : command.portName;
   DataBlock block;
   for (uint8_t i = 0; i < command.blockCount; ++i) {
     const std::shared_ptr<CSerialPortExport> port = ports.Find(name);
