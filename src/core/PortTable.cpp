@@ -18,9 +18,9 @@ std::optional<PortIdentity> PortTable::IdentityOf(const std::string& name) {
     return std::nullopt;
   }
   if (port->GetOpenKind() == kOpenedByIds) {
-    return PortIdentity{false, "", port->GetVendorId(), port->GetProductId()};
+    return std::make_optional<PortIdentity>(port->GetVendorId(), port->GetProductId());
   }
-  return PortIdentity{true, port->GetPortName(), 0, 0};
+  return std::make_optional<PortIdentity>(port->GetPortName());
 }
 
 void PortTable::Store(std::shared_ptr<CSerialPortExport> port) {

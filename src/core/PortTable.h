@@ -6,12 +6,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Linux/LinuxLock.h"
 #include "serial/SerialPortExport.h"
 
 // How a data notification names the port that received the bytes.
 struct PortIdentity {
+  explicit PortIdentity(std::string&& portName) : isNamed(true), name(std::move(portName)) {}
+  PortIdentity(uint16_t vendor, uint16_t product) : vendorId(vendor), productId(product) {}
+
   bool isNamed = false;
   std::string name;
   uint16_t vendorId = 0;
