@@ -21,6 +21,8 @@ using std::chrono::year;
 constexpr sys_days kFirstDay = year(0) / month(1) / day(1);
 constexpr sys_seconds kFirstSecond = kFirstDay;
 constexpr sys_seconds kLastSecond = sys_days(year(10000) / month(1) / day(1)) - seconds(1);
+constexpr LogTime kFirstTime = {kFirstSecond, 0};
+constexpr LogTime kLastTime = {kLastSecond, 999'999};
 
 constexpr std::string_view kCutMark = "...";
 constexpr std::size_t kLongestCharacter = 4;  // bytes of one character in UTF-8
@@ -46,14 +48,11 @@ class Line {
 
   // Whole or not at all; the first piece that does not fit ends the line.
   void Piece(std::string_view piece) {
-    if (cut) {
-      return;
-    }
     RememberCut(piece);
     if (piece.size() > limit - size) {
-      cut = true;
       size = cutAt;
       Copy(kCutMark);
+      limit = size;  // for what comes next there is no room, nor another place to cut
     } else {
       Copy(piece);
     }
@@ -87,7 +86,7 @@ class Line {
  private:
   // The characters that fit with room for the cut mark behind them.
   std::size_t Room() const {
-    return cut || limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
+    return limit - size < kCutMark.size() ? 0 : limit - size - kCutMark.size();
   }
 
   // Copies what `text` begins with of characters that are shown as they are and for which there is
@@ -143,18 +142,7 @@ class Line {
   std::size_t limit;  // bytes before the newline
   std::size_t size = 0;
   std::size_t cutAt = 0;
-  bool cut = false;
 };
-
-LogTime WithFourDigitYear(LogTime time) {
-  if (time.second < kFirstSecond) {
-    return {kFirstSecond, 0};
-  }
-  if (time.second > kLastSecond) {
-    return {kLastSecond, 999'999};
-  }
-  return time;
-}
 
 // A day's seconds, and a power of two that divides them: what is left of ten thousand years'
 // seconds without it has 32 bits.
@@ -179,8 +167,8 @@ constexpr std::array<TwoDigits, 100> kTwoDigits = EachTwoDigits();
 constexpr std::string_view kZeroTime = "0000-00-00T00:00:00.000000Z ";
 constexpr std::size_t kLongestLevel = std::numeric_limits<int>::digits10 + 2;  // a sign as well
 
-void AppendTimeAndLevel(Line& line, LogTime time, int level) {
-  const LogTime shown = WithFourDigitYear(time);
+void AppendTimeAndLevel(Line& line, const LogTime& time, int level) {
+  const LogTime& shown = std::ranges::clamp(time, kFirstTime, kLastTime, {}, &LogTime::second);
   const auto passed = static_cast<std::uint64_t>((shown.second - kFirstSecond).count());
   const std::uint32_t day = static_cast<std::uint32_t>(passed / kFactor) / (kDay / kFactor);
   const auto second = static_cast<std::uint32_t>(passed - std::uint64_t{day} * kDay);
