@@ -169,6 +169,11 @@ TEST(LogLineTest, CutPartsNoHexNotation) {
   EXPECT_EQ(std::string(kHead) + "\\x01\\x01...\n", line);
 }
 
+TEST(LogLineTest, NothingStandsBehindTheCutMarkThoughItWouldFit) {
+  const std::string line = Compose(Record("\x01\x01\x01\x01 x"), "", kHead.size() + 14);
+  EXPECT_EQ(std::string(kHead) + "\\x01\\x01...\n", line);
+}
+
 TEST(LogLineTest, CutPartsNoUtf8Character) {
   const std::string line =
       Compose(Record("\xe7\xb5\x82\xe7\xb5\x82\xe7\xb5\x82\xe7\xb5\x82"), "", kHead.size() + 9);
