@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <deque>
+#include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "CommandLine.h"
 #include "ExitStatus.h"
 #include "link/Loop.h"
 #include "link/PortToOpen.h"
+#include "pty/PseudoTerminal.h"
 #include "pty/PtyBridge.h"
 #include "relay/Text.h"
 #include "share/Share.h"
@@ -54,6 +58,27 @@ void MustDiffer(uint16_t servicePort, const Options& options) {
   }
 }
 
+// A terminal is made when its port opens, which may be when others have long been at work: what
+// would fail then fails now. Of two at one path, the first could not be found by anybody.
+void MustBePossible(const std::vector<Terminal>& terminals) {
+  std::set<std::filesystem::path> paths;
+  for (const Terminal& terminal : terminals) {
+    const std::string& path = terminal.place.link;
+    if (!path.empty() && !paths.insert(std::filesystem::absolute(path).lexically_normal()).second) {
+      FailUsage("--pty: " + relay::Escape(path) + " is the path of two");
+    }
+  }
+  for (const Terminal& terminal : terminals) {
+    try {
+      const PseudoTerminal made(terminal.place);
+    } catch (const std::system_error& error) {
+      throw relay::Error(relay::ErrorKind::kSystem,
+                         "--pty " + terminal.port.Text() + ": " + relay::Escape(error.what()),
+                         error.code().value());
+    }
+  }
+}
+
 // A pseudo-terminal is a peer like any other, and comes to the same TCP port.
 int ShareLink(const CommonOptions& common, const Options& options) {
   common.RefuseJson("share");
@@ -64,6 +89,7 @@ int ShareLink(const CommonOptions& common, const Options& options) {
   for (const std::string& text : options.terminals) {
     terminals.push_back(TerminalOf(text, access));
   }
+  MustBePossible(terminals);
   relay::ClientOptions own = service;
   own.port = static_cast<uint16_t>(options.listen);
   Loop loop;

@@ -33,7 +33,8 @@ gid_t GroupOf(const std::string& text) {
   if (const group* const found = getgrnam(text.c_str())) {
     return found->gr_gid;
   }
-  if (const std::optional<gid_t> number = NumberOf<gid_t>(text, 10)) {
+  const std::optional<gid_t> number = NumberOf<gid_t>(text, 10);
+  if (number && *number != static_cast<gid_t>(-1)) {  // which leaves the group as it is
     return *number;
   }
   throw relay::Error(relay::ErrorKind::kUsage,
