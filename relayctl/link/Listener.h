@@ -21,7 +21,9 @@ class Listener {
 
   int Descriptor() const { return listening; }
 
-  // The next of those that wait.
+  // The next of those that wait; none when it has left again. Throws kSystem when this process, or
+  // the system, has no means for one more: who does not end of it has to pause before the next try,
+  // as the descriptor stays ready.
   std::optional<Connection> Accept() const;
 
  private:

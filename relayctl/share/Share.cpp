@@ -20,6 +20,9 @@ constexpr size_t kMostForService = 65536;
 constexpr size_t kMostPeers = 100;
 constexpr int kQueue = 16;
 
+// When there are no descriptors for one more.
+constexpr std::chrono::seconds kUntilNextTry{1};
+
 // For a peer that has been told of the end to read what came before.
 constexpr std::chrono::seconds kFarewell{2};
 
@@ -42,6 +45,7 @@ Share::Share(Loop& ownLoop, const Options& shareOptions)
   events.packet = [this](relay::Direction, std::string_view packet) { OnPacket(packet); };
   client.SetEvents(std::move(events));
   loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
+  loop.When([this] { return acceptAt; }, [this] { acceptAt.reset(); });
   loop.When([this] { return NextEnd(); }, [this] { Work(); });
   loop.Serve(client);
   client.Start();
@@ -114,13 +118,29 @@ void Share::ToPeer(Multiplexer::Peer number, std::string_view packet) {
 std::unique_ptr<Listener> Share::Listen(uint16_t port, Role role) {
   auto listener = std::make_unique<Listener>(port, kQueue);
   loop.Watch(
-      listener->Descriptor(), [this]() -> short { return peers.size() < kMostPeers ? POLLIN : 0; },
+      listener->Descriptor(),
+      [this]() -> short { return peers.size() < kMostPeers && !acceptAt ? POLLIN : 0; },
       [this, &from = *listener, role](short) { Accept(from, role); });
   return listener;
 }
 
+// Those who are there do not suffer for one who comes.
+std::optional<Connection> Share::TakeNext(const Listener& listener) {
+  try {
+    std::optional<Connection> connection = listener.Accept();
+    isShort = false;
+    return connection;
+  } catch (const relay::Error& error) {
+    if (!std::exchange(isShort, true)) {
+      PrintNotice(std::string(error.what()) + "; it has to wait");
+    }
+    acceptAt = relay::Clock::now() + kUntilNextTry;
+    return std::nullopt;
+  }
+}
+
 void Share::Accept(const Listener& listener, Role role) {
-  std::optional<Connection> connection = listener.Accept();
+  std::optional<Connection> connection = TakeNext(listener);
   if (!connection) {
     return;
   }
@@ -131,6 +151,10 @@ void Share::Accept(const Listener& listener, Role role) {
       peer.connection.Descriptor(), [this, number] { return Wanted(number); },
       [this, number](short ready) { OnReady(number, ready); });
   PrintNotice(Text(role, number) + " is there");
+  if (peers.size() == kMostPeers) {
+    PrintNotice("these are " + std::to_string(kMostPeers) +
+                ", the most there can be: whoever comes now waits until one leaves");
+  }
 }
 
 // What a watcher sends goes no further, so that it waits for nobody.

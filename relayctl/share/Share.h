@@ -63,6 +63,7 @@ class Share {
   void Accept(const Listener& listener, Role role);
   bool MayReceive(Multiplexer::Peer number, const Peer& peer) const;
   short Wanted(Multiplexer::Peer number) const;
+  std::optional<Connection> TakeNext(const Listener& listener);
   void OnReady(Multiplexer::Peer number, short ready);
   void Work();
   bool TakeFrom(Multiplexer::Peer number, Peer& peer);
@@ -80,6 +81,8 @@ class Share {
   Multiplexer::Peer lastNumber = 0;
   std::unique_ptr<Listener> peerListener;
   std::unique_ptr<Listener> watcherListener;
+  std::optional<relay::Clock::time_point> acceptAt;  // nobody is taken before
+  bool isShort = false;                              // of descriptors, and has said so
   bool isWaiting = false;                            // has said so
   bool isAnswered = false;                           // on this link
   std::optional<relay::Clock::time_point> silentAt;  // unless something comes before
