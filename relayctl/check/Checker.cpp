@@ -22,6 +22,12 @@ std::shared_ptr<const DeviceSides> SidesOf(const std::string& file) {
       (*sides)[port] = std::move(steps);
     }
   }
+  if (std::none_of(sides->begin(), sides->end(),
+                   [](const auto& side) { return HasOpening(side.second); })) {
+    throw relay::Error(
+        relay::ErrorKind::kUsage,
+        relay::Escape(file) + ": no port opens in it, so that nothing is to be reached");
+  }
   return sides;
 }
 
@@ -36,7 +42,7 @@ bool IsNeeded(const std::vector<CheckCase>& cases, const std::vector<std::string
          });
 }
 
-void MustBeCases(const std::vector<std::string>& only) {
+void MustBeCases(const std::vector<std::string>& only, bool hasRecording) {
   for (const std::string& name : only) {
     const auto has = [&name](const std::vector<CheckCase>& cases) {
       return std::any_of(cases.begin(), cases.end(),
@@ -45,6 +51,11 @@ void MustBeCases(const std::vector<std::string>& only) {
     if (!has(GenericCases()) && !has(RecordingCases())) {
       throw relay::Error(relay::ErrorKind::kUsage,
                          "--only: " + relay::Quote(name) + " is no case; --list has them all");
+    }
+    if (!has(GenericCases()) && !hasRecording) {
+      throw relay::Error(
+          relay::ErrorKind::kUsage,
+          "--only: " + name + " is a case of a recording, and there is no --recording");
     }
   }
 }
@@ -66,7 +77,7 @@ std::vector<Disturbance> Some(const std::vector<Disturbance>& all, size_t most) 
 // With a recording, its device talks with the program in all cases; an echo says less.
 Checker::Checker(Loop& loop, const CheckOptions& checkOptions)
     : options(checkOptions), trials(loop, options.listen != 0 ? 1 : options.jobs) {
-  MustBeCases(options.only);
+  MustBeCases(options.only, !options.recordings.empty());
   std::vector<std::shared_ptr<const DeviceSides>> sides;
   std::transform(options.recordings.begin(), options.recordings.end(), std::back_inserter(sides),
                  SidesOf);

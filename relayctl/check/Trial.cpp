@@ -24,6 +24,12 @@ constexpr const char* kOwnBytes = "\r\n";
 
 }  // namespace
 
+bool HasOpening(const std::vector<RecordedStep>& steps) {
+  return std::any_of(steps.begin(), steps.end(), [](const RecordedStep& step) {
+    return step.kind == RecordedStep::Kind::kOpened;
+  });
+}
+
 Trial::Trial(Loop& loop, const TrialPlan& trialPlan)
     : plan(trialPlan), link(loop, plan.port, plan.how, [this] { Work(); }) {
   for (const std::string& port : PlayedService::Ports()) {
@@ -49,10 +55,7 @@ bool Trial::HasDevice(const std::string& port) const {
     return true;
   }
   const auto found = plan.sides->find(port);
-  return found != plan.sides->end() &&
-         std::any_of(found->second.begin(), found->second.end(), [](const RecordedStep& step) {
-           return step.kind == RecordedStep::Kind::kOpened;
-         });
+  return found != plan.sides->end() && HasOpening(found->second);
 }
 
 Partner Trial::MakePartner(const std::string& port) {

@@ -22,6 +22,9 @@ class Loop;
 // One port's device in a recording, and all of them.
 using DeviceSides = std::map<std::string, std::vector<RecordedStep>>;
 
+// Whether the port is opened in it, with success.
+bool HasOpening(const std::vector<RecordedStep>& steps);
+
 struct TrialPlan {
   // What a program does beyond its usual commands, it does soon.
   static constexpr relay::Millis kSettle{50};

@@ -32,13 +32,43 @@ int ListCases() {
   return kExitDone;
 }
 
-void WriteJunit(const std::string& path, const std::vector<CaseResult>& results) {
-  std::ofstream file(path, std::ios::binary);
-  if (!(file << CheckJunit(results) << std::flush)) {
-    throw relay::Error(
-        relay::ErrorKind::kSystem,
-        "cannot write " + relay::Escape(path) + ": " + std::generic_category().message(errno),
-        errno);
+// The file of --junit. Emptied at the beginning: a mistake in its path shows before all is tried,
+// and of a check that is broken off no older report is left to be believed.
+class JunitFile {
+ public:
+  explicit JunitFile(const std::string& filePath) : path(filePath) {
+    if (!path.empty()) {
+      file.open(path, std::ios::binary);
+      MustBeGood();
+    }
+  }
+
+  void Write(const std::vector<CaseResult>& results) {
+    if (!path.empty()) {
+      file << CheckJunit(results) << std::flush;
+      MustBeGood();
+    }
+  }
+
+ private:
+  void MustBeGood() const {
+    if (!file) {
+      const int reason = errno;
+      throw relay::Error(
+          relay::ErrorKind::kSystem,
+          "cannot write " + relay::Escape(path) + ": " + std::generic_category().message(reason),
+          reason);
+    }
+  }
+
+  const std::string path;
+  std::ofstream file;
+};
+
+void Print(const std::vector<CaseResult>& results, bool isJson, bool isTap) {
+  const auto lines = isJson ? CheckJson(results) : isTap ? CheckTap(results) : CheckLines(results);
+  for (const std::string& line : lines) {
+    PrintLine(line);
   }
 }
 
@@ -56,19 +86,18 @@ int Check(const CommonOptions& common, const Options& options) {
   }
   Loop loop;
   Checker checker(loop, options.check);
+  JunitFile junit(options.junit);
   const std::vector<CaseResult> results = checker.Run();
   if (checker.Ended() != 0) {
     return kExitSignal + checker.Ended();
   }
-  const auto lines = common.json     ? CheckJson(results)
-                     : options.isTap ? CheckTap(results)
-                                     : CheckLines(results);
-  for (const std::string& line : lines) {
-    PrintLine(line);
+  try {
+    Print(results, common.json, options.isTap);
+  } catch (const relay::Error&) {
+    junit.Write(results);  // which gets them all the same
+    throw;
   }
-  if (!options.junit.empty()) {
-    WriteJunit(options.junit, results);
-  }
+  junit.Write(results);
   return HasFailed(results) ? kExitFailed : kExitDone;
 }
 

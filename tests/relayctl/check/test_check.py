@@ -252,6 +252,23 @@ class Reports(CheckTest):
         self.assertEqual(("failed", "undisturbed, it ended with status 3 (no such luck)"),
                          verdicts["connects"])
 
+    def test_a_report_comes_first_and_last(self) -> None:
+        told = self.folder / "told"
+        late = run("--junit", self.folder / "no" / "x", "--", "touch", told)
+        self.assertIn("No such file or directory", late.stdout)
+        self.assertFalse(told.exists(), "it is told behind all the work")
+        junit = self.folder / "junit.xml"
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([PROGRAM, "check", "--only", "connects", "--junit", junit,
+                                   *self.relay()], stdout=full, stderr=subprocess.PIPE, text=True)
+        self.assertEqual((1, "relayctl: cannot write to standard output: No space left on device\n"),
+                         (done.returncode, done.stderr))
+        self.assertEqual("1", ElementTree.parse(junit).getroot()[0].get("tests"))
+
+    def test_a_recording_that_asks_for_nothing(self) -> None:
+        self.recording.write_text("0 > #USBSerialPort0 open\n0 < #USBSerialPort0 open 2\n")
+        self.assertIn("no port opens in it", run("--recording", self.recording, "--", "true").stdout)
+
     def test_a_port_that_is_fixed(self) -> None:
         verdicts = self.verdicts("--listen", "60004", "--only", "several-at-once", "--", *PYTHON,
                                  RELAY, "60004")
@@ -262,6 +279,7 @@ class Reports(CheckTest):
         for words, status, said in (
                 ((), 2, "COMMAND is required"),
                 (("--only", "x", "--", "true"), 2, '--only: "x" is no case'),
+                (("--only", "same-under-cuts", "--", "true"), 2, "there is no --recording"),
                 (("--recording", "/no", "--", "true"), 1, "/no"),
                 (("--", "/no/program"), 1, "cannot start /no/program: No such file or directory"),
                 (("--limit", "0.1", "--", "true"), 2, "--limit more than that")):
