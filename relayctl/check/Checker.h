@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "check/Cases.h"
+#include "check/Strays.h"
 #include "check/Trials.h"
 
 struct CheckOptions {
@@ -61,6 +62,7 @@ class Checker {
   void Judge(Group& group, const std::vector<Tried>& all) const;
 
   const CheckOptions options;
+  const Strays strays;  // before the trials: it ends behind them
   Trials trials;
   std::vector<Group> groups;
 };

@@ -3,12 +3,11 @@
 
 #include <fcntl.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include <system_error>
 
 #include "ExitStatus.h"
+#include "link/Loop.h"
 #include "relay/Error.h"
 
 namespace {
@@ -107,20 +107,28 @@ bool BeAlone(uint16_t port) {
 
 }  // namespace
 
-TestedProgram::TestedProgram(const std::vector<std::string>& words, uint16_t port, bool isAlone) {
+TestedProgram::TestedProgram(Loop& ownLoop, const std::vector<std::string>& words, uint16_t port,
+                             bool isAlone)
+    : loop(ownLoop) {
   const std::vector<std::string> arguments = WithPort(words, port);
+  std::array<int, 2> told = {-1, -1};
   std::array<int, 2> failure{};
-  errors = memfd_create("errors", MFD_CLOEXEC);
-  if (errors == -1 || pipe2(failure.data(), O_CLOEXEC) != 0) {
+  if (pipe2(told.data(), O_CLOEXEC) != 0 || pipe2(failure.data(), O_CLOEXEC) != 0) {
     const int reason = errno;
-    (void)close(errors);
-    throw relay::Error(relay::ErrorKind::kSystem, "cannot start a program", reason);
+    (void)close(told[0]);
+    (void)close(told[1]);
+    throw relay::Error(relay::ErrorKind::kSystem,
+                       "cannot start a program: " + std::generic_category().message(reason),
+                       reason);
   }
+  errors = told[0];
+  (void)fcntl(errors, F_SETFL, O_NONBLOCK);
   process = fork();
   if (process == 0) {
-    BecomeProgram(arguments, port, isAlone, errors, failure[1]);
+    BecomeProgram(arguments, port, isAlone, told[1], failure[1]);
   }
   int reason = process == -1 ? errno : 0;
+  (void)close(told[1]);
   (void)close(failure[1]);
   (void)TEMP_FAILURE_RETRY(read(failure[0], &reason, sizeof reason));
   (void)close(failure[0]);
@@ -134,6 +142,20 @@ TestedProgram::TestedProgram(const std::vector<std::string>& words, uint16_t por
                            std::generic_category().message(reason),
                        reason);
   }
+  loop.Watch(
+      errors, []() -> short { return POLLIN; }, [this](short) { Hear(); });
+}
+
+// Until nobody has the other end any more.
+void TestedProgram::Hear() {
+  std::array<char, 65536> buffer;
+  const ssize_t count = read(errors, buffer.data(), buffer.size());
+  if (count > 0) {
+    heard.append(buffer.data(), static_cast<size_t>(count));
+    heard.erase(0, heard.size() - std::min(heard.size(), kMostOfWords));
+  } else if (count == 0) {
+    loop.Forget(errors);
+  }
 }
 
 // The number of the group is nobody else's until its leader has been waited for.
@@ -142,6 +164,7 @@ TestedProgram::~TestedProgram() {
     (void)kill(-process, SIGKILL);
     (void)TEMP_FAILURE_RETRY(waitpid(process, nullptr, 0));
   }
+  loop.Forget(errors);
   (void)close(errors);
 }
 
@@ -151,7 +174,7 @@ void TestedProgram::AskToEnd() const {
   }
 }
 
-// What it has started ends with it.
+// What it has started ends with it, and is given to this process.
 std::optional<int> TestedProgram::Status() {
   siginfo_t info{};
   if (!status &&
@@ -160,18 +183,16 @@ std::optional<int> TestedProgram::Status() {
     (void)kill(-process, SIGKILL);
     int result = 0;
     (void)TEMP_FAILURE_RETRY(waitpid(process, &result, 0));
+    while (waitpid(-process, nullptr, WNOHANG) > 0) {
+    }
     status = WIFEXITED(result) ? WEXITSTATUS(result) : kExitSignal + WTERMSIG(result);
   }
   return status;
 }
 
-std::string TestedProgram::LastWords() const {
-  std::array<char, kMostOfWords> buffer{};
-  struct stat file {};
-  (void)fstat(errors, &file);
-  const off_t from = std::max<off_t>(file.st_size - static_cast<off_t>(buffer.size()), 0);
-  const ssize_t count = pread(errors, buffer.data(), buffer.size(), from);
-  std::string text(buffer.data(), count > 0 ? static_cast<size_t>(count) : 0);
+std::string TestedProgram::LastWords() {
+  Hear();
+  std::string text = heard;
   text.erase(text.find_last_not_of("\r\n \t") + 1);
   return text.substr(text.find_last_of('\n') + 1);
 }

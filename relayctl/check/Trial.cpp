@@ -36,7 +36,7 @@ Trial::Trial(Loop& loop, const TrialPlan& trialPlan)
     partners.emplace(port, MakePartner(port));
   }
   try {
-    program.emplace(plan.command, link.Port(), plan.how.isAlone);
+    program.emplace(loop, plan.command, link.Port(), plan.how.isAlone);
   } catch (const relay::Error& error) {
     if (!plan.how.isAlone) {
       throw;

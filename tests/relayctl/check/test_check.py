@@ -236,11 +236,13 @@ class Reports(CheckTest):
 
     def test_nothing_is_left_behind(self) -> None:
         told = self.folder / "told"
-        child = "(trap '' TERM; exec sleep 1000) & echo $!"
-        script = f"trap 'echo told >>{told}; exit 3' TERM; {child} >>{told}; wait"
+        children = "".join(f"(trap '' TERM; exec {own} sleep 1000) & echo $! >>{told}; "
+                           for own in ("", "setsid"))
+        script = f"trap 'echo told >>{told}; exit 3' TERM; {children} wait"
         self.verdicts("--limit", "0.5", "--only", "connects", "--", "sh", "-c", script)
         words = told.read_text().split()
         self.assertEqual(2, words.count("told"), words)
+        self.assertEqual(6, len(words), words)
         for pid in set(words) - {"told"}:
             end = time.monotonic() + 20
             while runs(pid):  # a killed one ends soon
@@ -251,6 +253,12 @@ class Reports(CheckTest):
         verdicts = self.verdicts("--", "sh", "-c", "echo no such luck >&2; exit 3")
         self.assertEqual(("failed", "undisturbed, it ended with status 3 (no such luck)"),
                          verdicts["connects"])
+
+    def test_a_program_that_says_much(self) -> None:
+        told = self.folder / "told"
+        script = f"head -c 20000000 /dev/zero >&2; stat -L -c %s /proc/self/fd/2 >{told}; exit 3"
+        self.verdicts("--only", "connects", "--", "sh", "-c", script)
+        self.assertLess(int(told.read_text()), 100000, "it is kept")
 
     def test_a_report_comes_first_and_last(self) -> None:
         told = self.folder / "told"
