@@ -63,8 +63,8 @@ Program::Program(std::string command, const std::string& node) {
   }
 }
 
-// Its last word is said behind the program's: one that ends sets the terminal several times, of which
-// the kernel refuses those that come after the shell has taken the terminal back.
+// Its last word is said behind the program's: one that ends sets the terminal several times, of
+// which the kernel refuses those that come after the shell has taken the terminal back.
 void Program::MakeWill() {
   // Debian 12's C library declares pidfd_open for C alone.
   pollfd end = {static_cast<int>(syscall(SYS_pidfd_open, process, 0)), POLLIN, 0};
