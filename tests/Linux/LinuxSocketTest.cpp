@@ -63,6 +63,8 @@ std::string ListenLine(const ReservedPort& port) {
 
 class LinuxSocketTest : public testing::Test {
  protected:
+  ~LinuxSocketTest() override { refusesReuse = false; }
+
   // Listens until the peer has been accepted.
   int ListenAndConnect(const char* peerAddress = "127.0.0.1") {
     auto result = std::async(std::launch::async, [this] { return socket.Listen(port.Number()); });
