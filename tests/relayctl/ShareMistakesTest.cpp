@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// relayctl share with options that cannot be, and without the means for all who come.
+// relayctl share with options that cannot be.
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -18,8 +18,6 @@ class ShareMistakesTest : public RelayctlTest {
     EXPECT_EQ(status, told.status) << options;
     EXPECT_EQ("relayctl: " + words + "\n", told.output);
   }
-
-  static constexpr uint16_t kShared = 60010;
 
   static std::string Pty(const std::string& path) { return "--pty '#PhysicalPort0=" + path + "'"; }
 };
@@ -41,33 +39,6 @@ TEST_F(ShareMistakesTest, ATerminalThatCannotBe) {
 
 TEST_F(ShareMistakesTest, AGroupThatWouldChangeNothing) {
   ExpectRefused("--group 4294967295", 2, "--group: there is no group \"4294967295\"");
-}
-
-// Those who are there go on, and share waits for a descriptor without taking the processor.
-TEST_F(ShareMistakesTest, NoDescriptorForOneMore) {
-  ASSERT_NO_FATAL_FAILURE(PlugAndStart());
-  const Background share("relayctl share --listen 60010");
-  ASSERT_TRUE(share.Prints("listening for peers on")) << share.Output();
-  auto first = std::make_unique<Relay>(kShared);
-  EXPECT_EQ(Wire(kPort0Opened), first->Answer(kOpenPort0));
-  const fs::path own = "/proc/" + std::to_string(share.Pid());
-  int next = 0;
-  while (fs::exists(fs::symlink_status(own / "fd" / std::to_string(next)))) {
-    ++next;
-  }
-  const std::string most = std::to_string(next) + ":" + std::to_string(next);
-  const Outcome limited =
-      RunShell("prlimit --pid " + std::to_string(share.Pid()) + " --nofile=" + most);
-  ASSERT_EQ(0, limited.status) << limited.output;
-  Relay second(kShared);
-  second.Sends(kOpenPort0);
-  EXPECT_TRUE(share.Prints("cannot take a peer: Too many open files; it has to wait"));
-  EXPECT_TRUE(Eventually([&] {
-    return workplace::ReadWhole(own / "stat").find(") S ") != std::string::npos;
-  })) << "it does not sleep";
-  EXPECT_EQ(Wire(kFenceReply), first->Answer(kFence));
-  first.reset();
-  EXPECT_EQ(Wire(kPort0Opened), second.NextPacket());
 }
 
 }  // namespace
