@@ -86,7 +86,7 @@ microseconds TimeOf(std::string_view text) {
                         (point == text.size() || !part.empty()) &&
                         (whole + part).find_first_not_of("0123456789") == std::string::npos;
   if (!isNumber) {
-    Refuse("\"" + Escape(text) + "\" is no time in seconds");
+    Refuse(Quote(text) + " is no time in seconds");
   }
   part.resize(kDecimals, '0');
   return microseconds(std::stoll(whole) * 1000000 + std::stoll(part));
@@ -123,7 +123,7 @@ std::optional<uint16_t> NumberOf(std::string_view text) {
   }
   if (text.size() > kMostDigits || text.find_first_not_of("0123456789") != std::string_view::npos ||
       std::stoul(std::string(text)) > 0xFFFF) {
-    Refuse("\"" + Escape(text) + "\" is no number from 0 to 65535");
+    Refuse(Quote(text) + " is no number from 0 to 65535");
   }
   return static_cast<uint16_t>(std::stoul(std::string(text)));
 }
@@ -143,7 +143,7 @@ Kind KindOf(std::string_view word) {
       return row.kind;
     }
   }
-  Refuse("\"" + Escape(word) + "\" is none of open, close, data, packet");
+  Refuse(Quote(word) + " is none of open, close, data, packet");
 }
 
 void ParseEvent(Words& words, RecordedEvent& event) {
@@ -239,13 +239,13 @@ std::string ToLine(const RecordedEvent& event) {
   line += event.kind == Kind::kPacket ? kNoPort : PortWord(event.port);
   line += std::string(" ") + WordOf(event.kind);
   if (event.number) {
-    line += " " + std::to_string(*event.number);
+    line.append(" ").append(std::to_string(*event.number));
   }
   if (!event.bytes.empty()) {
-    line += " " + ToHex(event.bytes, " ");
+    line.append(" ").append(ToHex(event.bytes, " "));
   }
   if (event.kind == Kind::kData && event.bytes.size() <= kMostShown) {
-    line += "  ; " + Quote(event.bytes);
+    line.append("  ; ").append(Quote(event.bytes));
   }
   return line;
 }
