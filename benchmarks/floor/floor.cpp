@@ -5,7 +5,6 @@
 // from a table, and a packet is sent from where its bytes were read to.
 // usage: floor LOG-FILE
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -25,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "AcceptOne.h"
 #include "client/Checked.h"
 #include "protocol/WireFormat.h"
 
@@ -212,19 +212,6 @@ class Floor {
   std::array<int, 7> devices{};
 };
 
-int AcceptOne() {
-  const int listening = Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
-  const int on = 1;
-  Checked(setsockopt(listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), "SO_REUSEADDR");
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(kTcpPort);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  Checked(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), "bind");
-  Checked(listen(listening, 1), "listen");
-  return Checked(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC), "accept");
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -235,7 +222,7 @@ int main(int argc, char** argv) {
   try {
     const int log =
         Checked(open(argv[1], O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644), argv[1]);
-    Floor floor(AcceptOne(), log);
+    Floor floor(AcceptOne(kTcpPort), log);
     std::thread([&floor] {
       floor.Serve();
       std::_Exit(0);

@@ -3,30 +3,22 @@
 // framing, no log. What the service is measured against.
 // usage: limit DEVICE TCP-PORT [DEVICE TCP-PORT]...
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "AcceptOne.h"
+#include "client/Checked.h"
 
 namespace {
 
 constexpr size_t kBufferBytes = 4096;  // what the service reads at a time
-
-int Checked(int result, const char* call) {
-  if (result < 0) {
-    throw std::system_error(errno, std::generic_category(), call);
-  }
-  return result;
-}
 
 int OpenDevice(const std::string& path) {
   const int device = Checked(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "open");
@@ -35,19 +27,6 @@ int OpenDevice(const std::string& path) {
   cfmakeraw(&attributes);
   Checked(tcsetattr(device, TCSANOW, &attributes), "tcsetattr");
   return device;
-}
-
-int AcceptOne(uint16_t port) {
-  const int listening = Checked(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
-  const int on = 1;
-  Checked(setsockopt(listening, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), "SO_REUSEADDR");
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  Checked(bind(listening, reinterpret_cast<sockaddr*>(&address), sizeof address), "bind");
-  Checked(listen(listening, 1), "listen");
-  return Checked(accept(listening, nullptr, nullptr), "accept");
 }
 
 void Copy(int from, int to) {
