@@ -69,11 +69,11 @@ SERVICE = Contestant("service", ("--packets",), ("{service}",))
 CONTESTANTS = (
     FLOOR,
     SERVICE,
-    Contestant("limit", (), ("{programs}/limit", "{all}"), every=3),
+    Contestant("limit", (), ("{programs}/limit", "{all}"), every=4),
     Contestant("socat", ("--each",),
                ("socat", "TCP-LISTEN:{port},bind=127.0.0.1,reuseaddr,nodelay",
-                "FILE:{device},rawer"), every=3),
-    Contestant("ser2net", (), ("ser2net", "-n", "-c", "{config}"), every=3),
+                "FILE:{device},rawer"), every=2),
+    Contestant("ser2net", (), ("ser2net", "-n", "-c", "{config}"), every=2),
     Contestant("floor-file", ("--packets", *_TO_FILE), _FLOOR, measure="messages"),
     Contestant("service-file", ("--packets", *_TO_FILE), ("{service}",), measure="messages"),
 )

@@ -5,7 +5,6 @@ relay leaves unread. How they grow with the size of a message is among the other
 from __future__ import annotations
 
 import pathlib
-import statistics
 
 import contestants
 from contestants import FLOOR, SCRATCH, SERVICE, SEVEN_PORTS, Contestant, Programs
@@ -31,7 +30,7 @@ def _by_ports(contestant: Contestant, programs: Programs,
         runs = [contestant.figures(programs, ports, (*extra, "--measure", "ports"))
                 for _ in range(REPETITIONS)]
         for metric, curve in curves.items():
-            curve[ports] = statistics.median(run[metric] for run in runs)
+            curve[ports] = min(run[metric] for run in runs)
     return curves
 
 

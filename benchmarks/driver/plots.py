@@ -27,10 +27,9 @@ def _bars(axes: pyplot.Axes, results: Results, metrics: dict[str, str], scale: f
     for index, name in enumerate(names):
         spreads = [results.spread(name, metric) for metric in metrics]
         places = [group + (index - (len(names) - 1) / 2) * width for group in range(len(metrics))]
-        axes.bar(places, [one.median * scale for one in spreads], width, label=name,
+        axes.bar(places, [one.best * scale for one in spreads], width, label=name,
                  color=COLOURS[results.names().index(name)],
-                 yerr=[[(one.median - one.low) * scale for one in spreads],
-                       [(one.high - one.median) * scale for one in spreads]],
+                 yerr=[[0] * len(spreads), [(one.high - one.best) * scale for one in spreads]],
                  error_kw={"elinewidth": 0.7})
     axes.set_xticks(range(len(metrics)), list(metrics.values()))
 
@@ -80,7 +79,7 @@ def _draw_growth(results: Results, folder: pathlib.Path) -> list[str]:
         return {name: results.curve(what, name, metric) for name in both}
 
     sizes = [(f"CPU per message, {WAYS[way]}, µs",
-              {name: {size: results.median(name, f"{way}_{size}_cpu_us") for size in SIZES}
+              {name: {size: results.best(name, f"{way}_{size}_cpu_us") for size in SIZES}
                for name in both}) for way in ("in", "out")]
     return [
         _curves(folder / "growth-ports.svg", "ports",

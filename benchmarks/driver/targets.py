@@ -68,6 +68,15 @@ def _grown(metric_text: str, what: str, metric: str) -> Judge:
     return judge
 
 
+def _commands(results: Results) -> Verdict:
+    curve = results.curve("commands", SERVICE, "commands_cpu_us")
+    half = max(curve) // 2
+    first, second = (min(value for count, value in curve.items() if (count > half) == behind)
+                     for behind in (False, True))
+    return _verdict(f"growth: CPU per command, {half:,} to {2 * half:,} commands", second / first,
+                    GROWTH, "that of those before")
+
+
 def _database(results: Results) -> Verdict:
     curve = results.curve("database", SERVICE, "open_ms")
     ratio = curve[50] / 50 / (curve[10] / 10)
@@ -77,7 +86,7 @@ def _database(results: Results) -> Verdict:
 
 def _size(way: str) -> Judge:
     def judge(results: Results) -> Verdict:
-        each = {size: results.median(SERVICE, f"{way}_{size}_cpu_us") / size for size in SIZES}
+        each = {size: results.best(SERVICE, f"{way}_{size}_cpu_us") / size for size in SIZES}
         return _verdict(f"growth: CPU per byte, {WAYS[way]}, 4096 bytes", each[4096] / each[256],
                         GROWTH, "that of 256")
     return judge
@@ -130,7 +139,7 @@ TARGETS: list[Judge] = [
     _size("in"),
     _size("out"),
     _database,
-    _grown("CPU per command, commands so far:", "commands", "commands_cpu_us"),
+    _commands,
     _grown("peak memory, commands so far:", "commands", "commands_memory_kib"),
     _grown("peak memory, KiB for a relay that does not read:", "unread", "unread_memory_kib"),
 ]
