@@ -17,34 +17,15 @@
 
 namespace {
 
-// What stands behind the colon of a line that begins with `key`.
-std::string ValueIn(const std::string& file, const std::string& key) {
-  const std::string text = "\n" + TextOf(file);
-  const size_t line = text.find("\n" + key);
-  const size_t colon = line == std::string::npos ? line : text.find(':', line);
-  return colon == std::string::npos ? ""
-                                    : text.substr(colon + 1, text.find('\n', colon) - colon - 1);
-}
-
 uint64_t WaitsOf(const std::string& folder) {
-  return std::strtoull(ValueIn(folder + "/status", "voluntary_ctxt_switches").c_str(), nullptr, 10);
-}
-
-// By the scheduler's own clock, which the calling process reads off itself. Some kernels show it to
-// nobody.
-double IdleOf(const std::string& folder) {
-  constexpr const char* kLastRun = "se.exec_start";  // milliseconds
-  const std::string theirs = ValueIn(folder + "/sched", kLastRun);
-  const std::string ours = ValueIn("/proc/self/sched", kLastRun);
-  const double millis = std::strtod(ours.c_str(), nullptr) - std::strtod(theirs.c_str(), nullptr);
-  return theirs.empty() || ours.empty() ? 0 : std::max(0.0, millis / 1000);
+  return std::strtoull(ValueIn(TextOf(folder + "/status"), "voluntary_ctxt_switches").c_str(),
+                       nullptr, 10);
 }
 
 ThreadLook LookAtThread(const std::string& process, const std::string& folder) {
   ThreadLook look;
   look.processorMillis = ProcessStat(folder).ProcessorMillis();
   look.waits = WaitsOf(folder);
-  look.idle = IdleOf(folder);
   look.waitChannel = TextOf(folder + "/wchan");
   std::istringstream call(TextOf(folder + "/syscall"));
   uint64_t argument = 0;

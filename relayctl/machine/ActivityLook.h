@@ -21,8 +21,7 @@ struct OpenLine {
 struct ThreadLook {
   uint64_t processorMillis = 0;
   uint64_t waits = 0;
-  double idle = 0;  // seconds since it last ran; 0: not shown
-  long call = -1;   // of the system call that it waits in
+  long call = -1;  // of the system call that it waits in
   std::string waitChannel;
   std::string target;  // of the descriptor that is the call's first argument
   std::string descriptor;

@@ -14,6 +14,13 @@ std::string TextOf(const std::string& path) {
   return text.str();
 }
 
+std::string ValueIn(const std::string& text, const std::string& key) {
+  const size_t line = text.starts_with(key) ? 0 : text.find("\n" + key);
+  const size_t colon = line == std::string::npos ? line : text.find(':', line);
+  return colon == std::string::npos ? ""
+                                    : text.substr(colon + 1, text.find('\n', colon) - colon - 1);
+}
+
 std::string LinkOf(const std::string& path) {
   std::error_code gone;
   return fs::read_symlink(path, gone).string();

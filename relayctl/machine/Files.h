@@ -9,6 +9,9 @@
 // All of a file.
 std::string TextOf(const std::string& path);
 
+// In such a text, what stands behind the colon of the first line that begins with `key`.
+std::string ValueIn(const std::string& text, const std::string& key);
+
 // Where a symbolic link leads.
 std::string LinkOf(const std::string& path);
 

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "machine/Files.h"
+#include "machine/IdleTime.h"
 #include "machine/ProcessStat.h"
 
 namespace {
@@ -74,7 +75,6 @@ std::optional<ThreadActivity> ThreadOver(const std::vector<ActivityLook>& looks,
   const ThreadLook& last = looks.back().threads.at(id);
   thread.waits = last.waits - first.waits;
   thread.processorMillis = last.processorMillis - first.processorMillis;
-  thread.idle = last.idle;
   thread.waitChannel = last.waitChannel;
   thread.waitsForReader = readerLooks > looks.size() / 2;
   struct stat status {};
@@ -209,6 +209,7 @@ void AddThreads(const std::vector<ActivityLook>& looks, const std::string& folde
   for (const auto& [id, look] : looks.front().threads) {
     if (auto thread = ThreadOver(looks, id)) {
       const std::string own = folder + "/task/" + std::to_string(id);
+      thread->idle = IdleSecondsOf(own);
       thread->startedAt = ProcessStat(own).StartedAt();
       thread->receivedBytes = ReadBytesOf(own);
       activity.threads.push_back(std::move(*thread));

@@ -5,6 +5,7 @@ sph_add_test(RelayctlPartsTest SANDBOX
   LogRecordTest.cpp
   MultiplexerTest.cpp
   PlayedServiceTest.cpp
+  IdleTimeTest.cpp
   ProgressTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
