@@ -29,7 +29,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 SANDBOX = HERE.parent / "e2e" / "support" / "sandbox"
 FIGURES = HERE / "figures.json"
 
-CASES = ("data-64", "notification-1", "notification-64", "notification-4096")
+CASES = ("data-64", "data-4096", "notification-1", "notification-64", "notification-4096")
 # In the order of their start, the service's main thread being the first.
 RELAY_THREAD, PORT_THREAD = 2, 3
 FEW, MANY = 100, 300
