@@ -25,6 +25,8 @@ MERGED = ("bin", "sbin", "lib", "lib64")  # links to the folders of the same nam
 DRIVERS = ["usbserial", "ftdi_sio", "pl2303", "cp210x", "ch341", "cdc_acm", "virtio_pci",
            "virtio_console", "virtio_net"]
 
+PACKED_AT = 1767225600  # 2026-01-01: before any clock that a guest may have
+
 
 @dataclasses.dataclass(frozen=True)
 class Image:
@@ -111,10 +113,14 @@ def _make_root(kind: Kind, kernel: pathlib.Path, root: pathlib.Path) -> None:
 
 
 def _pack(root: pathlib.Path, disk: pathlib.Path) -> None:
-    names = "\n".join(sorted(str(path.relative_to(root)) for path in root.rglob("*")))
+    """The same files make the same disk, to the byte: what a guest counts can depend on that."""
+    paths = sorted(root.rglob("*"))
+    for path in paths:
+        os.utime(path, (PACKED_AT, PACKED_AT), follow_symlinks=False)
+    names = "\n".join(str(path.relative_to(root)) for path in paths)
     with disk.open("wb") as packed, subprocess.Popen(
-            ["cpio", "--quiet", "-o", "-H", "newc", "-R", "0:0"], cwd=root, stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE) as cpio:
+            ["cpio", "--quiet", "--reproducible", "-o", "-H", "newc", "-R", "0:0"], cwd=root,
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE) as cpio:
         with subprocess.Popen(["gzip", "-1"], stdin=cpio.stdout, stdout=packed) as gzip:
             assert cpio.stdin
             cpio.stdin.write(names.encode())
