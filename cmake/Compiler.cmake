@@ -14,6 +14,11 @@ find_package(Threads REQUIRED)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
+# A thread that is cancelled while it handles a signal is unwound through the handler, which throws
+# nothing: of such a function the compiler for ARM would say that nobody can be, and what stands behind
+# it on the stack would be left undone.
+add_compile_options(-funwind-tables)
+
 # 64-bit time and file offsets on 32-bit machines: without both, stat and the clock fail in 2038.
 add_compile_definitions(_FILE_OFFSET_BITS=64)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
