@@ -9,9 +9,10 @@ TICKS = 100  # of a second, in /proc/PID/stat
 
 
 class Process:
-    def __init__(self, machine: Machine) -> None:
+    def __init__(self, machine: Machine, pid: int | None = None) -> None:
+        """`pid`: where no supervisor of ours has written it down."""
         self._machine = machine
-        self.pid = int(machine.run("cat /run/service.pid"))
+        self.pid = pid or int(machine.run("cat /run/service.pid"))
 
     def _holds(self, node: str) -> str:
         return f"ls -l /proc/{self.pid}/fd | grep -q '> {node}'"

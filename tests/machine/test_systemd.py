@@ -15,6 +15,7 @@ import packages
 import systemd_pc
 from figures import Figure
 from machine import ADAPTERS, UART, Machine, settings
+from process import Process
 from relay import CLOSE, Relay, numbered
 from systemd_pc import SERVICE
 from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
@@ -90,23 +91,28 @@ def test_the_sandbox_lets_it_open_every_port_and_search_for_adapters(machine: Ma
 
 
 def test_unplugging_and_replugging_does_not_stop_it(machine: Machine) -> None:
-    process = property_of(machine, "MainPID")
+    process = Process(machine, int(property_of(machine, "MainPID")))
     relay = connected(machine)
     for name, adapter in zip(USB_PORTS, ADAPTERS):
         leads_to(relay, name, machine, adapter)
-    # One at a time: its node is then the only free one, and the one that it gets again.
+    # One at a time, and when nobody holds its node any more: that is then the only free one, and the
+    # one that it gets again.
     for number, (name, adapter) in enumerate(zip(USB_PORTS, ADAPTERS)):
+        node = machine.node_of(adapter)
         machine.unplug(adapter)
+        process.waits_until_closed(node)
         machine.waits_for_nodes(len(ADAPTERS) - 1)
         machine.line(UART).sends(b"still here")
         relay.expects(PHYSICAL_PORT, b"still here")
         opened = 1 + len(ADAPTERS) + number  # the journal passes its lines on a little later
         machine.waits(f"[ $(grep -c '^OPEN' /run/service.out) -eq {opened} ]")
         machine.plug(adapter)
+        machine.waits_for_nodes(len(ADAPTERS))
+        assert machine.node_of(adapter) == node
         machine.waits(f"[ $(grep -c '^OPEN' /run/service.out) -gt {opened} ]")
         machine.line(adapter).sends(b"here again")
         relay.expects(name, b"here again")
-    assert property_of(machine, "MainPID") == process
+    assert property_of(machine, "MainPID") == str(process.pid)
     assert property_of(machine, "NRestarts") == "0"
 
 
