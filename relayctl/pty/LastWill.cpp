@@ -15,6 +15,7 @@
 namespace {
 
 void CloseAllBut(std::vector<int> kept) {
+  std::erase(kept, -1);
   std::sort(kept.begin(), kept.end());
   unsigned first = 0;
   for (const int descriptor : kept) {

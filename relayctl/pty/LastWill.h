@@ -10,8 +10,8 @@
 // else, waits for that, and does it. Without a second process, only being killed goes unmended.
 class LastWill {
  public:
-  // `will` runs in the second process, which has only the `descriptors` of this one. To be made
-  // while the process has one thread.
+  // `will` runs in the second process, which has only the `descriptors` of this one; -1 is none of
+  // them. To be made while the process has one thread.
   LastWill(const std::function<void()>& will, const std::vector<int>& descriptors);
 
   // There is nothing left to put right.

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "pty/Program.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::string_view kPlace = "{}";
 
-// A program that the hang-up does not end has the terminal put right under it behind that.
-constexpr int kPatienceMs = 2000;
+// A program that the hang-up has not ended by then is left alone with the terminal.
+constexpr int kPatienceMs = 10'000;
 
 std::string WithNode(std::string command, const std::string& node) {
   for (size_t at = 0; (at = command.find(kPlace, at)) != std::string::npos; at += node.size()) {
@@ -40,11 +40,38 @@ void MustNamePlace(const std::string& option, const std::string& command) {
 }
 
 Program::Program(std::string command, const std::string& node) {
-  const bool hasTerminal =
-      tcgetattr(STDIN_FILENO, &before) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
+  std::array<int, 2> life = {-1, -1};
+  if (tcgetattr(STDIN_FILENO, &before) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp()) {
+    [[maybe_unused]] const int made = pipe2(life.data(), O_CLOEXEC);
+    MakeWill(life[0]);
+  }
+  const int error = Spawn(WithNode(std::move(command), node), life[1]);
+  for (const int end : life) {
+    (void)close(end);
+  }
+  if (error != 0) {
+    throw std::system_error(error, std::generic_category(), "/bin/sh");
+  }
+}
+
+// Its last word is said behind the program's: one that ends sets the terminal several times, of
+// which the kernel refuses those that come after the shell has taken the terminal back.
+// It is made before the program is there, so that there is no moment without it. That the program
+// has ended shows as the hang-up of `life`, of which the program holds the other end.
+void Program::MakeWill(int life) {
+  will = std::make_unique<LastWill>(
+      [this, life] {
+        Restore();
+        pollfd end = {life, 0, 0};
+        (void)poll(&end, 1, kPatienceMs);
+        Restore();
+      },
+      std::vector<int>{STDIN_FILENO, life});
+}
+
+int Program::Spawn(std::string command, int life) {
   std::string shell = "/bin/sh";
   std::string option = "-c";
-  command = WithNode(std::move(command), node);
   std::array<char*, 4> words = {shell.data(), option.data(), command.data(), nullptr};
   posix_spawnattr_t attributes;
   (void)posix_spawnattr_init(&attributes);
@@ -52,35 +79,16 @@ Program::Program(std::string command, const std::string& node) {
   (void)sigemptyset(&none);
   (void)posix_spawnattr_setsigmask(&attributes, &none);
   (void)posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  posix_spawn_file_actions_t actions;
+  (void)posix_spawn_file_actions_init(&actions);
+  if (life != -1) {
+    (void)posix_spawn_file_actions_adddup2(&actions, life, life);  // it is kept across the exec
+  }
   const int error =
-      posix_spawn(&process, shell.c_str(), nullptr, &attributes, words.data(), environ);
+      posix_spawn(&process, shell.c_str(), &actions, &attributes, words.data(), environ);
+  (void)posix_spawn_file_actions_destroy(&actions);
   (void)posix_spawnattr_destroy(&attributes);
-  if (error != 0) {
-    throw std::system_error(error, std::generic_category(), shell);
-  }
-  if (hasTerminal) {
-    MakeWill();
-  }
-}
-
-// Its last word is said behind the program's: one that ends sets the terminal several times, of
-// which the kernel refuses those that come after the shell has taken the terminal back.
-void Program::MakeWill() {
-  // Debian 12's C library declares pidfd_open for C alone.
-  pollfd end = {static_cast<int>(syscall(SYS_pidfd_open, process, 0)), POLLIN, 0};
-  std::vector<int> kept = {STDIN_FILENO};
-  if (end.fd != -1) {
-    kept.push_back(end.fd);
-  }
-  will = std::make_unique<LastWill>(
-      [this, &end] {
-        (void)poll(&end, 1, kPatienceMs);
-        Restore();
-      },
-      kept);
-  if (end.fd != -1) {
-    (void)close(end.fd);
-  }
+  return error;
 }
 
 // In the background it would stop this process, and the terminal is the shell's.

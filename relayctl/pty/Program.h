@@ -22,8 +22,8 @@ class Program {
   Program(std::string command, const std::string& node);
 
   // Puts the terminal of standard input right, in which a killed program leaves raw mode. That
-  // happens also when this process is killed, once the program has ended or two seconds later: the
-  // program is in the background then, and may not.
+  // happens also when this process is killed: at once, and again when the program has ended within
+  // ten seconds, which is in the background then, and may not.
   ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -37,7 +37,8 @@ class Program {
   int WaitForStatus();
 
  private:
-  void MakeWill();
+  void MakeWill(int life);
+  int Spawn(std::string command, int life);
   std::optional<int> Take(int options);
   void Restore() const;
 
