@@ -115,9 +115,10 @@ void PseudoTerminal::MakeLink(const std::string& path) {
   will = std::make_unique<LastWill>([this] { link->Remove(); }, std::vector<int>{});
 }
 
+// Whoever has left bytes is still there until they are read.
 bool PseudoTerminal::HasNobody() const {
   pollfd state = {farEnd, POLLIN, 0};
-  return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
+  return poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLIN)) == POLLHUP;
 }
 
 void PseudoTerminal::DrainOpenings() const {
@@ -128,11 +129,12 @@ void PseudoTerminal::DrainOpenings() const {
 
 // Nobody has it open: the state for the next one. Opening it here shows in Openings() too, so these
 // are dropped, and the question who has it open is asked once more behind that: whoever came
-// meanwhile is not missed.
+// meanwhile is not missed. Only what goes to programs is thrown away: what they write has been read
+// up to its end, and may already be that of whoever came meanwhile.
 void PseudoTerminal::Settle() {
   const int nearEnd = open(node.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (nearEnd != -1) {
-    (void)tcflush(nearEnd, TCIOFLUSH);
+    (void)tcflush(nearEnd, TCIFLUSH);
     SetRaw(nearEnd);
     (void)close(nearEnd);
   }

@@ -57,6 +57,16 @@ TEST_F(PtyTest, ProgramsComeAndGo) {
   }
 }
 
+// Each comes while relayctl is still tidying up behind the one before.
+TEST_F(PtyTest, LosesNothingOfProgramsThatComeAsOthersGo) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  const std::string bytes(2000, 'x');
+  for (const char byte : bytes) {
+    EXPECT_TRUE(PtyProgram().Writes({byte}));
+  }
+  EXPECT_EQ(bytes, device->Reads(bytes.size()));
+}
+
 TEST_F(PtyTest, TheServiceLeavesAndComesBackUnderAProgram) {
   ASSERT_NO_FATAL_FAILURE(StartAll());
   const PtyProgram program;
