@@ -331,7 +331,7 @@ TEST_F(CommandsTest, WriteStaysAsLongAsItIsAskedTo) {
 
 TEST_F(CommandsTest, WriteInBlocksSendsThemInOneCommand) {
   PlugAndStart();
-  EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' abcdefg --blocks 3").status);
+  EXPECT_EQ(0, RunShell("relayctl write '#PhysicalPort0' abcdefg --blocks 3 --linger 1").status);
   EXPECT_EQ("abcdefg", device->Reads(7));
   EXPECT_EQ(1U, LogFile::Count("3 SerialPortHandler SerialPortHandler.cpp 4 data command proc."));
 }
@@ -341,7 +341,7 @@ TEST_F(CommandsTest, CommandsFollowEachOtherAtOnce) {
   PlugAndStart();
   const Outcome outcome = RunShell(
       "for i in 1 2 3 4 5; do relayctl open '#PhysicalPort0' || exit; done; "
-      "relayctl write '#PhysicalPort0' end");
+      "relayctl write '#PhysicalPort0' end --linger 1");
   EXPECT_EQ(0, outcome.status) << outcome.output;
   EXPECT_EQ("end", device->Reads(3));
 }

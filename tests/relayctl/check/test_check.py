@@ -65,7 +65,7 @@ class CheckTest(unittest.TestCase):
         return {case["name"]: (case["verdict"], case["text"]) for case in cases}
 
     def relay(self, kind: str = "Relay") -> tuple[str | Path, ...]:
-        return ("--variants", "2", "--limit", "3", "--", *PYTHON, RELAY, "{port}", kind)
+        return ("--variants", "2", "--limit", "5", "--", *PYTHON, RELAY, "{port}", kind)
 
     def assert_nothing_is_found(self, verdicts: Verdicts, skipped: set[str],
                                 remarks: set[str] = {"unanswered-open"}) -> None:
@@ -144,7 +144,7 @@ class RightRelays(CheckTest):
             example.write_text("import os\n" + text.replace(
                 "Client()", "Client(int(os.environ['SERIAL_RELAY_PORT']))"))
             verdicts = self.verdicts(
-                "--variants", "1", "--limit", "4", "--", "env",
+                "--variants", "1", "--limit", "6", "--", "env",
                 f"PYTHONPATH={CHECKOUT}/clients/python", "/usr/bin/python3", "-SB", example)
             self.assertEqual([], [(name, told) for name, told in verdicts.items()
                                   if told[0] == "failed"])
@@ -191,7 +191,7 @@ class Reports(CheckTest):
     def test_forms(self) -> None:
         junit = self.folder / "junit.xml"
         command = ("--only", "connects", "--only", "one-byte-at-a-time", "--only", "refused-close",
-                   "--limit", "2", "--", *PYTHON, RELAY, "{port}", "OneRecvIsOnePacket")
+                   "--limit", "4", "--", *PYTHON, RELAY, "{port}", "OneRecvIsOnePacket")
         text = run("--junit", junit, *command)
         self.assertEqual(1, text.returncode)
         self.assertEqual(

@@ -110,7 +110,9 @@ class Guide(unittest.TestCase):
         self.service()
         for program in ("build/ask", "ask", "build/ask-in-c", "ask-in-c"):
             asking = self.start(program)
-            self.assertEqual(b"*IDN?\n", device.receives(6))
+            question = device.receives(6)
+            if question != b"*IDN?\n":
+                self.fail(f"{program}: {question!r}, {asking.communicate()}")
             device.sends(b"M100")
             device.sends(b"\nmore\n")
             self.assertEqual(("M100\n", ""), asking.communicate())
