@@ -144,7 +144,7 @@ class RightRelays(CheckTest):
             example.write_text("import os\n" + text.replace(
                 "Client()", "Client(int(os.environ['SERIAL_RELAY_PORT']))"))
             verdicts = self.verdicts(
-                "--variants", "1", "--limit", "6", "--", "env",
+                "--variants", "1", "--quiet", "1", "--limit", "6", "--", "env",
                 f"PYTHONPATH={CHECKOUT}/clients/python", "/usr/bin/python3", "-SB", example)
             self.assertEqual([], [(name, told) for name, told in verdicts.items()
                                   if told[0] == "failed"])
