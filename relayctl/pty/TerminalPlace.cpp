@@ -50,11 +50,11 @@ void TerminalAccessOptions::Add(SubCommand& command) {
 
 TerminalAccess TerminalAccessOptions::Access() const {
   TerminalAccess access;
-  if (!mode.empty()) {
-    access.mode = ModeOf(mode);
+  if (mode) {
+    access.mode = ModeOf(*mode);
   }
-  if (!group.empty()) {
-    access.group = GroupOf(group);
+  if (group) {
+    access.group = GroupOf(*group);
   }
   return access;
 }

@@ -31,6 +31,6 @@ class TerminalAccessOptions {
   TerminalAccess Access() const;
 
  private:
-  std::string mode;
-  std::string group;
+  std::optional<std::string> mode;
+  std::optional<std::string> group;
 };

@@ -50,6 +50,8 @@ constexpr WrongUse kWrongUses[] = {
     {"PtyToBeRun", "pty '#PhysicalPort0' --mode 777", 2, "--mode: \"777\" is none of a terminal"},
     {"PtyOfNoGroup", "pty '#PhysicalPort0' --group nobody-here", 2,
      "--group: there is no group \"nobody-here\""},
+    {"PtyOfAnEmptyMode", "pty '#PhysicalPort0' --mode ''", 2, "--mode: \"\" is none of a terminal"},
+    {"PtyOfAnEmptyGroup", "pty '#PhysicalPort0' --group ''", 2, "--group: there is no group \"\""},
     {"TerminalByIds", "terminal 0403:6001", 2, "0403:6001: ports are opened by name only"},
     {"RecordByIds", "record 0403:6001", 2, "0403:6001: ports are opened by name only"},
     {"OpenWithoutTheHash", "open PhysicalPort0", 12,
