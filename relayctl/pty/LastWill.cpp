@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,18 +29,23 @@ void CloseAllBut(std::vector<int> kept) {
   (void)close_range(first, UINT_MAX, 0);
 }
 
+// Waits until the other side has said something. False when it has ended without a word.
+bool Hears(int line) {
+  char byte = 0;
+  return TEMP_FAILURE_RETRY(read(line, &byte, 1)) == 1;
+}
+
+void Say(int line) { (void)send(line, "", 1, MSG_NOSIGNAL); }
+
 // All signals are blocked: it outlives whatever ends the other process, and may set a terminal from
 // the background.
-[[noreturn]] void Execute(int pipe, const std::function<void()>& will,
+[[noreturn]] void Execute(int line, const std::function<void()>& will,
                           std::vector<int> descriptors) {
   (void)prctl(PR_SET_NAME, "relayctl-will");
-  descriptors.push_back(pipe);
+  descriptors.push_back(line);
   CloseAllBut(descriptors);
-  char byte = 0;
-  ssize_t count = 0;
-  while ((count = read(pipe, &byte, 1)) == -1 && errno == EINTR) {
-  }
-  if (count == 0) {
+  Say(line);
+  if (!Hears(line)) {
     will();
   }
   _exit(0);
@@ -47,9 +53,11 @@ void CloseAllBut(std::vector<int> kept) {
 
 }  // namespace
 
+// Until the second process has let go of them, it holds what this one may close and want again: a
+// port to listen on.
 LastWill::LastWill(const std::function<void()>& will, const std::vector<int>& descriptors) {
   std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
     return;
   }
   sigset_t all;
@@ -60,15 +68,16 @@ LastWill::LastWill(const std::function<void()>& will, const std::vector<int>& de
   if (executor == 0) {
     Execute(ends[0], will, descriptors);
   }
-  (void)sigprocmask(SIG_SETMASK, &before, nullptr);
   (void)close(ends[0]);
-  pipe = ends[1];
+  (void)Hears(ends[1]);
+  (void)sigprocmask(SIG_SETMASK, &before, nullptr);
+  line = ends[1];
 }
 
 LastWill::~LastWill() {
   if (executor > 0) {
-    [[maybe_unused]] const ssize_t told = write(pipe, "d", 1);
-    (void)close(pipe);
+    Say(line);
     (void)waitpid(executor, nullptr, 0);
   }
+  (void)close(line);
 }

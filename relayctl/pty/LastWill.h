@@ -11,7 +11,7 @@
 class LastWill {
  public:
   // `will` runs in the second process, which has only the `descriptors` of this one; -1 is none of
-  // them. To be made while the process has one thread.
+  // them. To be made while the process has one thread. Blocks until it has let go of all others.
   LastWill(const std::function<void()>& will, const std::vector<int>& descriptors);
 
   // There is nothing left to put right.
@@ -20,6 +20,6 @@ class LastWill {
   LastWill& operator=(const LastWill&) = delete;
 
  private:
-  int pipe = -1;
+  int line = -1;  // to the second process
   pid_t executor = -1;
 };

@@ -7,6 +7,7 @@ sph_add_test(RelayctlPartsTest SANDBOX
   PlayedServiceTest.cpp
   IdleTimeTest.cpp
   ProgressTest.cpp
+  LastWillTest.cpp
   PseudoTerminalTest.cpp
   SuggestTest.cpp
   LIBRARIES e2e_support relayctl_parts sph_warnings)
