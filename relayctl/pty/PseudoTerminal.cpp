@@ -121,10 +121,13 @@ bool PseudoTerminal::HasNobody() const {
   return poll(&state, 1, 0) == 1 && (state.revents & (POLLHUP | POLLIN)) == POLLHUP;
 }
 
-void PseudoTerminal::DrainOpenings() const {
+bool PseudoTerminal::DrainOpenings() const {
   std::array<char, 4096> events{};
+  bool hasAny = false;
   while (read(watch, events.data(), events.size()) > 0) {
+    hasAny = true;
   }
+  return hasAny;
 }
 
 // Nobody has it open: the state for the next one. Opening it here shows in Openings() too, so these
@@ -138,14 +141,17 @@ void PseudoTerminal::Settle() {
     SetRaw(nearEnd);
     (void)close(nearEnd);
   }
-  DrainOpenings();
+  (void)DrainOpenings();
   inUse = !HasNobody();
 }
 
+// Whoever came and left between two looks may have left settings behind, or bytes unread, as well.
 bool PseudoTerminal::Look() {
   const bool before = inUse;
-  DrainOpenings();
-  inUse = !HasNobody();
+  inUse = DrainOpenings() || inUse;
+  if (inUse && HasNobody()) {
+    Settle();
+  }
   return inUse != before;
 }
 

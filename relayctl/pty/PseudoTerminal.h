@@ -49,7 +49,7 @@ class PseudoTerminal {
 
   void MakeLink(const std::string& path);
   void Settle();
-  void DrainOpenings() const;
+  bool DrainOpenings() const;
   bool HasNobody() const;
 
   std::string node;

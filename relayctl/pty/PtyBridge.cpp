@@ -66,7 +66,11 @@ void PtyBridge::BeTold(const relay::Reply& reply) {
   }
 }
 
+// A program may have come meanwhile, and what it is the first to wait for with it.
 void PtyBridge::TakeFromPort(std::string_view data) {
+  if (terminal != nullptr && !terminal->InUse()) {
+    (void)terminal->Look();
+  }
   if (terminal == nullptr || !terminal->InUse()) {
     return;
   }

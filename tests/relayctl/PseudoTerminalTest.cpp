@@ -97,6 +97,33 @@ TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfTheLast) {
   EXPECT_EQ(0u, SettingsOf(next).c_oflag & OPOST);
 }
 
+// As stty does, whose visit is over before it is noticed.
+TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfAShortVisit) {
+  PseudoTerminal terminal({kLink, {}});
+  {
+    const PtyProgram visitor;
+    termios settings = SettingsOf(visitor);
+    settings.c_lflag |= ECHO | ICANON;
+    EXPECT_EQ(0, tcsetattr(visitor.Descriptor(), TCSANOW, &settings));
+  }
+  EXPECT_FALSE(terminal.Look());
+  EXPECT_FALSE(IsReadable(terminal.Openings()));
+  EXPECT_EQ(0u, SettingsOf(PtyProgram()).c_lflag & (ECHO | ICANON));
+}
+
+// When a second one has come as well before both are noticed to be gone.
+TEST_F(PseudoTerminalTest, GivesTheNextProgramNothingOfSeveral) {
+  PseudoTerminal terminal({kLink, {}});
+  {
+    const PtyProgram first;
+    (void)terminal.Look();
+    EXPECT_EQ(6u, terminal.Write("stale\n", 6));
+    const PtyProgram second;
+  }
+  EXPECT_TRUE(terminal.Look());
+  EXPECT_FALSE(IsReadable(PtyProgram().Descriptor()));
+}
+
 TEST_F(PseudoTerminalTest, TakesNoMoreThanAProgramReads) {
   PseudoTerminal terminal({kLink, {}});
   const PtyProgram program;

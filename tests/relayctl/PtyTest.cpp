@@ -25,14 +25,21 @@ class PtyTest : public RelayctlTest {
     EXPECT_EQ("from the device", program.Reads(15));
   }
 
+  // Whether bytes from the service wait to be received.
+  static bool LinkHoldsBytes() {
+    return !RunShell("ss -Htn dport = 60004 | awk '$2 > 0'").output.empty();
+  }
+
+  // Whether it sleeps ("S") or is stopped ("T").
+  bool IsPtyInState(const std::string& letter) const {
+    const std::string stat = workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat");
+    return stat.find(") " + letter + " ") != std::string::npos;
+  }
+
   // Waits until relayctl has taken what is on the link, and waits for more.
   void SettlePty() const {
-    ASSERT_TRUE(Eventually([this] {
-      // In this order: what it has just taken it may still be at.
-      return !LinkHoldsBytes() &&
-             workplace::ReadWhole("/proc/" + std::to_string(pty->Pid()) + "/stat").find(") S ") !=
-                 std::string::npos;
-    }));
+    // In this order: what it has just taken it may still be at.
+    ASSERT_TRUE(Eventually([this] { return !LinkHoldsBytes() && IsPtyInState("S"); }));
   }
 
   // Starts all with a program on it.
@@ -41,12 +48,6 @@ class PtyTest : public RelayctlTest {
     StartListening();
     pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink +
                                        " --exec " + Quoted(command));
-  }
-
- private:
-  // Whether bytes from the service wait to be received.
-  static bool LinkHoldsBytes() {
-    return !RunShell("ss -Htn dport = 60004 | awk '$2 > 0'").output.empty();
   }
 };
 
@@ -65,6 +66,19 @@ TEST_F(PtyTest, LosesNothingOfProgramsThatComeAsOthersGo) {
     EXPECT_TRUE(PtyProgram().Writes({byte}));
   }
   EXPECT_EQ(bytes, device->Reads(bytes.size()));
+}
+
+// What it has asked for in another way is there when relayctl notices that it has come.
+TEST_F(PtyTest, LosesNothingThatComesRightBehindAProgram) {
+  ASSERT_NO_FATAL_FAILURE(StartAll());
+  ASSERT_NO_FATAL_FAILURE(SettlePty());
+  pty->Signal(SIGSTOP);
+  ASSERT_TRUE(Eventually([this] { return IsPtyInState("T"); }));
+  const PtyProgram program;
+  ASSERT_TRUE(device->Sends("from the device"));
+  ASSERT_TRUE(Eventually(LinkHoldsBytes));
+  pty->Signal(SIGCONT);
+  EXPECT_EQ("from the device", program.Reads(15));
 }
 
 TEST_F(PtyTest, TheServiceLeavesAndComesBackUnderAProgram) {
