@@ -52,6 +52,7 @@ int Serve(const CommonOptions& common, const Options& options) {
   Desk desk(loop, options.listen != 0 ? static_cast<uint16_t>(options.listen) : common.RelayPort(),
             choices);
   Controls controls(loop, desk, options.onUsr1, options.onUsr2);
+  desk.TellWhereItListens();
   (void)loop.Run([&] { return desk.Died() || controls.IsOver(); });
   return desk.Died() ? kExitSignal + *desk.Died() : kExitDone;
 }

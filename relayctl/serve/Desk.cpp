@@ -33,6 +33,8 @@ Desk::Desk(Loop& ownLoop, uint16_t tcpPort, std::vector<DeviceChoice> deviceChoi
 
 Desk::~Desk() = default;
 
+void Desk::TellWhereItListens() const { link->TellWhere(); }
+
 ServedDevice* Desk::At(const std::string& port) const {
   const auto found = devices.find(port);
   return found != devices.end() ? found->second.get() : nullptr;

@@ -27,6 +27,9 @@ class Desk {
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
 
+  // To be called once all is there that somebody may use who has waited for this.
+  void TellWhereItListens() const;
+
   // Throws kUsage for what is no provocation or names a port that is not served.
   void Provoke(const std::string& text);
 

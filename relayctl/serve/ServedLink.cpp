@@ -20,7 +20,11 @@ constexpr const char* kOnlyPeer = "127.0.0.1";
 
 ServedLink::ServedLink(Loop& ownLoop, uint16_t port, Owner linkOwner)
     : loop(ownLoop), tcpPort(port), owner(std::move(linkOwner)) {
-  loop.When([this] { return listenAt; }, [this] { Listen(); });
+  loop.When([this] { return listenAt; },
+            [this] {
+              Listen();
+              TellWhere();
+            });
   Listen();
 }
 
@@ -40,6 +44,9 @@ void ServedLink::Listen() {
   loop.Watch(
       socket->Listening(), [this] { return isUp || listenAt ? short{0} : short{POLLIN}; },
       [this](short) { Accept(); });
+}
+
+void ServedLink::TellWhere() const {
   owner.tell("listening on 127.0.0.1:" + std::to_string(tcpPort));
 }
 

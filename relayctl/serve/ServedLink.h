@@ -31,6 +31,9 @@ class ServedLink {
   ServedLink(const ServedLink&) = delete;
   ServedLink& operator=(const ServedLink&) = delete;
 
+  // That it listens, and where. Whenever it listens anew, it is told without this.
+  void TellWhere() const;
+
   bool IsUp() const { return isUp; }
   bool IsClear() const { return isUp && socket->Unsent() == 0; }
 

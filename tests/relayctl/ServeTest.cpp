@@ -150,6 +150,13 @@ TEST_F(PlayedPortTest, APseudoTerminalIsTheLine) {
   EXPECT_FALSE(fs::is_symlink(kLink));
 }
 
+// Whoever waits for that then uses the devices, the signals and the keys.
+TEST_F(PlayedPortTest, ToldLastIsThatItListens) {
+  ASSERT_NO_FATAL_FAILURE(Serve(std::string("--port '#PhysicalPort0=pty:") + kLink + "'"));
+  const std::string told = serve->Output();
+  EXPECT_LT(told.find(" -> /dev/pts/"), told.find("listening on")) << told;
+}
+
 // A line whose flow control says no: the commands behind wait, as they do with the service.
 TEST_F(PlayedPortTest, ADeviceThatTakesNothingHoldsUpCommandsAndNotTheEnd) {
   ASSERT_NO_FATAL_FAILURE(ServeOpen(std::string("pty:") + kLink));
