@@ -29,8 +29,11 @@ def property_of(box: Box, name: str) -> str:
 
 
 def journal_of(box: Box) -> list[dict[str, str]]:
-    """What the running process itself has written, not what systemd says about it."""
-    text = box.run("journalctl", "--output", "json", "_PID=" + property_of(box, "MainPID"))
+    """What the running process itself has written up to now, not what systemd says about it. The
+    journal takes it later than it is written, unless it is told to."""
+    box.run("journalctl", "--sync")
+    text = box.run("journalctl", "--quiet", "--output", "json",
+                   "_PID=" + property_of(box, "MainPID"))
     return [json.loads(line) for line in text.splitlines()]
 
 
