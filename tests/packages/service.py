@@ -64,7 +64,7 @@ class StartedAsInTheUnit:
         settings = dict(line.split("=", 1) for line in text.splitlines() if "=" in line)
         group = group_number(self.box, settings["SupplementaryGroups"])
         self.process = subprocess.Popen(
-            [*self.box.enter(), "sh", "-c", '"$@" & echo $! >/run/pid; wait $!', "sh",
+            [*self.box.enter(), "sh", "-c", 'echo $$ >/run/pid; exec "$@"', "sh",
              "setpriv", "--reuid", "61184", "--regid", "61184", "--groups", group,
              "--bounding-set=-all", "--no-new-privs", settings["ExecStart"]],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
