@@ -17,6 +17,7 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CACHE = ROOT / "build" / "machine"
+RETRY = ROOT / "scripts" / "retry"
 KEYRING = "/usr/share/keyrings/debian-archive-keyring.gpg"
 
 
@@ -50,7 +51,7 @@ def _apt_options(architecture: str) -> tuple[str, ...]:
         "-o", f"Dir::State::lists={lists}", "-o", f"Dir::State::status={status}",
         "-o", f"Dir::Cache={cache}",
         "-o", f"Dir::Etc::SourceList={sources}", "-o", "Dir::Etc::SourceParts=-")
-    subprocess.run(["apt-get", "-qq", *options, "update"], check=True)
+    subprocess.run([RETRY, "apt-get", "-qq", *options, "update"], check=True)
     return options
 
 
@@ -100,7 +101,7 @@ def _unpacked(names: list[str], architecture: str) -> list[pathlib.Path]:
             continue
         name, version, _ = file_name.removesuffix(".deb").replace("%3a", ":").split("_")
         archive = archives / file_name
-        subprocess.run(["apt-get", "-qq", *options, "download", f"{name}={version}"],
+        subprocess.run([RETRY, "apt-get", "-qq", *options, "download", f"{name}={version}"],
                        cwd=archives, check=True)
         if f"SHA256:{_sha256(archive)}" != checksum:
             raise ValueError(f"{archive} is not what apt's lists promise ({checksum})")
