@@ -20,6 +20,7 @@ from background import Background
 from line import checksum
 from machine import ADAPTERS, UART, Machine, Saved, running, saved, settings
 from other_machines import BOARD_USB_PORT, EMULATOR
+from process import Process
 from relay import CLOSE, Relay
 from test_topology import FTDI, NO_SUCH_PORT, USB_PORTS, leads_to
 
@@ -89,9 +90,13 @@ def test_another_build_serves_each_place(
         pours_both_ways(relay, "#USBSerialPort2", machine, "usb2")
         pours_both_ways(relay, PHYSICAL_PORT, machine, UART)
 
+        node = machine.node_of("usb5")
         machine.unplug("usb5")
+        Process(machine).waits_until_closed(node)  # while it is held the adapter gets another one
         machine.waits_for_nodes(5)
         machine.plug("usb5")
+        machine.waits_for_nodes(6)
+        assert machine.node_of("usb5") == node
         machine.waits('[ "$(grep -c "OPEN.*ttyUSB" /run/service.out)" -ge 7 ]')
         machine.line("usb5").sends(b"back again")
         relay.expects("#USBSerialPort5", b"back again")
