@@ -172,6 +172,15 @@ class Machine:
         self.qemu.wait_event("DEVICE_DELETED", device=adapter)
         self.qemu.ask("cont")
 
+    def waits_for_address(self, adapter: str) -> None:
+        """Until the guest has given the adapter one. It is then done with whatever was there before."""
+        found = re.compile(rf"Device \d+\.[1-9]\d*, .*, ID: {adapter}\r?$", re.MULTILINE)
+        began = time.monotonic()
+        while not found.search(self.qemu.tell("info usb")):
+            if deadline_passed(began, 60):
+                raise TimeoutError(f"{adapter} has no address:\n{self.qemu.tell('info usb')}")
+            time.sleep(0.05)
+
     def node_of(self, adapter: str) -> str:
         """The node of an adapter at its own place."""
         bus, port = PLACES[ADAPTERS.index(adapter)]

@@ -25,6 +25,12 @@ class Process:
         """Until it holds it no more, neither under its name nor as one that is gone."""
         self._machine.waits(f"! {self._holds(node)}", pause=0.01)
 
+    def waits_until_open_again(self, node: str) -> None:
+        """Until it holds the node that is there now, no earlier one, and has set it up: a line of its
+        output tells of each close, and then of the open."""
+        opens, closes = (f"$(grep -c '{word}' /run/service.out)" for word in ("^OPEN", "port close"))
+        self._machine.waits(f"{self._holds(node + '$')} && [ {opens} -gt {closes} ]", pause=0.01)
+
     def waits_for_opens(self, count: int, node: str = "") -> None:
         """Until it has opened this node, or any lines, so many times, and set them up."""
         opened = f"grep -c '^OPEN.{node}' /run/service.out"

@@ -10,7 +10,7 @@ import pytest
 
 from background import Background
 from figures import Figure
-from machine import Machine, deadline_passed
+from machine import Machine
 from process import Process
 from relay import CLOSE, OPEN, Relay, named
 
@@ -181,15 +181,24 @@ def test_during_a_close(machine: Machine, relay: Relay, process: Process, delay:
     assert process.is_the_same()
 
 
-def test_twice_within_a_second(machine: Machine, relay: Relay, process: Process) -> None:
-    relay.opens(PORT)
+def goes_and_comes_twice(machine: Machine) -> float:
+    """Within how many seconds."""
     began = time.monotonic()
-    machine.unplug(ADAPTER)
-    machine.plug(ADAPTER)
-    machine.unplug(ADAPTER)
-    machine.plug(ADAPTER)
-    assert not deadline_passed(began, 1)
-    process.waits_until_closed(NODE)
-    process.waits_for_opens(2)
-    data_flow(relay, machine)
+    for _ in range(2):
+        machine.unplug(ADAPTER)
+        machine.plug(ADAPTER)
+    return time.monotonic() - began
+
+
+def test_twice_within_a_second(machine: Machine, relay: Relay, process: Process) -> None:
+    """Whether the service opens the port once again or twice is not said."""
+    relay.opens(PORT)
+    for _ in range(5):  # this computer may be slow at one time or the other
+        took = goes_and_comes_twice(machine)
+        machine.waits_for_address(ADAPTER)
+        process.waits_until_open_again(NODE)
+        data_flow(relay, machine)
+        if took < 1:
+            break
+    assert took < 1
     assert process.is_the_same()
