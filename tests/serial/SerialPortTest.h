@@ -13,6 +13,7 @@
 
 #include "Linux/LinuxThread.h"
 #include "serial/FakeDevice.h"
+#include "serial/Pauses.h"
 #include "serial/SerialPort.h"
 #include "support/CapturedLog.h"
 #include "support/Eventually.h"
@@ -76,6 +77,7 @@ class SerialPortTest : public testing::Test {
   void TearDown() override {
     port.reset();
     EXPECT_TRUE(CLinuxThread::WaitUntilNoneRuns(20'000));
+    onPause = nullptr;
   }
 
   int Open() { return port->Open(kName, receiver.Callback(), kSettings); }

@@ -2,7 +2,7 @@
 // Ports that are found through the udev database.
 #include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <filesystem>
 #include <stdexcept>
 
@@ -40,6 +40,8 @@ class SerialPortUsbTest : public SerialPortTest {
 
   int OpenUsb() { return port->OpenUsb(0x0403, 0x6001, receiver.Callback(), kSettings); }
 
+  static constexpr int kNone = -1;
+  std::atomic<int> descriptorsAtPause{kNone};  // when a thread pauses for the first time
   UdevTool udev;
   std::unique_ptr<PtyLine> line = std::make_unique<PtyLine>();
   const std::string node = udev.Path("ttyUSB4");
@@ -59,14 +61,18 @@ TEST_F(SerialPortUsbTest, AUsbPortIsOpenedByItsIdsUnderItsPath) {
 TEST_F(SerialPortUsbTest, AnUnpluggedAdapterIsReopenedAtItsPathWithoutASearch) {
   StreamCapture output(STDOUT_FILENO);
   StreamCapture error(STDERR_FILENO);
+  onPause = [this](unsigned) {
+    if (descriptorsAtPause == kNone) {
+      descriptorsAtPause = OpenDescriptorCount();
+    }
+  };
   ASSERT_EQ(0, port->Open("#USBSerialPort0", receiver.Callback(), kSettings));
   EXPECT_EQ("OPEN[" + node + "]\n", output.NextLine());
   const int descriptors = OpenDescriptorCount();
   fs::remove(node);
   line->HangUp();
-  const auto time = TimeOf(
-      [&] { EXPECT_TRUE(Eventually([&] { return OpenDescriptorCount() == descriptors - 2; })); });
-  EXPECT_LT(time, std::chrono::milliseconds(500)) << "the far end and the device are closed";
+  ASSERT_TRUE(Eventually([this] { return descriptorsAtPause != kNone; }));
+  EXPECT_EQ(descriptors - 2, descriptorsAtPause) << "the far end and the device are closed at once";
   EXPECT_EQ("recv error:Input/output error\n", error.NextLine());
   EXPECT_EQ("(" + node + ")port close\n", output.NextLine());
   ASSERT_TRUE(Eventually([] { return CapturedLog().size() == 1; }));
