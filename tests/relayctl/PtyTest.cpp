@@ -46,8 +46,12 @@ class PtyTest : public RelayctlTest {
   void StartProgram(const std::string& command) {
     device = std::make_unique<Device>();
     StartListening();
-    pty = std::make_unique<Background>(std::string("relayctl pty ") + kPort + " --link " + kLink +
-                                       " --exec " + Quoted(command));
+    RunProgram(command);
+  }
+
+  void RunProgram(const std::string& command, const std::string& options = "") {
+    pty = std::make_unique<Background>("relayctl " + options + " pty " + kPort + " --link " +
+                                       kLink + " --exec " + Quoted(command));
   }
 };
 
@@ -195,13 +199,19 @@ TEST_F(PtyTest, RunsAProgramAndGivesItsStatus) {
   EXPECT_FALSE(fs::is_symlink(kLink));
 }
 
+// Another peer holds the port open, as its close would drop what the device has not read.
 TEST_F(PtyTest, LeavesOnceTheServiceHasTakenWhatTheProgramWrote) {
   std::string bytes;
   for (unsigned i = 0; bytes.size() < 200000; ++i) {
     bytes += static_cast<char>(i * 5 + i / 256);
   }
   workplace::WriteWhole("/tmp/e2e/upload", bytes);
-  StartProgram("cat /tmp/e2e/upload >{}");
+  ASSERT_NO_FATAL_FAILURE(PlugAndStart());
+  const Background share("relayctl share --listen 60010");
+  ASSERT_TRUE(share.Prints("listening for peers on")) << share.Output();
+  Relay holder(60010);
+  ASSERT_EQ(Wire(kPort0Opened), holder.Answer(kOpenPort0));
+  RunProgram("cat /tmp/e2e/upload >{}", "--port 60010");
   EXPECT_TRUE(bytes == device->Reads(bytes.size()));
   EXPECT_EQ("exit 0", pty->WaitForExit());
 }

@@ -317,11 +317,12 @@ TEST_F(PlayedPortTest, TheLinkEndsInOrderOrByAReset) {
 
 TEST_F(PlayedPortTest, NobodyListensForATime) {
   ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
-  Order("away 0.5", "nobody listens on 127.0.0.1:60004");
+  Order("away 1000", "nobody listens on 127.0.0.1:60004");
   EXPECT_EQ("closed", relay->NextPacket());
   const Outcome outcome = RunShell("relayctl --patience 0 open '#PhysicalPort0'");
   EXPECT_EQ("relayctl: nothing listens on 127.0.0.1:60004: is the service running?\n",
             outcome.output);
+  Order("away 0.1", "nobody listens on 127.0.0.1:60004");
   Connect();
   EXPECT_EQ(Wire(kPort0Opened), relay->Answer(kOpenPort0));
 }
@@ -329,8 +330,10 @@ TEST_F(PlayedPortTest, NobodyListensForATime) {
 // As with the service, whose address somebody has taken while it did not listen.
 TEST_F(PlayedPortTest, AnAddressThatIsTakenMeanwhileEndsIt) {
   ASSERT_NO_FATAL_FAILURE(ServeOpen("echo"));
-  Order("away 1", "nobody listens on 127.0.0.1:60004");
+  Order("away 1000", "nobody listens on 127.0.0.1:60004");
   const Background other("relayctl record --listen 60004 -o /dev/null");
+  ASSERT_TRUE(other.Prints("waiting for a relay service")) << other.Output();
+  Order("away 0", "nobody listens on 127.0.0.1:60004");
   EXPECT_EQ("exit 1", serve->WaitForExit());
   ExpectHas(serve->Output(), "cannot listen on 127.0.0.1:60004: Address already in use");
 }

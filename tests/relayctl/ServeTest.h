@@ -42,13 +42,14 @@ class ServeTest : public RelayctlTest {
 
   bool ListensAgain() {
     ++connections;
-    return Eventually([this] { return Listens() == connections; });
+    return Eventually([this] { return Told("listening on") == connections; });
   }
 
-  // Gives the order, and waits until it is told that this has happened.
+  // Gives the order, and waits until it is told, once more, that this has happened.
   void Order(const std::string& order, const std::string& told) const {
+    const size_t before = Told(told);
     ASSERT_TRUE(orders.Writes(order + "\n"));
-    ASSERT_TRUE(serve->Prints(told)) << serve->Output();
+    ASSERT_TRUE(Eventually([&] { return Told(told) > before; })) << serve->Output();
   }
 
   // Asks for the end, which is to come whatever else is under way.
@@ -61,11 +62,11 @@ class ServeTest : public RelayctlTest {
   std::unique_ptr<Background> serve;
 
  private:
-  // How often it has said that it listens.
-  size_t Listens() const {
+  // How often it has said so.
+  size_t Told(const std::string& text) const {
     const std::string output = serve->Output();
     size_t count = 0;
-    for (size_t at = 0; (at = output.find("listening on", at)) != std::string::npos; ++at) {
+    for (size_t at = 0; (at = output.find(text, at)) != std::string::npos; ++at) {
       ++count;
     }
     return count;

@@ -107,7 +107,7 @@ class RightRelays(CheckTest):
         self.assert_nothing_is_found(verdicts, self.USUAL)
 
     def test_share(self) -> None:
-        peers = "$((SERIAL_RELAY_PORT - 20000))"  # their port
+        peers = "$((SERIAL_RELAY_PORT - 30000))"  # their port: none that is given to anybody
         share = f"exec {PROGRAM} -p {{port}} share --listen {peers} --pty '#USBSerialPort0'"
         verdicts = self.verdicts("--variants", "10", "--", "sh", "-c", share)
         self.assert_nothing_is_found(verdicts, self.USUAL)
