@@ -109,6 +109,7 @@ def test_unplugging_and_replugging_does_not_stop_it(machine: Machine) -> None:
         machine.plug(adapter)
         machine.waits_for_nodes(len(ADAPTERS))
         assert machine.node_of(adapter) == node
+        process.waits_until_open(node)  # before the journal is asked: one of the two may be late
         machine.waits(f"[ $(grep -c '^OPEN' /run/service.out) -gt {opened} ]")
         machine.line(adapter).sends(b"here again")
         relay.expects(name, b"here again")
