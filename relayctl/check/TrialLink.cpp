@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "link/Loop.h"
+#include "machine/ProcessTable.h"
 
 namespace {
 
@@ -19,7 +21,12 @@ using relay::Millis;
 constexpr Millis kBetweenBytes{1};
 constexpr Millis kAtACut{10};
 constexpr Millis kLate{100};
-constexpr Millis kBehindAStranger{50};  // so that it is read by itself
+constexpr Millis kBehindAStranger{50};
+
+// A program on a busy machine reads late, and then what has come since with it.
+constexpr Millis kTimeToRead{1000};
+constexpr Millis kUntilNextLook{5};
+
 constexpr Millis kHeldAtMost{60};
 constexpr Millis kUntilNextLink{30};
 constexpr Millis kDeafTime{1000};
@@ -79,7 +86,7 @@ std::optional<Clock::time_point> TrialLink::Due() const {
     add(heldUntil);
   }
   if (isUp && !segments.empty() && socket.Unsent() == 0) {
-    add(segmentAt);
+    add(std::max(segmentAt, nextLook));
   }
   return due;
 }
@@ -179,7 +186,9 @@ void TrialLink::PutBehindStranger(const std::string& packet) {
     PutWhole(how.stranger + packet, {});
   } else {
     PutWhole(how.stranger, {});
+    const size_t next = segments.size();
     PutWhole(packet, kBehindAStranger);
+    segments[next].isByItself = true;
   }
 }
 
@@ -225,12 +234,30 @@ bool TrialLink::Send(const std::string& packet) {
   return !isBroken;
 }
 
+// What cannot be seen counts as read.
+bool TrialLink::HasUnread() const {
+  const std::vector<TcpSocket> sockets = ProcessTable().TcpSockets();
+  return std::any_of(sockets.begin(), sockets.end(), [port = Port()](const TcpSocket& other) {
+    return other.remotePort == port && other.unread > 0;
+  });
+}
+
+bool TrialLink::AwaitsReader() {
+  const bool isAwaited =
+      segments.front().isByItself && Clock::now() < segmentAt + kTimeToRead && HasUnread();
+  if (isAwaited) {
+    nextLook = Clock::now() + kUntilNextLook;
+  }
+  return isAwaited;
+}
+
 void TrialLink::Pump() {
   if (!isUp) {
     return;
   }
   socket.Flush();
-  while (!segments.empty() && socket.Unsent() == 0 && Clock::now() >= segmentAt) {
+  while (!segments.empty() && socket.Unsent() == 0 && Clock::now() >= segmentAt &&
+         !AwaitsReader()) {
     const Segment segment = std::move(segments.front());
     segments.pop_front();
     if (!segment.bytes.empty()) {

@@ -71,10 +71,13 @@ class TrialLink {
     std::string bytes;
     relay::Clock::duration pause;  // behind the one before
     std::optional<Disturbance::Ending> ending;
+    bool isByItself = false;  // is to be read without the one before
   };
 
   void Accept();
   void Pump();
+  bool AwaitsReader();
+  bool HasUnread() const;
   void Receive();
   void Put(const std::string& bytes, relay::Clock::duration pause = {},
            std::optional<Disturbance::Ending> ending = {});
@@ -98,6 +101,7 @@ class TrialLink {
   std::optional<relay::Clock::time_point> deafUntil;
   std::deque<Segment> segments;
   relay::Clock::time_point segmentAt{};  // when the first of them may go
+  relay::Clock::time_point nextLook{};   // whether the one before has been read
   std::string held;                      // a packet that waits for the next one
   relay::Clock::time_point heldUntil{};
   std::vector<std::string> sent;  // packets of the first link
