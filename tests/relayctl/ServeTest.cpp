@@ -389,11 +389,12 @@ TEST_F(PlayedPortTest, APeerFromAnotherAddressEndsIt) {
 // With relayctl itself: its port of the service in front of the command, the devices behind it.
 TEST_F(ServeTest, ThePortInFrontOfTheCommandIsTheOneToListenOn) {
   serve = std::make_unique<Background>(
-      "relayctl --port 7000 serve --port '#PhysicalPort0=exec:cat /etc/passwd' </dev/null");
+      "relayctl --port 7000 serve --port '#PhysicalPort0=exec:cat /etc/passwd; echo over' "
+      "</dev/null");
   ASSERT_TRUE(serve->Prints("listening on 127.0.0.1:7000")) << serve->Output();
-  const Outcome outcome =
-      RunShell("relayctl -p 7000 pipe '#PhysicalPort0' --exit-after 0.2 </dev/null");
-  EXPECT_EQ(workplace::ReadWhole("/etc/passwd"), outcome.output);
+  const Outcome outcome = RunShell(
+      "relayctl -p 7000 pipe '#PhysicalPort0' --until 'over\\n' --exit-after 100 </dev/null");
+  EXPECT_EQ(workplace::ReadWhole("/etc/passwd") + "over\n", outcome.output);
 }
 
 TEST_F(ServeTest, SaysSoWhenTheAddressIsInUse) {
