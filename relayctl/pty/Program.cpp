@@ -69,10 +69,9 @@ void Program::MakeWill(int life) {
       std::vector<int>{STDIN_FILENO, life});
 }
 
-int Program::Spawn(std::string command, int life) {
-  std::string shell = "/bin/sh";
-  std::string option = "-c";
-  std::array<char*, 4> words = {shell.data(), option.data(), command.data(), nullptr};
+int Program::Spawn(const std::string& command, int life) {
+  std::array<std::string, 3> words = {"/bin/sh", "-c", command};
+  std::array<char*, 4> arguments = {words[0].data(), words[1].data(), words[2].data(), nullptr};
   posix_spawnattr_t attributes;
   (void)posix_spawnattr_init(&attributes);
   sigset_t none;
@@ -85,7 +84,7 @@ int Program::Spawn(std::string command, int life) {
     (void)posix_spawn_file_actions_adddup2(&actions, life, life);  // it is kept across the exec
   }
   const int error =
-      posix_spawn(&process, shell.c_str(), &actions, &attributes, words.data(), environ);
+      posix_spawn(&process, arguments[0], &actions, &attributes, arguments.data(), environ);
   (void)posix_spawn_file_actions_destroy(&actions);
   (void)posix_spawnattr_destroy(&attributes);
   return error;

@@ -38,7 +38,7 @@ class Program {
 
  private:
   void MakeWill(int life);
-  int Spawn(std::string command, int life);
+  int Spawn(const std::string& command, int life);
   std::optional<int> Take(int options);
   void Restore() const;
 
