@@ -121,7 +121,7 @@ class Story:
         self.run(f"{self.relayctl} write '{PORT}' '6*7\\n'", f"{PORT}: 4 bytes taken by the service\n")
         self.run(
             "printf 'scale=15\\n4*a(1)\\n2^64\\n' | "
-            f"{self.relayctl} pipe '{PORT}' --until '616\\n'",
+            f"{self.relayctl} pipe '{PORT}' --exit-after 10 --until '616\\n'",
             "3.141592653589792\n18446744073709551616\n",
         )
 
