@@ -2,6 +2,7 @@
 #include <poll.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "CommandLine.h"
@@ -96,7 +97,7 @@ class Tap {
       client.Send(firstFlight);  // again, if the link before was reset before it counted
     };
     events.packet = [this](Direction direction, std::string_view bytes) {
-      if (direction == Direction::kFromService) {
+      if (direction == Direction::kFromService && !hasLeft) {
         firstFlight.clear();
         somethingCame = true;
         silentAt.reset();
@@ -108,17 +109,22 @@ class Tap {
     events.disconnected = [this](const relay::Error& error) {
       if (client.IsOver()) {
         PrintNotice(error.what());
-        Leave();
+        silentAt.reset();
+        hasEnded = true;
+        loop.ServeNoClient();
       } else {
         silentAt = Clock::now() + kSilence;
       }
     };
     client.SetEvents(events);
     loop.Watch(
-        socket.Listening(), [this]() -> short { return socket.Peer() == -1 ? POLLIN : 0; },
+        socket.Listening(),
+        [this]() -> short { return socket.Peer() == -1 && !hasLeft ? POLLIN : 0; },
         [this](short) { Accept(); });
     PrintNotice("waiting for a relay service on 127.0.0.1:" + std::to_string(options.listen));
     loop.When([this] { return silentAt; }, [this] { TellOfSilence(); });
+    loop.When([this] { return IsPassedOn() ? std::optional(Clock::now()) : std::nullopt; },
+              [this] { Leave(); });
     (void)loop.RunFor(options.duration);
     Report(options, recording.Packets());
     return kExitDone;
@@ -149,8 +155,9 @@ class Tap {
   }
 
   short PeerEvents() const {
-    return static_cast<short>((client.IsConnected() && client.Unsent() < kMostKept ? POLLIN : 0) |
-                              (socket.Unsent() > 0 ? POLLOUT : 0));
+    return static_cast<short>(
+        (!hasEnded && client.IsConnected() && client.Unsent() < kMostKept ? POLLIN : 0) |
+        (socket.Unsent() > 0 ? POLLOUT : 0));
   }
 
   // One side waits for the other, as if nobody stood between.
@@ -180,10 +187,17 @@ class Tap {
     }
     if (!isThere) {
       loop.Forget(peer);
-      PrintNotice("the relay service left");
-      client.Stop();
-      Leave();
+      silentAt.reset();
+      hasLeft = true;
+      Regulate();
     }
+  }
+
+  // Whether one side has ended, and the other one has all that it sent before, as it would without
+  // us.
+  bool IsPassedOn() const {
+    return (hasLeft && (!client.IsConnected() || client.Unsent() == 0)) ||
+           (hasEnded && socket.Unsent() == 0);
   }
 
   void Note(std::string_view bytes) {
@@ -215,6 +229,11 @@ class Tap {
 
   void Leave() {
     silentAt.reset();
+    if (std::exchange(hasLeft, false)) {
+      PrintNotice("the relay service left");
+      client.Stop();
+    }
+    hasEnded = false;
     if (socket.Peer() != -1) {
       loop.Forget(socket.Peer());
     }
@@ -232,6 +251,8 @@ class Tap {
   std::string firstFlight;  // what the service may never have seen
   bool somethingCame = false;
   bool wasAsked = false;
+  bool hasLeft = false;                       // the relay service
+  bool hasEnded = false;                      // the service's link
   std::optional<Clock::time_point> silentAt;  // when it is, unless something comes before
   relay::Client client;
   Loop loop;

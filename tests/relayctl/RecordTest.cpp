@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
+#include <thread>
 
+#include "clients/ScriptedService.h"
 #include "e2e/support/DeviceByRecording.h"
 #include "relayctl/RelayctlTest.h"
 
@@ -179,6 +182,66 @@ TEST_F(RecordTest, RecordTellsTheRelayThatTheServiceEnded) {
   EXPECT_TRUE(record.Prints("ended the link\n"));
   EXPECT_TRUE(Eventually(
       [] { return workplace::ReadWhole(kRecording).find("! link down") != std::string::npos; }));
+}
+
+// The kernel keeps little, and the rest is with record when one side ends.
+class SlowSideTest : public RecordTest {
+ protected:
+  static constexpr int kPackets = 40;
+
+  // 30,000 bytes for or from a port, as hex.
+  static std::string Data(const char* blockType) {
+    std::string hex = std::string("753B 04 02 0001 58 01 ") + blockType + " 7530 ";
+    for (int i = 0; i < 30000; ++i) {
+      hex += "78";
+    }
+    return hex;
+  }
+
+  SlowSideTest() {
+    for (const char* const memory : {"tcp_rmem", "tcp_wmem"}) {
+      EXPECT_TRUE(std::ofstream(std::string("/proc/sys/net/ipv4/") + memory)
+                  << "4096 8192 8192" << std::flush);
+    }
+    service = std::make_unique<ScriptedService>();
+    record = std::make_unique<Background>("relayctl --port " + std::to_string(service->TcpPort()) +
+                                          " record --output " + kRecording + " --listen 60005");
+    EXPECT_TRUE(record->Prints("waiting for a relay service on 127.0.0.1:60005\n"));
+  }
+
+  std::unique_ptr<ScriptedService> service;
+  std::unique_ptr<Background> record;
+};
+
+TEST_F(SlowSideTest, TheServiceGetsAllFromARelayServiceThatHasLeft) {
+  const std::jthread relayService([bytes = relay::FromHex(Data("01"))] {
+    const Relay leaving(60005);
+    for (int i = 0; i < kPackets; ++i) {
+      leaving.SendsBytes(bytes);
+    }
+  });
+  ASSERT_TRUE(Eventually([this] { return service->HasPeer(); }));
+  for (int i = 0; i < kPackets; ++i) {
+    ASSERT_TRUE(Eventually([this] { return service->Takes().has_value(); })) << i;
+  }
+  EXPECT_TRUE(record->Prints("the relay service left\n"));
+}
+
+TEST_F(SlowSideTest, TheRelayServiceGetsAllFromAServiceThatHasEnded) {
+  const std::string hex = Data("02");
+  Relay slow(60005);
+  ASSERT_TRUE(Eventually([this] { return service->HasPeer(); }));
+  const std::jthread server([this, &hex] {
+    for (int i = 0; i < kPackets; ++i) {
+      service->Sends(hex.c_str());
+    }
+    service->Leave();
+  });
+  for (int i = 0; i < kPackets; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // its pace
+    ASSERT_EQ(Wire(hex), slow.NextPacket()) << i;
+  }
+  EXPECT_EQ("closed", slow.NextPacket());
 }
 
 }  // namespace
