@@ -203,13 +203,13 @@ class SlowSideTest : public RecordTest {
       EXPECT_TRUE(std::ofstream(std::string("/proc/sys/net/ipv4/") + memory)
                   << "4096 8192 8192" << std::flush);
     }
-    service = std::make_unique<ScriptedService>();
-    record = std::make_unique<Background>("relayctl --port " + std::to_string(service->TcpPort()) +
+    scripted = std::make_unique<ScriptedService>();
+    record = std::make_unique<Background>("relayctl --port " + std::to_string(scripted->TcpPort()) +
                                           " record --output " + kRecording + " --listen 60005");
     EXPECT_TRUE(record->Prints("waiting for a relay service on 127.0.0.1:60005\n"));
   }
 
-  std::unique_ptr<ScriptedService> service;
+  std::unique_ptr<ScriptedService> scripted;
   std::unique_ptr<Background> record;
 };
 
@@ -220,9 +220,9 @@ TEST_F(SlowSideTest, TheServiceGetsAllFromARelayServiceThatHasLeft) {
       leaving.SendsBytes(bytes);
     }
   });
-  ASSERT_TRUE(Eventually([this] { return service->HasPeer(); }));
+  ASSERT_TRUE(Eventually([this] { return scripted->HasPeer(); }));
   for (int i = 0; i < kPackets; ++i) {
-    ASSERT_TRUE(Eventually([this] { return service->Takes().has_value(); })) << i;
+    ASSERT_TRUE(Eventually([this] { return scripted->Takes().has_value(); })) << i;
   }
   EXPECT_TRUE(record->Prints("the relay service left\n"));
 }
@@ -230,12 +230,12 @@ TEST_F(SlowSideTest, TheServiceGetsAllFromARelayServiceThatHasLeft) {
 TEST_F(SlowSideTest, TheRelayServiceGetsAllFromAServiceThatHasEnded) {
   const std::string hex = Data("02");
   Relay slow(60005);
-  ASSERT_TRUE(Eventually([this] { return service->HasPeer(); }));
+  ASSERT_TRUE(Eventually([this] { return scripted->HasPeer(); }));
   const std::jthread server([this, &hex] {
     for (int i = 0; i < kPackets; ++i) {
-      service->Sends(hex.c_str());
+      scripted->Sends(hex.c_str());
     }
-    service->Leave();
+    scripted->Leave();
   });
   for (int i = 0; i < kPackets; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));  // its pace
