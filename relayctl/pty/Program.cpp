@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::string_view kPlace = "{}";
 
-// A program that the hang-up has not ended by then is left alone with the terminal.
+// A program that the hang-up has not ended by then is left alone with the terminal, which somebody
+// else may have set up since.
 constexpr int kPatienceMs = 10'000;
 
 std::string WithNode(std::string command, const std::string& node) {
@@ -63,8 +64,9 @@ void Program::MakeWill(int life) {
       [this, life] {
         Restore();
         pollfd end = {life, 0, 0};
-        (void)poll(&end, 1, kPatienceMs);
-        Restore();
+        if (poll(&end, 1, kPatienceMs) == 1) {
+          Restore();
+        }
       },
       std::vector<int>{STDIN_FILENO, life});
 }

@@ -137,6 +137,25 @@ TEST_F(TerminalTest, IsPutRightBehindAProgramThatSetsItWhileItEnds) {
   ExpectGone({"slow", "", {}}, "137");
 }
 
+// Who has it then has set it up for himself.
+TEST_F(TerminalTest, IsLeftToOthersBehindAProgramThatStays) {
+  device = std::make_unique<Device>();
+  StartListening();
+  before = window.Settings();
+  workplace::WriteWhole("/tmp/e2e/stays",
+                        "#!/bin/sh\ntrap '' HUP\nstty raw -echo\n: \"$1\"\n"
+                        "kill -KILL $PPID\nexec sleep 1000\n");
+  fs::permissions("/tmp/e2e/stays", fs::perms::owner_all);
+  window.Runs("relayctl terminal '#PhysicalPort0' --with 'exec /tmp/e2e/stays {}'");
+  ASSERT_TRUE(Eventually([] { return !ProcessesOf("sleep").empty(); }));
+  ASSERT_TRUE(Eventually([this] { return window.Settings() == before; })) << window.Settings();
+  ASSERT_EQ(0, RunShell("stty -F " + window.Terminal() + " -echo").status);
+  const std::string others = window.Settings();
+  ASSERT_FALSE(ProcessesOf("relayctl-will").empty());
+  ASSERT_TRUE(Eventually([] { return ProcessesOf("relayctl-will").empty(); }));
+  EXPECT_EQ(others, window.Settings());
+}
+
 INSTANTIATE_TEST_SUITE_P(With, TerminalProgramTest, testing::Values(kTio, kPicocom), NameOf<Known>);
 
 // Whoever sends them means the program that has the terminal, as the keyboard does.
