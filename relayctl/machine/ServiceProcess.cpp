@@ -14,13 +14,15 @@ namespace {
 
 constexpr std::string_view kGone = " (deleted)";  // the kernel's
 
-// The package manager knows which package a file is of: "serial-port-handler: /usr/sbin/…".
+constexpr const char* kPackage = "serial-port-handler";
+
+// Empty where the program is not the package's. To ask which package a file is of would have dpkg
+// read every package's list of files, which takes seconds on a small board.
 std::string VersionOf(const std::string& program) {
-  const std::string owner = RunTool({"dpkg-query", "--search", program}).text;
-  const std::string package = owner.substr(0, owner.find(':'));
-  return package.empty() || owner.find(' ') < owner.find(':')
+  const std::string files = RunTool({"dpkg-query", "--listfiles", kPackage}).text;
+  return files.find("\n" + program + "\n") == std::string::npos
              ? ""
-             : RunTool({"dpkg-query", "--show", "--showformat=${Version}", package}).text;
+             : RunTool({"dpkg-query", "--show", "--showformat=${Version}", kPackage}).text;
 }
 
 std::optional<uint64_t> DescriptorLimitOf(const std::string& folder) {

@@ -35,10 +35,7 @@ std::string Steady(std::string text) {
 
 class StatusDocTest : public StatusSituation {
  protected:
-  StatusDocTest() {
-    WriteTool("dpkg-query",
-              "case $1 in --search) echo \"serial-port-handler: $2\" ;; *) printf 1.0.0 ;; esac");
-  }
+  StatusDocTest() { InstallAsPackage("1.0.0", Program()); }
 
   static void ExpectShown(const std::string& situation, int status) {
     for (const Example& example : ReadExamples(SPH_OPERATIONS)) {

@@ -52,6 +52,15 @@ class StatusSituation : public HangingServiceTest {
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   }
 
+  // dpkg knows `program` as the service's.
+  static void InstallAsPackage(const std::string& version, const std::string& program) {
+    WriteTool("dpkg-query", "case \"$1 $2\" in\n'--listfiles serial-port-handler') printf '/.\\n" +
+                                program + "\\n' ;;\n--show*) printf " + version + " ;;\nesac");
+  }
+  static std::string Program() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "SerialPortHandler";
+  }
+
   static std::string Own() { return "RelayctlDoctorT (process " + std::to_string(getpid()) + ")"; }
 
  private:

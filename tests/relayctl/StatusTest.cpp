@@ -314,14 +314,14 @@ TEST_F(StatusTest, TellsOfTheUnitAndTheVersion) {
   WriteTool("systemctl",
             "echo LoadState=loaded\necho ActiveState=failed\necho SubState=failed\n"
             "echo Result=exit-code\necho ExecMainStatus=255\necho NRestarts=3");
-  WriteTool(
-      "dpkg-query",
-      "case $1 in\n--search) echo \"serial-port-handler: $2\" ;;\n*) printf 1.0.0-1 ;;\nesac");
+  InstallAsPackage("1.0.0-1", Program());
   EXPECT_TRUE(
       Status(2).starts_with("down: the service does not run: serial-port-handler.service is "
                             "failed (failed), exit-code 255\n"));
   StartWithOpenPort();
   ExpectHas(Status(0), "            version 1.0.0-1, program ");
+  InstallAsPackage("1.0.0-1", Program() + ".old");
+  ExpectHas(Status(0), "            version not known, program ");
 }
 
 TEST_F(StatusTest, OpensNoLineAndNoConnection) {
