@@ -38,19 +38,19 @@ void Races::Merge(const Clocks& from, Clocks& into) {
   }
 }
 
-Races::Page& Races::PageOf(uintptr_t address) {
-  const uintptr_t number = address / kPage;
-  if (lastPage == nullptr || number != lastNumber) {
+Races::Block& Races::BlockOf(uintptr_t address) {
+  const uintptr_t number = address / kBlock;
+  if (lastBlock == nullptr || number != lastNumber) {
     growing = true;
-    std::unique_ptr<Page>& page = pages[number];
-    if (page == nullptr) {
-      page = std::make_unique<Page>();
+    std::unique_ptr<Block>& block = pages[address / kPage][address % kPage / kBlock];
+    if (block == nullptr) {
+      block = std::make_unique<Block>();
     }
     growing = false;
-    lastPage = page.get();
+    lastBlock = block.get();
     lastNumber = number;
   }
-  return *lastPage;
+  return *lastBlock;
 }
 
 template <class Look>
@@ -58,9 +58,9 @@ void Races::ForEachCell(const void* address, size_t size, Look look) {
   auto at = reinterpret_cast<uintptr_t>(address);
   const uintptr_t end = at + size;
   while (at < end) {
-    Page& page = PageOf(at);
-    for (const uintptr_t next = std::min(end, EndOfPage(at)); at < next; ++at) {
-      look(page[at % kPage]);
+    Block& block = BlockOf(at);
+    for (const uintptr_t next = std::min(end, EndOfBlock(at)); at < next; ++at) {
+      look(block[at % kBlock]);
     }
   }
 }
@@ -133,9 +133,14 @@ void Races::Forget(const void* address, size_t size) {
   auto at = reinterpret_cast<uintptr_t>(address);
   const uintptr_t end = at + size;
   while (at < end) {
-    const uintptr_t next = std::min(end, EndOfPage(at));
-    if (const auto found = pages.find(at / kPage); found != pages.end()) {
-      std::fill_n(&(*found->second)[at % kPage], next - at, Cell{});
+    const auto page = pages.find(at / kPage);
+    if (page == pages.end()) {
+      at = EndOfPage(at);
+      continue;
+    }
+    const uintptr_t next = std::min(end, EndOfBlock(at));
+    if (const std::unique_ptr<Block>& block = page->second[at % kPage / kBlock]) {
+      std::fill_n(&(*block)[at % kBlock], next - at, Cell{});
     }
     at = next;
   }

@@ -37,7 +37,8 @@ class Races {
 
  private:
   static constexpr size_t kThreads = 64;  // more are not watched
-  static constexpr size_t kPage = 512;
+  static constexpr size_t kBlock = 64;    // most objects are small and lie far from each other
+  static constexpr size_t kPage = 8 * kBlock;
 
   using Clock = uint32_t;
   using Clocks = std::array<Clock, kThreads>;
@@ -52,7 +53,8 @@ class Races {
     Access write;
     std::array<Access, 3> reads;
   };
-  using Page = std::array<Cell, kPage>;
+  using Block = std::array<Cell, kBlock>;
+  using Page = std::array<std::unique_ptr<Block>, kPage / kBlock>;  // null: never touched
 
   Clocks& ClocksOf(int thread) { return threads[static_cast<size_t>(thread) % kThreads]; }
   static void Merge(const Clocks& from, Clocks& into);
@@ -60,7 +62,8 @@ class Races {
     return earlier.clock <= mine[static_cast<size_t>(earlier.thread) % kThreads];
   }
   static uintptr_t EndOfPage(uintptr_t address) { return (address / kPage + 1) * kPage; }
-  Page& PageOf(uintptr_t address);
+  static uintptr_t EndOfBlock(uintptr_t address) { return (address / kBlock + 1) * kBlock; }
+  Block& BlockOf(uintptr_t address);
   template <class Look>
   void ForEachCell(const void* address, size_t size, Look look);
   bool IsPrivate(const void* address) const;
@@ -68,10 +71,10 @@ class Races {
 
   std::array<Clocks, kThreads> threads{};
   std::unordered_map<const void*, Clocks> objects;
-  std::unordered_map<uintptr_t, std::unique_ptr<Page>> pages;
+  std::unordered_map<uintptr_t, Page> pages;
   bool growing = false;  // one of them does
   uintptr_t lastNumber = 0;
-  Page* lastPage = nullptr;
+  Block* lastBlock = nullptr;
 };
 
 }  // namespace simulation
