@@ -41,6 +41,6 @@ if(NOT CMAKE_CROSSCOMPILING)
     # The client library as another project uses it, installed from this build.
     add_test(NAME RelayClientGuide COMMAND ${sph_sandbox} -- ${python}
       ${CMAKE_CURRENT_SOURCE_DIR}/consumer/test_guide.py ${PROJECT_BINARY_DIR})
-    set_tests_properties(RelayClientGuide PROPERTIES COST 20)
+    set_tests_properties(RelayClientGuide PROPERTIES PROCESSORS 4 COST 20)
   endif()
 endif()
