@@ -173,9 +173,9 @@ void IsInterruptedReceiving(Bench& bench) {
     bench.Saw("with SA_RESTART: " + link.Recv(10));
   });
   worker.AwaitIn("recv");
-  (void)pthread_kill(worker.Handle(), SIGUSR1);
+  worker.IsInterruptedBy(SIGUSR1);
   worker.AwaitIn("recv");
-  (void)pthread_kill(worker.Handle(), SIGUSR2);
+  worker.IsInterruptedBy(SIGUSR2);
   worker.AwaitIn("recv");
   link.peer->Sends("a");
   (void)worker.Ends();

@@ -151,9 +151,9 @@ void IsInterruptedAccepting(Bench& bench) {
     bench.Saw("with SA_RESTART: " + AcceptOf(number));
   });
   worker.AwaitIn("accept");
-  (void)pthread_kill(worker.Handle(), SIGUSR1);
+  worker.IsInterruptedBy(SIGUSR1);
   worker.AwaitIn("accept");
-  (void)pthread_kill(worker.Handle(), SIGUSR2);
+  worker.IsInterruptedBy(SIGUSR2);
   worker.AwaitIn("accept");
   const auto peer = bench.Connects(kPort);
   (void)worker.Ends();

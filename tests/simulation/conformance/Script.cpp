@@ -8,6 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -66,6 +67,12 @@ const std::string& Endless() {
   return text;
 }
 
+namespace {
+
+std::atomic<int> interruptions = 0;
+
+}  // namespace
+
 template <class Side>
 std::string TakesAllOf(Bench& bench, Side& side, size_t count) {
   std::string text;
@@ -105,6 +112,12 @@ void Worker::AwaitIn(const char* call) {
   Until(bench, [&] { return thread != 0 && bench.WaitsIn(thread, call); });
 }
 
+void Worker::IsInterruptedBy(int signal) {
+  const int before = interruptions;
+  (void)pthread_kill(handle, signal);
+  Until(bench, [before] { return interruptions != before; });
+}
+
 void Worker::AwaitEnd() {
   Until(bench, [&] { return thread != 0 && bench.HasEnded(thread); });
 }
@@ -126,7 +139,7 @@ void Handle(int signal, void (*handler)(int), int flags, int alsoBlocked) {
   (void)sigaction(signal, &action, nullptr);
 }
 
-void Ignored(int /*signal*/) {}
+void Ignored(int /*signal*/) { ++interruptions; }
 
 void ChangeMask(int how, int signal) {
   sigset_t set;

@@ -52,6 +52,9 @@ class Worker {
 
   pthread_t Handle() const { return handle; }
   void AwaitIn(const char* call);
+  // By a signal that is Ignored, and has been handled behind this. Before that it can still be seen
+  // in the call that the signal interrupts.
+  void IsInterruptedBy(int signal);
   void AwaitEnd();  // and does not join it
   // "returned" or "cancelled", once it has.
   std::string Ends();
@@ -65,7 +68,7 @@ class Worker {
   volatile int thread = 0;
 };
 
-// An empty handler, so that the signal interrupts and nothing else.
+// Ignored only counts, so that the signal interrupts and does nothing else.
 void Handle(int signal, void (*handler)(int), int flags = 0, int alsoBlocked = 0);
 void Ignored(int signal);
 

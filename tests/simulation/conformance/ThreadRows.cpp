@@ -121,12 +121,8 @@ void DestroysAHeldMutex(Bench& bench) {
   bench.Saw(ToldByResult("pthread_mutex_destroy", pthread_mutex_destroy(&held.mutex)));
 }
 
-volatile bool handledInLock = false;
-
-void MarkHandled(int /*signal*/) { handledInLock = true; }
-
 void HandlesWhileItWaits(Bench& bench) {
-  Handle(SIGUSR1, MarkHandled);
+  Handle(SIGUSR1, Ignored);
   Mutex held;
   (void)pthread_mutex_lock(&held.mutex);
   Worker worker(bench, [&] {
@@ -134,8 +130,7 @@ void HandlesWhileItWaits(Bench& bench) {
     (void)pthread_mutex_unlock(&held.mutex);
   });
   worker.AwaitIn("pthread_mutex_lock");
-  (void)pthread_kill(worker.Handle(), SIGUSR1);
-  Until(bench, [] { return handledInLock; });
+  worker.IsInterruptedBy(SIGUSR1);
   worker.AwaitIn("pthread_mutex_lock");
   bench.Saw("handled, and it waits on");
   (void)pthread_mutex_unlock(&held.mutex);
