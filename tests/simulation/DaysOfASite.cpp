@@ -37,11 +37,12 @@ class OrdinarySite {
   // The service holds the same in each week. Memory comes and goes with what is under way at the
   // week's end: the least of many weeks is compared.
   void LiveFor(int days) {
-    LiveThroughWeek();
+    constexpr int kWeek = 7;
+    LiveThroughWeek(std::min(days, kWeek));
     const Holdings held = HeldBy(machine);
     std::vector<size_t> memory;
-    for (int week = 1; week < days / 7; ++week) {
-      LiveThroughWeek();
+    for (int left = days - kWeek; left > 0; left -= kWeek) {
+      LiveThroughWeek(std::min(left, kWeek));
       ExpectHeld(machine, held);
       memory.push_back(MemoryInUse());
     }
@@ -64,8 +65,8 @@ class OrdinarySite {
     std::shared_ptr<Line> line;
   };
 
-  void LiveThroughWeek() {
-    for (int day = 0; day < 7; ++day) {
+  void LiveThroughWeek(int days) {
+    for (int day = 0; day < days; ++day) {
       LiveThroughDay();
     }
     RestartRelay();
