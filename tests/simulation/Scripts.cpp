@@ -32,7 +32,7 @@ Holdings HeldBy(Machine& machine) {
 
 void ExpectHeld(Machine& machine, const Holdings& limit) {
   Kernel& kernel = machine.kernel;
-  (void)kernel.Wait([&] { return HeldBy(machine).IsWithin(limit); }, kernel.Now() + 10 * kSecond,
+  (void)kernel.Wait([&] { return HeldBy(machine).IsWithin(limit); }, kernel.Now() + 30 * kSecond,
                     Waits::kThrough);
   const Holdings held = HeldBy(machine);
   if (!held.IsWithin(limit)) {

@@ -39,7 +39,7 @@ struct Holdings {
 };
 Holdings HeldBy(Machine& machine);
 // No more, and that in a while: a thread that was given up on takes its time, also where the limit
-// was taken.
+// was taken, and may stall for seven seconds more than once.
 void ExpectHeld(Machine& machine, const Holdings& limit);
 
 // Who connects before the service has noticed the end of the earlier link, waits for an accept that
