@@ -2,10 +2,13 @@
 // Each case runs in a child process: sessions and controlling terminals belong to a process.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ctime>
 
 #include "Linux/ControllingTerminal.h"
@@ -112,6 +115,44 @@ TEST(ControllingTerminalTest, ALeaderThatEndsSendsItsProcessGroupNoSignal) {
   for (const int end : {told[0], told[1], tells[0], tells[1]}) {
     (void)close(end);
   }
+}
+
+int handledStops[2] = {-1, -1};  // a byte for each stop signal that a process has handled
+int stopsSent[2] = {-1, -1};     // a byte when they are on their way
+
+void NoteStop(int /*signal*/) { (void)!write(handledStops[1], "s", 1); }
+
+// In the process that the terminal's group is made with: stops the whole group.
+void StopGroup() {
+  (void)kill(0, SIGTERM);
+  (void)!write(stopsSent[1], "s", 1);
+}
+
+void WaitUntilSent() {
+  char byte = 0;
+  (void)!read(stopsSent[0], &byte, 1);
+}
+
+// Its handler is the service's, and would carry the stop out in a process that is none.
+TEST(ControllingTerminalTest, TheProcessThatMakesTheGroupHandlesNoStopSignal) {
+  EXPECT_EQ(
+      0, InChild([] {
+        struct sigaction action {};
+        action.sa_handler = NoteStop;
+        action.sa_flags = SA_RESTART;
+        if (setsid() == -1 || pipe(handledStops) != 0 || pipe(stopsSent) != 0 ||
+            sigaction(SIGTERM, &action, nullptr) != 0 ||
+            pthread_atfork(nullptr, WaitUntilSent, StopGroup) != 0 ||
+            TakeOwnControllingTerminal() != 0) {
+          return kBroken;
+        }
+        if (waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD) {
+          return kBroken;
+        }
+        (void)fcntl(handledStops[0], F_SETFL, O_NONBLOCK);
+        char bytes[2];
+        return read(handledStops[0], bytes, sizeof bytes) == 1 ? 0 : kBroken;  // this process's own
+      }));
 }
 
 TEST(ControllingTerminalTest, ASecondCallKeepsTheTerminalOfTheFirst) {

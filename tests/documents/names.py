@@ -22,14 +22,21 @@ def files(*folders: str) -> Iterator[Path]:
         yield from sorted(ROOT.joinpath(folder).rglob("*.h"))
 
 
+def tests_of(file: Path) -> set[tuple[str, str]]:
+    """Suites and names."""
+    return set(TEST.findall(file.read_text(encoding="utf-8")))
+
+
+def all_tests() -> set[str]:
+    return {".".join(test) for file in files("tests") for test in tests_of(file)}
+
+
 def complaints() -> Iterator[str]:
     places = collections.defaultdict(set)
-    tests = set()
+    tests = all_tests()
     for file in files("tests"):
-        suites = set()
-        for suite, test in TEST.findall(file.read_text(encoding="utf-8")):
-            suites.add(suite)
-            tests.add(f"{suite}.{test}")
+        suites = {suite for suite, _ in tests_of(file)}
+        for suite in suites:
             places[suite].add(str(file.relative_to(ROOT)))
         if suites and file.stem.endswith("Test") and file.stem not in suites:
             yield f"{file}: no suite has the name of the file: {sorted(suites)}"
