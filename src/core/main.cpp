@@ -40,8 +40,9 @@ void InstallStopSignals() {
 int main() {
   EnsureStandardStreams();
   UnblockStandardStreams();
-  // A peer that has gone shows as a failed send.
+  // A peer that has gone shows as a failed send, a file that may not grow as a failed write.
   (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   SerialPortHandler* const handler = SerialPortHandler::GetInstance();
   InstallStopSignals();
   // Unplugging a port must be no request to stop. Where there is no pseudo-terminal for it, the

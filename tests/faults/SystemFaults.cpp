@@ -127,11 +127,15 @@ void StopDuringASearchWithAnOlderChild(FaultTest& test) {
       << "the tool is left";
 }
 
-void LogGoesToStandardError(FaultTest& test) {
+void LogGoesToStandardError(FaultTest& test, const std::string& why) {
   ASSERT_EQ(Wire(kFenceReply), test.relay->Answer(kFence));
-  EXPECT_TRUE(Service::PrintsError("/dev/full: cannot be written, lines go to standard error"));
+  EXPECT_TRUE(Service::PrintsError(": cannot be written, lines go to standard error: " + why));
   EXPECT_TRUE(Service::PrintsError("close command proc."));
 }
+
+void LogOnAFullDisk(FaultTest& test) { LogGoesToStandardError(test, "No space left on device"); }
+
+void LogThatMayNotGrow(FaultTest& test) { LogGoesToStandardError(test, "File too large"); }
 
 const std::vector<const char*> kNoAdapter = {kNoDeviceFound};
 constexpr const char* kPlain = nullptr;
@@ -144,6 +148,9 @@ constexpr const char* kWithoutTools =
 constexpr const char* kWithoutChildren = "exec \"$FAULT_TOOLS/without-children\" \"$@\"";
 #endif
 constexpr const char* kFullLog = "exec env KXLOGGER_FILE=/dev/full \"$@\"";
+constexpr const char* kLimitedLog =
+    "head -c 131072 /dev/zero >/tmp/e2e/limited; ulimit -f 128; "
+    "exec env KXLOGGER_FILE=/tmp/e2e/limited \"$@\"";
 
 // clang-format off
 const FaultRow kSystemRows[] = {
@@ -154,7 +161,8 @@ const FaultRow kSystemRows[] = {
 #ifdef SPH_WITHOUT_CHILDREN
     {"NoProcessCanStart",        State::kLinked,    kWithoutChildren, NoProcessCanStart,       kNoAdapter, Outcome::kGoesOn},
 #endif
-    {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      LogGoesToStandardError,     {}, Outcome::kGoesOn},
+    {"LogOnAFullDisk",           State::kPortOpen,  kFullLog,      LogOnAFullDisk,             {}, Outcome::kGoesOn},
+    {"LogThatMayNotGrow",        State::kPortOpen,  kLimitedLog,   LogThatMayNotGrow,          {}, Outcome::kGoesOn},
 };
 // clang-format on
 
