@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <exception>
 
 #include "Linux/Console.h"
 #include "Linux/ControllingTerminal.h"
@@ -35,11 +37,33 @@ void InstallStopSignals() {
   AdmitStopSignals();
 }
 
+// Seconds that the reason of an abort waits for a reader, as the exit text does.
+constexpr unsigned kLongestReason = 5;
+
+std::terminate_handler tellAndAbort = nullptr;  // the C++ library's own
+
+// Not abort, which may wait for the very stream that is not read.
+void AbortAtOnce(int /*signal*/) { (void)kill(getpid(), SIGABRT); }
+
+// What nobody catches ends the process, and the library tells standard error why. It waits there
+// for a reader, for ever if nobody reads, and what neither works nor ends is not started again.
+void TellAndAbortInTime() {
+  (void)std::signal(SIGALRM, AbortAtOnce);
+  sigset_t needed;
+  (void)sigemptyset(&needed);
+  (void)sigaddset(&needed, SIGALRM);
+  (void)sigaddset(&needed, SIGABRT);
+  (void)pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
+  (void)alarm(kLongestReason);
+  tellAndAbort();
+}
+
 }  // namespace
 
 int main() {
   EnsureStandardStreams();
   UnblockStandardStreams();
+  tellAndAbort = std::set_terminate(TellAndAbortInTime);
   // A peer that has gone shows as a failed send, a file that may not grow as a failed write.
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);

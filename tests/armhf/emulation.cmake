@@ -15,4 +15,6 @@ set(SPH_NOT_UNDER_EMULATION
   # It has a signal come between blocks of code, thus mostly at a function's first instruction. Before
   # and behind a system call that may be cancelled the C library for ARM has two where the unwinder
   # does not know yet what is on the stack: it gives up, and the thread ends without its destructors.
-  TimedWriteTest.LeavesNoTimerBehindInAThreadThatIsCancelled)
+  TimedWriteTest.LeavesNoTimerBehindInAThreadThatIsCancelled
+  # It tells standard error of a process that aborts, and waits there itself.
+  Stream/FaultTable.ShowsWhatItsRowSays/AbortWithIts*)

@@ -122,6 +122,16 @@ void StopWhileItCannotWriteItsExitText(FaultTest& test) {
   ExpectAStop(test, "exit 0");
 }
 
+// Its supervisor starts it again only when it has ended.
+void AbortWhileItCannotSayWhy(FaultTest& test) {
+  const Pipe pipe;
+  test.StartAs();
+  LinkUnseen(test);
+  pipe.Fill();
+  test.relay->Sends("0008 02 01 0000 0000");  // no machine has an adapter with these ids
+  EXPECT_EQ("signal " + std::to_string(SIGABRT), test.service->WaitForExit());
+}
+
 void ExpectForwardingAndAStop(FaultTest& test) {
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(test.device->Sends("A"));
@@ -174,6 +184,8 @@ constexpr const char* kPipeError = "exec \"$@\" 2>/tmp/e2e/pipe";
 constexpr const char* kForeignPipe =
     "exec 2>/tmp/e2e/pipe; chmod 0 /tmp/e2e/pipe; "
     "exec setpriv --bounding-set=-all --inh-caps=-all -- \"$@\"";
+constexpr const char* kPipeAndBlockedSignals =
+    "exec env --block-signal=ABRT,ALRM \"$@\" 2>/tmp/e2e/pipe";
 constexpr const char* kPipeWithoutReader =
     "exec 3<>/tmp/e2e/pipe 2>/tmp/e2e/pipe 3>&-; exec \"$@\"";
 
@@ -190,6 +202,8 @@ const FaultRow kStreamRows[] = {
     {"StopWithTheLogLine",    State::kAbsent,   kTerminalLog, StopWhileItsLogStandsInATerminal,   {}, Outcome::kEndsWith0},
     {"ForeignPipeWithTheHexDump", State::kAbsent, kForeignPipe, ForwardWhileItCannotShowWhatItReceived, {}, Outcome::kEndsWith0},
     {"ForeignPipeWithTheExitText", State::kAbsent, kForeignPipe, StopWhileItCannotWriteItsExitText, {}, Outcome::kEndsWith0},
+    {"AbortWithItsReason",    State::kAbsent,   kPipeError,  AbortWhileItCannotSayWhy,            {}, Outcome::kShown},
+    {"AbortWithItsSignalsBlocked", State::kAbsent, kPipeAndBlockedSignals, AbortWhileItCannotSayWhy, {}, Outcome::kShown},
     {"PipeWhoseReaderComesLate", State::kAbsent, kPipeWithoutReader, ForwardToAReaderThatCameLate, {}, Outcome::kEndsWith0},
     {"StopBehindASlowReader", State::kAbsent,   kPipeError,  StopWhileADumpIsReadSlowly,          {}, Outcome::kEndsWith0},
 };
