@@ -20,7 +20,8 @@ SYSTEMD = ("systemd", "libsystemd-shared", "libsystemd0", "libapparmor1", "libau
            "libdevmapper1.02.1", "libargon2-1")
 FIREWALL = ("nftables", "libnftables1", "libnftnl11", "libmnl0", "libgmp10", "libjansson4",
             "libxtables12", "libedit2", "libbsd0", "libmd0", "libtinfo6")
-STARTED = ("test-network.service", "test-shell.service", "test-journal.service", SERVICE)
+STARTED = ("test-network.service", "test-shell.service", "test-journal.service",
+           "test-heartbeat.service", SERVICE)
 # Nobody logs in, and there are no disks.
 NOT_STARTED = ("getty.target", "systemd-logind.service", "systemd-firstboot.service",
                "systemd-sysusers.service", "systemd-update-utmp.service",
