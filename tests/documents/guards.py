@@ -16,7 +16,8 @@ DOCUMENT = ROOT / "docs/simulation.md"
 KNOWN_FAULTS = ROOT / "tests/simulation/known-faults"
 GUARD = re.compile(r"const (?:CLockGuard|CCancellationShield|CancellationDelay|CSignalMask"
                    r"|CStopSignalsHeld|CStopSignalsAdmitted|CAllSignalsAdmitted|CTicks) \w+"
-                   r"|\(CStopSignalsHeld\(\)|^ *(?:Hold|Admit)StopSignals\(\);")
+                   r"|\(CStopSignalsHeld\(\)|^ *(?:Hold|Admit)StopSignals\(\);"
+                   r"|pthread_sigmask\(SIG_UNBLOCK")
 FUNCTION = re.compile(r" *(?:[\w:<>*& ]+[ *&])?((?:\w+::)*(?:operator\(\)|~?\w+))\(")
 CLASS = re.compile(r" *(?:class|struct) (\w+)")
 ROW = re.compile(r"^\| (.*) \| (.*) \|$", re.MULTILINE)
